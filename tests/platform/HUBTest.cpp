@@ -1,0 +1,134 @@
+// Covers the interface-library stand-in: parameter slots, delivery of both message
+// calls to a handler and to standard error, handler nesting, and the product identity.
+
+#include "platform/HUB.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <iostream>
+#include <sstream>
+#include <vector>
+
+namespace {
+
+ZVTBoolean Show(long messageId, long style, const std::vector<const char*>& texts) {
+    HUBMessageParameter parameter(static_cast<long>(texts.size()), style);
+    for (size_t i = 0; i < texts.size(); ++i)
+        parameter.SetString(static_cast<long>(i), texts[i]);
+    return HUBInterface::ShowMessage(1, messageId, parameter);
+}
+
+TEST(HUBMessageParameterTest, SlotsAreFilledByIndexAndStrayIndexesAreIgnored) {
+    HUBMessageParameter parameter(2, 0x30);
+    EXPECT_TRUE(parameter.GetString(1).IsNullString());
+    for (long index : {-1L, 0L, 1L, 2L})
+        parameter.SetString(index, ZVTString(index, 10));
+    EXPECT_EQ(parameter.GetStringCount(), 2);
+    EXPECT_EQ(parameter.GetString(0), "0");
+    EXPECT_EQ(parameter.GetString(1), "1");
+    EXPECT_TRUE(parameter.GetString(-1).IsNullString());
+    EXPECT_TRUE(parameter.GetString(2).IsNullString());
+    EXPECT_EQ(HUBMessageParameter(-3, 0).GetStringCount(), 0);
+}
+
+TEST(HUBMessageTest, BothCallsHandTheirMessageToTheHandlerAndGiveBackItsAnswer) {
+    HUBScopedMessageHandler handler(0);
+    EXPECT_FALSE(Show(607, 0x30, {"12", "87"}));
+    handler.SetAnswer(42);
+    EXPECT_TRUE(Show(601, 0x10, {"1"}));
+    EXPECT_EQ(HUBMessage::DisplayMessage(59000, nullptr, 0x40, "two", HUBMessage::text_type(3)), 42);
+    ASSERT_EQ(handler.GetMessages().size(), 3u);
+    const HUBMessageRecord& shown = handler.GetMessages()[0];
+    EXPECT_EQ(shown.m_nCall, HUBMessageRecord::callShowMessage);
+    EXPECT_EQ(shown.m_lKind, 1);
+    EXPECT_EQ(shown.Format(), "message 607 (style 0x30): 12, 87");
+    const HUBMessageRecord& displayed = handler.GetMessages()[2];
+    EXPECT_EQ(displayed.m_nCall, HUBMessageRecord::callDisplayMessage);
+    EXPECT_EQ(displayed.m_lMessageId, 59000);
+    EXPECT_EQ(displayed.m_lStyle, 0x40);
+    EXPECT_EQ(displayed.m_lTextType, 3);
+    ASSERT_EQ(displayed.m_xTexts.size(), 2u);
+    EXPECT_TRUE(displayed.m_xTexts[0].IsNullString());
+    EXPECT_EQ(displayed.m_xTexts[1], "two");
+}
+
+TEST(HUBMessageTest, WithoutHandlerEachMessageIsOneLineOnStandardError) {
+    HUBMessageHandler* pPrevious = HUB::SetMessageHandler(nullptr);
+    const HUBMessage::text_type plain = HUBMessage::textPlain;
+    const struct {
+        std::function<int()> m_xRaise;
+        const char* m_pcLine;
+    } cases[] = {
+        {[] { return int(Show(601, 0x10, {"77"})); }, "message 601 (style 0x10): 77\n"},
+        {[] { return int(Show(606, 48, {})); }, "message 606 (style 0x30)\n"},
+        {[] {
+             return int(Show(603, 0x30, {"A", nullptr}));
+         },
+         "message 603 (style 0x30): A\n"},
+        {[=] { return HUBMessage::DisplayMessage(60505, "1", 0x40, nullptr, plain); },
+         "message 60505 (style 0x40): 1\n"},
+        {[=] { return HUBMessage::DisplayMessage(59000, "N", 0x40, "M", plain); },
+         "message 59000 (style 0x40): N, M\n"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.m_pcLine);
+        std::ostringstream captured;
+        std::streambuf* pOld = std::cerr.rdbuf(captured.rdbuf());
+        const int answer = c.m_xRaise();
+        std::cerr.rdbuf(pOld);
+        EXPECT_EQ(answer, 1);
+        EXPECT_EQ(captured.str(), c.m_pcLine);
+    }
+    HUB::SetMessageHandler(pPrevious);
+}
+
+TEST(HUBMessageTest, HandlersNestAndInstallingReturnsThePreviousOne) {
+    HUBMessageHandler* pBefore = HUB::GetMessageHandler();
+    {
+        HUBScopedMessageHandler outer;
+        {
+            HUBScopedMessageHandler inner;
+            Show(601, 0x10, {"1"});
+            EXPECT_EQ(HUB::SetMessageHandler(&outer), &inner);
+            Show(601, 0x10, {"2"});
+            HUB::SetMessageHandler(&inner);
+            EXPECT_EQ(inner.Log(), "message 601 (style 0x10): 1");
+        }
+        Show(602, 0x10, {"3"});
+        EXPECT_EQ(outer.Log(), "message 601 (style 0x10): 2\nmessage 602 (style 0x10): 3");
+    }
+    EXPECT_EQ(HUB::GetMessageHandler(), pBefore);
+}
+
+TEST(HUBTest, TerminateClearsIdentityAndHandlerAndNoScopeBringsAHandlerBack) {
+    HUBProductIdent::SetProductIdent("Company", "Product", "1.0", "1, 0, 0, 0");
+    {
+        HUBScopedMessageHandler outer;
+        {
+            HUBScopedMessageHandler inner;
+            HUB::Terminate();
+        }
+        EXPECT_EQ(HUB::GetMessageHandler(), nullptr);
+    }
+    EXPECT_EQ(HUB::GetMessageHandler(), nullptr);
+    EXPECT_EQ(HUBProductIdent::GetProductIdent(), nullptr);
+}
+
+TEST(HUBProductIdentTest, SetOverwritesInPlaceEvenFromItsOwnFieldsAndClearRemovesIt) {
+    HUBProductIdent::SetProductIdent("Company", "Product", "2.1", "2, 1, 0, 0");
+    HUBProductIdent* pIdent = HUBProductIdent::GetProductIdent();
+    ASSERT_NE(pIdent, nullptr);
+    // Swaps the fields pairwise through the identity's own references.
+    HUBProductIdent::SetProductIdent(pIdent->GetProductName(), pIdent->GetCompanyName(),
+                                     pIdent->GetFileFormatVersion(), pIdent->GetVersionName());
+    EXPECT_EQ(HUBProductIdent::GetProductIdent(), pIdent);
+    EXPECT_EQ(pIdent->GetCompanyName(), "Product");
+    EXPECT_EQ(pIdent->GetProductName(), "Company");
+    EXPECT_EQ(pIdent->GetVersionName(), "2, 1, 0, 0");
+    EXPECT_EQ(pIdent->GetFileFormatVersion(), "2.1");
+    HUBProductIdent::ClearProductIdent();
+    EXPECT_EQ(HUBProductIdent::GetProductIdent(), nullptr);
+}
+
+}  // namespace

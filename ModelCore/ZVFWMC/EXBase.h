@@ -1,0 +1,188 @@
+#ifndef EXBASE_H
+#define EXBASE_H
+
+// The exception family: small values thrown by value and caught by reference.
+// None has a virtual destructor; nothing in the library deletes one through a
+// base pointer. The codes are part of the interface and must not change.
+
+#include "foundation/ZVTExport.h"
+#include "foundation/ZVTReference.h"
+#include "foundation/ZVTString.h"
+
+class MCFactoryContext;
+
+/// The argument of EXBase::StandardMessage; reference counted, read by no class of the library.
+class MODELCORE_API EXMsgData : public ZVTReference {
+public:
+    /// An empty message argument.
+    EXMsgData();
+    ~EXMsgData() override;
+};
+
+/// The base of every exception of the library and of its hosts: a code and an optional standard message.
+class MODELCORE_API EXBase {
+public:
+    /// An exception with the given code.
+    explicit EXBase(long code);
+    /// The code given at construction.
+    long GetExceptionCode() const;
+    /// Shows the exception's standard message, if it has one, and returns the answer; the base shows nothing
+    /// and returns 0.
+    virtual int StandardMessage(EXMsgData* pData) const;
+
+protected:
+    long m_lCode;
+};
+
+/// A fault of the calling code; every concrete exception of the library derives from it.
+class MODELCORE_API EXProgrammer : public EXBase {
+public:
+    /// A programmer fault with the given code.
+    explicit EXProgrammer(long code);
+};
+
+/// A fault that a user caused; the library throws none, hosts derive from it.
+class MODELCORE_API EXUser : public EXBase {
+public:
+    /// A user fault with the given code.
+    explicit EXUser(long code);
+};
+
+// The sixteen concrete classes. Constructor arguments are kept in public
+// fields so that a handler can see them.
+
+/// Code 1: a second factory for a type code; its standard message is 60505 with the type code.
+class MODELCORE_API EXDuplicateFactory : public EXProgrammer {
+public:
+    /// Remembers the type code whose factory came twice.
+    explicit EXDuplicateFactory(short type);
+    /// Shows message 60505 with the type code in decimal and returns its answer; `pData` is not read.
+    int StandardMessage(EXMsgData* pData) const override;
+    short m_sType;
+};
+
+/// Code 2: a second property of one type on an object.
+class MODELCORE_API EXDuplicateProperty : public EXProgrammer {
+public:
+    /// Code 2.
+    EXDuplicateProperty();
+};
+
+/// Code 3: an id is already taken by another object; both objects are kept for a debugger.
+class MODELCORE_API EXDuplicateResolution : public EXProgrammer {
+public:
+    /// Remembers the object holding the id and the one that asked for it.
+    EXDuplicateResolution(void* existing, void* incoming);
+    void* m_pxExisting;
+    void* m_pxIncoming;
+};
+
+/// Code 4: a second semantic where only one may stand.
+class MODELCORE_API EXDuplicateSemantic : public EXProgrammer {
+public:
+    /// Remembers the semantic in place and the one that came second.
+    EXDuplicateSemantic(void* existing, void* incoming);
+    void* m_pxExisting;
+    void* m_pxIncoming;
+};
+
+/// Code 5: a semantic registered on the generic object type.
+class MODELCORE_API EXGenericObject : public EXProgrammer {
+public:
+    /// Code 5.
+    EXGenericObject();
+};
+
+/// Code 6: the value of an iterator that stands on nothing.
+class MODELCORE_API EXInvalidIter : public EXProgrammer {
+public:
+    /// Code 6.
+    EXInvalidIter();
+};
+
+/// Code 7: no factory for a type code.
+class MODELCORE_API EXMissingFactory : public EXProgrammer {
+public:
+    /// Remembers the type code and the creation context (not owned).
+    EXMissingFactory(short type, MCFactoryContext* context);
+    short m_sType;
+    MCFactoryContext* m_pxContext;
+};
+
+/// Code 8: no semantic handler for a type code.
+class MODELCORE_API EXMissingSemanticHandler : public EXProgrammer {
+public:
+    /// Remembers the type code.
+    explicit EXMissingSemanticHandler(short type);
+    short m_sType;
+};
+
+/// Code 9: a global section read without somewhere to put the user-defined property map.
+class MODELCORE_API EXNoMapPointer : public EXProgrammer {
+public:
+    /// Code 9.
+    EXNoMapPointer();
+};
+
+/// Code 10: an object destroyed through an owner that does not own it.
+class MODELCORE_API EXNonOwnedObject : public EXProgrammer {
+public:
+    /// Code 10.
+    EXNonOwnedObject();
+};
+
+/// Code 11: a property without an owner.
+class MODELCORE_API EXNullOwner : public EXProgrammer {
+public:
+    /// Code 11.
+    EXNullOwner();
+};
+
+/// Code 12: an object lacks a property that it must have.
+class MODELCORE_API EXRequiredProperty : public EXProgrammer {
+public:
+    /// Remembers the object's type and the missing property's type.
+    EXRequiredProperty(short objectType, short propertyType);
+    short m_sObjectType;
+    short m_sPropertyType;
+};
+
+/// Code 13: a state the code holds to be impossible, named by source file ("ModelCore/ZVFWMC/MCObject") and
+/// line.
+class MODELCORE_API EXUnexpected : public EXProgrammer {
+public:
+    /// Remembers where it was raised; the line is decimal text.
+    EXUnexpected(ZVTString file, ZVTString line);
+    ZVTString m_xFile;
+    ZVTString m_xLine;
+};
+
+/// Code 14: a token in a global section that the environment's base class does not know.
+class MODELCORE_API EXUnknownToken : public EXProgrammer {
+public:
+    /// Code 14.
+    EXUnknownToken();
+};
+
+/// Code 15: a comparison without a second object.
+class MODELCORE_API EXMissingComparisonObject : public EXProgrammer {
+public:
+    /// Code 15.
+    EXMissingComparisonObject();
+};
+
+/// Code 16: a comparison that cannot be made.
+class MODELCORE_API EXInvalidComparison : public EXProgrammer {
+public:
+    /// Code 16.
+    EXInvalidComparison();
+};
+
+/// Throws EXUnexpected naming `file` and `line` (as decimal text); the one way every unit reports an
+/// impossible state.
+[[noreturn]] MODELCORE_API void MCThrowUnexpected(const ZVTString& file, long line);
+
+/// Throws EXUnexpected at the current line of the unit whose source path string is `file`.
+#define MC_THROW_UNEXPECTED(file) MCThrowUnexpected((file), __LINE__)
+
+#endif

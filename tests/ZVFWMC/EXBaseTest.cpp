@@ -1,0 +1,112 @@
+// Covers the exception family: each concrete class's code and the side it is caught
+// on, the kept constructor arguments, the one standard message and the EXUnexpected helper.
+
+#include "ModelCore/ZVFWMC/EXBase.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+#include "platform/HUB.h"
+
+namespace {
+
+struct ThrowCase {
+    long m_lCode;
+    const char* m_pcName;
+    std::function<void()> m_xThrow;
+};
+
+const ThrowCase c_axConcrete[] = {
+    {1, "EXDuplicateFactory", [] { throw EXDuplicateFactory(5); }},
+    {2, "EXDuplicateProperty", [] { throw EXDuplicateProperty(); }},
+    {3, "EXDuplicateResolution", [] { throw EXDuplicateResolution(nullptr, nullptr); }},
+    {4, "EXDuplicateSemantic", [] { throw EXDuplicateSemantic(nullptr, nullptr); }},
+    {5, "EXGenericObject", [] { throw EXGenericObject(); }},
+    {6, "EXInvalidIter", [] { throw EXInvalidIter(); }},
+    {7, "EXMissingFactory", [] { throw EXMissingFactory(5, nullptr); }},
+    {8, "EXMissingSemanticHandler", [] { throw EXMissingSemanticHandler(5); }},
+    {9, "EXNoMapPointer", [] { throw EXNoMapPointer(); }},
+    {10, "EXNonOwnedObject", [] { throw EXNonOwnedObject(); }},
+    {11, "EXNullOwner", [] { throw EXNullOwner(); }},
+    {12, "EXRequiredProperty", [] { throw EXRequiredProperty(1, 2); }},
+    {13, "EXUnexpected", [] { throw EXUnexpected("file", "1"); }},
+    {14, "EXUnknownToken", [] { throw EXUnknownToken(); }},
+    {15, "EXMissingComparisonObject", [] { throw EXMissingComparisonObject(); }},
+    {16, "EXInvalidComparison", [] { throw EXInvalidComparison(); }},
+};
+
+TEST(EXBaseTest, EveryConcreteClassIsAProgrammerFaultWithItsCode) {
+    HUBScopedMessageHandler messages;
+    for (const ThrowCase& c : c_axConcrete) {
+        SCOPED_TRACE(c.m_pcName);
+        try {
+            c.m_xThrow();
+            ADD_FAILURE() << "nothing thrown";
+        } catch (const EXUser&) {
+            ADD_FAILURE() << "caught as a user fault";
+        } catch (const EXProgrammer& e) {
+            EXPECT_EQ(e.GetExceptionCode(), c.m_lCode);
+            // Only EXDuplicateFactory has a standard message.
+            if (c.m_lCode != 1) {
+                EXPECT_EQ(e.StandardMessage(nullptr), 0);
+            }
+        }
+    }
+    EXPECT_EQ(messages.Log(), "");
+}
+
+TEST(EXBaseTest, UserFaultsAreCaughtAsEXBaseButNotAsProgrammerFaults) {
+    try {
+        throw EXUser(42);
+    } catch (const EXProgrammer&) {
+        ADD_FAILURE() << "a user fault caught as a programmer fault";
+    } catch (const EXBase& e) {
+        EXPECT_EQ(e.GetExceptionCode(), 42);
+    }
+    EXPECT_EQ(EXBase(99).GetExceptionCode(), 99);
+}
+
+TEST(EXBaseTest, DuplicateFactoryShowsMessage60505WithTheTypeCodeAndReturnsTheAnswer) {
+    HUBScopedMessageHandler messages(7);
+    ZVTReferenceUser data(new EXMsgData());
+    const EXBase& negative = EXDuplicateFactory(-12);  // through the base: the override must be virtual
+    EXPECT_EQ(negative.StandardMessage(nullptr), 7);
+    EXPECT_EQ(EXDuplicateFactory(530).StandardMessage(static_cast<EXMsgData*>(data())), 7);
+    EXPECT_EQ(messages.Log(), "message 60505 (style 0x40): -12\nmessage 60505 (style 0x40): 530");
+    ASSERT_EQ(messages.GetMessages().size(), 2u);
+    EXPECT_EQ(messages.GetMessages()[0].m_nCall, HUBMessageRecord::callDisplayMessage);
+    EXPECT_EQ(messages.GetMessages()[0].m_lTextType, 0);
+}
+
+TEST(EXBaseTest, ConstructorArgumentsStayReadableInOrder) {
+    int first = 0;
+    int second = 0;
+    MCFactoryContext* pContext = reinterpret_cast<MCFactoryContext*>(&first);
+    const EXDuplicateResolution resolution(&first, &second);
+    const EXDuplicateSemantic semantic(&first, &second);
+    const EXMissingFactory missing(-87, pContext);
+    const EXRequiredProperty required(2, 147);
+    EXPECT_TRUE(resolution.m_pxExisting == &first && resolution.m_pxIncoming == &second);
+    EXPECT_TRUE(semantic.m_pxExisting == &first && semantic.m_pxIncoming == &second);
+    EXPECT_TRUE(missing.m_sType == -87 && missing.m_pxContext == pContext);
+    EXPECT_TRUE(required.m_sObjectType == 2 && required.m_sPropertyType == 147);
+    EXPECT_EQ(EXMissingSemanticHandler(152).m_sType, 152);
+}
+
+TEST(EXBaseTest, ThrowUnexpectedNamesTheUnitAndTheCurrentLineAndCopiesKeepThem) {
+    const ZVTString file("ModelCore/ZVFWMC/EXBaseTest");
+    EXUnexpected copy("", "");
+    const long expectedLine = __LINE__ + 2;
+    try {
+        MC_THROW_UNEXPECTED(file);
+    } catch (const EXUnexpected& e) {
+        copy = e;
+    }
+    EXPECT_EQ(copy.m_xFile, "ModelCore/ZVFWMC/EXBaseTest");
+    EXPECT_EQ(copy.m_xLine, ZVTString(expectedLine, 10));
+    EXPECT_EQ(copy.GetExceptionCode(), 13);
+}
+
+}  // namespace

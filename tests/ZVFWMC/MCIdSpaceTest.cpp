@@ -1,0 +1,95 @@
+// Covers id spaces: the counter rules (registration moves it, removal and reset never
+// lower it, the 32-bit limit), duplicate resolution, and removal from the table.
+
+#include "ModelCore/ZVFWMC/MCIdSpace.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+#include "ModelCore/ZVFWMC/EXBase.h"
+
+namespace {
+
+// Distinct stand-ins for objects; the space only stores and compares the pointers.
+alignas(16) char c_acSlots[4][16];
+MCObject* const a = reinterpret_cast<MCObject*>(c_acSlots[0]);
+MCObject* const b = reinterpret_cast<MCObject*>(c_acSlots[1]);
+MCObject* const c = reinterpret_cast<MCObject*>(c_acSlots[2]);
+
+// The table for ids 1..last as one letter per id, '-' where nothing is registered.
+std::string Contents(const MCIdSpace& space, long last) {
+    std::string text;
+    for (long id = 1; id <= last; ++id) {
+        MCObject* p = space.ResolveId(id);
+        text += p == nullptr ? '-' : p == a ? 'a' : p == b ? 'b' : p == c ? 'c' : '?';
+    }
+    return text;
+}
+
+TEST(MCIdSpaceTest, CounterRules) {
+    const struct {
+        const char* m_pcName;
+        long m_lLastId;
+        std::function<void(MCIdSpace&)> m_xPrepare;
+        long m_lExpectedNext;
+    } cases[] = {
+        {"fresh space", 0, [](MCIdSpace&) {}, 1},
+        {"ids follow one another", 0, [](MCIdSpace& s) { EXPECT_EQ(s.RequestId(), 1); }, 2},
+        {"given last id", 100, [](MCIdSpace&) {}, 101},
+        {"registering above moves it", 3, [](MCIdSpace& s) { s.RegisterPointer(500, a); }, 501},
+        {"registering below leaves it", 3, [](MCIdSpace& s) { s.RegisterPointer(2, a); }, 4},
+        {"removing the last id does not free it", 4,
+         [](MCIdSpace& s) { s.RegisterPointer(5, a), s.RemoveId(5); }, 6},
+        {"reset keeps it", 4, [](MCIdSpace& s) { s.RegisterPointer(5, a), s.Reset(); }, 6},
+    };
+    for (const auto& testCase : cases) {
+        SCOPED_TRACE(testCase.m_pcName);
+        MCIdSpace space(testCase.m_lLastId);
+        testCase.m_xPrepare(space);
+        EXPECT_EQ(space.RequestId(), testCase.m_lExpectedNext);
+    }
+}
+
+TEST(MCIdSpaceTest, ADuplicateResolutionThrowsAndLeavesTheSpaceUnchanged) {
+    MCIdSpace space(3);
+    space.RegisterPointer(7, a);
+    EXPECT_NO_THROW(space.RegisterPointer(7, a));
+    try {
+        space.RegisterPointer(7, b);
+        ADD_FAILURE() << "nothing thrown";
+    } catch (const EXDuplicateResolution& e) {
+        EXPECT_EQ(e.m_pxExisting, static_cast<void*>(a));
+        EXPECT_EQ(e.m_pxIncoming, static_cast<void*>(b));
+    }
+    EXPECT_EQ(Contents(space, 8), "------a-");
+    EXPECT_EQ(space.RequestId(), 8);
+}
+
+TEST(MCIdSpaceTest, RemoveAndResetTouchOnlyTheTable) {
+    MCIdSpace space;
+    for (long id : {1, 2, 4})
+        space.RegisterPointer(id, id == 2 ? b : a);
+    for (long id : {2, 3, 42})
+        space.RemoveId(id);
+    EXPECT_EQ(Contents(space, 5), "a--a-");
+    space.RegisterPointer(2, c);  // a removed id may come back from outside
+    EXPECT_EQ(Contents(space, 5), "ac-a-");
+    space.Reset();
+    EXPECT_EQ(Contents(space, 5), "-----");
+}
+
+TEST(MCIdSpaceTest, IdsNeverGoPastThirtyTwoBits) {
+    MCIdSpace space(0x7FFFFFFE);
+    EXPECT_EQ(space.RequestId(), 0x7FFFFFFF);
+    EXPECT_THROW(space.RequestId(), EXUnexpected);
+    EXPECT_THROW(space.RequestId(), EXUnexpected);  // the failed request must not have wrapped the counter
+    if (sizeof(long) > 4) {
+        const long tooWide = 0x7FFFFFFFL + 1;
+        EXPECT_THROW(space.RegisterPointer(tooWide, a), EXUnexpected);
+        EXPECT_EQ(space.ResolveId(tooWide), nullptr);
+    }
+}
+
+}  // namespace

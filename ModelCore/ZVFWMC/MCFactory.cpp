@@ -1,0 +1,3 @@
+#include "ModelCore/ZVFWMC/MCFactory.h"
+
+MCFactory::~MCFactory() = default;

@@ -1,0 +1,192 @@
+#ifndef MCFACTORYREGISTRY_H
+#define MCFACTORYREGISTRY_H
+
+#include <cstdint>
+
+#include "foundation/ZVTBoolean.h"
+#include "foundation/ZVTExport.h"
+#include "foundation/ZVTString.h"
+#include "foundation/ZVTVector.h"
+
+class MCFactory;
+class MCMetaInfoI;
+class MCObject;
+
+/// A property that an object type declares, with the clip value that decides how the property
+/// travels when a selection is copied. Two usages are equal when their property codes are.
+struct MODELCORE_API MCPropertyUsage {
+    MCPropertyUsage() = default;
+    MCPropertyUsage(short propertyType, std::uint32_t clip) : m_sPropertyType(propertyType), m_uClip(clip) {}
+
+    bool operator==(const MCPropertyUsage& other) const { return m_sPropertyType == other.m_sPropertyType; }
+    bool operator!=(const MCPropertyUsage& other) const { return !(*this == other); }
+
+    short m_sPropertyType = 0;
+    std::uint32_t m_uClip = 0x2000;
+};
+
+/// The process-wide table of every object and property type the running system knows.
+///
+/// A type is a `short` code: positive for the host's and the core's fixed types, negative for
+/// user-defined properties, 0 for none. Types may be registered in any order; a subtype or an
+/// ownee registered before the type it names waits in a pending table until that type comes.
+/// Every operation is static. Registering calls create the singleton on first use; all other
+/// calls answer false, 0 or a null string while it does not exist. Nothing here throws for bad
+/// input: a refused registration answers false and changes nothing.
+class MODELCORE_API MCFactoryRegistry {
+public:
+    /// 32-bit clip value of a property usage: a set of the bits 1 (follow), 2 (depend) and
+    /// 4 (follow under conversion), or one of the two markers below.
+    using clip_reference = std::uint32_t;
+
+    /// The answer of GetClipFlag for an undeclared pair.
+    static constexpr clip_reference clipNoUsage = 0x1000;
+    /// The clip value of a usage declared without a decision.
+    static constexpr clip_reference clipUndecided = 0x2000;
+
+    /// Bits of the type flag word. The values are stored in models: they must not change.
+    static constexpr unsigned long flagObject = 0x0001;
+    static constexpr unsigned long flagProperty = 0x0002;
+    static constexpr unsigned long flagCore = 0x0004;
+    static constexpr unsigned long flagUser = 0x0008;
+    static constexpr unsigned long flagFirstOff = 0x0010;
+    static constexpr unsigned long flagFirstOn = 0x0020;
+    static constexpr unsigned long flagAbstract = 0x0100;
+    static constexpr unsigned long flagConcrete = 0x0200;
+    static constexpr unsigned long flagAlias = 0x0400;
+    static constexpr unsigned long flagWithInherited = 0x0800;
+    static constexpr unsigned long flagSecondOff = 0x1000;
+    static constexpr unsigned long flagSecondOn = 0x2000;
+    static constexpr unsigned long flagItemFlag100 = 0x4000;
+    static constexpr unsigned long flagPreFetch = 0x8000;
+
+    /// Selection groups of the query masks: a type passes a mask when, in every group the
+    /// query tests, the type and the mask share a bit.
+    static constexpr unsigned long groupKind = flagObject | flagProperty;
+    static constexpr unsigned long groupOrigin = flagCore | flagUser;
+    static constexpr unsigned long groupFirst = flagFirstOff | flagFirstOn;
+    static constexpr unsigned long groupTypeKind = flagAbstract | flagConcrete | flagAlias;
+    static constexpr unsigned long groupSecond = flagSecondOff | flagSecondOn;
+
+    /// The singleton, created on first call.
+    static MCFactoryRegistry* GetInstance();
+    /// Deletes the singleton with every entry and factory it owns; a later registering call
+    /// starts an empty registry. Called when the library terminates.
+    static void DeleteInstance();
+
+    // Registering types.
+
+    /// Registers an abstract object type under `supertype` (0 for a root type).
+    static ZVTBoolean RegisterAbstractObject(short code, const ZVTString& name, short supertype);
+    /// Registers a concrete object type; on success the registry owns `factory`.
+    static ZVTBoolean RegisterConcreteObject(short code, const ZVTString& name, short supertype,
+                                             short ownerType, MCFactory* factory, ZVTBoolean first,
+                                             ZVTBoolean second);
+    /// Registers an object type that stands for `concreteType`; the target need not exist yet.
+    static ZVTBoolean RegisterAliasObject(short code, const ZVTString& name, short unused, short concreteType,
+                                          ZVTBoolean first, ZVTBoolean second);
+    /// Registers a concrete property type; on success the registry owns `factory`.
+    static ZVTBoolean RegisterConcreteProperty(short code, const ZVTString& name, MCFactory* factory,
+                                               ZVTBoolean first, ZVTBoolean second, ZVTBoolean preFetch,
+                                               ZVTBoolean itemFlag100);
+    /// Registers a property type that stands for `concreteType`.
+    static ZVTBoolean RegisterAliasProperty(short code, const ZVTString& name, short concreteType,
+                                            ZVTBoolean first, ZVTBoolean second, ZVTBoolean preFetch,
+                                            ZVTBoolean itemFlag100);
+
+    // Relating types.
+
+    /// Adds an owner type to a concrete object type; 0 leaves the owner undefined.
+    static ZVTBoolean AddOwnerType(short code, short ownerType);
+    /// Declares that `objectType` uses `propertyType`; a second declaration keeps the first clip value.
+    static ZVTBoolean AddPropertyUsage(short objectType, short propertyType, clip_reference clip);
+    /// Declares `count` usages from `pairs`: property code, then its clip value (sign-extended).
+    static ZVTBoolean AddPropertyUsages(short objectType, const short* pairs, long count);
+    /// Takes a usage away; true whether or not it was there. `model` is not read.
+    static ZVTBoolean RemovePropertyUsage(short objectType, short propertyType, MCObject* model);
+    /// The clip value of the nearest declaration along the supertypes, or clipNoUsage.
+    static clip_reference GetClipFlag(short objectType, short propertyType);
+    /// Decides an undecided usage of the type itself, once; false when there is none.
+    static ZVTBoolean SetClipFlag(short objectType, short propertyType, clip_reference clip);
+
+    // Facts about one type.
+
+    /// Whether the code is registered; for a negative code with a model, whether that model holds it.
+    static ZVTBoolean IsRegistered(short code, MCObject* model);
+    /// With a model, whether the default name is registered for that model; with none, whether a
+    /// nomenclature of that name exists.
+    static ZVTBoolean IsRegistered(const ZVTString& name, MCObject* model);
+    /// True exactly for negative codes.
+    static ZVTBoolean IsUserDefined(short code) { return code < 0; }
+    /// Whether `ownerType` was added as an owner type of `code`, by exact comparison.
+    static ZVTBoolean IsValidOwner(short code, short ownerType);
+    /// Whether new properties of the type are calculated on read.
+    static ZVTBoolean IsPreFetch(short code);
+    /// Marks a property type as calculated on read (whatever `want` says); existing properties keep their
+    /// flags.
+    static ZVTBoolean SetWantPreFetch(short code, ZVTBoolean want);
+    /// The item size of a concrete type or of an alias of one; message 602 and 0 for an unknown type.
+    static unsigned int GetItemSize(short code);
+    /// Free text attached to a type.
+    static ZVTBoolean SetDefinition(short code, const ZVTString& text);
+    static ZVTBoolean GetDefinition(short code, ZVTString& text);
+
+    // Names.
+
+    /// Adds the type's name in a nomenclature, which comes into being on first use. A type keeps
+    /// its first name per nomenclature: the result tells whether `name` equals the name it has.
+    static ZVTBoolean AddName(short code, const ZVTString& nomenclature, const ZVTString& name);
+    /// The code of `name` in a nomenclature, falling back to the default one; 0 if none. A null
+    /// nomenclature means the default nomenclature "Logical".
+    static short Lookup(const ZVTString& name, ZVTString nomenclature = ZVTString());
+    /// The name of `code` in a nomenclature, falling back to its default name; null if none.
+    static ZVTString Lookup(short code, ZVTString nomenclature = ZVTString());
+    /// Whether a nomenclature of that name exists.
+    static ZVTBoolean ContainsNomenclature(const ZVTString& name);
+    /// The concrete code of an alias (one step only); for any other code, the code itself when
+    /// `keep` is true and 0 when it is false.
+    static short Translate(short code, ZVTBoolean keep);
+
+    // Queries over the table. Result vectors are appended to, never cleared.
+
+    /// Types that pass `mask` in all five groups. flagObject is added to the mask, so object types
+    /// are selected by default; a mask that also names flagProperty selects property types too.
+    /// Alias object types carry no origin bit and never pass.
+    static ZVTBoolean GetObjectTypes(ZVTOrderedVectorT<short>& types, unsigned long mask);
+    /// The property types of a type: 0x10 its own core usages, 0x20 its user-defined ones held by
+    /// `model`, flagWithInherited also those of every supertype up to the root, own ones first.
+    static ZVTBoolean GetPropertyUsages(short objectType, ZVTOrderedVectorT<short>& types, unsigned long mask,
+                                        MCObject* model);
+    /// Property types passing `mask` by kind of type, origin and first pair; user-defined ones
+    /// only for a model that holds them.
+    static ZVTBoolean GetPropertyTypes(ZVTOrderedVectorT<short>& types, unsigned long mask, MCObject* model);
+    /// The object types that declared a usage of `propertyType` (not their subtypes).
+    static ZVTBoolean GetUsingObjectTypes(short propertyType, ZVTOrderedVectorT<short>& types,
+                                          MCObject* model);
+    /// The type flag word of a registered type.
+    static ZVTBoolean GetFlags(short code, unsigned long& flags);
+    /// The supertype of an abstract or concrete object type; 0 for a root or any other type.
+    static short GetSupertype(short code);
+    static ZVTBoolean GetSubtypes(short code, ZVTOrderedVectorT<short>& types);
+    /// The owner type most recently added to a concrete object type.
+    static short GetOwnerType(short code);
+    static ZVTBoolean GetOwnerTypes(short code, ZVTOrderedVectorT<short>& types);
+    static ZVTBoolean GetOwneeTypes(short code, ZVTOrderedVectorT<short>& types);
+
+    /// Hash of the type-code tables: the code sign-extended.
+    static unsigned int HashFactoryKey(const short& code) { return static_cast<unsigned int>(code); }
+    /// Hash of the pointer-keyed tables.
+    static unsigned int HashPointer(MCObject* const& object);
+
+    MCFactoryRegistry(const MCFactoryRegistry&) = delete;
+    MCFactoryRegistry& operator=(const MCFactoryRegistry&) = delete;
+
+private:
+    MCFactoryRegistry();
+    virtual ~MCFactoryRegistry();
+
+    static MCFactoryRegistry* c_pxSingleton;
+    static MCMetaInfoI* c_pxImplementation;
+};
+
+#endif

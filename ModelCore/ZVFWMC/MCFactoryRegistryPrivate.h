@@ -1,0 +1,166 @@
+#ifndef MCFACTORYREGISTRYPRIVATE_H
+#define MCFACTORYREGISTRYPRIVATE_H
+
+// The registry's storage: the entry family and the implementation object. Not installed.
+
+#include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+#include "foundation/ZVTHDict.h"
+#include "foundation/ZVTHSet.h"
+#include "foundation/ZVTSList.h"
+
+class MCMetaInfoObjectEntry;
+class MCMetaInfoAbstractObjectEntry;
+class MCMetaInfoConcreteObjectEntry;
+class MCMetaInfoPropertyEntry;
+class MCMetaInfoAliasPropertyEntry;
+class MCMetaInfoConcreteEntry;
+class MCMetaInfoAliasEntry;
+
+/// A type's name in one nomenclature; id 0 is the default nomenclature.
+struct MCNameTranslation {
+    MCNameTranslation() = default;
+    MCNameTranslation(const ZVTString& name, unsigned short id) : m_xName(name), m_usId(id) {}
+    bool operator==(const MCNameTranslation& other) const {
+        return m_usId == other.m_usId && m_xName == other.m_xName;
+    }
+
+    ZVTString m_xName;
+    unsigned short m_usId = 0;
+};
+
+/// One vocabulary of type names.
+class MCNomenclature {
+public:
+    /// Takes the next nomenclature id when `numbered`; the default nomenclature keeps 0.
+    MCNomenclature(const ZVTString& name, ZVTBoolean numbered);
+
+    ZVTString m_xName;
+    ZVTHDict<ZVTString, short> m_xCodes;
+    unsigned short m_usId = 0;
+
+private:
+    static unsigned short c_usLastId;
+};
+
+/// Root of the entry family. What an entry is follows from its class; the As... queries stand
+/// in for the downcasts so that a look-up pays one virtual call, not a cross-cast.
+class MCMetaInfoEntry {
+public:
+    virtual ~MCMetaInfoEntry();
+    virtual unsigned long GetFlags() const { return m_ulFlags; }
+
+    virtual MCMetaInfoObjectEntry* AsObject() { return nullptr; }
+    virtual MCMetaInfoAbstractObjectEntry* AsAbstractObject() { return nullptr; }
+    virtual MCMetaInfoConcreteObjectEntry* AsConcreteObject() { return nullptr; }
+    virtual MCMetaInfoPropertyEntry* AsProperty() { return nullptr; }
+    virtual MCMetaInfoAliasPropertyEntry* AsAliasProperty() { return nullptr; }
+    virtual MCMetaInfoConcreteEntry* AsConcrete() { return nullptr; }
+    virtual MCMetaInfoAliasEntry* AsAlias() { return nullptr; }
+
+    unsigned long m_ulFlags = 0;
+    ZVTSList<MCNameTranslation> m_xNames;
+    ZVTString m_xDefinition;
+};
+
+/// An object type of any kind: the usages it declares itself, in order of declaration.
+class MCMetaInfoObjectEntry : public MCMetaInfoEntry {
+public:
+    MCMetaInfoObjectEntry* AsObject() override { return this; }
+
+    ZVTOrderedVectorT<MCPropertyUsage> m_xPropertyUsages{10};
+};
+
+/// An object type that has a place in the hierarchy.
+class MCMetaInfoAbstractObjectEntry : public MCMetaInfoObjectEntry {
+public:
+    MCMetaInfoAbstractObjectEntry* AsAbstractObject() override { return this; }
+
+    short m_sSupertype = 0;
+    MCMetaInfoAbstractObjectEntry* m_pxSupertypeEntry = nullptr;
+    ZVTOrderedVectorT<short> m_xSubtypes{1};
+    ZVTOrderedVectorT<short> m_xOwneeTypes{3};
+};
+
+/// What a creatable type adds: its item size and factory (owned by the registry, not here).
+class MCMetaInfoConcreteEntry {
+public:
+    virtual ~MCMetaInfoConcreteEntry();
+
+    unsigned int m_uItemSize = 0;
+    ZVTOrderedVectorT<MCFactory*> m_xFactories{1};
+};
+
+/// What an alias adds: the type it stands for.
+class MCMetaInfoAliasEntry {
+public:
+    virtual ~MCMetaInfoAliasEntry();
+
+    short m_sConcreteType = 0;
+};
+
+class MCMetaInfoConcreteObjectEntry : public MCMetaInfoAbstractObjectEntry, public MCMetaInfoConcreteEntry {
+public:
+    MCMetaInfoConcreteObjectEntry* AsConcreteObject() override { return this; }
+    MCMetaInfoConcreteEntry* AsConcrete() override { return this; }
+
+    short m_sOwnerType = 0;
+    ZVTOrderedVectorT<short> m_xOwnerTypes{1};
+};
+
+class MCMetaInfoAliasObjectEntry : public MCMetaInfoObjectEntry,
+                                   public MCMetaInfoConcreteEntry,
+                                   public MCMetaInfoAliasEntry {
+public:
+    MCMetaInfoConcreteEntry* AsConcrete() override { return this; }
+    MCMetaInfoAliasEntry* AsAlias() override { return this; }
+};
+
+class MCMetaInfoPropertyEntry : public MCMetaInfoEntry {
+public:
+    MCMetaInfoPropertyEntry* AsProperty() override { return this; }
+
+    ZVTOrderedVectorT<short> m_xUsingObjectTypes{5};
+};
+
+class MCMetaInfoConcretePropertyEntry : public MCMetaInfoPropertyEntry, public MCMetaInfoConcreteEntry {
+public:
+    MCMetaInfoConcreteEntry* AsConcrete() override { return this; }
+};
+
+/// A property alias; for a user-defined property also the persistence roots that hold it.
+class MCMetaInfoAliasPropertyEntry : public MCMetaInfoPropertyEntry,
+                                     public MCMetaInfoConcreteEntry,
+                                     public MCMetaInfoAliasEntry {
+public:
+    MCMetaInfoAliasPropertyEntry();
+
+    MCMetaInfoAliasPropertyEntry* AsAliasProperty() override { return this; }
+    MCMetaInfoConcreteEntry* AsConcrete() override { return this; }
+    MCMetaInfoAliasEntry* AsAlias() override { return this; }
+
+    ZVTHSetT<MCObject*> m_xModels;
+};
+
+/// The registry's state. Owns the entries, the nomenclatures and every registered factory.
+class MCMetaInfoI {
+public:
+    MCMetaInfoI();
+    ~MCMetaInfoI();
+    MCMetaInfoI(const MCMetaInfoI&) = delete;
+    MCMetaInfoI& operator=(const MCMetaInfoI&) = delete;
+
+    MCMetaInfoEntry* FindEntry(short code) const;
+    /// The supertype entry of `entry`, resolved through the table and cached on first need.
+    MCMetaInfoAbstractObjectEntry* SupertypeOf(MCMetaInfoAbstractObjectEntry* entry) const;
+    MCNomenclature* FindNomenclature(const ZVTString& name) const;
+
+    ZVTHDict<short, MCMetaInfoEntry*> m_xEntries;
+    ZVTHDict<ZVTString, MCNomenclature*> m_xNomenclatures;
+    MCNomenclature* m_pxDefaultNomenclature = nullptr;
+    long m_lLastUDP = 0;
+    ZVTHSetT<MCFactory*> m_xFactories;
+    ZVTHDict<short, ZVTSList<short>> m_xPendingSubtypes;
+    ZVTHDict<short, ZVTSList<short>> m_xPendingOwnees;
+};
+
+#endif

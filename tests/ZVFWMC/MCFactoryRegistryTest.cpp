@@ -1,0 +1,334 @@
+// The type registry: refusals, flag words, pending supertypes and owners joined in any order,
+// property usages and clip values along the hierarchy, factory ownership and the query masks.
+
+#include <algorithm>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "ModelCore/ZVFWMC/MCFactory.h"
+#include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+#include "support/RegistryTestSupport.h"
+
+using R = MCFactoryRegistry;
+
+namespace {
+
+class MCFactoryRegistryTest : public FreshRegistryTest {};
+
+unsigned long FlagsOf(short code) {
+    unsigned long flags = 0xDEAD;
+    EXPECT_TRUE(R::GetFlags(code, flags)) << "code " << code;
+    return flags;
+}
+
+TEST_F(MCFactoryRegistryTest, EveryQueryAnswersEmptyBeforeTheRegistryExists) {
+    ZVTOrderedVectorT<short> types;
+    unsigned long flags = 7;
+    EXPECT_FALSE(R::GetFlags(1, flags));
+    EXPECT_EQ(flags, 7u);
+    EXPECT_FALSE(R::IsRegistered(1, nullptr));
+    EXPECT_FALSE(R::GetObjectTypes(types, ~0UL));
+    EXPECT_FALSE(R::GetPropertyUsages(1, types, 0x810, nullptr));
+    EXPECT_FALSE(R::AddOwnerType(1, 2));
+    EXPECT_FALSE(R::AddPropertyUsage(1, 2, 0));
+    EXPECT_FALSE(R::AddName(1, "UI", "x"));
+    EXPECT_EQ(R::Lookup(ZVTString("x")), 0);
+    EXPECT_TRUE(R::Lookup(short(1)).IsNull());
+    EXPECT_EQ(R::GetClipFlag(1, 2), R::clipNoUsage);
+    EXPECT_EQ(types.Length(), 0u);
+}
+
+TEST_F(MCFactoryRegistryTest, RefusedRegistrationsChangeNothing) {
+    ASSERT_TRUE(R::RegisterAbstractObject(10, "Element", 0));
+    const unsigned long before = FlagsOf(10);
+    struct Case {
+        const char* what;
+        bool accepted;
+    };
+    const Case cases[] = {
+        {"zero code", R::RegisterAbstractObject(0, "Zero", 0)},
+        {"null name", R::RegisterAbstractObject(11, ZVTString(), 0)},
+        {"name of a nomenclature", R::RegisterAbstractObject(12, "Logical", 0)},
+        {"duplicate abstract", R::RegisterAbstractObject(10, "Again", 0)},
+        {"duplicate concrete",
+         R::RegisterConcreteObject(10, "Again", 0, 0, new CountingFactory(counters), true, true)},
+        {"null factory", R::RegisterConcreteObject(13, "NoFactory", 10, 0, nullptr, false, false)},
+        {"alias to zero", R::RegisterAliasObject(14, "Alias", 0, 0, false, false)},
+        {"alias without name", R::RegisterAliasObject(14, ZVTString(), 0, 10, false, false)},
+        {"alias duplicate", R::RegisterAliasObject(10, "Alias", 0, 10, false, false)},
+        {"property with zero code",
+         R::RegisterConcreteProperty(0, "P", new CountingFactory(counters), 1, 0, 0, 0)},
+        {"property without factory", R::RegisterConcreteProperty(15, "P", nullptr, 1, 0, 0, 0)},
+        {"property duplicate", R::RegisterAliasProperty(10, "P", 87, 1, 0, 0, 0)},
+        {"alias property to zero", R::RegisterAliasProperty(16, "P", 0, 1, 0, 0, 0)},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_FALSE(c.accepted);
+    }
+    EXPECT_EQ(FlagsOf(10), before);
+    EXPECT_EQ(R::Lookup(short(10)), ZVTString("Element"));
+    for (short code : {11, 12, 13, 14, 15, 16})
+        EXPECT_FALSE(R::IsRegistered(code, nullptr)) << code;
+    // A refused factory stays with its maker: the registry never deletes it.
+    R::DeleteInstance();
+    EXPECT_EQ(counters.destroyed, 0);
+    EXPECT_EQ(counters.alive, 2);
+    counters.DeleteAll();
+}
+
+TEST_F(MCFactoryRegistryTest, PropertyNamesMayEqualANomenclature) {
+    EXPECT_TRUE(R::RegisterAliasProperty(200, "Logical", 87, true, false, false, false));
+    EXPECT_FALSE(R::RegisterAbstractObject(201, "Logical", 0));
+}
+
+TEST_F(MCFactoryRegistryTest, FlagWordsFollowTheRegistration) {
+    ASSERT_TRUE(R::RegisterAbstractObject(1, "Root", 0));
+    ASSERT_TRUE(R::RegisterConcreteObject(2, "Thing", 1, 0, new CountingFactory(counters), false, true));
+    ASSERT_TRUE(R::RegisterAliasObject(3, "Nick", 0, 2, true, false));
+    ASSERT_TRUE(
+        R::RegisterConcreteProperty(87, "Integer", new CountingFactory(counters), true, false, false, false));
+    ASSERT_TRUE(
+        R::RegisterConcreteProperty(-5, "Odd", new CountingFactory(counters), false, true, true, true));
+    ASSERT_TRUE(R::RegisterAliasProperty(132, "Id", 87, false, false, false, true));
+    ASSERT_TRUE(R::RegisterAliasProperty(-7, "Udp", 87, true, true, true, false));
+    struct Case {
+        short code;
+        unsigned long flags;
+    };
+    const Case cases[] = {
+        {1, R::flagObject | R::flagAbstract | R::flagFirstOn | R::flagSecondOff | R::flagCore},
+        {2, R::flagObject | R::flagConcrete | R::flagFirstOff | R::flagSecondOn | R::flagCore},
+        {3, R::flagObject | R::flagAlias | R::flagFirstOn | R::flagSecondOff},
+        {87, R::flagProperty | R::flagConcrete | R::flagCore | R::flagFirstOn | R::flagSecondOff},
+        {-5, R::flagProperty | R::flagConcrete | R::flagUser | R::flagFirstOff | R::flagSecondOn |
+                 R::flagPreFetch | R::flagItemFlag100},
+        {132, R::flagProperty | R::flagAlias | R::flagCore | R::flagFirstOff | R::flagSecondOff |
+                  R::flagItemFlag100},
+        {-7,
+         R::flagProperty | R::flagAlias | R::flagUser | R::flagFirstOn | R::flagSecondOn | R::flagPreFetch},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.code);
+        EXPECT_EQ(FlagsOf(c.code), c.flags);
+    }
+    EXPECT_TRUE(R::IsPreFetch(-5));
+    EXPECT_FALSE(R::IsPreFetch(87));
+    EXPECT_FALSE(R::SetWantPreFetch(2, true));   // object types have no calculated values
+    EXPECT_TRUE(R::SetWantPreFetch(87, false));  // sets the flag whatever the argument says
+    EXPECT_TRUE(R::IsPreFetch(87));
+}
+
+// Registers a small hierarchy Root <- Node <- Leaf in a given order of the three calls.
+class HierarchyOrderTest : public FreshRegistryTest,
+                           public ::testing::WithParamInterface<std::vector<int>> {};
+
+TEST_P(HierarchyOrderTest, SupertypesJoinWhateverTheOrder) {
+    for (int step : GetParam()) {
+        switch (step) {
+            case 0:
+                ASSERT_TRUE(R::RegisterAbstractObject(100, "Root", 0));
+                break;
+            case 1:
+                ASSERT_TRUE(R::RegisterAbstractObject(110, "Node", 100));
+                break;
+            case 2:
+                ASSERT_TRUE(
+                    R::RegisterConcreteObject(111, "Leaf", 110, 0, new CountingFactory(counters), 1, 0));
+                break;
+        }
+    }
+    ASSERT_TRUE(R::RegisterAliasProperty(500, "Weight", 87, true, false, false, false));
+    ASSERT_TRUE(R::AddPropertyUsage(100, 500, 4));
+
+    EXPECT_EQ(Codes([](auto& v) { return R::GetSubtypes(100, v); }), (std::vector<short>{110}));
+    EXPECT_EQ(Codes([](auto& v) { return R::GetSubtypes(110, v); }), (std::vector<short>{111}));
+    EXPECT_EQ(R::GetSupertype(111), 110);
+    EXPECT_EQ(R::GetClipFlag(111, 500), 4u);
+    EXPECT_EQ(Codes([](auto& v) { return R::GetPropertyUsages(111, v, 0x810, nullptr); }),
+              (std::vector<short>{500}));
+}
+
+INSTANTIATE_TEST_SUITE_P(AllOrders, HierarchyOrderTest,
+                         ::testing::Values(std::vector<int>{0, 1, 2}, std::vector<int>{0, 2, 1},
+                                           std::vector<int>{1, 0, 2}, std::vector<int>{1, 2, 0},
+                                           std::vector<int>{2, 0, 1}, std::vector<int>{2, 1, 0}));
+
+TEST_F(MCFactoryRegistryTest, OwneesWaitForTheirOwnerAndOwnersMatchExactly) {
+    ASSERT_TRUE(R::RegisterAbstractObject(1, "Root", 0));
+    ASSERT_TRUE(R::RegisterConcreteObject(20, "Attribute", 1, 10, new CountingFactory(counters), 0, 0));
+    ASSERT_TRUE(R::RegisterConcreteObject(21, "Operation", 1, 10, new CountingFactory(counters), 0, 0));
+    ASSERT_TRUE(R::RegisterConcreteObject(10, "Class", 1, 0, new CountingFactory(counters), 0, 0));
+    ASSERT_TRUE(R::RegisterConcreteObject(11, "Interface", 10, 0, new CountingFactory(counters), 0, 0));
+
+    EXPECT_EQ(Codes([](auto& v) { return R::GetOwneeTypes(10, v); }), (std::vector<short>{20, 21}));
+    EXPECT_TRUE(R::IsValidOwner(20, 10));
+    EXPECT_FALSE(R::IsValidOwner(20, 11)) << "a subtype of an owner type is no owner type";
+
+    ASSERT_TRUE(R::AddOwnerType(20, 11));
+    ASSERT_TRUE(R::AddOwnerType(20, 11));  // kept twice, as given
+    EXPECT_EQ(R::GetOwnerType(20), 11);
+    EXPECT_EQ(Codes([](auto& v) { return R::GetOwnerTypes(20, v); }), (std::vector<short>{10, 11, 11}));
+    EXPECT_TRUE(R::IsValidOwner(20, 11));
+
+    // Abstract types collect ownees but cannot report them; only concrete object types have owners.
+    ASSERT_TRUE(R::AddOwnerType(21, 1));
+    ZVTOrderedVectorT<short> none;
+    EXPECT_FALSE(R::GetOwneeTypes(1, none));
+    EXPECT_FALSE(R::AddOwnerType(1, 10));
+    EXPECT_EQ(R::GetOwnerType(1), 0);
+}
+
+TEST_F(MCFactoryRegistryTest, ClipValuesAreDecidedOnceAndInheritedByNearestDeclaration) {
+    ASSERT_TRUE(R::RegisterAbstractObject(1, "Root", 0));
+    ASSERT_TRUE(R::RegisterAbstractObject(2, "Mid", 1));
+    ASSERT_TRUE(R::RegisterAbstractObject(3, "Low", 2));
+    for (short p : {90, 91, 92})
+        ASSERT_TRUE(R::RegisterAliasProperty(p, ZVTString(long(p), 10), 87, 1, 0, 0, 0));
+    ASSERT_TRUE(R::AddPropertyUsage(1, 90, 1));
+    ASSERT_TRUE(R::AddPropertyUsage(2, 90, 2));
+    ASSERT_TRUE(R::AddPropertyUsage(1, 91, R::clipUndecided));
+
+    EXPECT_EQ(R::GetClipFlag(3, 90), 2u) << "the nearest declaration wins";
+    EXPECT_EQ(R::GetClipFlag(1, 90), 1u);
+    EXPECT_EQ(R::GetClipFlag(3, 91), R::clipUndecided);
+    EXPECT_EQ(R::GetClipFlag(3, 92), R::clipNoUsage);
+    EXPECT_EQ(R::GetClipFlag(999, 90), R::clipNoUsage);
+
+    EXPECT_TRUE(R::AddPropertyUsage(1, 91, 4));  // a second declaration keeps the first value
+    EXPECT_EQ(R::GetClipFlag(1, 91), R::clipUndecided);
+    EXPECT_FALSE(R::SetClipFlag(3, 91, 4)) << "only a type's own usage can be decided";
+    EXPECT_TRUE(R::SetClipFlag(1, 91, 4));
+    EXPECT_FALSE(R::SetClipFlag(1, 91, 1)) << "a decided value stays";
+    EXPECT_EQ(R::GetClipFlag(3, 91), 4u);
+
+    EXPECT_FALSE(R::AddPropertyUsage(90, 1, 0)) << "arguments the wrong way round";
+    EXPECT_TRUE(R::RemovePropertyUsage(2, 90, nullptr));
+    EXPECT_EQ(R::GetClipFlag(3, 90), 1u);
+    EXPECT_EQ(Codes([](auto& v) { return R::GetUsingObjectTypes(90, v, nullptr); }), (std::vector<short>{1}));
+    EXPECT_TRUE(R::RemovePropertyUsage(2, 90, nullptr)) << "removing what is not there still answers true";
+}
+
+TEST_F(MCFactoryRegistryTest, UsagePairsWidenTheirClipValueWithItsSign) {
+    ASSERT_TRUE(R::RegisterAbstractObject(1, "Root", 0));
+    ASSERT_TRUE(R::RegisterAliasProperty(50, "A", 87, 1, 0, 0, 0));
+    ASSERT_TRUE(R::RegisterAliasProperty(51, "B", 87, 1, 0, 0, 0));
+    const short pairs[] = {50, -1, 51, 0x2000, 999, 0};
+    EXPECT_TRUE(R::AddPropertyUsages(1, pairs, 3));
+    EXPECT_EQ(R::GetClipFlag(1, 50), 0xFFFFFFFFu);
+    EXPECT_EQ(R::GetClipFlag(1, 51), R::clipUndecided);
+    EXPECT_EQ(Codes([](auto& v) { return R::GetPropertyUsages(1, v, 0x10, nullptr); }),
+              (std::vector<short>{50, 51}));
+}
+
+TEST_F(MCFactoryRegistryTest, FlattenedUsagesComeOwnFirstAndSeeLateDeclarations) {
+    ASSERT_TRUE(R::RegisterAbstractObject(1, "Root", 0));
+    ASSERT_TRUE(R::RegisterAbstractObject(2, "Sub", 1));
+    for (short p : {60, 61, 62})
+        ASSERT_TRUE(R::RegisterAliasProperty(p, ZVTString(long(p), 10), 87, 1, 0, 0, 0));
+    ASSERT_TRUE(R::AddPropertyUsage(1, 60, 0));
+    ASSERT_TRUE(R::AddPropertyUsage(2, 61, 0));
+    ASSERT_TRUE(R::AddPropertyUsage(2, 60, 0));
+
+    EXPECT_EQ(Codes([](auto& v) { return R::GetPropertyUsages(2, v, 0x10, nullptr); }),
+              (std::vector<short>{61, 60}));
+    EXPECT_EQ(Codes([](auto& v) { return R::GetPropertyUsages(2, v, 0x810, nullptr); }),
+              (std::vector<short>{61, 60, 60}))
+        << "a property declared on both levels comes twice";
+    ASSERT_TRUE(R::AddPropertyUsage(1, 62, 0));
+    EXPECT_EQ(Codes([](auto& v) { return R::GetPropertyUsages(2, v, 0x810, nullptr); }),
+              (std::vector<short>{61, 60, 60, 62}));
+    EXPECT_EQ(Codes([](auto& v) { return R::GetPropertyUsages(2, v, 0x800, nullptr); }),
+              std::vector<short>{});
+
+    // Alias object types stand outside the hierarchy and report nothing.
+    ASSERT_TRUE(R::RegisterAliasObject(3, "Nick", 0, 2, true, false));
+    ZVTOrderedVectorT<short> none;
+    EXPECT_FALSE(R::GetPropertyUsages(3, none, 0x810, nullptr));
+    EXPECT_EQ(R::GetSupertype(3), 0);
+}
+
+TEST_F(MCFactoryRegistryTest, QueryMasksNeedABitInEveryTestedGroup) {
+    ASSERT_TRUE(R::RegisterAbstractObject(1, "Root", 0));
+    ASSERT_TRUE(R::RegisterConcreteObject(2, "Thing", 1, 0, new CountingFactory(counters), false, false));
+    ASSERT_TRUE(R::RegisterAliasObject(3, "Nick", 0, 2, true, false));
+    ASSERT_TRUE(R::RegisterConcreteProperty(87, "Integer", new CountingFactory(counters), true, false, 0, 0));
+    ASSERT_TRUE(R::RegisterAliasProperty(132, "Id", 87, false, false, false, false));
+
+    auto objects = [](unsigned long mask) {
+        return SortedCodes([&](auto& v) { return R::GetObjectTypes(v, mask); });
+    };
+    auto properties = [](unsigned long mask) {
+        return SortedCodes([&](auto& v) { return R::GetPropertyTypes(v, mask, nullptr); });
+    };
+    EXPECT_EQ(objects(R::flagConcrete), std::vector<short>{});
+    EXPECT_EQ(objects(~0UL & ~R::flagProperty), (std::vector<short>{1, 2}))
+        << "alias objects carry no origin bit";
+    EXPECT_EQ(objects(~0UL), (std::vector<short>{1, 2, 87, 132})) << "the mask's own kind bits are honoured";
+    EXPECT_EQ(objects(R::flagCore | R::flagFirstOff | R::flagConcrete | R::flagSecondOff),
+              (std::vector<short>{2}));
+    EXPECT_EQ(objects(R::flagCore | R::flagFirstOn | R::flagSecondOff | R::groupTypeKind),
+              (std::vector<short>{1}));
+
+    // For properties the first pair also tells core from user-defined: core answers to FirstOff.
+    EXPECT_EQ(properties(R::flagCore | R::flagFirstOff | R::groupTypeKind), (std::vector<short>{87, 132}));
+    EXPECT_EQ(properties(R::flagCore | R::flagFirstOff | R::flagAlias), (std::vector<short>{132}));
+    EXPECT_EQ(properties(R::flagUser | R::flagFirstOn | R::groupTypeKind), std::vector<short>{});
+}
+
+TEST_F(MCFactoryRegistryTest, FactoriesBelongToTheRegistryOnceAccepted) {
+    ASSERT_TRUE(R::RegisterAbstractObject(1, "Root", 0));
+    ASSERT_TRUE(R::RegisterConcreteObject(2, "Thing", 1, 0, new CountingFactory(counters, 48), 0, 0));
+    ASSERT_TRUE(R::RegisterConcreteProperty(87, "Integer", new CountingFactory(counters, 24), 1, 0, 0, 0));
+    ASSERT_TRUE(R::RegisterAliasProperty(132, "Id", 87, 0, 0, 0, 0));
+    EXPECT_EQ(R::GetItemSize(2), 48u);
+    EXPECT_EQ(R::GetItemSize(132), 24u) << "an alias answers with its concrete type's size";
+    EXPECT_EQ(R::GetItemSize(1), 0u);
+    R::DeleteInstance();
+    EXPECT_EQ(counters.destroyed, 2);
+    EXPECT_EQ(counters.alive, 0);
+}
+
+TEST_F(MCFactoryRegistryTest, UnknownItemSizeIsReportedToTheUser) {
+    ASSERT_TRUE(R::RegisterAbstractObject(1, "Root", 0));
+    ASSERT_TRUE(R::RegisterAliasProperty(133, "Dangling", 77, 0, 0, 0, 0));
+    MessageLog log;
+    EXPECT_EQ(R::GetItemSize(4242), 0u);
+    EXPECT_EQ(R::GetItemSize(133), 0u);  // reported under the translated code
+    EXPECT_EQ(log.Text(), "602(0x10: 4242) 602(0x10: 77)");
+}
+
+TEST_F(MCFactoryRegistryTest, DefinitionsTravelWithAnyEntry) {
+    ZVTString text("untouched");
+    EXPECT_FALSE(R::GetDefinition(1, text));
+    ASSERT_TRUE(R::RegisterAbstractObject(1, "Root", 0));
+    EXPECT_TRUE(R::GetDefinition(1, text));
+    EXPECT_TRUE(text.IsNull());
+    EXPECT_TRUE(R::SetDefinition(1, "the root of all things"));
+    EXPECT_TRUE(R::GetDefinition(1, text));
+    EXPECT_EQ(text, ZVTString("the root of all things"));
+    EXPECT_FALSE(R::SetDefinition(2, "nobody"));
+}
+
+TEST_F(MCFactoryRegistryTest, ASupertypeCycleEndsTheWalkInsteadOfSpinning) {
+    ASSERT_TRUE(R::RegisterAbstractObject(1, "A", 2));
+    ASSERT_TRUE(R::RegisterAbstractObject(2, "B", 1));
+    ASSERT_TRUE(R::RegisterAbstractObject(3, "Self", 3));
+    EXPECT_EQ(R::GetClipFlag(1, 87), R::clipNoUsage);
+    EXPECT_EQ(R::GetClipFlag(3, 87), R::clipNoUsage);
+    ZVTOrderedVectorT<short> usages;
+    EXPECT_TRUE(R::GetPropertyUsages(3, usages, 0x810, nullptr));
+}
+
+TEST_F(MCFactoryRegistryTest, TableGrowsToEveryPositiveCode) {
+    for (int code = 1; code <= 32767; ++code)
+        ASSERT_TRUE(R::RegisterAbstractObject(short(code), ZVTString(long(code), 10), short(code / 2)));
+    EXPECT_EQ(R::GetSupertype(32767), 16383);
+    EXPECT_EQ(R::Lookup(ZVTString("20000")), 20000);
+    ZVTOrderedVectorT<short> all;
+    EXPECT_TRUE(R::GetObjectTypes(all, ~0UL));
+    EXPECT_EQ(all.Length(), 32767u);
+}
+
+}  // namespace

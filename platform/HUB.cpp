@@ -3,6 +3,8 @@
 #include <iostream>
 #include <sstream>
 
+#include "platform/TGT.h"
+
 namespace {
 
 HUBMessageHandler* c_pxMessageHandler = nullptr;
@@ -133,6 +135,7 @@ int HUBMessage::DisplayMessage(unsigned int messageId, const char* text, unsigne
 
 void HUB::Terminate() {
     HUBProductIdent::ClearProductIdent();
+    HUBTargetRegistry::Clear();
     c_pxMessageHandler = nullptr;
 }
 

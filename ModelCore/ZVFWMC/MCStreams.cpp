@@ -1,0 +1,70 @@
+#include "ModelCore/ZVFWMC/MCStreams.h"
+
+#include "ModelCore/ZVFWMC/EXBase.h"
+#include "platform/TGT.h"
+
+namespace {
+
+const ZVTString c_xSourceFile("ModelCore/ZVFWMC/MCStreams");
+
+}  // namespace
+
+MCStream::MCStream(const char* path, ZVTStream::stream_type type, int openMode, int protection)
+    : ZVTStream(path, type, openMode, protection, false),
+      m_pxIdSpace(new MCIdSpace(0)),
+      m_cPendingToken(0),
+      m_bHasPendingToken(false) {}
+
+MCStream::MCStream(std::streambuf& buffer, ZVTStream::stream_type type)
+    : ZVTStream(buffer, type), m_pxIdSpace(new MCIdSpace(0)), m_cPendingToken(0), m_bHasPendingToken(false) {}
+
+MCStream::MCStream(std::iostream& stream, ZVTStream::stream_type type)
+    : ZVTStream(stream, type), m_pxIdSpace(new MCIdSpace(0)), m_cPendingToken(0), m_bHasPendingToken(false) {}
+
+MCStream::MCStream(std::istream& stream, ZVTStream::stream_type type)
+    : ZVTStream(stream, type), m_pxIdSpace(new MCIdSpace(0)), m_cPendingToken(0), m_bHasPendingToken(false) {}
+
+MCStream::~MCStream() = default;
+
+MCIdSpace& MCStream::GetIdSpace() {
+    return *m_pxIdSpace;
+}
+
+ZVTBoolean MCStream::HasPendingToken() const {
+    return m_bHasPendingToken;
+}
+
+ZVTBoolean MCStream::SetPendingToken(char token) {
+    // One token of push-back: a second would silently lose the first.
+    if (m_bHasPendingToken)
+        return false;
+    m_cPendingToken = token;
+    m_bHasPendingToken = true;
+    return true;
+}
+
+char MCStream::GetPendingToken() {
+    m_bHasPendingToken = false;
+    return m_cPendingToken;
+}
+
+MCStream& operator<<(MCStream& stream, tgt_target* pTarget) {
+    stream << (pTarget == nullptr ? ZVTString("") : pTarget->GetTargetName());
+    return stream;
+}
+
+MCStream& operator>>(MCStream& stream, tgt_target*& pTarget) {
+    ZVTString name;
+    stream >> name;
+    if (!stream.fail())
+        pTarget = HUBTargetRegistry::GetTargetFromId(name);
+    return stream;
+}
+
+MCStream& operator<<(MCStream&, MCObject*) {
+    MC_THROW_UNEXPECTED(c_xSourceFile);
+}
+
+MCStream& operator>>(MCStream&, MCObject*&) {
+    MC_THROW_UNEXPECTED(c_xSourceFile);
+}

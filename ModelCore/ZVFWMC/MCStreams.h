@@ -1,0 +1,91 @@
+#ifndef MCSTREAMS_H
+#define MCSTREAMS_H
+
+#include <iosfwd>
+#include <memory>
+
+#include "ModelCore/ZVFWMC/MCIdSpace.h"
+#include "foundation/ZVTBoolean.h"
+#include "foundation/ZVTExport.h"
+#include "foundation/ZVTStream.h"
+
+class MCObject;
+class tgt_target;
+
+/// The channel of every model transfer: a ZVTStream that also carries the transfer's own id space and a
+/// one-token push-back; the stream owns its id space, and no two streams share one.
+class MODELCORE_API MCStream : public ZVTStream {
+public:
+    /// The one-byte tokens of every model format, written with operator<<(char); stored values, they must
+    /// not change.
+    enum token_type : char {
+        tokenProperty = 1,       ///< before each property of an object record and each type of the globals
+        tokenObject = 2,         ///< before each object record
+        tokenRecord = 4,         ///< first byte of a record of the record manager
+        tokenGlobals = 0x11,     ///< start of the global section
+        tokenObjectEnd = 0x12,   ///< end of an object record
+        tokenGlobalsEnd = 0x15,  ///< end of the global section
+        tokenClipHead = 0x20,    ///< first byte of a clip buffer
+        tokenClipEntry0 = 0x21,  ///< before a clip entry of type 0
+        tokenClipEntry1 = 0x22,  ///< before a clip entry of type 1
+        tokenClipEntry2 = 0x23,  ///< before a clip entry of type 2
+        tokenClipLevel = 0x24,   ///< once, before the first entry of level 0 or more
+        tokenClipEnd = 0x25,     ///< last byte of a clip buffer
+        /// Never written; a reader that meets it takes it for the end of the stream.
+        tokenEndMark = static_cast<char>(-1)
+    };
+
+    /// Opens the file at `path` as ZVTStream does (`openMode` in std::ios::openmode bits, `protection`
+    /// handed on).
+    MCStream(const char* path, ZVTStream::stream_type type, int openMode, int protection);
+    /// Works on `buffer`, which must outlive the stream.
+    MCStream(std::streambuf& buffer, ZVTStream::stream_type type);
+    /// Works on `stream`, which must outlive this one.
+    MCStream(std::iostream& stream, ZVTStream::stream_type type);
+    /// Reads from `stream`, which must outlive this one; writes fail.
+    MCStream(std::istream& stream, ZVTStream::stream_type type);
+    /// Destroys the id space with the stream.
+    ~MCStream() override;
+
+    // Brought in so that a scalar written to an MCStream matches the base operator exactly and never meets
+    // the pointer operators below as an equal candidate (`stream << 0` stays an int).
+    using ZVTStream::operator<<;
+    using ZVTStream::operator>>;
+
+    // The map of user-defined type codes (AdoptUDPMap, GetUDPMap, TranslateUDPType) joins here with the
+    // user-defined properties.
+
+    /// The id space that maps ids stored in this stream to the objects made from them; it starts empty.
+    MCIdSpace& GetIdSpace();
+
+    /// True while a token is pushed back.
+    ZVTBoolean HasPendingToken() const;
+    /// Pushes `token` back; when one is already pending, nothing changes and the result is false.
+    ZVTBoolean SetPendingToken(char token);
+    /// Takes the pushed-back token and clears the flag; it does not check the flag, so a second call gives
+    /// the same token again.
+    char GetPendingToken();
+
+private:
+    std::unique_ptr<MCIdSpace> m_pxIdSpace;
+    char m_cPendingToken;
+    ZVTBoolean m_bHasPendingToken;
+};
+
+/// Writes the target's name as a string; a null target writes the empty string.
+MODELCORE_API MCStream& operator<<(MCStream& stream, tgt_target* pTarget);
+/// Reads a name and sets `pTarget` to the registered target of that name, null when none is registered; a
+/// failed read leaves `pTarget` as it was.
+MODELCORE_API MCStream& operator>>(MCStream& stream, tgt_target*& pTarget);
+/// Object pointers are not streamable (a reference travels as the object's id): throws EXUnexpected and
+/// writes nothing.
+MODELCORE_API MCStream& operator<<(MCStream& stream, MCObject* pObject);
+/// Object pointers are not streamable: throws EXUnexpected, reads nothing and leaves `pObject` as it was.
+MODELCORE_API MCStream& operator>>(MCStream& stream, MCObject*& pObject);
+
+/// Refused at compile time: on a plain ZVTStream, as at the end of a chain like `stream << 1L << pTarget`,
+/// the pointer would otherwise go out as a boolean.
+ZVTStream& operator<<(ZVTStream& stream, tgt_target* pTarget) = delete;
+ZVTStream& operator<<(ZVTStream& stream, MCObject* pObject) = delete;
+
+#endif

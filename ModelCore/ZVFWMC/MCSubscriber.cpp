@@ -1,0 +1,424 @@
+#include "ModelCore/ZVFWMC/MCSubscriber.h"
+
+#include <cxxabi.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <set>
+#include <string>
+#include <typeinfo>
+#include <vector>
+
+#include "ModelCore/ZVFWMC/MCEvent.h"
+#include "foundation/ZVTReference.h"
+
+namespace {
+
+// Stale entries are purged in batches once there are more than this many.
+const unsigned int c_nStaleThreshold = 10;
+
+// A list longer than this gets its ordered index; one at or below the lower mark after a clean-up loses
+// it again. The gap keeps a list near the limit from building and dropping it in turn.
+constexpr long c_nIndexAbove = 16;
+constexpr std::size_t c_nUnindexAtOrBelow = 8;
+
+// A stale list that grew for a mass removal is not kept at that size.
+constexpr std::size_t c_nKeptStaleCapacity = 64;
+
+// The only bit of a subscriber type that RemoveSubscriber never clears.
+constexpr unsigned int c_nPermanentType = 4;
+
+// Subscriber addresses are compared through std::less: a total order even for unrelated objects.
+bool Before(const MCSubscriber* pLeft, const MCSubscriber* pRight) {
+    return std::less<const MCSubscriber*>()(pLeft, pRight);
+}
+
+std::string TypeName(const MCSubscriber& rSubscriber) {
+    const char* pcMangled = typeid(rSubscriber).name();
+    int nStatus = 0;
+    char* pcDemangled = abi::__cxa_demangle(pcMangled, nullptr, nullptr, &nStatus);
+    std::string sName = nStatus == 0 && pcDemangled != nullptr ? pcDemangled : pcMangled;
+    std::free(pcDemangled);
+    return sName;
+}
+
+// Writes the part of a dump line that only a model object has: ":\tId: <id>, Name='<name>'", with
+// "<can't find name>" for an object without a name property. MCObject plugs in here; any other
+// subscriber writes nothing.
+void DumpObjectPart(std::ofstream& /*stream*/, MCSubscriber& /*rSubscriber*/) {}
+
+}  // namespace
+
+#if UINTPTR_MAX == 0xFFFFFFFFFFFFFFFFu
+static_assert(sizeof(MCSubscriberReference) <= 24, "a subscription is one small heap node");
+static_assert(sizeof(MCSubject) <= 24, "every object carries a subject");
+#endif
+
+// The ordered index of a long list. It holds every entry, live or stale, ordered like the list, so the
+// predecessor of an entry is its predecessor in the index; and the entries that went stale since the
+// last clean-up, each once (m_bStaleListed), so a clean-up need not walk the list.
+class MCSubject::SubscriberIndex {
+public:
+    struct BySubscriber {
+        using is_transparent = void;
+        bool operator()(const MCSubscriberReference* pLeft, const MCSubscriberReference* pRight) const {
+            return Before(pLeft->GetSubscriber(), pRight->GetSubscriber());
+        }
+        bool operator()(const MCSubscriberReference* pLeft, const MCSubscriber* pRight) const {
+            return Before(pLeft->GetSubscriber(), pRight);
+        }
+        bool operator()(const MCSubscriber* pLeft, const MCSubscriberReference* pRight) const {
+            return Before(pLeft, pRight->GetSubscriber());
+        }
+    };
+    using Order = std::set<MCSubscriberReference*, BySubscriber>;
+
+    // The entry before the one at it, null for the first.
+    MCSubscriberReference* Predecessor(Order::iterator it) const {
+        return it == m_xOrder.begin() ? nullptr : *std::prev(it);
+    }
+
+    MCSubscriberReference* m_pxFirst = nullptr;
+    Order m_xOrder;
+    std::vector<MCSubscriberReference*> m_xStale;
+};
+
+MCSubject::~MCSubject() {
+    RemoveAllSubscribers();
+}
+
+MCSubject::SubscriberIndex* MCSubject::GetIndex() const {
+    return reinterpret_cast<SubscriberIndex*>(m_uSubscribers & ~static_cast<std::uintptr_t>(1));
+}
+
+MCSubscriberReference* MCSubject::First() const {
+    return IsIndexed() ? GetIndex()->m_pxFirst : reinterpret_cast<MCSubscriberReference*>(m_uSubscribers);
+}
+
+void MCSubject::SetFirst(MCSubscriberReference* pEntry) {
+    if (IsIndexed())
+        GetIndex()->m_pxFirst = pEntry;
+    else
+        m_uSubscribers = reinterpret_cast<std::uintptr_t>(pEntry);
+}
+
+void MCSubject::Link(MCSubscriberReference* pBefore, MCSubscriberReference* pEntry) {
+    if (pBefore != nullptr) {
+        pEntry->m_pxNext = pBefore->m_pxNext;
+        pBefore->m_pxNext = pEntry;
+    } else {
+        pEntry->m_pxNext = First();
+        SetFirst(pEntry);
+    }
+}
+
+void MCSubject::Unlink(MCSubscriberReference* pBefore, MCSubscriberReference* pEntry) {
+    if (pBefore != nullptr)
+        pBefore->m_pxNext = pEntry->m_pxNext;
+    else
+        SetFirst(pEntry->m_pxNext);
+}
+
+MCSubscriberReference* MCSubject::Find(MCSubscriber* pSubscriber) const {
+    if (IsIndexed()) {
+        const SubscriberIndex::Order& rOrder = GetIndex()->m_xOrder;
+        auto it = rOrder.find(pSubscriber);
+        return it == rOrder.end() ? nullptr : *it;
+    }
+    for (MCSubscriberReference* pEntry = First(); pEntry != nullptr; pEntry = pEntry->m_pxNext) {
+        if (pEntry->m_pxSubscriber == pSubscriber)
+            return pEntry;
+        if (Before(pSubscriber, pEntry->m_pxSubscriber))
+            break;
+    }
+    return nullptr;
+}
+
+void MCSubject::Revive(MCSubscriberReference& rEntry, unsigned int nType) {
+    if (rEntry.m_nReferenceCount == 0)
+        --m_nStaleEntries;
+    rEntry.AddReference();
+    rEntry.SetSubscriberType(rEntry.m_nSubscriberType | nType);
+}
+
+long MCSubject::Entries() const {
+    if (IsIndexed())
+        return static_cast<long>(GetIndex()->m_xOrder.size());
+    long nEntries = 0;
+    for (MCSubscriberReference* pEntry = First(); pEntry != nullptr; pEntry = pEntry->m_pxNext)
+        ++nEntries;
+    return nEntries;
+}
+
+void MCSubject::AddSubscriber(MCSubscriber* pSubscriber, unsigned int nType) {
+    MCSubjectUser xGuard(*this);
+    if (IsIndexed()) {
+        SubscriberIndex& rIndex = *GetIndex();
+        auto it = rIndex.m_xOrder.lower_bound(pSubscriber);
+        if (it != rIndex.m_xOrder.end() && (*it)->m_pxSubscriber == pSubscriber) {
+            Revive(**it, nType);
+            return;
+        }
+        std::unique_ptr<MCSubscriberReference> pEntry(new MCSubscriberReference(pSubscriber, nType));
+        MCSubscriberReference* pBefore = rIndex.Predecessor(it);
+        rIndex.m_xOrder.insert(it, pEntry.get());
+        Link(pBefore, pEntry.release());
+        return;
+    }
+
+    MCSubscriberReference* pBefore = nullptr;
+    MCSubscriberReference* pEntry = First();
+    long nEntries = 0;
+    for (; pEntry != nullptr; pBefore = pEntry, pEntry = pEntry->m_pxNext, ++nEntries) {
+        if (pEntry->m_pxSubscriber == pSubscriber) {
+            Revive(*pEntry, nType);
+            return;
+        }
+        if (Before(pSubscriber, pEntry->m_pxSubscriber))
+            break;
+    }
+    Link(pBefore, new MCSubscriberReference(pSubscriber, nType));
+    for (; pEntry != nullptr; pEntry = pEntry->m_pxNext)
+        ++nEntries;
+    if (nEntries + 1 > c_nIndexAbove)
+        BuildIndex();
+}
+
+void MCSubject::BuildIndex() {
+    std::unique_ptr<SubscriberIndex> pIndex(new SubscriberIndex);
+    pIndex->m_pxFirst = First();
+    for (MCSubscriberReference* pEntry = pIndex->m_pxFirst; pEntry != nullptr; pEntry = pEntry->m_pxNext) {
+        pIndex->m_xOrder.insert(pIndex->m_xOrder.end(), pEntry);
+        if (pEntry->m_nReferenceCount == 0) {
+            pIndex->m_xStale.push_back(pEntry);
+            pEntry->m_bStaleListed = 1;
+        }
+    }
+    m_uSubscribers = reinterpret_cast<std::uintptr_t>(pIndex.release()) | 1u;
+}
+
+void MCSubject::RemoveSubscriber(MCSubscriber* pSubscriber, unsigned int nType) {
+    MCSubjectUser xGuard(*this);
+    MCSubscriberReference* pEntry = Find(pSubscriber);
+    if (pEntry == nullptr || pEntry->m_nReferenceCount == 0)
+        return;
+    if (pEntry->RemoveReference() == 0) {
+        ++m_nStaleEntries;
+        if (IsIndexed() && !pEntry->m_bStaleListed) {
+            GetIndex()->m_xStale.push_back(pEntry);
+            pEntry->m_bStaleListed = 1;
+        }
+    }
+    pEntry->SetSubscriberType(pEntry->m_nSubscriberType & ~(nType & ~c_nPermanentType));
+}
+
+void MCSubject::RemoveAllSubscribers() {
+    MCSubscriberReference* pEntry = First();
+    while (pEntry != nullptr) {
+        MCSubscriberReference* pNext = pEntry->m_pxNext;
+        delete pEntry;
+        pEntry = pNext;
+    }
+    if (IsIndexed())
+        delete GetIndex();
+    m_uSubscribers = 0;
+    m_nStaleEntries = 0;
+}
+
+unsigned int MCSubject::AddReference() {
+    return ++m_nUsers;
+}
+
+unsigned int MCSubject::RemoveReference() {
+    // Only here, with no walk left on the list, may entries be unlinked.
+    if (--m_nUsers == 0 && m_nStaleEntries > c_nStaleThreshold)
+        CleanUpList();
+    return m_nUsers;
+}
+
+void MCSubject::CleanUpList() {
+    if (!IsIndexed()) {
+        MCSubscriberReference* pBefore = nullptr;
+        MCSubscriberReference* pEntry = First();
+        while (pEntry != nullptr && m_nStaleEntries != 0) {
+            MCSubscriberReference* pNext = pEntry->m_pxNext;
+            if (pEntry->m_nReferenceCount == 0) {
+                Unlink(pBefore, pEntry);
+                delete pEntry;
+                --m_nStaleEntries;
+            } else {
+                pBefore = pEntry;
+            }
+            pEntry = pNext;
+        }
+        m_nStaleEntries = 0;
+        return;
+    }
+
+    SubscriberIndex& rIndex = *GetIndex();
+    for (MCSubscriberReference* pEntry : rIndex.m_xStale) {
+        pEntry->m_bStaleListed = 0;
+        if (pEntry->m_nReferenceCount != 0)
+            continue;  // revived since
+        auto it = rIndex.m_xOrder.find(pEntry);
+        Unlink(rIndex.Predecessor(it), pEntry);
+        rIndex.m_xOrder.erase(it);
+        delete pEntry;
+    }
+    m_nStaleEntries = 0;
+    if (rIndex.m_xStale.capacity() > c_nKeptStaleCapacity)
+        std::vector<MCSubscriberReference*>().swap(rIndex.m_xStale);
+    else
+        rIndex.m_xStale.clear();
+    if (rIndex.m_xOrder.size() <= c_nUnindexAtOrBelow) {
+        MCSubscriberReference* pFirst = rIndex.m_pxFirst;
+        delete &rIndex;
+        m_uSubscribers = reinterpret_cast<std::uintptr_t>(pFirst);
+    }
+}
+
+void MCSubject::NotifySubscribers(MCEvent& rEvent) {
+    // Declared in this order so they are released subject first, event last: the event may die with it.
+    MCEventUser xEventGuard(rEvent);
+    MCSubjectUser xSubjectGuard(*this);
+    // The guard keeps every node in place, so the walk may stand on a node across a Notify that adds or
+    // removes subscribers; the next link is read only after the call.
+    for (MCSubscriberReference* pEntry = First(); pEntry != nullptr; pEntry = pEntry->m_pxNext) {
+        const MCSubscriberReference xEntry(*pEntry);
+        if (xEntry.GetReferenceCount() == 0)
+            continue;
+        if ((xEntry.GetSubscriberType() & rEvent.GetSubscriberType()) == 0)
+            continue;
+        xEntry.GetSubscriber()->Notify(rEvent);
+    }
+}
+
+unsigned int MCSubject::Dump(std::ofstream& stream, long /*level*/) {
+    MCSubjectUser xGuard(*this);
+    for (MCSubscriberReference* pEntry = First(); pEntry != nullptr; pEntry = pEntry->m_pxNext) {
+        if (pEntry->m_nReferenceCount == 0)
+            continue;  // its subscriber may be gone
+        MCSubscriber& rSubscriber = *pEntry->m_pxSubscriber;
+        stream << "\t\t" << TypeName(rSubscriber);
+        DumpObjectPart(stream, rSubscriber);
+        stream << ", RefCnt=" << pEntry->m_nReferenceCount << '\n';
+    }
+    return 0;
+}
+
+MCSubscriber::~MCSubscriber() {
+    ZVTBoolean bDelete = false;
+    // In a destructor this is the base operation, so by itself it finds no subjects.
+    MCSubjectListIter* pSubjects = GetSubjectIterator(bDelete);
+    if (pSubjects == nullptr)
+        return;
+    while (++*pSubjects) {
+        if (MCSubject* pSubject = pSubjects->GetValue())
+            pSubject->RemoveSubscriber(this, 0);
+    }
+    if (bDelete)
+        delete pSubjects;
+}
+
+MCSubjectListIter* MCSubscriber::GetSubjectIterator(ZVTBoolean& bDelete) {
+    bDelete = false;
+    return nullptr;
+}
+
+// The counted cursor behind MCSubscriberListIter: a raw walk over the subject's nodes, stale ones
+// included; the handle skips those.
+class MCiSubscriberListIter : public ZVTIter<MCSubscriberReference*>, public ZVTReference {
+public:
+    MCiSubscriberListIter(MCSubject& rSubject, ZVTFilter<MCSubscriberReference*>* pFilter,
+                          ZVTSorter<MCSubscriberReference*>* pSorter)
+        : ZVTIter<MCSubscriberReference*>(pFilter, pSorter), m_xSubject(rSubject) {
+        Reset(true);
+    }
+
+    ZVTBoolean Next_() override {
+        if (m_lIndex < 0)
+            m_pxCurrent = m_xSubject.First();
+        else if (m_pxCurrent != nullptr)
+            m_pxCurrent = m_pxCurrent->m_pxNext;
+        else
+            return false;
+        if (m_pxCurrent == nullptr)
+            return false;
+        ++m_lIndex;
+        return true;
+    }
+    ZVTBoolean Seek_(long index) override {
+        Rewind_();
+        while (m_lIndex < index)
+            if (!Next_())
+                return false;
+        return index >= 0;
+    }
+    long Entries_() const override { return m_xSubject.Entries(); }
+    long Index_() const override { return m_lIndex; }
+    MCSubscriberReference* Current_() const override { return m_pxCurrent; }
+    void CurrentTo_(MCSubscriberReference*& value) const override { value = m_pxCurrent; }
+    void Rewind_() override {
+        m_pxCurrent = nullptr;
+        m_lIndex = -1;
+    }
+    // Before the first step and past the end there is no entry rather than a read outside the snapshot.
+    MCSubscriberReference* GetBufferValue_(void* pBuffer, long index) const override {
+        if (pBuffer == nullptr || index < 0 || index >= m_lBufferCount)
+            return nullptr;
+        return ZVTIter<MCSubscriberReference*>::GetBufferValue_(pBuffer, index);
+    }
+
+private:
+    MCSubject& m_xSubject;
+    MCSubscriberReference* m_pxCurrent = nullptr;
+    long m_lIndex = -1;
+};
+
+MCSubscriberListIter::MCSubscriberListIter(MCSubject* pSubject, ZVTFilter<MCSubscriberReference*>* pFilter,
+                                           ZVTSorter<MCSubscriberReference*>* pSorter)
+    : MCSubjectUser(*pSubject), m_pxImplementation(new MCiSubscriberListIter(*pSubject, pFilter, pSorter)) {
+    m_pxImplementation->AddReference();
+}
+
+MCSubscriberListIter::MCSubscriberListIter(const MCSubscriberListIter& other)
+    : MCSubjectUser(other), m_pxImplementation(other.m_pxImplementation) {
+    m_pxImplementation->AddReference();
+}
+
+MCSubscriberListIter& MCSubscriberListIter::operator=(const MCSubscriberListIter& other) {
+    // Count the new one first: it may be the one being released.
+    other.m_pxImplementation->AddReference();
+    m_pxImplementation->RemoveReference();
+    m_pxImplementation = other.m_pxImplementation;
+    return *this;
+}
+
+MCSubscriberListIter::~MCSubscriberListIter() {
+    m_pxImplementation->RemoveReference();
+}
+
+long MCSubscriberListIter::GetCount() const {
+    return m_pxImplementation->GetCount();
+}
+
+MCSubscriber* MCSubscriberListIter::GetValue() const {
+    MCSubscriberReference* pEntry = m_pxImplementation->GetValue();
+    return pEntry == nullptr ? nullptr : pEntry->GetSubscriber();
+}
+
+void MCSubscriberListIter::Reset(ZVTBoolean rebuild) {
+    m_pxImplementation->Reset(rebuild);
+}
+
+ZVTBoolean MCSubscriberListIter::operator++() {
+    while (++*m_pxImplementation) {
+        MCSubscriberReference* pEntry = m_pxImplementation->GetValue();
+        if (pEntry != nullptr && pEntry->GetReferenceCount() != 0)
+            return true;
+    }
+    return false;
+}

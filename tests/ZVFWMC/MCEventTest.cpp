@@ -1,0 +1,132 @@
+// Events: construction, the chain with its root subject and its lookup, lifetime by counting, and that a
+// fire-and-forget delivery allocates nothing once warm.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+#include <string>
+
+#include "ModelCore/ZVFWMC/MCEvent.h"
+#include "ModelCore/ZVFWMC/MCSubscriber.h"
+
+#if !defined(__SANITIZE_ADDRESS__)
+// Counts every global allocation of the process, the library's included.
+static long g_nAllocations = 0;
+
+void* operator new(std::size_t nSize) {
+    ++g_nAllocations;
+    if (void* p = std::malloc(nSize == 0 ? 1 : nSize))
+        return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept {
+    std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+    std::free(p);
+}
+#endif
+
+namespace {
+
+class Remover : public MCSubscriber {
+public:
+    void Notify(MCEvent&) override {
+        // Removing and re-adding itself revives its entry: no node is made or freed.
+        m_pxSubject->RemoveSubscriber(this, 1);
+        m_pxSubject->AddSubscriber(this, 1);
+        ++m_nCalls;
+    }
+    MCSubject* m_pxSubject = nullptr;
+    int m_nCalls = 0;
+};
+
+TEST(EventTest, InstantiateStoresItsArgumentsAndStartsUncounted) {
+    const long nBefore = MCEvent::c_nInstanceCount;
+    MCSubject xSubject;
+    const auto* pProperty = reinterpret_cast<const MCProperty*>(&xSubject);  // only compared
+    MCEvent& rEvent = MCEvent::Instantiate(MCEvent::PropertyNulled, &xSubject, 3, pProperty);
+    EXPECT_EQ(rEvent.GetReferenceCount(), 0);
+    EXPECT_EQ(MCEvent::c_nInstanceCount, nBefore + 1);  // alive although nobody holds it
+    EXPECT_EQ(rEvent.GetEventType(), 2);
+    EXPECT_EQ(rEvent.GetSubscriberType(), 3u);
+    EXPECT_EQ(rEvent.GetSubject(), &xSubject);
+    EXPECT_EQ(rEvent.GetRootSubject(), &xSubject);
+    EXPECT_EQ(rEvent.GetProperty(), pProperty);
+    EXPECT_EQ(rEvent.GetChain(nullptr), nullptr);
+    EXPECT_EQ(rEvent.GetHintObject(), nullptr);
+    EXPECT_EQ(rEvent.GetHintPointer(), nullptr);
+    EXPECT_EQ(rEvent.GetHintCode(), 0);
+    { MCEventUser xHolder(rEvent); }
+    EXPECT_EQ(MCEvent::c_nInstanceCount, nBefore);
+}
+
+TEST(EventTest, ChainsFindTheNearestEventAboutASubjectAndKeepTheirCauseAlive) {
+    const long nBefore = MCEvent::c_nInstanceCount;
+    MCSubject s1, s2, s3, sOther;
+    // Caused in the order e1 (s1) -> e2 (s2) -> e3 (s1) -> e4 (s3).
+    MCEventUser x1(MCEvent::Instantiate(MCEvent::SubjectDestroyed, &s1, 7));
+    MCEvent& e1 = x1.GetEvent();
+    MCEvent& e2 = MCEvent::Instantiate(MCEvent::ReferenceCleared, &s2, 2, nullptr, &e1);
+    MCEvent& e3 = MCEvent::Instantiate(MCEvent::ReferenceCleared, &s1, 2, nullptr, &e2);
+    MCEventUser x4(MCEvent::Instantiate(MCEvent::ReferenceCleared, &s3, 2, nullptr, &e3));
+    MCEvent& e4 = x4.GetEvent();
+
+    const struct {
+        MCEvent* pxFrom;
+        MCSubject* pxSubject;
+        MCEvent* pxExpected;
+    } axCases[] = {
+        {&e4, nullptr, &e3},     {&e4, &s1, &e3},     {&e4, &s2, &e2},
+        {&e3, &s1, &e1},         {&e4, &s3, nullptr},  // its own subject is not compared
+        {&e4, &sOther, nullptr}, {&e1, &s1, nullptr},
+    };
+    for (const auto& rCase : axCases) {
+        SCOPED_TRACE(testing::Message() << "case " << (&rCase - axCases));
+        EXPECT_EQ(rCase.pxFrom->GetChain(rCase.pxSubject), rCase.pxExpected);
+    }
+    EXPECT_EQ(e4.GetRootSubject(), &s1);
+    EXPECT_EQ(e2.GetRootSubject(), &s1);
+
+    // Letting go of the first cause keeps it alive as long as the chain holds it.
+    x1 = MCEventUser(e4);
+    EXPECT_EQ(MCEvent::c_nInstanceCount - nBefore, 4);
+}
+
+TEST(EventTest, ChainsDieWithTheirLastHolder) {
+    const long nBefore = MCEvent::c_nInstanceCount;
+    MCSubject xSubject;
+    {
+        MCEvent& rCause = MCEvent::Instantiate(MCEvent::SubjectDestroyed, &xSubject, 7);
+        xSubject.NotifySubscribers(
+            MCEvent::Instantiate(MCEvent::ReferenceCleared, &xSubject, 2, nullptr, &rCause));
+    }
+    EXPECT_EQ(MCEvent::c_nInstanceCount, nBefore);
+}
+
+TEST(EventTest, FireAndForgetAllocatesNothingOnceWarm) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "sanitizer builds give every event its own heap block";
+#else
+    MCSubject xSubject;
+    Remover xRemover;
+    xRemover.m_pxSubject = &xSubject;
+    xSubject.AddSubscriber(&xRemover, 1);
+    auto Fire = [&xSubject] {
+        MCEvent& rCause = MCEvent::Instantiate(MCEvent::SubjectDestroyed, &xSubject, 7);
+        xSubject.NotifySubscribers(
+            MCEvent::Instantiate(MCEvent::PropertySet, &xSubject, 1, nullptr, &rCause));
+    };
+    Fire();
+    const long nBefore = g_nAllocations;
+    for (int i = 0; i < 100; ++i)
+        Fire();
+    EXPECT_EQ(std::to_string(g_nAllocations - nBefore) + " allocations, " +
+                  std::to_string(xRemover.m_nCalls) + " calls",
+              "0 allocations, 101 calls");
+    xSubject.RemoveSubscriber(&xRemover, 1);
+#endif
+}
+
+}  // namespace

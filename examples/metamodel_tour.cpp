@@ -1,6 +1,7 @@
 // A host registers the metamodel of a small class-diagram tool and prints what the library knows
 // about it: the hierarchy, owners, flattened properties with their clip values, and the names
-// the user interface shows. Objects of these types arrive with the object store.
+// the user interface shows. Then it builds a few generic objects, edits them through accessors and
+// prints what an observer hears.
 
 #include <algorithm>
 #include <cstdio>
@@ -114,6 +115,57 @@ void PrintType(short code) {
     }
 }
 
+// Prints each event it hears as one line.
+class PrintingObserver : public MCSubscriber {
+public:
+    void Notify(MCEvent& event) override {
+        auto* object = static_cast<MCObject*>(event.GetSubject());
+        ZVTString name;
+        object->GetPropertyString(147, name);
+        switch (event.GetEventType()) {
+            case MCEvent::PropertySet:
+                std::printf("  object %ld (%s): property %s set\n", object->GetId(), name.data(),
+                            Name(event.GetProperty()->GetType()).c_str());
+                break;
+            case MCEvent::PropertyNulled:
+                std::printf("  object %ld (%s): property %s nulled\n", object->GetId(), name.data(),
+                            Name(event.GetProperty()->GetType()).c_str());
+                break;
+            case MCEvent::SubjectDestroyed:
+                std::printf("  object %ld (%s) goes\n", object->GetId(), name.data());
+                break;
+            default:
+                break;
+        }
+    }
+};
+
+void EditSomeObjects() {
+    std::printf("\nA few generic objects, watched by an observer:\n");
+    PrintingObserver observer;
+    auto* root = static_cast<MCObject*>(
+        MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, nullptr, nullptr, nullptr));
+    root->AddSubscriber(&observer, MCEvent::subscriberObserver);
+    MCSPropertyAccessorT<ZVTString> name(ZVTString("root"));
+    root->SetProperty(147, name, MCPropertyAccessor::accessAdd);
+    for (long i = 1; i <= 3; ++i) {
+        auto* child = static_cast<MCObject*>(
+            MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, root, nullptr, nullptr));
+        child->AddSubscriber(&observer, MCEvent::subscriberObserver);
+        MCSPropertyAccessorT<ZVTString> childName(ZVTString(("child " + std::to_string(i)).c_str()));
+        child->SetProperty(147, childName, MCPropertyAccessor::accessAdd);
+        MCSPropertyAccessorT<long> weight(i * 10);
+        child->SetProperty(87, weight, MCPropertyAccessor::accessAdd);
+        // The same value again changes nothing and tells nobody.
+        child->SetProperty(87, weight, MCPropertyAccessor::accessAdd);
+    }
+    MCSPropertyAccessorT<long> nothing;
+    root->GetFirstOwnee()->NullProperty(87, nothing);
+    std::printf("  root %ld owns %ld objects; ids resolve: %s\n", root->GetId(), root->GetOwneeCount(),
+                MCObject::ResolveId(root->GetId()) == root ? "yes" : "no");
+    root->Expunge(true);
+}
+
 }  // namespace
 
 int main() {
@@ -133,6 +185,7 @@ int main() {
     ZVTOrderedVectorT<short> reportable;
     MCMetaInfo::GetObjectTypes(1, 0, reportable);
     std::printf("%zu types are offered to the user.\n", reportable.Length());
+    EditSomeObjects();
 
     environment.NotifyOfShutdown();
     return 0;

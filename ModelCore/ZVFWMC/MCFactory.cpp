@@ -1,3 +1,180 @@
 #include "ModelCore/ZVFWMC/MCFactory.h"
 
+#include <memory>
+
+#include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCFactoryRegistryPrivate.h"
+#include "ModelCore/ZVFWMC/MCObject.h"
+#include "foundation/ZVTHSet.h"
+#include "platform/HUB.h"
+
+namespace {
+
+const ZVTString c_xSourceFile("ModelCore/ZVFWMC/MCFactory");
+
+}  // namespace
+
 MCFactory::~MCFactory() = default;
+
+void MCFactory::ThrowWrongOwner() {
+    MC_THROW_UNEXPECTED(c_xSourceFile);
+}
+
+ZVTBoolean MCFactory::IsOfOwnerType(short code, MCObject* owner) {
+    ZVTOrderedVectorT<short> ownerTypes;
+    if (!MCFactoryRegistry::GetOwnerTypes(code, ownerTypes))
+        return false;
+    for (size_t i = 0; i < ownerTypes.Length(); ++i) {
+        if (owner->IsType(ownerTypes[i], MCItem::rttiDerived))
+            return true;
+    }
+    return false;
+}
+
+MCItem* MCFactory::FindExisting(short code, MCObject* owner) {
+    if (owner == nullptr)
+        return nullptr;
+    // Nulled ones too: an embedded property stays in its set when nulled, and setting it again must
+    // reuse it rather than make a second one.
+    return const_cast<MCProperty*>(owner->FindProperty(code, true));
+}
+
+MCFactoryContext::~MCFactoryContext() = default;
+
+ZVTBoolean MCFactoryContext::SemanticsNeeded() {
+    return true;
+}
+
+long MCFactoryContext::RequestId() {
+    return 0;
+}
+
+MCIdSpace* MCFactoryContext::GetIdSpace() {
+    return MCObject::GetIdSpace();
+}
+
+void MCFactoryContext::Reset() {
+    for (short& type : m_asAncestorTypes)
+        type = 0;
+    m_xFlags = 0;
+}
+
+void MCFactoryContext::SetFlag(flag which, ZVTBoolean on) {
+    const auto bit = static_cast<unsigned char>(1u << which);
+    m_xFlags = static_cast<unsigned char>(on ? (m_xFlags | bit) : (m_xFlags & ~bit));
+}
+
+MCCreationHook::~MCCreationHook() = default;
+
+MCPoolFactory::MCPoolFactory(unsigned int itemSize, long initialCount) : m_uItemSize(itemSize) {
+    MCFactoryRegistry::RegisterInitialPoolCount(itemSize, initialCount);
+}
+
+unsigned long MCPoolFactory::GetPool() {
+    if (m_ulPool == 0)
+        m_ulPool = MCFactoryRegistry::GetPool(m_uItemSize);
+    return m_ulPool;
+}
+
+// ---------------------------------------------------------------------------------------------
+// The one door of creation: the registry's operations that make items and call into them
+
+namespace {
+
+MCItem* CreationFailed(short requested) {
+    HUBMessageParameter parameter(1, 0x10);
+    parameter.SetString(0, ZVTString(static_cast<long>(requested), 10));
+    HUBInterface::ShowMessage(1, 601, parameter);
+    return nullptr;
+}
+
+// The item flags a new property of `code` takes from its registration.
+unsigned short RegisteredPropertyFlags(MCMetaInfoI* impl, short code) {
+    MCMetaInfoEntry* entry = impl->FindEntry(code);
+    if (!entry)
+        return 0;
+    unsigned short flags = 0;
+    if (entry->GetFlags() & MCFactoryRegistry::flagPreFetch)
+        flags |= MCItem::itemPreFetchType | MCItem::itemPreFetch;
+    if (entry->GetFlags() & MCFactoryRegistry::flagItemFlag100)
+        flags |= MCItem::itemFlag100;
+    return flags;
+}
+
+}  // namespace
+
+MCItem* MCFactoryRegistry::CreateItem(short code, MCObject* owner, MCFactoryContext* context,
+                                      MCObject* /*model*/) {
+    const short requested = code;
+    MCMetaInfoI* impl = c_pxImplementation;
+    if (!impl)
+        return CreationFailed(requested);
+    MCFactoryContext defaultContext;
+    if (!context)
+        context = &defaultContext;
+    code = Translate(code, true);
+    MCMetaInfoEntry* entry = impl->FindEntry(code);
+    if (!entry)
+        return CreationFailed(requested);
+    if (code < 0)
+        return nullptr;
+    MCMetaInfoConcreteEntry* concrete = entry->AsConcrete();
+    if (!concrete || concrete->m_xFactories.IsEmpty())
+        return CreationFailed(requested);
+    MCItem* item = concrete->m_xFactories[0]->CreateItem(requested, owner, context);
+    if (!item)
+        return CreationFailed(requested);
+    item->InvokeCreationSemantics(context);
+    // The entry says what the item is; a cross-cast through MCObject's bases would cost far more.
+    if (entry->GetFlags() & flagProperty) {
+        auto* property = static_cast<MCProperty*>(item);
+        // CreateItem may have given an existing nulled property back: it takes its flags again.
+        if (const unsigned short flags = RegisteredPropertyFlags(impl, requested))
+            owner->SetPropertyFlag(property, flags, true);
+        return item;
+    }
+    auto* object = static_cast<MCObject*>(item);
+    // A hook may remove itself or another: walk a copy.
+    if (!impl->m_xCreationHooks.IsEmpty()) {
+        ZVTSList<MCCreationHook*> hooks = impl->m_xCreationHooks;
+        for (size_t i = 0; i < hooks.Entries(); ++i)
+            hooks.At(i)->ItemCreated(object);
+    }
+    return item;
+}
+
+ZVTBoolean MCFactoryRegistry::HookCreateItem(MCCreationHook& hook, ZVTBoolean add) {
+    MCMetaInfoI* impl = c_pxImplementation;
+    if (!impl)
+        return false;
+    if (!add)
+        return impl->m_xCreationHooks.Remove(&hook);
+    if (impl->m_xCreationHooks.Contains(&hook))
+        return false;
+    impl->m_xCreationHooks.Append(&hook);
+    return true;
+}
+
+ZVTBoolean MCFactoryRegistry::GetInstances(short code, ZVTHTableT<MCObject*>*& table, MCObject* /*model*/) {
+    MCMetaInfoI* impl = c_pxImplementation;
+    return impl && impl->m_xInstances.Find(code, table);
+}
+
+void MCFactoryRegistry::RegisterInstance(MCObject* object, ZVTBoolean add) {
+    MCMetaInfoI* impl = c_pxImplementation;
+    if (!impl)
+        return;
+    ZVTHTableT<MCObject*>** slot = impl->m_xInstances.FindPtr(object->GetType());
+    if (!add) {
+        if (slot)
+            (*slot)->Remove(object);
+        return;
+    }
+    if (!slot) {
+        auto table = std::make_unique<ZVTHTableT<MCObject*>>(HashPointer, 64);
+        impl->m_xInstances.Insert(object->GetType(), table.get());
+        table.release()->Insert(object);
+        return;
+    }
+    (*slot)->Insert(object);
+}

@@ -4,6 +4,7 @@
 
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistryPrivate.h"
+#include "foundation/ZVTHSet.h"
 #include "platform/HUB.h"
 
 namespace {
@@ -12,6 +13,9 @@ const char* const c_pcDefaultNomenclature = "Logical";
 
 unsigned int HashShort(const short& code) {
     return MCFactoryRegistry::HashFactoryKey(code);
+}
+unsigned int HashSize(const unsigned int& size) {
+    return size;
 }
 unsigned int HashFactory(MCFactory* const& factory) {
     return static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(factory));
@@ -74,7 +78,9 @@ MCMetaInfoI::MCMetaInfoI()
       m_xNomenclatures(ZVTString::Hash, 64),
       m_xFactories(HashFactory, 64),
       m_xPendingSubtypes(HashShort, 64),
-      m_xPendingOwnees(HashShort, 64) {
+      m_xPendingOwnees(HashShort, 64),
+      m_xInstances(HashShort, 64),
+      m_xPools(HashSize, 64) {
     m_pxDefaultNomenclature = new MCNomenclature(c_pcDefaultNomenclature, false);
     m_xNomenclatures.Insert(m_pxDefaultNomenclature->m_xName, m_pxDefaultNomenclature);
 }
@@ -82,6 +88,9 @@ MCMetaInfoI::MCMetaInfoI()
 MCMetaInfoI::~MCMetaInfoI() {
     m_xPendingSubtypes.Clear();
     m_xPendingOwnees.Clear();
+    for (ZVTHDictIter<short, ZVTHTableT<MCObject*>*> it(m_xInstances); ++it;)
+        delete it.Value();
+    m_xInstances.Clear();
     for (ZVTHSetIterT<MCFactory*> it(m_xFactories); ++it;)
         delete it.Key();
     m_xFactories.Clear();
@@ -709,4 +718,33 @@ ZVTBoolean MCFactoryRegistry::GetOwnerTypes(short code, ZVTOrderedVectorT<short>
 ZVTBoolean MCFactoryRegistry::GetOwneeTypes(short code, ZVTOrderedVectorT<short>& types) {
     MCMetaInfoConcreteObjectEntry* entry = FindConcreteObjectEntry(c_pxImplementation, code);
     return AppendAll(entry ? &entry->m_xOwneeTypes : nullptr, types);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Pools
+
+ZVTBoolean MCFactoryRegistry::RegisterInitialPoolCount(unsigned int itemSize, long count) {
+    GetInstance();
+    MCPoolRecord record;
+    c_pxImplementation->m_xPools.Find(itemSize, record);
+    record.m_lCount += count;
+    c_pxImplementation->m_xPools.Insert(itemSize, record);
+    return true;
+}
+
+unsigned long MCFactoryRegistry::GetPool(unsigned int itemSize) {
+    MCMetaInfoI* impl = c_pxImplementation;
+    if (!impl)
+        return 0;
+    if (MCPoolRecord* record = impl->m_xPools.FindPtr(itemSize))
+        return record->m_ulPool;
+    impl->m_xPools.Insert(itemSize, MCPoolRecord());
+    return 0;
+}
+
+long MCFactoryRegistry::GetPoolCount(unsigned int itemSize) {
+    MCPoolRecord record;
+    if (!c_pxImplementation || !c_pxImplementation->m_xPools.Find(itemSize, record))
+        return 0;
+    return record.m_lCount;
 }

@@ -8,9 +8,14 @@
 #include "foundation/ZVTString.h"
 #include "foundation/ZVTVector.h"
 
+class MCCreationHook;
 class MCFactory;
+class MCFactoryContext;
+class MCItem;
 class MCMetaInfoI;
 class MCObject;
+template <class T>
+class ZVTHTableT;
 
 /// A property that an object type declares, with the clip value that decides how the property
 /// travels when a selection is copied. Two usages are equal when their property codes are.
@@ -173,6 +178,30 @@ public:
     static ZVTBoolean GetOwnerTypes(short code, ZVTOrderedVectorT<short>& types);
     static ZVTBoolean GetOwneeTypes(short code, ZVTOrderedVectorT<short>& types);
 
+    // --- creation -----------------------------------------------------------------------------------
+
+    /// The one door in: makes an item of `code` (an alias is made by its concrete type's factory and
+    /// keeps the alias's code) under `owner`, runs its creation semantics, gives a property its
+    /// registered flags and tells the creation hooks of an object. `owner` may be null for an object,
+    /// `context` null for a default one; `model` is not read. Null after message 601 when the type is
+    /// unknown, abstract, without a factory, or its factory declines (a property that has a value, an
+    /// owner of no allowed type); null without a message for a concrete type under a negative code.
+    static MCItem* CreateItem(short code, MCObject* owner, MCFactoryContext* context, MCObject* model);
+    /// Adds (`add`) or removes a creation hook, which stays with its maker; false when the registry does
+    /// not exist, when adding a hook that is there or removing one that is not.
+    static ZVTBoolean HookCreateItem(MCCreationHook& hook, ZVTBoolean add);
+    /// The live objects of `code` (by the code of their class) into `table`; false when none was ever
+    /// made. The table stays with the registry and changes as objects come and go.
+    static ZVTBoolean GetInstances(short code, ZVTHTableT<MCObject*>*& table, MCObject* model);
+    /// Adds `count` to the expected number of items of `itemSize` (a new record starts at 1); creates the
+    /// registry if need be.
+    static ZVTBoolean RegisterInitialPoolCount(unsigned int itemSize, long count);
+    /// The pool handle of `itemSize`, entering a record for it; always 0, as items come from the global
+    /// heap.
+    static unsigned long GetPool(unsigned int itemSize);
+    /// The expected number of items of `itemSize`; 0 when there is no record.
+    static long GetPoolCount(unsigned int itemSize);
+
     /// Hash of the type-code tables: the code sign-extended.
     static unsigned int HashFactoryKey(const short& code) { return static_cast<unsigned int>(code); }
     /// Hash of the pointer-keyed tables.
@@ -182,6 +211,11 @@ public:
     MCFactoryRegistry& operator=(const MCFactoryRegistry&) = delete;
 
 private:
+    friend class MCObject;
+
+    // Enters (`add`) or removes an object in the table of live objects of its type.
+    static void RegisterInstance(MCObject* object, ZVTBoolean add);
+
     MCFactoryRegistry();
     virtual ~MCFactoryRegistry();
 

@@ -16,6 +16,13 @@ class MCMetaInfoAliasPropertyEntry;
 class MCMetaInfoConcreteEntry;
 class MCMetaInfoAliasEntry;
 
+/// The bookkeeping of one item size: how many items the factories expect, and a pool handle that
+/// stays 0.
+struct MCPoolRecord {
+    long m_lCount = 1;
+    unsigned long m_ulPool = 0;
+};
+
 /// A type's name in one nomenclature; id 0 is the default nomenclature.
 struct MCNameTranslation {
     MCNameTranslation() = default;
@@ -161,6 +168,11 @@ public:
     ZVTHSetT<MCFactory*> m_xFactories;
     ZVTHDict<short, ZVTSList<short>> m_xPendingSubtypes;
     ZVTHDict<short, ZVTSList<short>> m_xPendingOwnees;
+    // Live objects per type code; the tables are owned, the objects not.
+    ZVTHDict<short, ZVTHTableT<MCObject*>*> m_xInstances;
+    // Expected item counts per item size.
+    ZVTHDict<unsigned int, MCPoolRecord> m_xPools;
+    ZVTSList<MCCreationHook*> m_xCreationHooks;
 };
 
 #endif

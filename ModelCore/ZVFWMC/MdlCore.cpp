@@ -1,8 +1,85 @@
 #include "ModelCore/ZVFWMC/MdlCore.h"
 
+#include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+#include "ModelCore/ZVFWMC/MCGenericObject.h"
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
 #include "ModelCore/ZVFWMC/MCMetaInfo.h"
+#include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
+
+namespace {
+
+// A factory registers itself when it is made; one refused because a host took the code first stays
+// with its maker, here.
+template <class Factory>
+void Keep(Factory* factory) {
+    if (!factory->IsRegistered())
+        delete factory;
+}
+
+template <class P>
+void RegisterValueType(short code, const char* name) {
+    Keep(new MCPropertyFactoryT<P>(code, name, true, false, 10));
+}
+
+struct CoreAlias {
+    short m_sCode;
+    const char* m_pcName;
+    short m_sConcreteType;
+    bool m_bFirst;
+    bool m_bItemFlag100;
+};
+
+// The core's property aliases. Those standing for references become creatable when the reference
+// types join.
+const CoreAlias c_axCoreAliases[] = {
+    {583, "AncestorNameSpace", 89, true, false},
+    {582, "CloneId", 87, true, false},
+    {132, "Id", 87, false, false},
+    {133, "IdSpace", 89, true, false},
+    {147, "Name", 91, true, true},
+    {307, "NameSpaces", 90, false, true},
+    {152, "Parent", 89, true, false},
+    {306, "StringInfoCount", 87, false, false},
+    {303, "StringInfoList", 90, false, true},
+    {305, "StringInfoObject", 89, false, false},
+    {1165, "TypeCode", 87, true, false},
+    {304, "ValidTypeList", 88, true, false},
+};
+
+void RegisterCoreMetamodel() {
+    // Object types. NameSpace (301), StringInfo (302) and AddInHook (27) come before GenericObject once
+    // their classes join.
+    MCMetaInfo::SetFlags(MCGenericObject::c_sType, 5);
+    Keep(new MCObjectFactoryT<MCGenericObject, MCObject>(MCGenericObject::c_sType, "GenericObject", 1, 0, 10,
+                                                         4000, false, false));
+    // The concrete object types above name this supertype before it exists; the pending table joins them.
+    MCFactoryRegistry::RegisterAbstractObject(1, "AbstractObject", 0);
+
+    // Value types. Reference (89) and ReferenceList (90) join between IntegerList and String with their
+    // classes.
+    RegisterValueType<MCSPropertyT<double>>(1036, "Double");
+    RegisterValueType<MCSPropertyT<float>>(85, "Float");
+    RegisterValueType<MCVPropertyT<float>>(86, "FloatList");
+    RegisterValueType<MCSPropertyT<long>>(87, "Integer");
+    RegisterValueType<MCVPropertyT<long>>(88, "IntegerList");
+    RegisterValueType<MCSPropertyT<ZVTString>>(91, "String");
+    RegisterValueType<MCVPropertyT<ZVTString>>(92, "StringList");
+    RegisterValueType<MCSPropertyT<ZvUCObjectId>>(93, "OriginId");
+    RegisterValueType<MCSPropertyT<tgt_target*>>(248, "TargetReference");
+
+    for (const CoreAlias& alias : c_axCoreAliases)
+        MCFactoryRegistry::RegisterAliasProperty(alias.m_sCode, alias.m_pcName, alias.m_sConcreteType,
+                                                 alias.m_bFirst, false, false, alias.m_bItemFlag100);
+}
+
+void RegisterCoreUsages() {
+    // The usages of NameSpace and StringInfo join with their classes.
+    const short abstractObject[] = {1165, 0, 132, 0};
+    MCFactoryRegistry::AddPropertyUsages(1, abstractObject, 2);
+}
+
+}  // namespace
 
 ZVTBoolean MdlCore::m_bInitialized = false;
 
@@ -13,8 +90,9 @@ double MdlCore::GetVersion() {
 void MdlCore::Initialize() {
     if (m_bInitialized)
         return;
-    // The core metamodel, the property converters and the core's property usages
-    // are registered here, in that order, once the core metamodel unit joins.
+    RegisterCoreMetamodel();
+    // Seam: the property converters are registered here once they join.
+    RegisterCoreUsages();
     m_bInitialized = true;
 }
 

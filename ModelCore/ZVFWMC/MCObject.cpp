@@ -1,0 +1,421 @@
+#include "ModelCore/ZVFWMC/MCObject.h"
+
+#include <memory>
+
+#include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCEvent.h"
+#include "ModelCore/ZVFWMC/MCFactory.h"
+#include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+#include "ModelCore/ZVFWMC/MCIdSpace.h"
+#include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
+#include "ModelCore/ZVFWMC/MCVisitor.h"
+
+namespace {
+
+constexpr short c_sAbstractObject = 1;
+constexpr short c_sIdProperty = 132;
+constexpr short c_sStringProperty = 91;
+
+// Whether `address` lies in the `size` bytes at `object`, both ends included; any address for size 0.
+bool IsWithin(const void* object, unsigned int size, const void* address) {
+    if (size == 0)
+        return true;
+    const auto* begin = static_cast<const unsigned char*>(object);
+    const auto* at = static_cast<const unsigned char*>(address);
+    return begin <= at && at <= begin + size;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------------
+// Construction and destruction
+
+MCObject::MCObject(short type, MCFactorySignature& /*signature*/, MCFactoryContext* /*context*/)
+    : MCItem(type), m_pxOwner(nullptr), m_xId(c_sIdProperty, this) {
+    // Seam: the object semantics, property semantics and notifications of AbstractObject are registered
+    // here, unconditionally, once the rule registries join.
+}
+
+MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
+    : MCItem(type), m_pxOwner(owner), m_xId(c_sIdProperty, this) {
+    // Seam: with a context, the rules of AbstractObject (object semantics, notifications, the id
+    // property's semantic) are registered here once the rule registries join.
+    if (owner) {
+        owner->AddOwnedObject(this);
+        AddSubscriber(owner, MCEvent::subscriberOwner);
+    }
+    try {
+        long id = context ? context->RequestId() : 0;
+        MCIdSpace* space = context ? context->GetIdSpace() : nullptr;
+        if (!space)
+            space = GetIdSpace();
+        if (id == 0)
+            id = space->RequestId();
+        MCSPropertyRawAccessorT<long> accessor(id);
+        accessor.SetPropertyValue(&m_xId, this, MCPropertyAccessor::accessAdd);
+        space->RegisterPointer(id, this);
+    } catch (...) {
+        // The members and bases unwind by themselves (the owner's subscription goes with the subject);
+        // the owner's list must not keep a pointer to what never became an object.
+        if (owner)
+            owner->RemoveOwnedObject(this);
+        throw;
+    }
+    MCFactoryRegistry::RegisterInstance(this, true);
+}
+
+MCObject::~MCObject() {
+    MCIdSpace* global = GetIdSpace();
+    // Only our own entry: an id set by hand may name another object's.
+    if (global->ResolveId(GetId()) == this)
+        global->RemoveId(GetId());
+    const unsigned int size = MCFactoryRegistry::GetItemSize(GetType());
+    MCPropertySetIter properties(m_xProperties);
+    while (++properties) {
+        MCProperty* property = properties.GetValue();
+        if (property && !IsWithin(this, size, property))
+            delete property;
+    }
+    MCFactoryRegistry::RegisterInstance(this, false);
+    // Expunge_ has taken this object out of its owner's list; a derived constructor that threw has not.
+    if (m_pxOwner && IsListedBy(m_pxOwner))
+        m_pxOwner->UnlinkOwnee(this);
+}
+
+unsigned int MCObject::Dump(std::ofstream& /*stream*/, long /*level*/) {
+    return 0;
+}
+
+void MCObject::Dump(MCStream& /*stream*/, long /*mode*/, MCDumpableParameter* /*pParameter*/) {}
+
+ZVTBoolean MCObject::InvokeCreationSemantics(MCFactoryContext* context) {
+    if (context && !context->SemanticsNeeded())
+        return false;
+    if (!HasCreationSemantics())
+        return false;
+    // Seam: fires the object semantics in PostCreation mode once they join.
+    return true;
+}
+
+ZVTBoolean MCObject::HasCreationSemantics() const {
+    // Seam: asks the object semantic registry once it joins; until then no type has any.
+    return false;
+}
+
+ZVTBoolean MCObject::IsPersistenceUnit() {
+    return false;
+}
+
+ZVTBoolean MCObject::Unlink(MCObject* /*other*/) {
+    Expunge(true);
+    return true;
+}
+
+ZVTBoolean MCObject::IsType_(short type) const {
+    return type == c_sAbstractObject || MCItem::IsType_(type);
+}
+
+ZVTBoolean MCObject::SetFlag_(unsigned short& /*flag*/, ZVTBoolean /*on*/) {
+    return true;
+}
+
+ZVTBoolean MCObject::SetFlags_(unsigned short& /*flags*/) {
+    return true;
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Identity
+
+void MCObject::SetId(long id) {
+    MCSPropertyRawAccessorT<long> accessor(id);
+    accessor.SetPropertyValue(&m_xId, this, MCPropertyAccessor::accessAdd);
+}
+
+MCIdSpace* MCObject::GetIdSpace() {
+    return &MCIdSpace::Global();
+}
+
+MCObject* MCObject::ResolveId(long id) {
+    return MCIdSpace::Global().ResolveId(id);
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Ownership
+
+MCObject* MCObject::GetOwner(short type, MCItem::rtti how) const {
+    MCObject* owner = m_pxOwner;
+    while (type != 0 && owner && !owner->IsType(type, how))
+        owner = owner->m_pxOwner;
+    return owner;
+}
+
+ZVTBoolean MCObject::IsListedBy(const MCObject* owner) const {
+    return m_pxOwner == owner && m_pxNextSibling != nullptr;
+}
+
+void MCObject::AddOwnedObject(MCObject* object) {
+    if (!object || object->m_pxOwner != this)
+        throw EXNonOwnedObject();
+    if (object->m_pxNextSibling)
+        return;
+    if (!m_pxFirstOwnee) {
+        m_pxFirstOwnee = object;
+        object->m_pxPrevSibling = object->m_pxNextSibling = object;
+        return;
+    }
+    MCObject* last = m_pxFirstOwnee->m_pxPrevSibling;
+    last->m_pxNextSibling = object;
+    object->m_pxPrevSibling = last;
+    object->m_pxNextSibling = m_pxFirstOwnee;
+    m_pxFirstOwnee->m_pxPrevSibling = object;
+}
+
+void MCObject::UnlinkOwnee(MCObject* object) {
+    if (object->m_pxNextSibling == object) {
+        m_pxFirstOwnee = nullptr;
+    } else {
+        object->m_pxPrevSibling->m_pxNextSibling = object->m_pxNextSibling;
+        object->m_pxNextSibling->m_pxPrevSibling = object->m_pxPrevSibling;
+        if (m_pxFirstOwnee == object)
+            m_pxFirstOwnee = object->m_pxNextSibling;
+    }
+    object->m_pxPrevSibling = object->m_pxNextSibling = nullptr;
+}
+
+ZVTBoolean MCObject::RemoveOwnedObject(MCObject* object) {
+    if (!object || !object->IsListedBy(this))
+        return false;
+    UnlinkOwnee(object);
+    return true;
+}
+
+MCObject* MCObject::RemoveFirstOwnee() {
+    MCObject* first = m_pxFirstOwnee;
+    if (first)
+        UnlinkOwnee(first);
+    return first;
+}
+
+void MCObject::DestroyOwnedObject(MCObject*& object) {
+    if (!object)
+        return;
+    if (!object->IsListedBy(this))
+        throw EXNonOwnedObject();
+    object->Expunge(true);
+    object = nullptr;
+}
+
+MCObject* MCObject::GetNextSibling() const {
+    if (!m_pxNextSibling || m_pxNextSibling == m_pxOwner->m_pxFirstOwnee)
+        return nullptr;
+    return m_pxNextSibling;
+}
+
+long MCObject::GetOwneeCount() const {
+    long count = 0;
+    for (MCObject* ownee = m_pxFirstOwnee; ownee; ownee = ownee->GetNextSibling())
+        ++count;
+    return count;
+}
+
+ZVTBoolean MCObject::IsContainedAddress(const void* address) const {
+    return IsWithin(this, MCFactoryRegistry::GetItemSize(GetType()), address);
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Properties
+
+const MCProperty* MCObject::FindProperty(short type, ZVTBoolean withNulled) const {
+    if (type == c_sIdProperty)
+        return &m_xId;
+    MCProperty* property = nullptr;
+    if (!m_xProperties.FindValue(type, property))
+        return nullptr;
+    if (!withNulled && property->GetFlag(itemNulled) && !property->GetFlag(itemPreFetch))
+        return nullptr;
+    return property;
+}
+
+MCProperty* MCObject::FindProperty_(short type, ZVTBoolean withNulled) const {
+    return const_cast<MCProperty*>(FindProperty(type, withNulled));
+}
+
+void MCObject::AddProperty(MCProperty* property) {
+    if (m_xProperties.Contains(property->GetType()))
+        throw EXDuplicateProperty();
+    m_xProperties.Insert(property);
+}
+
+ZVTBoolean MCObject::SetProperty(short type, MCPropertyAccessor& accessor, long flags) {
+    // The object's own search, not a host's override: a change must reach the property that is there.
+    auto* property = const_cast<MCProperty*>(MCObject::FindProperty(type, true));
+    if (!property)
+        property = static_cast<MCProperty*>(MCFactoryRegistry::CreateItem(type, this, nullptr, nullptr));
+    if (!property)
+        return false;
+    return accessor.SetPropertyValue(property, this, flags);
+}
+
+ZVTBoolean MCObject::GetProperty(short type, MCPropertyAccessor& accessor) const {
+    MCProperty* property = FindProperty_(type, true);
+    if (property && property->GetFlag(itemNulled))
+        return false;
+    auto* self = const_cast<MCObject*>(this);
+    if (!property && MCFactoryRegistry::IsPreFetch(type))
+        property = static_cast<MCProperty*>(MCFactoryRegistry::CreateItem(type, self, nullptr, nullptr));
+    if (!property)
+        return false;
+    return accessor.GetPropertyValue(property, self);
+}
+
+ZVTBoolean MCObject::NullProperty(short type, MCPropertyAccessor& accessor) {
+    auto* property = const_cast<MCProperty*>(MCObject::FindProperty(type, true));
+    if (!property)
+        return false;
+    return accessor.NullPropertyValue(property, this);
+}
+
+ZVTBoolean MCObject::NullProperty(MCProperty* property, MCPropertyAccessor* accessor) {
+    if (!property)
+        return false;
+    if (accessor)
+        return accessor->NullPropertyValue(property, this);
+    std::unique_ptr<MCPropertyAccessor> own(property->CreateAccessor());
+    return own->NullPropertyValue(property, this);
+}
+
+void MCObject::NullProperty_(MCProperty* property) {
+    if (!property)
+        return;
+    // Seam: a reference property drops this object's subscription on its targets here once references
+    // join.
+    if (IsContainedAddress(property)) {
+        property->SetFlagRaw(itemNulled, true);
+        return;
+    }
+    m_xProperties.Delete(property->GetType());
+    delete property;
+}
+
+ZVTBoolean MCObject::GetPropertyString(short type, ZVTString& text) const {
+    const MCProperty* property = FindProperty(type, false);
+    if (!property || property->GetFlag(itemNulled))
+        return false;
+    // The concrete type behind an alias, or the type itself for a concrete one.
+    const short concreteType = MCFactoryRegistry::Translate(property->GetType(), true);
+    return GetPropertyString_(type, concreteType, property, text);
+}
+
+ZVTBoolean MCObject::GetPropertyString_(short /*type*/, short concreteType, const MCProperty* property,
+                                        ZVTString& text) const {
+    if (property->GetFlag(itemPreFetch)) {
+        // Seam: the rules calculate the value (CalculateValue) here once property semantics join.
+    }
+    if (concreteType == c_sStringProperty) {
+        auto* typed = dynamic_cast<const MCSPropertyT<ZVTString>*>(property);
+        if (!typed)
+            return false;
+        text = typed->GetValue();
+        return true;
+    }
+    // Seam: other value types are turned into text by the property converters once they join.
+    return false;
+}
+
+ZVTBoolean MCObject::SetPropertyFlag(MCProperty* property, unsigned short flag, ZVTBoolean on) {
+    if (!property || (flag & (itemNulled | itemNL)) != 0)
+        return false;
+    return SetPropertyFlag_(property, flag, on);
+}
+
+ZVTBoolean MCObject::SetPropertyFlag_(MCProperty* property, unsigned short flag, ZVTBoolean on) {
+    unsigned short word = property->GetFlags();
+    if (on) {
+        // A calculated property is never empty.
+        if (flag & itemPreFetch)
+            word = static_cast<unsigned short>(word & ~itemNulled);
+        word = static_cast<unsigned short>(word | flag);
+    } else {
+        word = static_cast<unsigned short>(word & ~flag);
+    }
+    std::unique_ptr<MCPropertyAccessor> accessor(property->CreateRawAccessor());
+    accessor->SetFlags(word);
+    accessor->SetPropertyValue(property, this, MCPropertyAccessor::accessFlags);
+    return true;
+}
+
+void MCObject::ResolveIds(MCIdSpace& space) {
+    MCPropertySetIter properties(m_xProperties);
+    while (++properties) {
+        if (MCProperty* property = properties.GetValue())
+            property->ResolveIds(space, *this, false, nullptr);
+    }
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Visitors
+
+void MCObject::AcceptVisitor(MCVisitor* visitor) {
+    visitor->Visit(this);
+}
+
+void MCObject::VisitProperty(short type, MCVisitor* visitor) {
+    if (MCProperty* property = FindProperty_(type, true))
+        property->AcceptVisitor(visitor);
+}
+
+void MCObject::CreateAndVisitProperty(short type, MCVisitor* visitor) {
+    MCProperty* property = FindProperty_(type, true);
+    if (!property)
+        property = static_cast<MCProperty*>(MCFactoryRegistry::CreateItem(type, this, nullptr, nullptr));
+    if (property)
+        property->AcceptVisitor(visitor);
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Events and the end
+
+void MCObject::Notify(MCEvent& /*event*/) {
+    // Seam: the notification directory reacts here (by default passing the event on to this object's
+    // own subscribers, so that it climbs the owner tree) once it joins.
+}
+
+ZVTBoolean MCObject::Expunge(ZVTBoolean top) {
+    SetFlag(itemExpunging, true);
+    if (!GetFlag(itemTreeExpunge)) {
+        if (IsPersistenceUnit())
+            SetFlag(itemTreeExpunge, true);
+        // Seam: the object semantics fire PreDestructon here once they join; a refusal with `top` true
+        // clears both flags again and keeps the object.
+    }
+    return Expunge_(top);
+}
+
+ZVTBoolean MCObject::Expunge_(ZVTBoolean top) {
+    const ZVTBoolean quietly = GetFlag(itemTreeExpunge);
+    if (!quietly)
+        NotifySubscribers(MCEvent::Instantiate(
+            MCEvent::SubjectDestroyed, this,
+            MCEvent::subscriberOwner | MCEvent::subscriberObserver | MCEvent::subscriberReferenceHolder));
+    // The head each time: an ownee may make or take down siblings while it goes.
+    while (MCObject* ownee = RemoveFirstOwnee()) {
+        ownee->SetFlag(itemTreeExpunge, quietly);
+        ownee->Expunge(false);
+    }
+    // Seam: without itemTreeExpunge the object's own references drop their subscriptions on their
+    // targets here once references join.
+    if (top) {
+        if (MCObject* owner = GetOwner(0, rttiDerived))
+            owner->RemoveOwnedObject(this);
+    }
+    delete this;
+    return true;
+}
+
+ZVTBoolean MCObject::IsExpunging() const {
+    for (const MCObject* object = this; object; object = object->m_pxOwner) {
+        if (object->GetFlag(itemExpunging))
+            return true;
+    }
+    return false;
+}

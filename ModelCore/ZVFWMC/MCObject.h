@@ -1,0 +1,172 @@
+#ifndef MCOBJECT_H
+#define MCOBJECT_H
+
+// Items and objects: what objects and properties share, and the node of the model tree.
+//
+// Ownees are kept as a ring of sibling links inside the objects themselves rather than a list owned by
+// the owner: adding, taking the first and removing any one ownee are O(1) and cost no allocation, which
+// matters to owners of 10^5 objects and to expunging large trees.
+
+#include <iosfwd>
+
+#include "ModelCore/ZVFWMC/MCDebug.h"
+#include "ModelCore/ZVFWMC/MCItem.h"
+#include "ModelCore/ZVFWMC/MCProperty.h"
+#include "ModelCore/ZVFWMC/MCSubscriber.h"
+#include "foundation/ZVTBoolean.h"
+#include "foundation/ZVTExport.h"
+#include "foundation/ZVTString.h"
+
+class MCEvent;
+class MCFactoryContext;
+class MCFactorySignature;
+class MCIdSpace;
+class MCPropertyAccessor;
+class MCVisitor;
+
+/// A node of the model tree: owned by one owner (none for a root), owner of further objects, holder of
+/// typed properties, observable as a subject and observing as a subscriber. Made only through
+/// MCFactoryRegistry::CreateItem and ended only through Expunge; the destructor is protected.
+class MODELCORE_API MCObject : public MCItem, public MCSubscriber, public MCSubject, public MCDumpable {
+public:
+    MCObject(const MCObject&) = delete;
+    MCObject& operator=(const MCObject&) = delete;
+
+    /// Writes a description of the object; object dumps join with the dump unit, until then nothing.
+    unsigned int Dump(std::ofstream& stream, long level) override;
+    /// Writes a report to a model stream; object reports join with the dump unit, until then nothing.
+    void Dump(MCStream& stream, long mode, MCDumpableParameter* pParameter) override;
+
+    /// Runs the creation semantics unless the context declines them or the type has none; true when they
+    /// ran.
+    ZVTBoolean InvokeCreationSemantics(MCFactoryContext* context) override;
+    /// Whether the object roots a unit saved on its own; the base answers false.
+    virtual ZVTBoolean IsPersistenceUnit();
+    /// Host hook to take `other` out of this object; the base expunges this object and answers true.
+    virtual ZVTBoolean Unlink(MCObject* other);
+
+    // --- identity ---------------------------------------------------------------------------------
+
+    /// The id; ids are positive and never reused.
+    long GetId() const { return m_xId.GetValue(); }
+    /// Writes the id property raw; the id spaces are the caller's business.
+    void SetId(long id);
+    /// The process-wide id space of the live model.
+    static MCIdSpace* GetIdSpace();
+    /// The live object under `id` in the global id space, null when none.
+    static MCObject* ResolveId(long id);
+
+    // --- ownership --------------------------------------------------------------------------------
+
+    /// The direct owner for type 0, else the nearest owner above this object that is of `type`; null at
+    /// the root.
+    MCObject* GetOwner(short type, MCItem::rtti how) const;
+    /// Appends `object` to the ownee list. An object stands in at most one list, its own owner's: a
+    /// second add is ignored, the object of another owner is refused with EXNonOwnedObject.
+    void AddOwnedObject(MCObject* object);
+    /// Takes `object` out of the ownee list; false when it was not there.
+    ZVTBoolean RemoveOwnedObject(MCObject* object);
+    /// Expunges an ownee and nulls the pointer, even when the ownee refused to go; EXNonOwnedObject and
+    /// nothing changed when `object` is not an ownee. A null pointer does nothing.
+    void DestroyOwnedObject(MCObject*& object);
+    /// The oldest ownee, null when there is none.
+    MCObject* GetFirstOwnee() const { return m_pxFirstOwnee; }
+    /// The next younger sibling under the same owner, null after the youngest or outside any list.
+    MCObject* GetNextSibling() const;
+    /// The number of ownees; linear in that number.
+    long GetOwneeCount() const;
+    /// True when `address` lies within the object's registered size, both ends included, or for any
+    /// address when the type has no registered size.
+    ZVTBoolean IsContainedAddress(const void* address) const;
+
+    // --- properties -------------------------------------------------------------------------------
+
+    /// The property of `type`, the embedded id property for 132; a nulled one only with `withNulled`,
+    /// a calculated one always. Null when there is none.
+    virtual const MCProperty* FindProperty(short type, ZVTBoolean withNulled) const;
+    /// Moves the property of `type` into `accessor`; false for an absent or nulled property. Reading an
+    /// absent calculated type makes the property.
+    virtual ZVTBoolean GetProperty(short type, MCPropertyAccessor& accessor) const;
+    /// Sets the property of `type` through `accessor` with `flags` (accessAdd, ...), making it on first
+    /// use; false when refused or when the type cannot be made (message 601).
+    ZVTBoolean SetProperty(short type, MCPropertyAccessor& accessor, long flags);
+    /// Nulls the property of `type` through `accessor`; false when there is none or a rule refused.
+    ZVTBoolean NullProperty(short type, MCPropertyAccessor& accessor);
+    /// Nulls `property` through `accessor`, or through its own active accessor when `accessor` is null.
+    ZVTBoolean NullProperty(MCProperty* property, MCPropertyAccessor* accessor);
+    /// The value of the property of `type` as text; false when absent, nulled or not convertible.
+    ZVTBoolean GetPropertyString(short type, ZVTString& text) const;
+    /// Sets or clears item flags of `property` without firing anything; refuses itemNulled and itemNL,
+    /// which belong to the value operations.
+    ZVTBoolean SetPropertyFlag(MCProperty* property, unsigned short flag, ZVTBoolean on);
+    /// The object's property set.
+    const MCPropertySet& GetPropertySet() const { return m_xProperties; }
+    /// Resolves the stored ids of every property through `space`.
+    virtual void ResolveIds(MCIdSpace& space);
+
+    // --- visitors ---------------------------------------------------------------------------------
+
+    /// Lets `visitor` visit this object.
+    virtual void AcceptVisitor(MCVisitor* visitor);
+    /// Lets `visitor` visit the property of `type`, nulled or not, if there is one.
+    void VisitProperty(short type, MCVisitor* visitor);
+    /// The same, making the property first when it is absent.
+    void CreateAndVisitProperty(short type, MCVisitor* visitor);
+
+    // --- events and the end -----------------------------------------------------------------------
+
+    /// Receives the events of the objects this one observes (its ownees, its reference targets).
+    void Notify(MCEvent& event) override;
+    /// Destroys the object and its subtree: the rules may refuse when `top` is true; always true, so
+    /// ResolveId of the old id tells whether it went. Only Expunge_ passes `top` false.
+    ZVTBoolean Expunge(ZVTBoolean top);
+    /// True while this object or any owner above it is being expunged.
+    ZVTBoolean IsExpunging() const;
+    /// Whether the type has creation semantics registered.
+    ZVTBoolean HasCreationSemantics() const;
+
+protected:
+    /// The prototype constructor: no owner, no id, in no table; it only teaches the registries the
+    /// class's rules.
+    MCObject(short type, MCFactorySignature& signature, MCFactoryContext* context);
+    /// The working constructor: enters the owner's list and subscription, takes an id from the context
+    /// or its id space, and enters the table of live objects. EXDuplicateResolution when the id is taken.
+    MCObject(short type, MCObject* owner, MCFactoryContext* context);
+    /// Frees the free properties and leaves the id space and the live-object table; fires nothing.
+    ~MCObject() override;
+
+    /// The destruction without the veto.
+    ZVTBoolean Expunge_(ZVTBoolean top);
+
+    /// Answers true for AbstractObject, the root type of every object.
+    ZVTBoolean IsType_(short type) const override;
+    /// The text of `property` of `type` whose concrete type is `concreteType`.
+    virtual ZVTBoolean GetPropertyString_(short type, short concreteType, const MCProperty* property,
+                                          ZVTString& text) const;
+
+private:
+    friend class MCProperty;
+    friend class MCPropertyAccessor;
+
+    ZVTBoolean SetFlag_(unsigned short& flag, ZVTBoolean on) override;
+    ZVTBoolean SetFlags_(unsigned short& flags) override;
+
+    MCProperty* FindProperty_(short type, ZVTBoolean withNulled) const;
+    void AddProperty(MCProperty* property);
+    void NullProperty_(MCProperty* property);
+    ZVTBoolean SetPropertyFlag_(MCProperty* property, unsigned short flag, ZVTBoolean on);
+    MCObject* RemoveFirstOwnee();
+    void UnlinkOwnee(MCObject* object);
+    ZVTBoolean IsListedBy(const MCObject* owner) const;
+
+    MCObject* m_pxOwner;
+    // The ownee ring: the owner holds the oldest; siblings link both ways, the oldest's previous is the
+    // youngest. Null links mean "in no list".
+    MCObject* m_pxFirstOwnee = nullptr;
+    MCObject* m_pxPrevSibling = nullptr;
+    MCObject* m_pxNextSibling = nullptr;
+    MCPropertySet m_xProperties;
+    MCSPropertyT<long> m_xId;
+};
+
+#endif

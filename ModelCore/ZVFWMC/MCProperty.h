@@ -1,0 +1,262 @@
+#ifndef MCPROPERTY_H
+#define MCPROPERTY_H
+
+// Properties, the typed values an object holds, and the property set inside every object.
+//
+// The value templates are declared here; the members that need the accessor classes (making accessors,
+// reading into one) are defined in MCPropertyAccessor.h. A host that instantiates its own value type
+// includes that header (ModelCore.h does).
+
+#include <fstream>
+
+#include "ModelCore/ZVFWMC/MCItem.h"
+#include "ModelCore/ZVFWMC/MCVisitor.h"
+#include "foundation/ZVTBoolean.h"
+#include "foundation/ZVTExport.h"
+#include "foundation/ZVTSList.h"
+#include "foundation/ZVTString.h"
+#include "foundation/ZvUCId.h"
+
+class MCIdConverter;
+class MCIdSpace;
+class MCPropertyAccessor;
+class MCStream;
+class tgt_target;
+
+/// A typed value held by one object, in a free heap block the object owns or embedded in the object.
+/// Born nulled; made only by its factory, which enters it into its owner's set.
+class MODELCORE_API MCProperty : public MCItem {
+public:
+    /// Writes a description of the property; property dumps join with the dump unit, until then nothing.
+    unsigned int Dump(std::ofstream& stream, long level) override;
+
+    /// Same type, same value class and equal value(s); the flag has no effect and flags are not compared.
+    virtual ZVTBoolean IsEqualTo(const MCProperty& other, ZVTBoolean flag) const;
+    /// The pointer form of the comparison; false for null.
+    virtual ZVTBoolean IsEqualTo(const MCProperty* other, ZVTBoolean flag) const = 0;
+    using MCItem::IsEqualTo;
+
+    /// Writes the flag word; the value classes then write the value unless it is calculated.
+    virtual void SaveTo(MCStream& stream);
+    /// Reads what SaveTo wrote and hands it to `accessor` without touching this property; the value
+    /// reaches only an accessor of this property's class.
+    virtual void RestoreFrom(MCStream& stream, MCPropertyAccessor& accessor);
+    /// Reads the flag word into this property, raw; the value classes then read the value.
+    virtual void RestoreFrom(MCStream& stream);
+    /// Resolves stored ids into objects; plain values have none and answer true.
+    virtual ZVTBoolean ResolveIds(MCIdSpace& space, MCObject& owner, ZVTBoolean flag,
+                                  MCIdConverter* converter);
+    /// Binds stored ids again after a copy; plain values do nothing.
+    virtual void Rebind(MCIdSpace& space, MCObject& owner);
+    /// A new active accessor of this property's class; the caller owns it.
+    virtual MCPropertyAccessor* CreateAccessor() const = 0;
+    /// A new raw accessor of this property's class; the caller owns it.
+    virtual MCPropertyAccessor* CreateRawAccessor() const = 0;
+    /// Lets a visitor of this value kind visit the property; other visitors see nothing.
+    virtual void AcceptVisitor(MCVisitor* visitor) = 0;
+
+    /// MCItem::SetType; the object is not used.
+    void SetType(MCObject* object, short type);
+    using MCItem::SetType;
+    /// Whether the host's temporary flag is set.
+    ZVTBoolean GetTempFlag() const { return GetFlag(itemTemp); }
+
+protected:
+    /// Enters the property into `owner`'s set, nulled; an embedded property takes its registered flags
+    /// here. EXNullOwner without an owner, EXDuplicateProperty when the owner has one of `type`.
+    MCProperty(short type, MCObject* owner);
+    ~MCProperty() override;
+
+private:
+    friend class MCObject;
+    friend class MCPropertyAccessor;
+
+    // SetFlag cannot change the nulled state; SetFlags clears it and cannot clear the calculated state.
+    ZVTBoolean SetFlag_(unsigned short& flag, ZVTBoolean on) override;
+    ZVTBoolean SetFlags_(unsigned short& flags) override;
+};
+
+/// The kind of single-valued properties.
+class MODELCORE_API MCSProperty : public MCProperty {
+protected:
+    MCSProperty(short type, MCObject* owner) : MCProperty(type, owner) {}
+    ~MCSProperty() override;
+};
+
+/// The kind of list-valued properties.
+class MODELCORE_API MCVProperty : public MCProperty {
+protected:
+    MCVProperty(short type, MCObject* owner) : MCProperty(type, owner) {}
+    ~MCVProperty() override;
+};
+
+template <class T>
+class MCSPropertyT;
+template <class T>
+class MCVPropertyT;
+
+/// A visitor of one value type's properties: the list kind in the first slot, the single kind in the
+/// second.
+template <class T>
+class MODELCORE_API MCPropertyVisitorT : public virtual MCVisitor {
+public:
+    virtual void VisitType(MCVPropertyT<T>* property) = 0;
+    virtual void VisitType(MCSPropertyT<T>* property) = 0;
+};
+
+/// A single value of type T. The value belongs to the accessors: SetValue fires nothing.
+template <class T>
+class MODELCORE_API MCSPropertyT : public MCSProperty {
+public:
+    /// A nulled property of `type` entered into `owner`'s set.
+    MCSPropertyT(short type, MCObject* owner) : MCSProperty(type, owner), m_xValue() {}
+
+    /// The stored value; no semantics run, not even for a calculated property.
+    T GetValue() const { return m_xValue; }
+    /// Stores the value and clears itemNulled; no event, no semantics.
+    void SetValue(const T& value) {
+        m_xValue = value;
+        SetFlagRaw(itemNulled, false);
+    }
+
+    ZVTBoolean IsEqualTo(const MCProperty* other, ZVTBoolean flag) const override;
+    using MCProperty::IsEqualTo;
+    void SaveTo(MCStream& stream) override;
+    void RestoreFrom(MCStream& stream, MCPropertyAccessor& accessor) override;
+    void RestoreFrom(MCStream& stream) override;
+    MCPropertyAccessor* CreateAccessor() const override;
+    MCPropertyAccessor* CreateRawAccessor() const override;
+    void AcceptVisitor(MCVisitor* visitor) override;
+
+    /// Public so that an object can embed the property as a member; free ones go through their object.
+    ~MCSPropertyT() override = default;
+
+protected:
+    T m_xValue;
+};
+
+/// A list of values of type T in insertion order; duplicates are allowed.
+template <class T>
+class MODELCORE_API MCVPropertyT : public MCVProperty {
+public:
+    /// A nulled, empty property of `type` entered into `owner`'s set.
+    MCVPropertyT(short type, MCObject* owner) : MCVProperty(type, owner) {}
+
+    /// A copy of the list.
+    ZVTSList<T> GetValue() const { return m_xValues; }
+    /// Replaces the list and clears itemNulled.
+    void SetValue(const ZVTSList<T>& values) {
+        m_xValues = values;
+        SetFlagRaw(itemNulled, false);
+    }
+    /// Appends and clears itemNulled.
+    void AddValue(const T& value) {
+        m_xValues.Append(value);
+        SetFlagRaw(itemNulled, false);
+    }
+    /// Removes the first equal value; an emptied list stays set.
+    void RemoveValue(const T& value) { m_xValues.Remove(value); }
+    /// The number of values.
+    long GetCount() const { return static_cast<long>(m_xValues.Entries()); }
+    /// A new counted cursor on the list, held by `user`, which destroys it.
+    ZVTSListRCIterT<T>* GetIterator(ZVTReferenceUser& user) {
+        auto* iterator = new ZVTSListRCIterT<T>(m_xValues);
+        user = iterator;
+        return iterator;
+    }
+
+    ZVTBoolean IsEqualTo(const MCProperty* other, ZVTBoolean flag) const override;
+    using MCProperty::IsEqualTo;
+    void SaveTo(MCStream& stream) override;
+    void RestoreFrom(MCStream& stream, MCPropertyAccessor& accessor) override;
+    void RestoreFrom(MCStream& stream) override;
+    MCPropertyAccessor* CreateAccessor() const override;
+    MCPropertyAccessor* CreateRawAccessor() const override;
+    void AcceptVisitor(MCVisitor* visitor) override;
+
+    /// Public so that an object can embed the property as a member; free ones go through their object.
+    ~MCVPropertyT() override = default;
+
+protected:
+    ZVTSList<T> m_xValues;
+};
+
+class MCPropertySetIter;
+
+/// The properties of one object in a chain of four-slot segments, tuned for objects with a handful of
+/// properties: a freed slot is reused, segments go only with the set. The set does not own the
+/// properties. At most one property per type; lookups are linear.
+class MODELCORE_API MCPropertySet {
+public:
+    MCPropertySet() = default;
+    /// Frees the segments, not the properties.
+    ~MCPropertySet();
+    MCPropertySet(const MCPropertySet&) = delete;
+    MCPropertySet& operator=(const MCPropertySet&) = delete;
+
+    /// The number of properties.
+    unsigned short GetCount() const { return m_uCount; }
+    /// Puts `property` in the lowest free slot; false, and nothing changed, when one of its type is there.
+    ZVTBoolean Insert(MCProperty* property);
+    /// Frees the slot of `property`; false when it is not in the set.
+    ZVTBoolean Delete(MCProperty* property);
+    /// Frees the slot of the property of `type`; false when there is none.
+    ZVTBoolean Delete(short type);
+    /// The property of `type` into `found`; false, and `found` untouched, when there is none.
+    ZVTBoolean FindValue(short type, MCProperty*& found) const;
+    /// Whether a property of `type` is in the set.
+    ZVTBoolean Contains(short type) const;
+
+private:
+    friend class MCPropertySetIter;
+
+    // Four property slots, then the link to the next segment.
+    static constexpr int c_nSlots = 4;
+
+    static MCProperty** CreateSegment();
+    static void DeleteSegment(MCProperty** segment);
+    MCProperty** FindSlot(short type) const;
+
+    unsigned short m_uCount = 0;
+    MCProperty** m_ppxFirstSegment = nullptr;
+};
+
+/// A cursor over the used slots of a set in slot order. Slot 0 of the first segment is taken as used:
+/// in an object it holds the id property, which never leaves.
+class MODELCORE_API MCPropertySetIter {
+public:
+    /// A cursor before the first property of `set`.
+    explicit MCPropertySetIter(const MCPropertySet& set) : m_pxSet(&set) {}
+
+    /// Steps to the next used slot; false at the end or on an empty set.
+    ZVTBoolean operator++();
+    /// The property in the current slot, null before the first step.
+    MCProperty* GetValue() const { return m_ppxCurrent == nullptr ? nullptr : *m_ppxCurrent; }
+    /// The number of properties in the set.
+    unsigned short GetCount() const { return m_pxSet->GetCount(); }
+    /// Back before the first property.
+    void Reset() {
+        m_ppxCurrent = nullptr;
+        m_uLeft = 0;
+    }
+
+private:
+    friend class MCPropertySet;
+
+    const MCPropertySet* m_pxSet;
+    MCProperty** m_ppxCurrent = nullptr;
+    unsigned short m_uLeft = 0;
+};
+
+// The core's value types are instantiated once, in the library.
+extern template class MCSPropertyT<long>;
+extern template class MCSPropertyT<double>;
+extern template class MCSPropertyT<float>;
+extern template class MCSPropertyT<ZVTString>;
+extern template class MCSPropertyT<ZvUCObjectId>;
+extern template class MCSPropertyT<tgt_target*>;
+extern template class MCVPropertyT<long>;
+extern template class MCVPropertyT<float>;
+extern template class MCVPropertyT<ZVTString>;
+
+#endif

@@ -1,0 +1,109 @@
+#include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
+
+#include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCEvent.h"
+#include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+
+namespace {
+
+// The rules of `type` on `object` in `mode`. Seam: the property semantic registry fires the handler
+// chain of the object's type here once it joins; until then there are no rules and every change goes on.
+MCPropertySemantic::result FireRules(MCPropertySemantic::mode /*mode*/, short /*type*/, MCObject* /*object*/,
+                                     MCProperty* /*property*/, MCPropertySemanticContext* /*context*/) {
+    return MCPropertySemantic::resultContinue;
+}
+
+}  // namespace
+
+MCPropertyAccessor::~MCPropertyAccessor() = default;
+MCVPropertyAccessor::~MCVPropertyAccessor() = default;
+MCPropertySemanticContext::~MCPropertySemanticContext() = default;
+
+MCPropertySemantic::result MCPropertyAccessor::FirePreSemantics(short type, MCObject* object,
+                                                                MCProperty* property,
+                                                                MCPropertySemanticContext* context,
+                                                                ZVTBoolean inherited) {
+    if (!m_bActive)
+        return MCPropertySemantic::resultContinue;
+    return FireRules(inherited ? MCPropertySemantic::InheritedPreEdit : MCPropertySemantic::PreEdit, type,
+                     object, property, context);
+}
+
+MCPropertySemantic::result MCPropertyAccessor::FirePostSemantics(short type, MCObject* object,
+                                                                 MCProperty* property,
+                                                                 MCPropertySemanticContext* context,
+                                                                 ZVTBoolean inherited) {
+    if (!m_bActive)
+        return MCPropertySemantic::resultContinue;
+    return FireRules(inherited ? MCPropertySemantic::InheritedPostEdit : MCPropertySemantic::PostEdit, type,
+                     object, property, context);
+}
+
+void MCPropertyAccessor::Notify(MCObject* object, MCProperty* property, long hintCode, MCObject* hintObject,
+                                void* hintPointer) {
+    if (!m_bActive)
+        return;
+    MCEvent& event = MCEvent::Instantiate(MCEvent::PropertySet, object,
+                                          MCEvent::subscriberOwner | MCEvent::subscriberObserver, property);
+    // Held before the hints are set: a fresh event has no holder yet.
+    MCEventUser holder(event);
+    event.SetHintCode(hintCode);
+    event.SetHintObject(hintObject);
+    event.SetHintPointer(hintPointer);
+    object->NotifySubscribers(event);
+}
+
+ZVTBoolean MCPropertyAccessor::CalculateBeforeRead(MCProperty* property, MCObject* object) {
+    if (!property->GetFlag(MCItem::itemPreFetch))
+        return true;
+    if (!object)
+        return false;
+    FireRules(MCPropertySemantic::CalculateValue, property->GetType(), object, property, nullptr);
+    return true;
+}
+
+ZVTBoolean MCPropertyAccessor::NullPropertyValue(MCProperty* property, MCObject* object) {
+    if (!property)
+        return true;
+    MCActiveAccessor active(this, 0);
+    MCPropertySemanticContext context(&active);
+    if (m_bActive) {
+        if (FireRules(MCPropertySemantic::PreDestructon, property->GetType(), object, property, &context) ==
+            MCPropertySemantic::resultRefused)
+            return false;
+        if (object) {
+            // Subscribers see the property with its value still in place.
+            object->NotifySubscribers(
+                MCEvent::Instantiate(MCEvent::PropertyNulled, object,
+                                     MCEvent::subscriberOwner | MCEvent::subscriberObserver, property));
+        }
+    }
+    if (!object)
+        throw EXNullOwner();
+    object->NullProperty_(property);
+    return true;
+}
+
+void MCPropertyAccessor::CreateAndSet(short type, MCObject* object) {
+    if (MCItem* item = MCFactoryRegistry::CreateItem(type, object, nullptr, nullptr))
+        SetPropertyValue(static_cast<MCProperty*>(item), object, accessReplace);
+}
+
+template class MCSPropertyT<long>;
+template class MCSPropertyT<double>;
+template class MCSPropertyT<float>;
+template class MCSPropertyT<ZVTString>;
+template class MCSPropertyT<ZvUCObjectId>;
+template class MCSPropertyT<tgt_target*>;
+template class MCVPropertyT<long>;
+template class MCVPropertyT<float>;
+template class MCVPropertyT<ZVTString>;
+template class MCSPropertyRawAccessorT<long>;
+template class MCSPropertyRawAccessorT<double>;
+template class MCSPropertyRawAccessorT<float>;
+template class MCSPropertyRawAccessorT<ZVTString>;
+template class MCSPropertyRawAccessorT<ZvUCObjectId>;
+template class MCSPropertyRawAccessorT<tgt_target*>;
+template class MCVPropertyRawAccessorT<long>;
+template class MCVPropertyRawAccessorT<float>;
+template class MCVPropertyRawAccessorT<ZVTString>;

@@ -1,0 +1,5 @@
+#include "ModelCore/ZVFWMC/MCVisitor.h"
+
+MCVisitor::~MCVisitor() = default;
+
+void MCVisitor::Visit(MCObject* /*object*/) {}

@@ -1,0 +1,183 @@
+// Creation through the registry: what the core metamodel holds after initializing, the refusals of
+// CreateItem with message 601, alias codes, per-type property flags, creation hooks, pools and the table
+// of live objects.
+
+#include "support/ModelTestSupport.h"
+#include "support/RegistryTestSupport.h"
+
+namespace {
+
+constexpr short c_sCalculated = 7301;  // a calculated alias of Integer
+constexpr short c_sNegative = -7302;   // a concrete property type under a negative code
+
+class Hook : public MCCreationHook {
+public:
+    Hook(std::string name, std::string& log) : m_sName(std::move(name)), m_rsLog(log) {}
+    void ItemCreated(MCObject* /*object*/) override { m_rsLog += m_sName; }
+
+private:
+    std::string m_sName;
+    std::string& m_rsLog;
+};
+
+// An object class with open constructors, made by factories that want TestNode owners.
+class Loose : public MCObject {
+public:
+    static constexpr short c_sType = 30001;
+    Loose(short type, MCFactorySignature& signature, MCFactoryContext* context)
+        : MCObject(type, signature, context) {}
+    Loose(MCObject* owner, MCFactoryContext* context) : MCObject(c_sType, owner, context) {}
+};
+
+MCFactory* g_pxStrict = nullptr;
+MCFactory* g_pxTyped = nullptr;
+
+class CreationTest : public ModelTest {
+protected:
+    void SetUp() override {
+        ModelTest::SetUp();
+        static bool registered = false;
+        if (!registered) {
+            registered = true;
+            MCFactoryRegistry::RegisterAliasProperty(c_sCalculated, "Calculated", 87, false, false, true,
+                                                     true);
+            auto* factory =
+                new MCPropertyFactoryT<MCSPropertyT<long>>(c_sNegative, "Negative", false, false, 0);
+            EXPECT_TRUE(factory->IsRegistered());
+            g_pxStrict = new MCFactoryT<Loose, TestNode>(Loose::c_sType, "Strict", 1, 0, false, false);
+            g_pxTyped = new MCObjectFactoryT<Loose, TestNode>(30002, "Typed", 1, 0, 0, 0, false, false);
+        }
+    }
+};
+
+}  // namespace
+
+TEST_F(CreationTest, CoreMetamodelIsInPlaceOnce) {
+    EXPECT_EQ(MCFactoryRegistry::Translate(132, true), 87);
+    EXPECT_EQ(MCFactoryRegistry::Translate(147, true), 91);
+    EXPECT_EQ(MCFactoryRegistry::GetSupertype(MCGenericObject::c_sType), 1);
+    EXPECT_EQ(MCFactoryRegistry::Lookup(ZVTString("GenericObject")), 2);
+    EXPECT_EQ(MCFactoryRegistry::GetClipFlag(1, 1165), 0u);
+    EXPECT_EQ(MCFactoryRegistry::GetClipFlag(MCGenericObject::c_sType, 132), 0u);  // through the supertype
+    for (short code : {1, 2, 85, 86, 87, 88, 91, 92, 93, 132, 147, 248, 1036, 1165}) {
+        SCOPED_TRACE(code);
+        EXPECT_TRUE(MCFactoryRegistry::IsRegistered(code, nullptr));
+        EXPECT_FALSE(MCFactoryRegistry::IsPreFetch(code));
+    }
+    unsigned long flags = 0;
+    ASSERT_TRUE(MCFactoryRegistry::GetFlags(MCGenericObject::c_sType, flags));
+    const long pool = MCFactoryRegistry::GetPoolCount(sizeof(MCGenericObject));
+    MdlCore::Initialize();
+    unsigned long again = 0;
+    ASSERT_TRUE(MCFactoryRegistry::GetFlags(MCGenericObject::c_sType, again));
+    EXPECT_EQ(again, flags);
+    EXPECT_EQ(MCFactoryRegistry::GetPoolCount(sizeof(MCGenericObject)), pool);  // no second factory
+}
+
+TEST_F(CreationTest, RefusalsShowMessage601WithTheRequestedCode) {
+    MCObject* owner = Make();
+    ASSERT_TRUE(SetLong(owner, 87, 1));
+    MessageLog messages;
+    EXPECT_EQ(MCFactoryRegistry::CreateItem(31000, owner, nullptr, nullptr), nullptr);  // unknown
+    EXPECT_EQ(MCFactoryRegistry::CreateItem(1, nullptr, nullptr, nullptr), nullptr);    // abstract
+    EXPECT_EQ(MCFactoryRegistry::CreateItem(87, owner, nullptr, nullptr), nullptr);     // has a value
+    EXPECT_EQ(MCFactoryRegistry::CreateItem(152, owner, nullptr, nullptr), nullptr);  // alias of 89, not here
+    EXPECT_EQ(messages.Text(), "601(0x10: 31000) 601(0x10: 1) 601(0x10: 87) 601(0x10: 152)");
+    // Setting an unknown type is the same refusal, seen as false.
+    MCSPropertyAccessorT<long> accessor(3);
+    EXPECT_FALSE(owner->SetProperty(31000, accessor, 1));
+    EXPECT_EQ(messages.Text(), "601(0x10: 31000) 601(0x10: 1) 601(0x10: 87) 601(0x10: 152) 601(0x10: 31000)");
+}
+
+TEST_F(CreationTest, NegativeConcreteCodesAreRefusedQuietly) {
+    MCObject* owner = Make();
+    MessageLog messages;
+    EXPECT_EQ(MCFactoryRegistry::CreateItem(c_sNegative, owner, nullptr, nullptr), nullptr);
+    EXPECT_EQ(messages.Text(), "");
+}
+
+TEST_F(CreationTest, PropertiesTakeTheirRegisteredFlags) {
+    MCObject* owner = Make();
+    auto* property =
+        static_cast<MCProperty*>(MCFactoryRegistry::CreateItem(c_sCalculated, owner, nullptr, nullptr));
+    ASSERT_NE(property, nullptr);
+    EXPECT_EQ(property->GetType(), c_sCalculated);
+    EXPECT_NE(dynamic_cast<MCSPropertyT<long>*>(property), nullptr);
+    EXPECT_EQ(property->GetFlags(), MCItem::itemPreFetch | MCItem::itemPreFetchType | MCItem::itemFlag100);
+
+    // Reading an absent calculated type makes it; reading an absent stored type does not.
+    MCObject* other = Make();
+    MCSPropertyRawAccessorT<long> accessor;
+    EXPECT_TRUE(other->GetProperty(c_sCalculated, accessor));
+    EXPECT_NE(other->FindProperty(c_sCalculated, false), nullptr);
+    EXPECT_FALSE(other->GetProperty(87, accessor));
+    EXPECT_EQ(other->FindProperty(87, true), nullptr);
+}
+
+TEST_F(CreationTest, NulledEmbeddedPropertiesAreGivenBack) {
+    TestNode* node = MakeNode();
+    MCSPropertyRawAccessorT<long> accessor;
+    ASSERT_TRUE(node->NullProperty(TestNode::c_sEmbedded, accessor));
+    EXPECT_EQ(MCFactoryRegistry::CreateItem(TestNode::c_sEmbedded, node, nullptr, nullptr),
+              &node->Embedded());
+    ASSERT_TRUE(SetLong(node, TestNode::c_sEmbedded, 4));
+    MessageLog messages;
+    EXPECT_EQ(MCFactoryRegistry::CreateItem(TestNode::c_sEmbedded, node, nullptr, nullptr), nullptr);
+    EXPECT_EQ(messages.Text(), "601(0x10: 7101)");
+    node->Expunge(true);
+}
+
+TEST_F(CreationTest, HooksHearOfObjectsInOrder) {
+    std::string log;
+    Hook first("1", log), second("2", log);
+    EXPECT_TRUE(MCFactoryRegistry::HookCreateItem(first, true));
+    EXPECT_TRUE(MCFactoryRegistry::HookCreateItem(second, true));
+    EXPECT_FALSE(MCFactoryRegistry::HookCreateItem(first, true));
+    MCObject* object = Make();
+    ASSERT_TRUE(SetLong(object, 87, 1));  // properties are not reported
+    EXPECT_EQ(log, "12");
+    EXPECT_TRUE(MCFactoryRegistry::HookCreateItem(first, false));
+    EXPECT_FALSE(MCFactoryRegistry::HookCreateItem(first, false));
+    Make(object);
+    EXPECT_EQ(log, "122");
+    EXPECT_TRUE(MCFactoryRegistry::HookCreateItem(second, false));
+}
+
+TEST_F(CreationTest, PoolRecordsAreSharedPerItemSize) {
+    constexpr unsigned int size = 4099;  // no class of the core has this size
+    EXPECT_EQ(MCFactoryRegistry::GetPoolCount(size), 0);
+    EXPECT_EQ(MCFactoryRegistry::GetPool(size), 0u);
+    EXPECT_EQ(MCFactoryRegistry::GetPoolCount(size), 1);  // GetPool entered a default record
+    EXPECT_TRUE(MCFactoryRegistry::RegisterInitialPoolCount(size + 1, 10));
+    EXPECT_TRUE(MCFactoryRegistry::RegisterInitialPoolCount(size + 1, 10));
+    EXPECT_EQ(MCFactoryRegistry::GetPoolCount(size + 1), 21);
+    EXPECT_EQ(MCFactoryRegistry::GetPool(size + 1), 0u);
+}
+
+TEST_F(CreationTest, LiveTableFollowsObjectsAndStaysWhenEmpty) {
+    ZVTHTableT<MCObject*>* live = nullptr;
+    TestNode* node = MakeNode();
+    ASSERT_TRUE(MCFactoryRegistry::GetInstances(TestNode::c_sType, live, nullptr));
+    const size_t before = live->Entries();
+    TestNode* inner = MakeNode(node);
+    EXPECT_EQ(live->Entries(), before + 1);
+    EXPECT_TRUE(live->Contains(inner));
+    node->Expunge(true);
+    EXPECT_TRUE(MCFactoryRegistry::GetInstances(TestNode::c_sType, live, nullptr));
+    EXPECT_EQ(live->Entries(), before - 1);
+    EXPECT_FALSE(MCFactoryRegistry::GetInstances(30999, live, nullptr));
+}
+
+TEST_F(CreationTest, ObjectFactoriesCheckTheOwner) {
+    // An owner of the wrong class for MCFactoryT is a programming error.
+    MCObject* plain = Make();
+    EXPECT_THROW(g_pxStrict->CreateItem(Loose::c_sType, plain, nullptr), EXUnexpected);
+    EXPECT_EQ(plain->GetOwneeCount(), 0);
+    // An object factory accepts an owner of one of the type's owner types, else declines.
+    EXPECT_EQ(g_pxTyped->CreateItem(30002, plain, nullptr), nullptr);
+    ASSERT_TRUE(MCFactoryRegistry::AddOwnerType(30002, MCGenericObject::c_sType));
+    auto* made = static_cast<MCObject*>(g_pxTyped->CreateItem(30002, plain, nullptr));
+    ASSERT_NE(made, nullptr);
+    EXPECT_EQ(made->GetOwner(0, MCItem::rttiExact), plain);
+    EXPECT_NE(g_pxStrict->CreateItem(Loose::c_sType, MakeNode(), nullptr), nullptr);
+}

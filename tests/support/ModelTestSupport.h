@@ -1,0 +1,154 @@
+#ifndef MODELTESTSUPPORT_H
+#define MODELTESTSUPPORT_H
+
+// Shared pieces of the object store tests: a fixture on the initialized core metamodel that takes down
+// every tree a test made, an observer that renders what it hears as one string, and TestNode, a host
+// object class written the way a host writes one (own factory, both constructors, an embedded property).
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "ModelCore/ModelCore.h"
+
+/// Renders every event it receives: "PropertySet(<id>,<property type>,<hint code>)",
+/// "PropertyNulled(<id>,<type>)", "SubjectDestroyed(<id>)", separated by blanks.
+class EventLog : public MCSubscriber {
+public:
+    void Notify(MCEvent& event) override {
+        auto* object = static_cast<MCObject*>(event.GetSubject());
+        std::string line;
+        switch (event.GetEventType()) {
+            case MCEvent::PropertySet:
+                line = "PropertySet(" + std::to_string(object->GetId()) + "," +
+                       std::to_string(event.GetProperty()->GetType()) + "," +
+                       std::to_string(event.GetHintCode()) + ")";
+                break;
+            case MCEvent::PropertyNulled:
+                line = "PropertyNulled(" + std::to_string(object->GetId()) + "," +
+                       std::to_string(event.GetProperty()->GetType()) + ")";
+                break;
+            case MCEvent::SubjectDestroyed:
+                line = "SubjectDestroyed(" + std::to_string(object->GetId()) + ")";
+                break;
+            default:
+                line = "Event" + std::to_string(event.GetEventType());
+        }
+        m_sLog += (m_sLog.empty() ? "" : " ") + line;
+        if (m_pxOnNotify)
+            m_pxOnNotify(event);
+    }
+    /// What was heard since the last call, then forgets it.
+    std::string Take() {
+        std::string log;
+        log.swap(m_sLog);
+        return log;
+    }
+
+    std::string m_sLog;
+    void (*m_pxOnNotify)(MCEvent&) = nullptr;
+};
+
+/// A host class: type 7001, subtype of GenericObject's supertype AbstractObject, with an embedded
+/// Integer under the alias code 7101. Counts its constructions and destructions.
+class TestNode : public MCObject {
+public:
+    static constexpr short c_sType = 7001;
+    static constexpr short c_sEmbedded = 7101;
+
+    static inline int c_nPrototypes = 0;
+    static inline int c_nAlive = 0;
+    static inline int c_nDestroyed = 0;
+    // What the working constructor saw of its object once MCObject's part was done.
+    static inline std::string c_sSeenInConstructor;
+
+    MCSPropertyT<long>& Embedded() { return m_xEmbedded; }
+
+    /// Registers the type and its factory once per process.
+    static void Register() {
+        static bool registered = false;
+        if (registered)
+            return;
+        registered = true;
+        MCFactoryRegistry::RegisterAliasProperty(c_sEmbedded, "Embedded", 87, true, false, false, false);
+        new MCObjectFactoryT<TestNode, MCObject>(c_sType, "TestNode", 1, 0, 10, 0, false, false);
+    }
+
+protected:
+    ZVTBoolean IsType_(short type) const override { return MCObject::IsType_(type); }
+
+private:
+    friend class MCObjectFactoryT<TestNode, MCObject>;
+
+    TestNode(short type, MCFactorySignature& signature, MCFactoryContext* context)
+        : MCObject(type, signature, context), m_xEmbedded(c_sEmbedded, this) {
+        ++c_nPrototypes;
+    }
+    TestNode(MCObject* owner, MCFactoryContext* context)
+        : MCObject(c_sType, owner, context), m_xEmbedded(c_sEmbedded, this) {
+        ++c_nAlive;
+        ZVTHTableT<MCObject*>* live = nullptr;
+        const bool listed = MCFactoryRegistry::GetInstances(c_sType, live, nullptr) && live->Contains(this);
+        c_sSeenInConstructor = "id " + std::string(GetId() > 0 ? "set" : "missing") + ", resolves " +
+                               (ResolveId(GetId()) == this ? "yes" : "no") + ", live " +
+                               (listed ? "yes" : "no");
+    }
+    ~TestNode() override {
+        --c_nAlive;
+        ++c_nDestroyed;
+    }
+
+    MCSPropertyT<long> m_xEmbedded;
+};
+
+/// Every test runs on the initialized core with TestNode registered; trees made through Make are
+/// expunged at the end, and no TestNode may survive the test.
+class ModelTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        MdlCore::Initialize();
+        TestNode::Register();
+        m_nAliveAtStart = TestNode::c_nAlive;
+    }
+    void TearDown() override {
+        for (auto it = m_xRoots.rbegin(); it != m_xRoots.rend(); ++it) {
+            if (MCObject::ResolveId(it->second) == it->first)
+                it->first->Expunge(true);
+        }
+        EXPECT_EQ(TestNode::c_nAlive, m_nAliveAtStart) << "a TestNode outlived its test";
+    }
+
+    /// A new object of `type` under `owner` (null: a root, expunged at the end of the test).
+    MCObject* Make(MCObject* owner = nullptr, short type = MCGenericObject::c_sType) {
+        auto* object = static_cast<MCObject*>(MCFactoryRegistry::CreateItem(type, owner, nullptr, nullptr));
+        if (object && !owner)
+            m_xRoots.emplace_back(object, object->GetId());
+        return object;
+    }
+    TestNode* MakeNode(MCObject* owner = nullptr) {
+        return static_cast<TestNode*>(Make(owner, TestNode::c_sType));
+    }
+
+    /// Sets a long through an active (or raw) accessor.
+    static bool SetLong(MCObject* object, short type, long value, long flags = 1, bool active = true) {
+        if (active) {
+            MCSPropertyAccessorT<long> accessor(value);
+            return object->SetProperty(type, accessor, flags);
+        }
+        MCSPropertyRawAccessorT<long> accessor(value);
+        return object->SetProperty(type, accessor, flags);
+    }
+    /// The long of `type`, or "-" when GetProperty fails.
+    static std::string GetLong(const MCObject* object, short type) {
+        MCSPropertyRawAccessorT<long> accessor;
+        return object->GetProperty(type, accessor) ? std::to_string(accessor.GetValue()) : "-";
+    }
+
+    // Declared before the roots so that it is still there when they go at the end of the test.
+    EventLog m_xLog;
+    std::vector<std::pair<MCObject*, long>> m_xRoots;
+    int m_nAliveAtStart = 0;
+};
+
+#endif

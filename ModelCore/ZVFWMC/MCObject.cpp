@@ -9,6 +9,7 @@
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
 #include "ModelCore/ZVFWMC/MCVisitor.h"
+#include "platform/HUB.h"
 
 namespace {
 
@@ -240,6 +241,18 @@ MCProperty* MCObject::FindProperty_(short type, ZVTBoolean withNulled) const {
     return const_cast<MCProperty*>(FindProperty(type, withNulled));
 }
 
+MCProperty* MCObject::CreateProperty_(short type) {
+    unsigned long flags = 0;
+    // An object type here would make an ownee and hand it out as a property.
+    if (MCFactoryRegistry::GetFlags(type, flags) && !(flags & MCFactoryRegistry::flagProperty)) {
+        HUBMessageParameter parameter(1, 0x10);
+        parameter.SetString(0, ZVTString(static_cast<long>(type), 10));
+        HUBInterface::ShowMessage(1, 601, parameter);
+        return nullptr;
+    }
+    return static_cast<MCProperty*>(MCFactoryRegistry::CreateItem(type, this, nullptr, nullptr));
+}
+
 void MCObject::AddProperty(MCProperty* property) {
     if (m_xProperties.Contains(property->GetType()))
         throw EXDuplicateProperty();
@@ -250,7 +263,7 @@ ZVTBoolean MCObject::SetProperty(short type, MCPropertyAccessor& accessor, long 
     // The object's own search, not a host's override: a change must reach the property that is there.
     auto* property = const_cast<MCProperty*>(MCObject::FindProperty(type, true));
     if (!property)
-        property = static_cast<MCProperty*>(MCFactoryRegistry::CreateItem(type, this, nullptr, nullptr));
+        property = CreateProperty_(type);
     if (!property)
         return false;
     return accessor.SetPropertyValue(property, this, flags);
@@ -262,7 +275,7 @@ ZVTBoolean MCObject::GetProperty(short type, MCPropertyAccessor& accessor) const
         return false;
     auto* self = const_cast<MCObject*>(this);
     if (!property && MCFactoryRegistry::IsPreFetch(type))
-        property = static_cast<MCProperty*>(MCFactoryRegistry::CreateItem(type, self, nullptr, nullptr));
+        property = self->CreateProperty_(type);
     if (!property)
         return false;
     return accessor.GetPropertyValue(property, self);
@@ -276,7 +289,8 @@ ZVTBoolean MCObject::NullProperty(short type, MCPropertyAccessor& accessor) {
 }
 
 ZVTBoolean MCObject::NullProperty(MCProperty* property, MCPropertyAccessor* accessor) {
-    if (!property)
+    // Another object's property would be taken out of the wrong set and freed under its owner.
+    if (!property || MCObject::FindProperty(property->GetType(), true) != property)
         return false;
     if (accessor)
         return accessor->NullPropertyValue(property, this);
@@ -293,8 +307,8 @@ void MCObject::NullProperty_(MCProperty* property) {
         property->SetFlagRaw(itemNulled, true);
         return;
     }
-    m_xProperties.Delete(property->GetType());
-    delete property;
+    if (m_xProperties.Delete(property))
+        delete property;
 }
 
 ZVTBoolean MCObject::GetPropertyString(short type, ZVTString& text) const {
@@ -367,7 +381,7 @@ void MCObject::VisitProperty(short type, MCVisitor* visitor) {
 void MCObject::CreateAndVisitProperty(short type, MCVisitor* visitor) {
     MCProperty* property = FindProperty_(type, true);
     if (!property)
-        property = static_cast<MCProperty*>(MCFactoryRegistry::CreateItem(type, this, nullptr, nullptr));
+        property = CreateProperty_(type);
     if (property)
         property->AcceptVisitor(visitor);
 }

@@ -92,7 +92,8 @@ public:
     ZVTBoolean SetProperty(short type, MCPropertyAccessor& accessor, long flags);
     /// Nulls the property of `type` through `accessor`; false when there is none or a rule refused.
     ZVTBoolean NullProperty(short type, MCPropertyAccessor& accessor);
-    /// Nulls `property` through `accessor`, or through its own active accessor when `accessor` is null.
+    /// Nulls `property` through `accessor`, or through its own active accessor when `accessor` is null;
+    /// false for null or for a property of another object.
     ZVTBoolean NullProperty(MCProperty* property, MCPropertyAccessor* accessor);
     /// The value of the property of `type` as text; false when absent, nulled or not convertible.
     ZVTBoolean GetPropertyString(short type, ZVTString& text) const;
@@ -152,6 +153,9 @@ private:
     ZVTBoolean SetFlags_(unsigned short& flags) override;
 
     MCProperty* FindProperty_(short type, ZVTBoolean withNulled) const;
+    // Makes the property of `type` on this object; null after message 601 when it cannot be made, also
+    // for an object type.
+    MCProperty* CreateProperty_(short type);
     void AddProperty(MCProperty* property);
     void NullProperty_(MCProperty* property);
     ZVTBoolean SetPropertyFlag_(MCProperty* property, unsigned short flag, ZVTBoolean on);

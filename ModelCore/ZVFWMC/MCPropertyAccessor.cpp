@@ -85,8 +85,10 @@ ZVTBoolean MCPropertyAccessor::NullPropertyValue(MCProperty* property, MCObject*
 }
 
 void MCPropertyAccessor::CreateAndSet(short type, MCObject* object) {
-    if (MCItem* item = MCFactoryRegistry::CreateItem(type, object, nullptr, nullptr))
-        SetPropertyValue(static_cast<MCProperty*>(item), object, accessReplace);
+    if (!object)
+        throw EXNullOwner();
+    if (MCProperty* property = object->CreateProperty_(type))
+        SetPropertyValue(property, object, accessReplace);
 }
 
 template class MCSPropertyT<long>;

@@ -58,7 +58,7 @@ public:
     /// object.
     ZVTBoolean NullPropertyValue(MCProperty* property, MCObject* object);
     /// Makes the property of `type` on `object` and replaces its value with the accessor's; nothing when
-    /// the property exists with a value (message 601).
+    /// the property exists with a value (message 601). EXNullOwner without an object.
     void CreateAndSet(short type, MCObject* object);
 
 protected:

@@ -86,7 +86,11 @@ TEST_F(CreationTest, RefusalsShowMessage601WithTheRequestedCode) {
     // Setting an unknown type is the same refusal, seen as false.
     MCSPropertyAccessorT<long> accessor(3);
     EXPECT_FALSE(owner->SetProperty(31000, accessor, 1));
-    EXPECT_EQ(messages.Text(), "601(0x10: 31000) 601(0x10: 1) 601(0x10: 87) 601(0x10: 152) 601(0x10: 31000)");
+    // An object type is no property: nothing is made under the owner.
+    EXPECT_FALSE(owner->SetProperty(MCGenericObject::c_sType, accessor, 1));
+    EXPECT_EQ(owner->GetOwneeCount(), 0);
+    EXPECT_EQ(messages.Text(),
+              "601(0x10: 31000) 601(0x10: 1) 601(0x10: 87) 601(0x10: 152) 601(0x10: 31000) 601(0x10: 2)");
 }
 
 TEST_F(CreationTest, NegativeConcreteCodesAreRefusedQuietly) {

@@ -185,6 +185,17 @@ TEST_F(AccessorTest, NullingTellsSubscribersWhileTheValueIsThere) {
     EXPECT_TRUE(
         object->NullProperty(const_cast<MCProperty*>(object->FindProperty(c_sInteger, false)), nullptr));
     EXPECT_EQ(log.Take(), "PropertyNulled(" + std::to_string(object->GetId()) + ",87)");
+
+    // Another object's property is refused without a word.
+    MCObject* other = Make();
+    ASSERT_TRUE(SetLong(other, c_sInteger, 8));
+    ASSERT_TRUE(SetLong(object, c_sInteger, 9));
+    log.Take();
+    EXPECT_FALSE(
+        object->NullProperty(const_cast<MCProperty*>(other->FindProperty(c_sInteger, false)), nullptr));
+    EXPECT_EQ(log.Take(), "");
+    EXPECT_EQ(GetLong(other, c_sInteger), "8");
+    EXPECT_EQ(GetLong(object, c_sInteger), "9");
     object->RemoveSubscriber(&log, MCEvent::subscriberObserver);
 }
 

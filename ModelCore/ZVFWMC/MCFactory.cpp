@@ -6,7 +6,6 @@
 #include "ModelCore/ZVFWMC/MCFactoryRegistryPrivate.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "foundation/ZVTHSet.h"
-#include "platform/HUB.h"
 
 namespace {
 
@@ -81,13 +80,6 @@ unsigned long MCPoolFactory::GetPool() {
 
 namespace {
 
-MCItem* CreationFailed(short requested) {
-    HUBMessageParameter parameter(1, 0x10);
-    parameter.SetString(0, ZVTString(static_cast<long>(requested), 10));
-    HUBInterface::ShowMessage(1, 601, parameter);
-    return nullptr;
-}
-
 // The item flags a new property of `code` takes from its registration.
 unsigned short RegisteredPropertyFlags(MCMetaInfoI* impl, short code) {
     MCMetaInfoEntry* entry = impl->FindEntry(code);
@@ -106,24 +98,28 @@ unsigned short RegisteredPropertyFlags(MCMetaInfoI* impl, short code) {
 MCItem* MCFactoryRegistry::CreateItem(short code, MCObject* owner, MCFactoryContext* context,
                                       MCObject* /*model*/) {
     const short requested = code;
+    auto creationFailed = [](short failed) -> MCItem* {
+        ShowCodeMessage(601, failed);
+        return nullptr;
+    };
     MCMetaInfoI* impl = c_pxImplementation;
     if (!impl)
-        return CreationFailed(requested);
+        return creationFailed(requested);
     MCFactoryContext defaultContext;
     if (!context)
         context = &defaultContext;
     code = Translate(code, true);
     MCMetaInfoEntry* entry = impl->FindEntry(code);
     if (!entry)
-        return CreationFailed(requested);
+        return creationFailed(requested);
     if (code < 0)
         return nullptr;
     MCMetaInfoConcreteEntry* concrete = entry->AsConcrete();
     if (!concrete || concrete->m_xFactories.IsEmpty())
-        return CreationFailed(requested);
+        return creationFailed(requested);
     MCItem* item = concrete->m_xFactories[0]->CreateItem(requested, owner, context);
     if (!item)
-        return CreationFailed(requested);
+        return creationFailed(requested);
     item->InvokeCreationSemantics(context);
     // The entry says what the item is; a cross-cast through MCObject's bases would cost far more.
     if (entry->GetFlags() & flagProperty) {

@@ -476,9 +476,7 @@ unsigned int MCFactoryRegistry::GetItemSize(short code) {
     short concrete = Translate(code, true);
     MCMetaInfoEntry* entry = c_pxImplementation ? c_pxImplementation->FindEntry(concrete) : nullptr;
     if (!entry) {
-        HUBMessageParameter parameter(1, 0x10);
-        parameter.SetString(0, ZVTString(static_cast<long>(concrete), 10));
-        HUBInterface::ShowMessage(1, 602, parameter);
+        ShowCodeMessage(602, concrete);
         return 0;
     }
     MCMetaInfoConcreteEntry* sized = entry->AsConcrete();
@@ -747,4 +745,10 @@ long MCFactoryRegistry::GetPoolCount(unsigned int itemSize) {
     if (!c_pxImplementation || !c_pxImplementation->m_xPools.Find(itemSize, record))
         return 0;
     return record.m_lCount;
+}
+
+void MCFactoryRegistry::ShowCodeMessage(long messageId, short code) {
+    HUBMessageParameter parameter(1, 0x10);
+    parameter.SetString(0, ZVTString(static_cast<long>(code), 10));
+    HUBInterface::ShowMessage(1, messageId, parameter);
 }

@@ -215,6 +215,9 @@ private:
 
     // Enters (`add`) or removes an object in the table of live objects of its type.
     static void RegisterInstance(MCObject* object, ZVTBoolean add);
+    // Shows numbered message `messageId` with `code` in decimal, as the registry reports a type it
+    // cannot serve.
+    static void ShowCodeMessage(long messageId, short code);
 
     MCFactoryRegistry();
     virtual ~MCFactoryRegistry();

@@ -9,7 +9,6 @@
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
 #include "ModelCore/ZVFWMC/MCVisitor.h"
-#include "platform/HUB.h"
 
 namespace {
 
@@ -52,8 +51,7 @@ MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
             space = GetIdSpace();
         if (id == 0)
             id = space->RequestId();
-        MCSPropertyRawAccessorT<long> accessor(id);
-        accessor.SetPropertyValue(&m_xId, this, MCPropertyAccessor::accessAdd);
+        SetId(id);
         space->RegisterPointer(id, this);
     } catch (...) {
         // The members and bases unwind by themselves (the owner's subscription goes with the subject);
@@ -245,9 +243,7 @@ MCProperty* MCObject::CreateProperty_(short type) {
     unsigned long flags = 0;
     // An object type here would make an ownee and hand it out as a property.
     if (MCFactoryRegistry::GetFlags(type, flags) && !(flags & MCFactoryRegistry::flagProperty)) {
-        HUBMessageParameter parameter(1, 0x10);
-        parameter.SetString(0, ZVTString(static_cast<long>(type), 10));
-        HUBInterface::ShowMessage(1, 601, parameter);
+        MCFactoryRegistry::ShowCodeMessage(601, type);
         return nullptr;
     }
     return static_cast<MCProperty*>(MCFactoryRegistry::CreateItem(type, this, nullptr, nullptr));

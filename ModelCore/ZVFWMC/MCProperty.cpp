@@ -5,6 +5,7 @@
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
+#include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
 #include "ModelCore/ZVFWMC/MCStreams.h"
 
 // ---------------------------------------------------------------------------------------------------
@@ -43,9 +44,10 @@ void MCProperty::SaveTo(MCStream& stream) {
     stream << GetFlags();
 }
 
-void MCProperty::RestoreFrom(MCStream& stream, MCPropertyAccessor& /*accessor*/) {
+void MCProperty::RestoreFrom(MCStream& stream, MCPropertyAccessor& accessor) {
     unsigned short flags = 0;
     stream >> flags;
+    accessor.SetFlags(flags);
 }
 
 void MCProperty::RestoreFrom(MCStream& stream) {

@@ -38,8 +38,8 @@ public:
 
     /// Writes the flag word; the value classes then write the value unless it is calculated.
     virtual void SaveTo(MCStream& stream);
-    /// Reads what SaveTo wrote and hands it to `accessor` without touching this property; the value
-    /// reaches only an accessor of this property's class.
+    /// Reads what SaveTo wrote and hands it to `accessor` without touching this property: the base the
+    /// flag word, the value classes then the value, which reaches only an active accessor of their class.
     virtual void RestoreFrom(MCStream& stream, MCPropertyAccessor& accessor);
     /// Reads the flag word into this property, raw; the value classes then read the value.
     virtual void RestoreFrom(MCStream& stream);

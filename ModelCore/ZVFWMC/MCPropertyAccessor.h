@@ -189,6 +189,30 @@ Target* PropertyCast(Source* property) {
     return dynamic_cast<Target*>(property);
 }
 
+// Writes a list as it is stored: the count, then each value.
+template <class T>
+void WriteList(MCStream& stream, const ZVTSList<T>& values) {
+    stream << static_cast<long>(values.Entries());
+    for (size_t i = 0; i < values.Entries(); ++i)
+        stream << values.At(i);
+}
+
+// Reads a stored count, then at most that many values while the stream delivers them: a corrupt count
+// costs no more than the bytes that are really there.
+template <class T>
+void ReadList(MCStream& stream, ZVTSList<T>& values) {
+    long count = 0;
+    stream >> count;
+    values.Clear();
+    for (long i = 0; i < count && !stream.fail(); ++i) {
+        T value{};
+        stream >> value;
+        if (stream.fail())
+            break;
+        values.Append(value);
+    }
+}
+
 }  // namespace mc_detail
 
 // ---------------------------------------------------------------------------------------------------
@@ -316,31 +340,8 @@ ZVTBoolean MCVPropertyRawAccessorT<T>::GetFirst(T& value) const {
 
 template <class T>
 void MCVPropertyRawAccessorT<T>::SaveTo(MCStream& stream) {
-    stream << static_cast<long>(m_xValues.Entries());
-    ZVTSListIter<T> values(m_xValues);
-    while (++values)
-        stream << values.Key();
+    mc_detail::WriteList(stream, m_xValues);
 }
-
-namespace mc_detail {
-
-// Reads a stored count, then at most that many values while the stream delivers them: a corrupt count
-// costs no more than the bytes that are really there.
-template <class T>
-void ReadList(MCStream& stream, ZVTSList<T>& values) {
-    long count = 0;
-    stream >> count;
-    values.Clear();
-    for (long i = 0; i < count && !stream.fail(); ++i) {
-        T value{};
-        stream >> value;
-        if (stream.fail())
-            break;
-        values.Append(value);
-    }
-}
-
-}  // namespace mc_detail
 
 template <class T>
 void MCVPropertyRawAccessorT<T>::RestoreFrom(MCStream& stream) {
@@ -374,9 +375,7 @@ void MCSPropertyT<T>::RestoreFrom(MCStream& stream) {
 
 template <class T>
 void MCSPropertyT<T>::RestoreFrom(MCStream& stream, MCPropertyAccessor& accessor) {
-    unsigned short flags = 0;
-    stream >> flags;
-    accessor.SetFlags(flags);
+    MCProperty::RestoreFrom(stream, accessor);
     if (GetFlag(itemPreFetch))
         return;
     T value{};
@@ -424,10 +423,7 @@ void MCVPropertyT<T>::SaveTo(MCStream& stream) {
         stream << static_cast<int>(1) << T{};
         return;
     }
-    stream << static_cast<long>(m_xValues.Entries());
-    ZVTSListIter<T> values(m_xValues);
-    while (++values)
-        stream << values.Key();
+    mc_detail::WriteList(stream, m_xValues);
 }
 
 template <class T>
@@ -438,9 +434,7 @@ void MCVPropertyT<T>::RestoreFrom(MCStream& stream) {
 
 template <class T>
 void MCVPropertyT<T>::RestoreFrom(MCStream& stream, MCPropertyAccessor& accessor) {
-    unsigned short flags = 0;
-    stream >> flags;
-    accessor.SetFlags(flags);
+    MCProperty::RestoreFrom(stream, accessor);
     ZVTSList<T> values;
     mc_detail::ReadList(stream, values);
     if (auto* typed = dynamic_cast<MCVPropertyAccessorT<T>*>(&accessor))

@@ -6,11 +6,9 @@
 
 namespace {
 
-// The rules of `type` on `object` in `mode`. Seam: the property semantic registry fires the handler
-// chain of the object's type here once it joins; until then there are no rules and every change goes on.
-MCPropertySemantic::result FireRules(MCPropertySemantic::mode /*mode*/, short /*type*/, MCObject* /*object*/,
-                                     MCProperty* /*property*/, MCPropertySemanticContext* /*context*/) {
-    return MCPropertySemantic::resultContinue;
+MCPropertySemantic::result FireRules(MCPropertySemantic::mode mode, short type, MCObject* object,
+                                     MCProperty* property, MCPropertySemanticContext* context) {
+    return MCPropertySemanticRegistry::FireSemantics(mode, type, object, property, context);
 }
 
 }  // namespace

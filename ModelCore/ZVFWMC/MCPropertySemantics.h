@@ -2,14 +2,23 @@
 #define MCPROPERTYSEMANTICS_H
 
 // Rules on one property type of one object type. Accessors fire them around every change; the registry
-// that chains them along the type hierarchy builds on these two classes.
+// keeps one handler per object type, chained along the type hierarchy as the class levels register.
+//
+// Firing does not search: each handler keeps, per property type, the lists of its whole chain in firing
+// order, built on first use and dropped whenever any registration changes. A type whose chain has no
+// rule for a mode answers from one mask.
 
+#include "foundation/ZVTBoolean.h"
 #include "foundation/ZVTExport.h"
+#include "foundation/ZVTString.h"
 
+class MCFactoryContext;
 class MCObject;
 class MCProperty;
 class MCPropertyAccessor;
 class MCPropertySemanticContext;
+class MCPropertySemanticHandler;
+class MCPropertySemanticRegistryImpl;
 
 /// What a change through an accessor tells the rules: the accessor and the flags of the operation.
 struct MODELCORE_API MCActiveAccessor {
@@ -61,6 +70,70 @@ public:
 
 private:
     MCActiveAccessor* m_pxActiveAccessor;
+};
+
+/// The process-wide table of property semantics: one handler per object type, made as the class levels of
+/// the type register and chained to the handler of the level above. Made on first use, deleted by
+/// MdlCore::Terminate; it does not own the semantics.
+class MODELCORE_API MCPropertySemanticRegistry {
+public:
+    /// 0 in use; 1 from the start of the destructor on.
+    enum State { stateInUse = 0, stateDying = 1 };
+
+    /// The registry, made on first use.
+    static MCPropertySemanticRegistry* GetInstance();
+    /// Deletes the registry and its handlers; nothing when there is none.
+    static void DeleteInstance();
+
+    /// Makes the handler of `nObjectType` (linked through the context's ancestor slot unless
+    /// `bNoAncestor`) and, for a non-zero `nPropertyType`, adds `pSemantic` to it once. EXGenericObject
+    /// for a rule on the generic object type.
+    static void Register(short nObjectType, MCFactoryContext* pContext, short nPropertyType,
+                         MCPropertySemantic* pSemantic, ZVTBoolean bSetContext, ZVTBoolean bNoAncestor);
+    /// Makes the handler of `nObjectType` linked to its ancestor; true when it was made now.
+    ZVTBoolean CreateHandler(short nObjectType, MCFactoryContext* pContext, ZVTBoolean bSetContext);
+    /// Adds a rule that lives outside the host's code; it fires before the internal ones of its level and
+    /// is added again on each call. EXGenericObject on the generic object type.
+    void RegisterExternalSemantic(short nObjectType, short nPropertyType, MCPropertySemantic* pSemantic,
+                                  ZVTBoolean bSetContext);
+    /// Removes and deletes the handler of a type; only for a type that no other type derives from.
+    void Deregister(short nObjectType);
+    /// Removes the rules of one property type of one object type, on both sides.
+    void Deregister(short nObjectType, short nPropertyType);
+    /// Removes every occurrence of `pSemantic` from every handler.
+    void Deregister(const MCPropertySemantic* pSemantic);
+    /// Whether the type has a handler, with or without rules.
+    ZVTBoolean IsRegistered(short nObjectType) const;
+    /// Whether the type has rules, internal or external, for the property type.
+    ZVTBoolean IsRegistered(short nObjectType, short nPropertyType) const;
+    /// Whether `pSemantic` stands in any handler; false for null.
+    ZVTBoolean IsRegistered(const MCPropertySemantic* pSemantic) const;
+
+    /// Fires the rules of `nPropertyType` on `pObject`'s type chain, root type first, external before
+    /// internal on each level, then on each heir in the inherited mode. The first non-zero result ends
+    /// the firing and is returned; an EXBase thrown by a rule becomes resultRefused.
+    static MCPropertySemantic::result FireSemantics(MCPropertySemantic::mode nMode, short nPropertyType,
+                                                    MCObject* pObject, MCProperty* pProperty,
+                                                    MCPropertySemanticContext* pContext);
+
+    /// The name of a mode, "Invalid mode" for those without one.
+    ZVTString GetModeName(MCPropertySemantic::mode nMode) const;
+    /// The registry's state.
+    State GetState() const { return m_eState; }
+
+private:
+    MCPropertySemanticRegistry();
+    ~MCPropertySemanticRegistry();
+    MCPropertySemanticRegistry(const MCPropertySemanticRegistry&) = delete;
+    MCPropertySemanticRegistry& operator=(const MCPropertySemanticRegistry&) = delete;
+
+    MCPropertySemanticHandler* CreateHandler(short nObjectType, MCFactoryContext* pContext,
+                                             ZVTBoolean bNoAncestor, ZVTBoolean bSetContext);
+    MCPropertySemanticHandler* FindHandler(short nObjectType) const;
+
+    static MCPropertySemanticRegistry* c_pxSingleton;
+    MCPropertySemanticRegistryImpl* m_pxHandlers;
+    State m_eState = stateInUse;
 };
 
 #endif

@@ -117,6 +117,7 @@ MCItem* MCFactoryRegistry::CreateItem(short code, MCObject* owner, MCFactoryCont
     MCMetaInfoConcreteEntry* concrete = entry->AsConcrete();
     if (!concrete || concrete->m_xFactories.IsEmpty())
         return creationFailed(requested);
+    context->ClearAncestorTypes();
     MCItem* item = concrete->m_xFactories[0]->CreateItem(requested, owner, context);
     if (!item)
         return creationFailed(requested);

@@ -69,6 +69,9 @@ public:
 
     /// Clears the ancestor types and the flags.
     void Reset();
+    /// Clears the ancestor types only; each creation starts its class chain afresh, so one context can
+    /// serve many creations.
+    void ClearAncestorTypes() { m_asAncestorTypes[0] = m_asAncestorTypes[1] = m_asAncestorTypes[2] = 0; }
     /// Records `type` as the latest class level of the rule system `slot`.
     void SetAncestorType(user slot, short type) { m_asAncestorTypes[slot] = type; }
     /// The latest class level recorded for `slot`, 0 before any.

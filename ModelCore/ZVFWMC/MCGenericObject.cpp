@@ -2,13 +2,12 @@
 
 MCGenericObject::MCGenericObject(short type, MCFactorySignature& signature, MCFactoryContext* context)
     : MCObject(type, signature, context) {
-    // Seam: the object semantics, notifications and property semantics of type 2 are registered here
-    // through the context once the rule registries join.
+    RegisterLevel(c_sType, context);
 }
 
 MCGenericObject::MCGenericObject(MCObject* owner, MCFactoryContext* context)
     : MCObject(c_sType, owner, context) {
-    // Seam: as in the prototype constructor.
+    RegisterLevel(c_sType, context);
 }
 
 MCGenericObject::~MCGenericObject() = default;

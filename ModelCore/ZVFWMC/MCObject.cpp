@@ -7,8 +7,11 @@
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
+#include "ModelCore/ZVFWMC/MCObjectSem.h"
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
+#include "ModelCore/ZVFWMC/MCPropertySemantics.h"
 #include "ModelCore/ZVFWMC/MCVisitor.h"
+#include "platform/HUB.h"
 
 namespace {
 
@@ -25,21 +28,82 @@ bool IsWithin(const void* object, unsigned int size, const void* address) {
     return begin <= at && at <= begin + size;
 }
 
+// The rules every object has: it announces its creation, an undeletable object goes only with its
+// owner, and a dying object's properties hear of it.
+class MCObjectOS : public MCObjectSem {
+public:
+    result Fire(mode nMode, MCObject* object, MCObjectSemContext* context) override;
+    unsigned long GetInterests() const override {
+        return PostCreation | PreDestructon | CalculateData | PostPaste;
+    }
+};
+
+// The id changes only through a raw accessor: every rule-running edit of it is refused.
+class MCIdPS : public MCPropertySemantic {
+public:
+    result Fire(mode, MCObject*, MCProperty*, MCPropertySemanticContext*) override { return resultRefused; }
+    unsigned long GetInterests() const override { return PreEdit; }
+};
+
+MCObjectOS c_xObjectOS;
+MCIdPS c_xIdPS;
+
+void AnnounceCreation(MCObject* object) {
+    object->NotifySubscribers(MCEvent::Instantiate(MCEvent::ObjectCreated, object,
+                                                   MCEvent::subscriberOwner | MCEvent::subscriberObserver));
+}
+
+MCObjectSem::result MCObjectOS::Fire(mode nMode, MCObject* object, MCObjectSemContext* /*context*/) {
+    switch (nMode) {
+        case PostCreation:
+            AnnounceCreation(object);
+            return resultContinue;
+        case PreDestructon: {
+            if (object->GetFlag(MCItem::itemUndeletable)) {
+                // A root has no owner to go with, so it stays until the host clears the flag.
+                MCObject* owner = object->GetOwner(0, MCItem::rttiDerived);
+                if (!owner || !owner->GetFlag(MCItem::itemExpunging)) {
+                    HUBMessageParameter parameter(0, 48);
+                    HUBInterface::ShowMessage(1, 606, parameter);
+                    return resultFailed;
+                }
+            }
+            if (!object->GetFlag(MCItem::itemTreeExpunge)) {
+                MCPropertySetIter properties(object->GetPropertySet());
+                while (++properties) {
+                    if (MCProperty* property = properties.GetValue())
+                        MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::ObjectPreDestruction,
+                                                                  property->GetType(), object, property,
+                                                                  nullptr);
+                }
+            }
+            return resultContinue;
+        }
+        default:
+            // Seam: a pasted object announces itself here once the paste context joins.
+            return resultContinue;
+    }
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------------------------------
 // Construction and destruction
 
-MCObject::MCObject(short type, MCFactorySignature& /*signature*/, MCFactoryContext* /*context*/)
+MCObject::MCObject(short type, MCFactorySignature& /*signature*/, MCFactoryContext* context)
     : MCItem(type), m_pxOwner(nullptr), m_xId(c_sIdProperty, this) {
-    // Seam: the object semantics, property semantics and notifications of AbstractObject are registered
-    // here, unconditionally, once the rule registries join.
+    MCObjectSemReg::Register(c_sAbstractObject, context, &c_xObjectOS, true);
+    MCPropertySemanticRegistry::Register(c_sAbstractObject, context, c_sIdProperty, &c_xIdPS, true, false);
 }
 
 MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
     : MCItem(type), m_pxOwner(owner), m_xId(c_sIdProperty, this) {
-    // Seam: with a context, the rules of AbstractObject (object semantics, notifications, the id
-    // property's semantic) are registered here once the rule registries join.
+    if (context) {
+        c_xObjectOS.Register(c_sAbstractObject, context);
+        if (MCPropertySemanticRegistry::GetInstance()->CreateHandler(c_sAbstractObject, context, true))
+            MCPropertySemanticRegistry::Register(c_sAbstractObject, context, c_sIdProperty, &c_xIdPS, true,
+                                                 false);
+    }
     if (owner) {
         owner->AddOwnedObject(this);
         AddSubscriber(owner, MCEvent::subscriberOwner);
@@ -81,6 +145,13 @@ MCObject::~MCObject() {
         m_pxOwner->UnlinkOwnee(this);
 }
 
+void MCObject::RegisterLevel(short type, MCFactoryContext* context) {
+    if (!context)
+        return;
+    MCObjectSemReg::Register(type, context, nullptr, true);
+    MCPropertySemanticRegistry::Register(type, context, 0, nullptr, true, false);
+}
+
 unsigned int MCObject::Dump(std::ofstream& /*stream*/, long /*level*/) {
     return 0;
 }
@@ -92,13 +163,15 @@ ZVTBoolean MCObject::InvokeCreationSemantics(MCFactoryContext* context) {
         return false;
     if (!HasCreationSemantics())
         return false;
-    // Seam: fires the object semantics in PostCreation mode once they join.
+    MCObjectSemContext semanticContext(context);
+    MCObjectSem* failed = nullptr;
+    MCObjectSemReg::FireSemantics(MCObjectSem::PostCreation, this, failed, &semanticContext, false);
     return true;
 }
 
 ZVTBoolean MCObject::HasCreationSemantics() const {
-    // Seam: asks the object semantic registry once it joins; until then no type has any.
-    return false;
+    MCObjectSemReg* registry = MCObjectSemReg::GetInstance();
+    return registry && registry->IsRegistered(GetType());
 }
 
 ZVTBoolean MCObject::IsPersistenceUnit() {
@@ -318,9 +391,10 @@ ZVTBoolean MCObject::GetPropertyString(short type, ZVTString& text) const {
 
 ZVTBoolean MCObject::GetPropertyString_(short /*type*/, short concreteType, const MCProperty* property,
                                         ZVTString& text) const {
-    if (property->GetFlag(itemPreFetch)) {
-        // Seam: the rules calculate the value (CalculateValue) here once property semantics join.
-    }
+    if (property->GetFlag(itemPreFetch))
+        MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::CalculateValue, property->GetType(),
+                                                  const_cast<MCObject*>(this),
+                                                  const_cast<MCProperty*>(property), nullptr);
     if (concreteType == c_sStringProperty) {
         auto* typed = dynamic_cast<const MCSPropertyT<ZVTString>*>(property);
         if (!typed)
@@ -395,8 +469,15 @@ ZVTBoolean MCObject::Expunge(ZVTBoolean top) {
     if (!GetFlag(itemTreeExpunge)) {
         if (IsPersistenceUnit())
             SetFlag(itemTreeExpunge, true);
-        // Seam: the object semantics fire PreDestructon here once they join; a refusal with `top` true
-        // clears both flags again and keeps the object.
+        MCObjectSem* failed = nullptr;
+        // An ownee cannot outlive its owner: only the object asked for may refuse.
+        if (MCObjectSemReg::FireSemantics(MCObjectSem::PreDestructon, this, failed, nullptr, true) ==
+                MCObjectSem::resultFailed &&
+            top) {
+            SetFlag(itemExpunging, false);
+            SetFlag(itemTreeExpunge, false);
+            return true;
+        }
     }
     return Expunge_(top);
 }

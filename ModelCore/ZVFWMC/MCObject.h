@@ -136,6 +136,11 @@ protected:
     /// Frees the free properties and leaves the id space and the live-object table; fires nothing.
     ~MCObject() override;
 
+    /// Enters the class level `type` into the rule and notification chains through `context`, under the
+    /// level registered before it: every constructor of a derived class calls this for its own type, so
+    /// that the type inherits its ancestors' rules and reactions. Nothing without a context.
+    static void RegisterLevel(short type, MCFactoryContext* context);
+
     /// The destruction without the veto.
     ZVTBoolean Expunge_(ZVTBoolean top);
 

@@ -1,8 +1,441 @@
 #include "ModelCore/ZVFWMC/MCPropertySemantics.h"
 
-MCPropertySemantic::result MCPropertySemanticRegistry::FireSemantics(
-    MCPropertySemantic::mode /*nMode*/, short /*nPropertyType*/, MCObject* /*pObject*/,
-    MCProperty* /*pProperty*/, MCPropertySemanticContext* /*pContext*/) {
-    // The registry's handlers land with the next change; until then no type has rules.
+#include <memory>
+#include <vector>
+
+#include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCFactory.h"
+#include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+#include "ModelCore/ZVFWMC/MCObject.h"
+#include "foundation/ZVTHDict.h"
+#include "foundation/ZVTVector.h"
+
+namespace {
+
+constexpr short c_sGenericObject = 2;
+
+unsigned int HashType(const short& type) {
+    return static_cast<unsigned short>(type);
+}
+
+}  // namespace
+
+/// The rules of one property type on one level, with the OR of the interests of all that were ever added.
+class MCPropertySemanticList : public ZVTOrderedVectorT<MCPropertySemantic*> {
+public:
+    MCPropertySemanticList() : ZVTOrderedVectorT<MCPropertySemantic*>(10) {}
+    unsigned long m_nInterests = 0;
+};
+
+/// The lists a firing of one property type walks on one type: every level from the root down, external
+/// before internal on each.
+struct MCPropertySemanticChain {
+    std::vector<MCPropertySemanticList*> m_xLists;
+};
+
+/// The rules of one object type, per property type, and the link to the handler of the level above.
+class MCPropertySemanticHandler {
+public:
+    using Lists = ZVTHDict<short, MCPropertySemanticList*>;
+
+    MCPropertySemanticHandler()
+        : m_xSemantics(HashType), m_xExternalSemantics(HashType), m_xChains(HashType) {}
+    ~MCPropertySemanticHandler() {
+        DeleteLists(m_xSemantics);
+        DeleteLists(m_xExternalSemantics);
+        DropChains();
+    }
+    MCPropertySemanticHandler(const MCPropertySemanticHandler&) = delete;
+    MCPropertySemanticHandler& operator=(const MCPropertySemanticHandler&) = delete;
+
+    static void DeleteLists(Lists& lists) {
+        ZVTHDictIter<short, MCPropertySemanticList*> each(lists);
+        while (++each)
+            delete each.Value();
+        lists.Clear();
+    }
+    void DropChains() {
+        ZVTHDictIter<short, MCPropertySemanticChain*> each(m_xChains);
+        while (++each)
+            delete each.Value();
+        m_xChains.Clear();
+    }
+
+    static MCPropertySemanticList* FindList(const Lists& lists, short propertyType) {
+        MCPropertySemanticList* list = nullptr;
+        lists.Find(propertyType, list);
+        return list;
+    }
+
+    Lists m_xSemantics;
+    Lists m_xExternalSemantics;
+    MCPropertySemanticHandler* m_pxAncestor = nullptr;
+    unsigned long m_nInterests = 0;
+    unsigned long m_nExternalInterests = 0;
+
+    // What firing reads, rebuilt when the registry's generation moves on: the OR of both masks over the
+    // whole chain, and per property type the chain's lists in firing order.
+    unsigned long m_uCacheGeneration = 0;
+    unsigned long m_nChainInterests = 0;
+    ZVTHDict<short, MCPropertySemanticChain*> m_xChains;
+};
+
+/// The handlers by object type, and what keeps re-entrant firing safe: a registration made by a rule
+/// invalidates the caches, and what it drops is only freed once no firing is running.
+class MCPropertySemanticRegistryImpl {
+public:
+    MCPropertySemanticRegistryImpl() : m_xHandlers(HashType) {}
+    ~MCPropertySemanticRegistryImpl() { Purge(); }
+
+    // Every change of a handler, a list or a link moves the generation, so no cache outlives it.
+    void Changed() { ++m_uGeneration; }
+
+    void Retire(MCPropertySemanticHandler* handler) {
+        if (m_nFiring == 0)
+            delete handler;
+        else
+            m_xRetiredHandlers.emplace_back(handler);
+    }
+    void Retire(MCPropertySemanticList* list) {
+        if (m_nFiring == 0)
+            delete list;
+        else
+            m_xRetiredLists.emplace_back(list);
+    }
+    void Retire(MCPropertySemanticHandler& handler) {
+        ZVTHDictIter<short, MCPropertySemanticChain*> each(handler.m_xChains);
+        while (++each)
+            m_xRetiredChains.emplace_back(each.Value());
+        handler.m_xChains.Clear();
+        if (m_nFiring == 0)
+            Purge();
+    }
+    void Purge() {
+        m_xRetiredChains.clear();
+        m_xRetiredLists.clear();
+        m_xRetiredHandlers.clear();
+    }
+
+    ZVTHDict<short, MCPropertySemanticHandler*> m_xHandlers;
+    unsigned long m_uGeneration = 1;
+    long m_nFiring = 0;
+    std::vector<std::unique_ptr<MCPropertySemanticChain>> m_xRetiredChains;
+    std::vector<std::unique_ptr<MCPropertySemanticList>> m_xRetiredLists;
+    std::vector<std::unique_ptr<MCPropertySemanticHandler>> m_xRetiredHandlers;
+};
+
+namespace {
+
+// Counts a running firing; the last one out frees what re-entrant registrations dropped meanwhile.
+class FiringScope {
+public:
+    explicit FiringScope(MCPropertySemanticRegistryImpl& impl) : m_xImpl(impl) { ++m_xImpl.m_nFiring; }
+    ~FiringScope() {
+        if (--m_xImpl.m_nFiring == 0)
+            m_xImpl.Purge();
+    }
+    FiringScope(const FiringScope&) = delete;
+    FiringScope& operator=(const FiringScope&) = delete;
+
+private:
+    MCPropertySemanticRegistryImpl& m_xImpl;
+};
+
+// Brings the handler's chain mask up to date and drops its chains when anything was registered since.
+void Refresh(MCPropertySemanticRegistryImpl& impl, MCPropertySemanticHandler& handler) {
+    if (handler.m_uCacheGeneration == impl.m_uGeneration)
+        return;
+    impl.Retire(handler);
+    unsigned long mask = 0;
+    for (MCPropertySemanticHandler* level = &handler; level; level = level->m_pxAncestor)
+        mask |= level->m_nInterests | level->m_nExternalInterests;
+    handler.m_nChainInterests = mask;
+    handler.m_uCacheGeneration = impl.m_uGeneration;
+}
+
+MCPropertySemanticChain* ChainFor(MCPropertySemanticHandler& handler, short propertyType) {
+    MCPropertySemanticChain* chain = nullptr;
+    if (handler.m_xChains.Find(propertyType, chain))
+        return chain;
+    std::vector<MCPropertySemanticHandler*> levels;
+    for (MCPropertySemanticHandler* level = &handler; level; level = level->m_pxAncestor)
+        levels.push_back(level);
+    auto made = std::make_unique<MCPropertySemanticChain>();
+    for (auto level = levels.rbegin(); level != levels.rend(); ++level) {
+        if (auto* list = MCPropertySemanticHandler::FindList((*level)->m_xExternalSemantics, propertyType))
+            made->m_xLists.push_back(list);
+        if (auto* list = MCPropertySemanticHandler::FindList((*level)->m_xSemantics, propertyType))
+            made->m_xLists.push_back(list);
+    }
+    chain = made.release();
+    handler.m_xChains.Insert(propertyType, chain);
+    return chain;
+}
+
+MCPropertySemantic::result FireList(MCPropertySemanticList& list, MCPropertySemantic::mode nMode,
+                                    short nPropertyType, MCObject* pObject, MCProperty* pProperty,
+                                    MCPropertySemanticContext* pContext) {
+    const size_t count = list.Length();
+    for (size_t i = 0; i < count && i < list.Length(); ++i) {
+        MCPropertySemantic* semantic = list[i];
+        if (!semantic)
+            continue;
+        if (!pProperty)
+            pProperty = const_cast<MCProperty*>(pObject->FindProperty(nPropertyType, true));
+        if (semantic->GetInterests() & nMode) {
+            const MCPropertySemantic::result result = semantic->Fire(nMode, pObject, pProperty, pContext);
+            if (result != MCPropertySemantic::resultContinue)
+                return result;
+        }
+    }
     return MCPropertySemantic::resultContinue;
+}
+
+MCPropertySemantic::result FireHandler(MCPropertySemanticRegistryImpl& impl,
+                                       MCPropertySemanticHandler& handler, MCPropertySemantic::mode nMode,
+                                       short nPropertyType, MCObject* pObject, MCProperty* pProperty,
+                                       MCPropertySemanticContext* pContext) {
+    Refresh(impl, handler);
+    if ((handler.m_nChainInterests & nMode) == 0)
+        return MCPropertySemantic::resultContinue;
+    // The chain stays valid through the loop: a rule that registers only retires it.
+    MCPropertySemanticChain* chain = ChainFor(handler, nPropertyType);
+    for (MCPropertySemanticList* list : chain->m_xLists) {
+        if ((list->m_nInterests & nMode) == 0)
+            continue;
+        const MCPropertySemantic::result result =
+            FireList(*list, nMode, nPropertyType, pObject, pProperty, pContext);
+        if (result != MCPropertySemantic::resultContinue)
+            return result;
+    }
+    return MCPropertySemantic::resultContinue;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------------
+// The registry
+
+MCPropertySemanticRegistry* MCPropertySemanticRegistry::c_pxSingleton = nullptr;
+
+MCPropertySemanticRegistry::MCPropertySemanticRegistry() : m_pxHandlers(new MCPropertySemanticRegistryImpl) {}
+
+MCPropertySemanticRegistry::~MCPropertySemanticRegistry() {
+    m_eState = stateDying;
+    ZVTHDictIter<short, MCPropertySemanticHandler*> handlers(m_pxHandlers->m_xHandlers);
+    while (++handlers)
+        delete handlers.Value();
+    m_pxHandlers->m_xHandlers.Clear();
+    delete m_pxHandlers;
+    c_pxSingleton = nullptr;
+}
+
+MCPropertySemanticRegistry* MCPropertySemanticRegistry::GetInstance() {
+    if (!c_pxSingleton)
+        c_pxSingleton = new MCPropertySemanticRegistry;
+    return c_pxSingleton;
+}
+
+void MCPropertySemanticRegistry::DeleteInstance() {
+    delete c_pxSingleton;
+}
+
+MCPropertySemanticHandler* MCPropertySemanticRegistry::FindHandler(short nObjectType) const {
+    MCPropertySemanticHandler* handler = nullptr;
+    m_pxHandlers->m_xHandlers.Find(nObjectType, handler);
+    return handler;
+}
+
+namespace {
+
+// Appends a rule to the list of a property type on one side, making the list on first use. An internal
+// rule stands once; an external one as often as it is added.
+void AddSemantic(MCPropertySemanticHandler::Lists& lists, unsigned long& handlerInterests, short propertyType,
+                 MCPropertySemantic* semantic, bool once) {
+    MCPropertySemanticList* list = MCPropertySemanticHandler::FindList(lists, propertyType);
+    if (!list) {
+        list = new MCPropertySemanticList;
+        lists.Insert(propertyType, list);
+    }
+    if (once && list->Contains(semantic))
+        return;
+    list->Append(semantic);
+    const unsigned long interests = semantic ? semantic->GetInterests() : 0;
+    handlerInterests |= interests;
+    list->m_nInterests |= interests;
+}
+
+}  // namespace
+
+void MCPropertySemanticRegistry::Register(short nObjectType, MCFactoryContext* pContext, short nPropertyType,
+                                          MCPropertySemantic* pSemantic, ZVTBoolean bSetContext,
+                                          ZVTBoolean bNoAncestor) {
+    MCPropertySemanticRegistry* registry = GetInstance();
+    MCPropertySemanticHandler* handler =
+        registry->CreateHandler(nObjectType, pContext, bNoAncestor, bSetContext);
+    if (nPropertyType == 0)
+        return;
+    if (nObjectType == c_sGenericObject)
+        throw EXGenericObject();
+    AddSemantic(handler->m_xSemantics, handler->m_nInterests, nPropertyType, pSemantic, true);
+    registry->m_pxHandlers->Changed();
+}
+
+MCPropertySemanticHandler* MCPropertySemanticRegistry::CreateHandler(short nObjectType,
+                                                                     MCFactoryContext* pContext,
+                                                                     ZVTBoolean bNoAncestor,
+                                                                     ZVTBoolean bSetContext) {
+    MCPropertySemanticHandler* handler = FindHandler(nObjectType);
+    if (!handler) {
+        handler = new MCPropertySemanticHandler;
+        m_pxHandlers->m_xHandlers.Insert(nObjectType, handler);
+        m_pxHandlers->Changed();
+    }
+    if (bNoAncestor)
+        return handler;
+    auto linkTo = [&](short ancestorType) {
+        MCPropertySemanticHandler* ancestor = FindHandler(ancestorType);
+        if (ancestor != handler) {
+            handler->m_pxAncestor = ancestor;
+            m_pxHandlers->Changed();
+        }
+    };
+    if (!handler->m_pxAncestor) {
+        const short concrete = MCFactoryRegistry::Translate(nObjectType, true);
+        if (concrete != nObjectType) {
+            linkTo(concrete);
+        } else if (pContext) {
+            linkTo(pContext->GetAncestorType(MCFactoryContext::userPropertySemantics));
+            if (bSetContext)
+                pContext->SetAncestorType(MCFactoryContext::userPropertySemantics, nObjectType);
+        }
+    } else if (bSetContext && pContext) {
+        pContext->SetAncestorType(MCFactoryContext::userPropertySemantics, nObjectType);
+    }
+    return handler;
+}
+
+ZVTBoolean MCPropertySemanticRegistry::CreateHandler(short nObjectType, MCFactoryContext* pContext,
+                                                     ZVTBoolean bSetContext) {
+    const ZVTBoolean existed = FindHandler(nObjectType) != nullptr;
+    CreateHandler(nObjectType, pContext, false, bSetContext);
+    return !existed;
+}
+
+void MCPropertySemanticRegistry::RegisterExternalSemantic(short nObjectType, short nPropertyType,
+                                                          MCPropertySemantic* pSemantic,
+                                                          ZVTBoolean bSetContext) {
+    CreateHandler(nObjectType, nullptr, bSetContext);
+    if (nPropertyType == 0)
+        return;
+    if (nObjectType == c_sGenericObject)
+        throw EXGenericObject();
+    MCPropertySemanticHandler* handler = FindHandler(nObjectType);
+    AddSemantic(handler->m_xExternalSemantics, handler->m_nExternalInterests, nPropertyType, pSemantic,
+                false);
+    m_pxHandlers->Changed();
+}
+
+void MCPropertySemanticRegistry::Deregister(short nObjectType) {
+    MCPropertySemanticHandler* handler = FindHandler(nObjectType);
+    if (!handler)
+        return;
+    m_pxHandlers->m_xHandlers.Remove(nObjectType);
+    m_pxHandlers->Changed();
+    m_pxHandlers->Retire(handler);
+}
+
+void MCPropertySemanticRegistry::Deregister(short nObjectType, short nPropertyType) {
+    MCPropertySemanticHandler* handler = FindHandler(nObjectType);
+    if (!handler)
+        return;
+    for (auto* lists : {&handler->m_xSemantics, &handler->m_xExternalSemantics}) {
+        if (MCPropertySemanticList* list = MCPropertySemanticHandler::FindList(*lists, nPropertyType)) {
+            lists->Remove(nPropertyType);
+            m_pxHandlers->Retire(list);
+        }
+    }
+    m_pxHandlers->Changed();
+}
+
+void MCPropertySemanticRegistry::Deregister(const MCPropertySemantic* pSemantic) {
+    auto* semantic = const_cast<MCPropertySemantic*>(pSemantic);
+    ZVTHDictIter<short, MCPropertySemanticHandler*> handlers(m_pxHandlers->m_xHandlers);
+    while (++handlers) {
+        for (auto* lists : {&handlers.Value()->m_xSemantics, &handlers.Value()->m_xExternalSemantics}) {
+            ZVTHDictIter<short, MCPropertySemanticList*> each(*lists);
+            while (++each) {
+                while (each.Value()->Remove(semantic)) {
+                }
+            }
+        }
+    }
+}
+
+ZVTBoolean MCPropertySemanticRegistry::IsRegistered(short nObjectType) const {
+    return FindHandler(nObjectType) != nullptr;
+}
+
+ZVTBoolean MCPropertySemanticRegistry::IsRegistered(short nObjectType, short nPropertyType) const {
+    MCPropertySemanticHandler* handler = FindHandler(nObjectType);
+    return handler && (handler->m_xSemantics.Contains(nPropertyType) ||
+                       handler->m_xExternalSemantics.Contains(nPropertyType));
+}
+
+ZVTBoolean MCPropertySemanticRegistry::IsRegistered(const MCPropertySemantic* pSemantic) const {
+    if (!pSemantic)
+        return false;
+    auto* semantic = const_cast<MCPropertySemantic*>(pSemantic);
+    ZVTHDictIter<short, MCPropertySemanticHandler*> handlers(m_pxHandlers->m_xHandlers);
+    while (++handlers) {
+        for (auto* lists : {&handlers.Value()->m_xSemantics, &handlers.Value()->m_xExternalSemantics}) {
+            ZVTHDictIter<short, MCPropertySemanticList*> each(*lists);
+            while (++each) {
+                if (each.Value()->Contains(semantic))
+                    return true;
+            }
+        }
+    }
+    return false;
+}
+
+MCPropertySemantic::result MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::mode nMode,
+                                                                     short nPropertyType, MCObject* pObject,
+                                                                     MCProperty* pProperty,
+                                                                     MCPropertySemanticContext* pContext) {
+    MCPropertySemanticRegistry* registry = GetInstance();
+    MCPropertySemanticHandler* handler = pObject ? registry->FindHandler(pObject->GetType()) : nullptr;
+    if (!handler)
+        return MCPropertySemantic::resultContinue;
+    MCPropertySemanticRegistryImpl& impl = *registry->m_pxHandlers;
+    FiringScope firing(impl);
+    try {
+        const MCPropertySemantic::result result =
+            FireHandler(impl, *handler, nMode, nPropertyType, pObject, pProperty, pContext);
+        if (result != MCPropertySemantic::resultContinue)
+            return result;
+        // Seam: the object's heirs hear of the change here, in the inherited mode, once heir sets join.
+    } catch (const EXBase&) {
+        return MCPropertySemantic::resultRefused;
+    }
+    return MCPropertySemantic::resultContinue;
+}
+
+ZVTString MCPropertySemanticRegistry::GetModeName(MCPropertySemantic::mode nMode) const {
+    switch (nMode) {
+        case MCPropertySemantic::PreEdit:
+            return "PreEdit";
+        case MCPropertySemantic::PostEdit:
+            return "PostEdit";
+        case MCPropertySemantic::PreDestructon:
+            return "PreDestructon";
+        case MCPropertySemantic::PreCalculateData:
+            return "PreCalculateData";
+        case MCPropertySemantic::PostCalculateData:
+            return "PostCalculateData";
+        case MCPropertySemantic::InheritedPostEdit:
+            return "InheritedPostEdit";
+        default:
+            return "Invalid mode";
+    }
 }

@@ -5,6 +5,7 @@
 #include "ModelCore/ZVFWMC/MCGenericObject.h"
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
 #include "ModelCore/ZVFWMC/MCMetaInfo.h"
+#include "ModelCore/ZVFWMC/MCObjectSem.h"
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
 
 namespace {
@@ -100,8 +101,8 @@ void MdlCore::Terminate() {
     // A fixed order, the same in every process; a registry that was never made
     // is skipped by its DeleteInstance.
     MCFactoryRegistry::DeleteInstance();
-    // Seam: MCObjectSemReg is deleted here, once the object semantics unit joins.
-    // Seam: MCPropertySemanticRegistry is deleted here, once the property semantics unit joins.
+    MCObjectSemReg::DeleteInstance();
+    MCPropertySemanticRegistry::DeleteInstance();
     // Seam: MCNotificationDirectory is deleted here, once the notification unit joins.
     // Seam: MCPropertyConverterRegistry is deleted here, once the property converter unit joins.
     MCMetaInfo::DeleteInstance();

@@ -1,0 +1,296 @@
+#include "ModelCore/ZVFWMC/MCObjectSem.h"
+
+#include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCFactory.h"
+#include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+#include "ModelCore/ZVFWMC/MCObject.h"
+
+namespace {
+
+const ZVTString c_xSourceFile("ModelCore/ZVFWMC/MCObjectSem");
+
+unsigned int HashType(const short& type) {
+    return static_cast<unsigned short>(type);
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------------
+// Rules and contexts
+
+MCObjectSem::~MCObjectSem() {
+    // Not GetInstance: a rule of static storage that dies at unload must not bring the registry back.
+    MCObjectSemReg* registry = MCObjectSemReg::c_pxSingleton;
+    if (registry && registry->GetState() == MCObjectSemReg::stateInUse)
+        registry->Deregister(this);
+}
+
+unsigned long MCObjectSem::GetInterests() const {
+    return PostCreation | PreDestructon | CalculateData;
+}
+
+void MCObjectSem::Register(short nType, MCFactoryContext* context) {
+    if (context)
+        MCObjectSemReg::Register(nType, context, this, true);
+}
+
+MCObjectSemContext::~MCObjectSemContext() = default;
+
+ZVTBoolean MCObjectSemContext::PropsExist() const {
+    return false;
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Handlers
+
+MCObjectSemHandler::MCObjectSemHandler(short nAncestorType) {
+    SetAncestorType(nAncestorType);
+}
+
+MCObjectSemHandler::~MCObjectSemHandler() {
+    // Ancestor and descendants are left alone: handlers go all together, with the registry.
+    for (size_t i = 0; i < m_xExternalSemantics.Entries(); ++i)
+        delete m_xExternalSemantics.At(i);
+}
+
+MCObjectSem::result MCObjectSemHandler::FireList(ZVTSList<MCObjectSem*>& list, MCObjectSem::mode nMode,
+                                                 MCObject* object, MCObjectSem*& rpFailed,
+                                                 MCObjectSemContext* context, ZVTBoolean bDerivedFirst) {
+    // By index over the live list: a rule may register another one on the list that is running.
+    for (size_t i = 0; i < list.Entries(); ++i) {
+        MCObjectSem* semantic = list.At(i);
+        const MCObjectSem::result result = semantic->Fire(nMode, object, context);
+        if (result == MCObjectSem::resultFailed) {
+            rpFailed = semantic;
+            return result;
+        }
+        if (result == MCObjectSem::resultStop && bDerivedFirst)
+            return result;
+    }
+    return MCObjectSem::resultContinue;
+}
+
+MCObjectSem::result MCObjectSemHandler::FireSemantics(MCObjectSem::mode nMode, MCObject* object,
+                                                      MCObjectSem*& rpFailed, MCObjectSemContext* context,
+                                                      ZVTBoolean bDerivedFirst) {
+    if (!bDerivedFirst && m_pxAncestor &&
+        m_pxAncestor->FireSemantics(nMode, object, rpFailed, context, false) == MCObjectSem::resultFailed)
+        return MCObjectSem::resultFailed;
+    if (m_nInterests & nMode) {
+        const MCObjectSem::result result =
+            FireList(m_xSemantics, nMode, object, rpFailed, context, bDerivedFirst);
+        if (result != MCObjectSem::resultContinue)
+            return result;
+    }
+    if (m_nExternalInterests & nMode) {
+        const MCObjectSem::result result =
+            FireList(m_xExternalSemantics, nMode, object, rpFailed, context, bDerivedFirst);
+        if (result != MCObjectSem::resultContinue)
+            return result;
+    }
+    if (bDerivedFirst && m_pxAncestor)
+        return m_pxAncestor->FireSemantics(nMode, object, rpFailed, context, true);
+    return MCObjectSem::resultContinue;
+}
+
+void MCObjectSemHandler::Register(const MCObjectSem* semantic) {
+    auto* rule = const_cast<MCObjectSem*>(semantic);
+    if (!rule || m_xSemantics.Contains(rule))
+        return;
+    m_xSemantics.Append(rule);
+    SetInterests(rule->GetInterests(), typeInternal);
+}
+
+void MCObjectSemHandler::RegisterExternalSemantic(const MCObjectSem* semantic) {
+    auto* rule = const_cast<MCObjectSem*>(semantic);
+    if (!rule || m_xExternalSemantics.Contains(rule))
+        return;
+    m_xExternalSemantics.Append(rule);
+    SetInterests(rule->GetInterests(), typeExternal);
+}
+
+void MCObjectSemHandler::Deregister(const MCObjectSem* semantic) {
+    auto* rule = const_cast<MCObjectSem*>(semantic);
+    while (m_xSemantics.Remove(rule)) {
+    }
+    while (m_xExternalSemantics.Remove(rule)) {
+    }
+}
+
+ZVTBoolean MCObjectSemHandler::IsRegistered(const MCObjectSem* semantic) const {
+    auto* rule = const_cast<MCObjectSem*>(semantic);
+    return m_xSemantics.Contains(rule) || m_xExternalSemantics.Contains(rule);
+}
+
+void MCObjectSemHandler::SetAncestorType(short nType) {
+    MCObjectSemReg* registry = MCObjectSemReg::GetInstance();
+    MCObjectSemHandler* ancestor = registry ? registry->FindHandler(nType) : nullptr;
+    if (!ancestor || ancestor == this || ancestor == m_pxAncestor)
+        return;
+    for (MCObjectSemHandler* above = ancestor; above; above = above->m_pxAncestor) {
+        if (above == this)
+            MC_THROW_UNEXPECTED(c_xSourceFile);
+    }
+    if (m_pxAncestor)
+        m_pxAncestor->m_xDescendants.Remove(this);
+    m_pxAncestor = ancestor;
+    ancestor->AddDescendant(this);
+    SetInterests(ancestor->GetInterests(typeInternal), typeInternal);
+    SetInterests(ancestor->GetInterests(typeExternal), typeExternal);
+}
+
+void MCObjectSemHandler::AddDescendant(MCObjectSemHandler* descendant) {
+    if (descendant && !m_xDescendants.Contains(descendant))
+        m_xDescendants.Append(descendant);
+}
+
+void MCObjectSemHandler::SetInterests(unsigned long nMask, type nType) {
+    unsigned long& mask = nType == typeInternal ? m_nInterests : m_nExternalInterests;
+    if ((mask | nMask) == mask)
+        return;
+    mask |= nMask;
+    for (size_t i = 0; i < m_xDescendants.Entries(); ++i)
+        m_xDescendants.At(i)->SetInterests(nMask, nType);
+}
+
+// ---------------------------------------------------------------------------------------------------
+// The registry
+
+MCObjectSemReg* MCObjectSemReg::c_pxSingleton = nullptr;
+ZVTBoolean MCObjectSemReg::ms_bDead = false;
+
+MCObjectSemReg::MCObjectSemReg() : m_xHandlers(HashType, 64) {}
+
+MCObjectSemReg::~MCObjectSemReg() {
+    m_eState = stateDying;
+    ZVTHDictIter<short, MCObjectSemHandler*> handlers(m_xHandlers);
+    while (++handlers)
+        delete handlers.Value();
+    m_xHandlers.Clear();
+    ms_bDead = true;
+    c_pxSingleton = nullptr;
+}
+
+MCObjectSemReg* MCObjectSemReg::GetInstance() {
+    if (!c_pxSingleton && !ms_bDead)
+        c_pxSingleton = new MCObjectSemReg;
+    return c_pxSingleton;
+}
+
+void MCObjectSemReg::DeleteInstance() {
+    delete c_pxSingleton;
+}
+
+MCObjectSemHandler* MCObjectSemReg::FindHandler(short nType) const {
+    MCObjectSemHandler* handler = nullptr;
+    m_xHandlers.Find(nType, handler);
+    return handler;
+}
+
+void MCObjectSemReg::Register(short nType, MCFactoryContext* pContext, const MCObjectSem* pSemantic,
+                              ZVTBoolean bSetContext) {
+    MCObjectSemReg* registry = GetInstance();
+    if (!registry || !pContext)
+        return;
+    registry->CreateHandler(nType, pContext, bSetContext);
+    MCObjectSemHandler* handler = registry->FindHandler(nType);
+    if (!handler)
+        MC_THROW_UNEXPECTED(c_xSourceFile);
+    if (pSemantic)
+        handler->Register(pSemantic);
+}
+
+ZVTBoolean MCObjectSemReg::CreateHandler(short nType, MCFactoryContext* pContext, ZVTBoolean bSetContext) {
+    const short ancestorType =
+        pContext ? pContext->GetAncestorType(MCFactoryContext::userObjectSemantics) : 0;
+    ZVTBoolean made = false;
+    MCObjectSemHandler* handler = FindHandler(nType);
+    if (!handler) {
+        handler = new MCObjectSemHandler(ancestorType);
+        m_xHandlers.Insert(nType, handler);
+        made = true;
+    }
+    const short concrete = MCFactoryRegistry::Translate(nType, true);
+    if (concrete != nType) {
+        // An alias inherits the rules of its concrete type; the context's chain is not its business.
+        if (!handler->GetAncestor())
+            handler->SetAncestorType(concrete);
+    } else if (pContext && bSetContext) {
+        if (!handler->GetAncestor())
+            handler->SetAncestorType(ancestorType);
+        pContext->SetAncestorType(MCFactoryContext::userObjectSemantics, nType);
+    }
+    return made;
+}
+
+void MCObjectSemReg::RegisterExternalSemantic(short nType, const MCObjectSem* pSemantic,
+                                              ZVTBoolean bSetContext) {
+    CreateHandler(nType, nullptr, bSetContext);
+    if (MCObjectSemHandler* handler = FindHandler(nType))
+        handler->RegisterExternalSemantic(pSemantic);
+}
+
+void MCObjectSemReg::RemoveHandler(short nType) {
+    MCObjectSemHandler* handler = FindHandler(nType);
+    if (!handler)
+        return;
+    m_xHandlers.Remove(nType);
+    delete handler;
+}
+
+void MCObjectSemReg::Deregister(short nType) {
+    RemoveHandler(nType);
+}
+
+void MCObjectSemReg::Deregister(const MCObjectSem* pSemantic) {
+    ZVTHDictIter<short, MCObjectSemHandler*> handlers(m_xHandlers);
+    while (++handlers)
+        handlers.Value()->Deregister(pSemantic);
+}
+
+ZVTBoolean MCObjectSemReg::IsRegistered(short nType) const {
+    return FindHandler(nType) != nullptr;
+}
+
+ZVTBoolean MCObjectSemReg::IsRegistered(short nType, const MCObjectSem* pSemantic) const {
+    MCObjectSemHandler* handler = FindHandler(nType);
+    return handler && handler->IsRegistered(pSemantic);
+}
+
+ZVTBoolean MCObjectSemReg::IsRegistered(const MCObjectSem* pSemantic) const {
+    ZVTHDictIter<short, MCObjectSemHandler*> handlers(
+        const_cast<ZVTHDict<short, MCObjectSemHandler*>&>(m_xHandlers));
+    while (++handlers) {
+        if (handlers.Value()->IsRegistered(pSemantic))
+            return true;
+    }
+    return false;
+}
+
+MCObjectSem::result MCObjectSemReg::FireSemantics(MCObjectSem::mode nMode, MCObject* pObject,
+                                                  MCObjectSem*& rpFailed, MCObjectSemContext* pContext,
+                                                  ZVTBoolean bDerivedFirst) {
+    MCObjectSemReg* registry = GetInstance();
+    if (!pObject)
+        return MCObjectSem::resultFailed;
+    MCObjectSemHandler* handler = registry ? registry->FindHandler(pObject->GetType()) : nullptr;
+    if (!handler)
+        return MCObjectSem::resultContinue;
+    return handler->FireSemantics(nMode, pObject, rpFailed, pContext, bDerivedFirst) ==
+                   MCObjectSem::resultFailed
+               ? MCObjectSem::resultFailed
+               : MCObjectSem::resultContinue;
+}
+
+ZVTString MCObjectSemReg::GetModeName(MCObjectSem::mode nMode) const {
+    switch (nMode) {
+        case MCObjectSem::PostCreation:
+            return "PostCreation";
+        case MCObjectSem::PreDestructon:
+            return "PreDestructon";
+        case MCObjectSem::CalculateData:
+            return "CalculateData";
+        default:
+            return "Invalid mode";
+    }
+}

@@ -1,0 +1,192 @@
+#ifndef MCOBJECTSEM_H
+#define MCOBJECTSEM_H
+
+// Rules on object types: they run at fixed moments of an object's life (after creation, before
+// destruction, after restore, around copy and paste), may veto a destruction, and are inherited along the
+// type hierarchy through one handler per type. The handlers are linked while the class levels of a type
+// register, root first, so the first object (or prototype) of a type teaches the registry its ancestry.
+
+#include "foundation/ZVTBoolean.h"
+#include "foundation/ZVTExport.h"
+#include "foundation/ZVTHDict.h"
+#include "foundation/ZVTSList.h"
+#include "foundation/ZVTString.h"
+
+class MCFactoryContext;
+class MCObject;
+class MCObjectSemContext;
+
+/// A rule on an object type. As a rule an object of static storage shared by all objects of its type; it
+/// leaves the registry by itself when it dies.
+class MODELCORE_API MCObjectSem {
+public:
+    /// When a rule runs; each value doubles as the interest bit. The values must not change.
+    enum mode : unsigned long {
+        PostCreation = 0x01,
+        PreDestructon = 0x02,
+        CalculateData = 0x04,
+        PostPaste = 0x40,
+        PostCopy = 0x80
+    };
+    /// What a rule answers: go on, failure (the firing stops and reports the rule), or stop without
+    /// failure, which only the derived-first order heeds.
+    enum result { resultContinue = 0, resultFailed = 1, resultStop = 2 };
+
+    MCObjectSem() = default;
+    MCObjectSem(const MCObjectSem&) = delete;
+    MCObjectSem& operator=(const MCObjectSem&) = delete;
+    /// Leaves every handler, unless the registry is being torn down or is gone.
+    virtual ~MCObjectSem();
+
+    /// Runs the rule for `object` in `nMode`. A handler's mask covers its ancestors' interests too, so a
+    /// rule may be called for a mode it did not ask for and must ignore it.
+    virtual result Fire(mode nMode, MCObject* object, MCObjectSemContext* context) = 0;
+    /// The OR of the modes the rule wants; the base wants PostCreation, PreDestructon and CalculateData.
+    virtual unsigned long GetInterests() const;
+
+    /// Adds this rule to the handler of `nType`, linked through the context; nothing without a context.
+    void Register(short nType, MCFactoryContext* context);
+};
+
+/// What a firing tells the rules besides the object: the factory context of a creation, or more in the
+/// derived contexts of restore, copy and paste.
+class MODELCORE_API MCObjectSemContext {
+public:
+    /// A context carrying `factoryContext`, which may be null.
+    explicit MCObjectSemContext(MCFactoryContext* factoryContext = nullptr)
+        : m_pxFactoryContext(factoryContext) {}
+    virtual ~MCObjectSemContext();
+
+    /// Whether the object's properties exist already; the base says no.
+    virtual ZVTBoolean PropsExist() const;
+    /// The factory context of the creation, null outside one.
+    MCFactoryContext* GetFactoryContext() const { return m_pxFactoryContext; }
+
+private:
+    MCFactoryContext* m_pxFactoryContext;
+};
+
+/// The rules of one object type and the link to its ancestor's handler. Interests spread down: a handler's
+/// masks hold the bits of every ancestor's rules, so a late rule on a base type reaches its derived types
+/// at once. Owns its external rules, not the others.
+class MODELCORE_API MCObjectSemHandler {
+public:
+    /// The two lists: the rules of Register and the external ones.
+    enum type { typeInternal = 0, typeExternal = 1 };
+
+    virtual ~MCObjectSemHandler();
+    MCObjectSemHandler(const MCObjectSemHandler&) = delete;
+    MCObjectSemHandler& operator=(const MCObjectSemHandler&) = delete;
+
+    /// Fires the chain: root first (internal rules, then external ones, on each level), or with
+    /// `bDerivedFirst` this level first. Answers 1 for a failure (with `rpFailed` set), 2 for a stop in
+    /// derived-first order, 0 otherwise.
+    MCObjectSem::result FireSemantics(MCObjectSem::mode nMode, MCObject* object, MCObjectSem*& rpFailed,
+                                      MCObjectSemContext* context, ZVTBoolean bDerivedFirst);
+    /// Appends a rule once; null is ignored.
+    void Register(const MCObjectSem* semantic);
+    /// Appends an external rule, which the handler then owns; null or one already there is ignored.
+    void RegisterExternalSemantic(const MCObjectSem* semantic);
+    /// Takes the rule out of both lists; masks stay as they are.
+    void Deregister(const MCObjectSem* semantic);
+    /// Whether the rule stands in either list.
+    ZVTBoolean IsRegistered(const MCObjectSem* semantic) const;
+    /// Links this handler under the handler of `nType`; nothing when that type has no handler or is this
+    /// handler's own. EXUnexpected when the link would close a cycle.
+    void SetAncestorType(short nType);
+    /// Records a handler whose ancestor this is.
+    void AddDescendant(MCObjectSemHandler* descendant);
+    /// ORs `nMask` into one mask and into every descendant's.
+    void SetInterests(unsigned long nMask, type nType);
+    /// One of the masks.
+    unsigned long GetInterests(type nType) const {
+        return nType == typeInternal ? m_nInterests : m_nExternalInterests;
+    }
+    /// The ancestor's handler, null for a root.
+    MCObjectSemHandler* GetAncestor() const { return m_pxAncestor; }
+
+protected:
+    friend class MCObjectSemReg;
+    /// A handler linked under the handler of `nAncestorType`, when it has one.
+    explicit MCObjectSemHandler(short nAncestorType);
+
+private:
+    // 1 or 2 when that ends the walk; 0 to go on.
+    MCObjectSem::result FireList(ZVTSList<MCObjectSem*>& list, MCObjectSem::mode nMode, MCObject* object,
+                                 MCObjectSem*& rpFailed, MCObjectSemContext* context,
+                                 ZVTBoolean bDerivedFirst);
+
+    ZVTSList<MCObjectSem*> m_xSemantics;
+    ZVTSList<MCObjectSem*> m_xExternalSemantics;
+    MCObjectSemHandler* m_pxAncestor = nullptr;
+    ZVTSList<MCObjectSemHandler*> m_xDescendants;
+    unsigned long m_nInterests = 0;
+    unsigned long m_nExternalInterests = 0;
+};
+
+/// The process-wide table of object rules, one handler per object type. Made on first use, deleted by
+/// MdlCore::Terminate; once deleted it stays gone, so rules of static storage that die at unload find
+/// nothing to leave.
+class MODELCORE_API MCObjectSemReg {
+public:
+    /// 0 in use; 1 from the start of the destructor on.
+    enum State { stateInUse = 0, stateDying = 1 };
+
+    /// The registry, made on first use; null once it has been deleted.
+    static MCObjectSemReg* GetInstance();
+    /// Deletes the registry and its handlers for good; nothing when there is none.
+    static void DeleteInstance();
+
+    /// Makes the handler of `nType` linked through the context and adds `pSemantic` once (null only makes
+    /// the link); nothing without a context.
+    static void Register(short nType, MCFactoryContext* pContext, const MCObjectSem* pSemantic,
+                         ZVTBoolean bSetContext);
+    /// Makes the handler of `nType` under the context's ancestor; an alias is linked under its concrete
+    /// type instead. True when the handler was made now.
+    ZVTBoolean CreateHandler(short nType, MCFactoryContext* pContext, ZVTBoolean bSetContext);
+    /// Adds a rule that lives outside the host's code and is owned by the handler from then on.
+    void RegisterExternalSemantic(short nType, const MCObjectSem* pSemantic, ZVTBoolean bSetContext);
+    /// Removes and deletes the handler of a type; only for a type that no other type derives from.
+    void Deregister(short nType);
+    /// Takes the rule out of every handler.
+    void Deregister(const MCObjectSem* pSemantic);
+    /// Whether the type has a handler, with or without rules.
+    ZVTBoolean IsRegistered(short nType) const;
+    /// Whether the rule stands in the handler of `nType`.
+    ZVTBoolean IsRegistered(short nType, const MCObjectSem* pSemantic) const;
+    /// Whether the rule stands in any handler.
+    ZVTBoolean IsRegistered(const MCObjectSem* pSemantic) const;
+
+    /// Fires the rules of `pObject`'s type chain in `nMode`; 1 when a rule failed (named in `rpFailed`),
+    /// also for a null object, 0 otherwise, a stop included.
+    static MCObjectSem::result FireSemantics(MCObjectSem::mode nMode, MCObject* pObject,
+                                             MCObjectSem*& rpFailed, MCObjectSemContext* pContext,
+                                             ZVTBoolean bDerivedFirst);
+
+    /// "PostCreation", "PreDestructon", "CalculateData", and "Invalid mode" for every other value.
+    ZVTString GetModeName(MCObjectSem::mode nMode) const;
+    /// The registry's state.
+    State GetState() const { return m_eState; }
+
+protected:
+    /// The handler of `nType`, null when there is none.
+    MCObjectSemHandler* FindHandler(short nType) const;
+
+private:
+    friend class MCObjectSem;
+    friend class MCObjectSemHandler;
+
+    MCObjectSemReg();
+    virtual ~MCObjectSemReg();
+    MCObjectSemReg(const MCObjectSemReg&) = delete;
+    MCObjectSemReg& operator=(const MCObjectSemReg&) = delete;
+
+    void RemoveHandler(short nType);
+
+    static MCObjectSemReg* c_pxSingleton;
+    static ZVTBoolean ms_bDead;
+    ZVTHDict<short, MCObjectSemHandler*> m_xHandlers;
+    State m_eState = stateInUse;
+};
+
+#endif

@@ -1,0 +1,160 @@
+// Object rules along a three-level host hierarchy: both firing orders, failures and stops, late rules
+// reaching derived types, cycles refused, and the destruction veto of a rule and of an undeletable object.
+
+#include "support/RegistryTestSupport.h"
+#include "support/RuleTestSupport.h"
+
+namespace {
+
+constexpr unsigned long c_nCalculate = MCObjectSem::CalculateData;
+
+}  // namespace
+
+class ObjectSemTest : public RuleTest {};
+
+TEST_F(ObjectSemTest, ChainFiresRootFirstAndDerivedFirstAndStopsAsTheResultsSay) {
+    const struct {
+        const char* pcName;
+        MCObjectSem::result eShape, eBox;
+        bool bDerivedFirst;
+        const char* pcLog;
+        MCObjectSem::result eResult;
+        const char* pcFailed;
+    } cases[] = {
+        {"root first", MCObjectSem::resultContinue, MCObjectSem::resultContinue, false, "S:4 B:4 C:4",
+         MCObjectSem::resultContinue, ""},
+        {"derived first", MCObjectSem::resultContinue, MCObjectSem::resultContinue, true, "C:4 B:4 S:4",
+         MCObjectSem::resultContinue, ""},
+        {"failure stops root first", MCObjectSem::resultContinue, MCObjectSem::resultFailed, false, "S:4 B:4",
+         MCObjectSem::resultFailed, "B"},
+        {"failure stops derived first", MCObjectSem::resultFailed, MCObjectSem::resultFailed, true, "C:4 B:4",
+         MCObjectSem::resultFailed, "B"},
+        {"stop only counts derived first", MCObjectSem::resultContinue, MCObjectSem::resultStop, true,
+         "C:4 B:4", MCObjectSem::resultContinue, ""},
+        {"stop goes on root first", MCObjectSem::resultStop, MCObjectSem::resultStop, false, "S:4 B:4 C:4",
+         MCObjectSem::resultContinue, ""},
+    };
+    MCObject* crate = Make(nullptr, Crate::c_sType);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.pcName);
+        ObjectRule shape("S", c_nCalculate, c.eShape), box("B", c_nCalculate, c.eBox), cr("C", c_nCalculate);
+        AddRule(Shape::c_sType, shape);
+        AddRule(Box::c_sType, box);
+        AddRule(Crate::c_sType, cr);
+        MCObjectSem* failed = nullptr;
+        EXPECT_EQ(MCObjectSemReg::FireSemantics(MCObjectSem::CalculateData, crate, failed, nullptr,
+                                                c.bDerivedFirst),
+                  c.eResult);
+        EXPECT_EQ(TakeLog(), c.pcLog);
+        EXPECT_EQ(failed ? static_cast<ObjectRule*>(failed)->m_sName : "", c.pcFailed);
+    }
+    // The rules died with their scope and left the handlers.
+    MCObjectSem* failed = nullptr;
+    MCObjectSemReg::FireSemantics(MCObjectSem::CalculateData, crate, failed, nullptr, false);
+    EXPECT_EQ(TakeLog(), "");
+    EXPECT_EQ(MCObjectSemReg::FireSemantics(MCObjectSem::CalculateData, nullptr, failed, nullptr, false),
+              MCObjectSem::resultFailed);
+}
+
+TEST_F(ObjectSemTest, CreationAndDestructionFireInTheirOrders) {
+    ObjectRule shape("S", 3), box("B", 3);
+    AddRule(Shape::c_sType, shape);
+    AddRule(Box::c_sType, box);
+    MCObject* root = Make(nullptr, Box::c_sType);
+    MCObject* inner = Make(root, Crate::c_sType);
+    EXPECT_EQ(TakeLog(), "S:1 B:1 S:1 B:1");
+    ASSERT_TRUE(root->HasCreationSemantics());
+
+    // Destruction: each object's rules before its ownees', derived level first.
+    ObjectRule crate("C", 3);
+    AddRule(Crate::c_sType, crate);
+    (void)inner;
+    root->Expunge(true);
+    EXPECT_EQ(TakeLog(), "B:2 S:2 C:2 B:2 S:2");
+}
+
+TEST_F(ObjectSemTest, LateRuleOnBaseReachesLinkedDerivedTypesAndStandsOnce) {
+    MCObject* crate = Make(nullptr, Crate::c_sType);
+    ObjectRule late("L", MCObjectSem::PostCopy);
+    AddRule(Shape::c_sType, late);
+    AddRule(Shape::c_sType, late);
+    MCObjectSem* failed = nullptr;
+    MCObjectSemReg::FireSemantics(MCObjectSem::PostCopy, crate, failed, nullptr, false);
+    EXPECT_EQ(TakeLog(), "L:80");
+    EXPECT_TRUE(MCObjectSemReg::GetInstance()->IsRegistered(Shape::c_sType, &late));
+    EXPECT_FALSE(MCObjectSemReg::GetInstance()->IsRegistered(Box::c_sType, &late));
+    EXPECT_EQ(MCObjectSemReg::GetInstance()->GetModeName(MCObjectSem::PostPaste), ZVTString("Invalid mode"));
+    EXPECT_EQ(MCObjectSemReg::GetInstance()->GetModeName(MCObjectSem::PreDestructon),
+              ZVTString("PreDestructon"));
+}
+
+TEST_F(ObjectSemTest, LinkThatWouldCloseACycleIsRefused) {
+    MCFactoryContext fresh;
+    MCObjectSemReg::Register(7391, &fresh, nullptr, true);  // a root: nothing above it
+    MCFactoryContext below;
+    below.SetAncestorType(MCFactoryContext::userObjectSemantics, 7391);
+    MCObjectSemReg::Register(7392, &below, nullptr, true);
+    MCFactoryContext back;
+    back.SetAncestorType(MCFactoryContext::userObjectSemantics, 7392);
+    EXPECT_THROW(MCObjectSemReg::Register(7391, &back, nullptr, true), EXUnexpected);
+
+    // Linking to itself or to no type leaves a root a root: a late rule on 7392 does not reach 7391.
+    MCFactoryContext self;
+    self.SetAncestorType(MCFactoryContext::userObjectSemantics, 7391);
+    MCObjectSemReg::Register(7391, &self, nullptr, true);
+    ObjectRule rule("R", c_nCalculate);
+    MCObjectSemReg::Register(7392, &fresh, &rule, false);
+    EXPECT_TRUE(MCObjectSemReg::GetInstance()->IsRegistered(&rule));
+    MCObjectSemReg::GetInstance()->Deregister(7392);
+    EXPECT_FALSE(MCObjectSemReg::GetInstance()->IsRegistered(&rule));
+}
+
+TEST_F(ObjectSemTest, VetoKeepsTheObjectWholeUnlessItsOwnerGoes) {
+    ObjectRule veto("V", MCObjectSem::PreDestructon, MCObjectSem::resultFailed);
+    AddRule(Box::c_sType, veto);
+    MCObject* root = Make();
+    MCObject* box = Make(root, Box::c_sType);
+    MCObject* inner = Make(box);
+    const long boxId = box->GetId(), innerId = inner->GetId();
+    box->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
+
+    EXPECT_TRUE(box->Expunge(true));
+    EXPECT_EQ(MCObject::ResolveId(boxId), box);
+    EXPECT_EQ(MCObject::ResolveId(innerId), inner);
+    EXPECT_FALSE(box->GetFlag(MCItem::itemExpunging | MCItem::itemTreeExpunge));
+    EXPECT_FALSE(inner->IsExpunging());
+    EXPECT_EQ(box->GetOwner(0, MCItem::rttiExact), root);
+    EXPECT_EQ(m_xLog.Take(), "");
+
+    root->Expunge(true);
+    EXPECT_EQ(MCObject::ResolveId(boxId), nullptr);
+    EXPECT_EQ(MCObject::ResolveId(innerId), nullptr);
+    EXPECT_EQ(TakeLog(), "V:2 V:2");
+}
+
+TEST_F(ObjectSemTest, UndeletableObjectGoesOnlyWithItsOwner) {
+    MCObject* root = Make();
+    MCObject* child = Make(root);
+    child->SetFlag(MCItem::itemUndeletable, true);
+    const long id = child->GetId();
+    {
+        MessageLog messages;
+        child->Expunge(true);
+        EXPECT_EQ(messages.Text(), "606(0x30)");
+    }
+    EXPECT_EQ(MCObject::ResolveId(id), child);
+    MessageLog messages;
+    root->Expunge(true);
+    EXPECT_EQ(MCObject::ResolveId(id), nullptr);
+    EXPECT_EQ(messages.Text(), "");
+}
+
+TEST_F(ObjectSemTest, UndeletableRootStaysUntilTheFlagIsCleared) {
+    MCObject* root = Make();
+    root->SetFlag(MCItem::itemUndeletable, true);
+    MessageLog messages;
+    root->Expunge(true);
+    EXPECT_EQ(messages.Text(), "606(0x30)");
+    EXPECT_EQ(MCObject::ResolveId(root->GetId()), root);
+    root->SetFlag(MCItem::itemUndeletable, false);
+}

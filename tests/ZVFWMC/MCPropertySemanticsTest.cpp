@@ -1,0 +1,208 @@
+// Property rules through the accessors of a host metamodel: the firing order along the type chain,
+// refusals before and after a change, the object going away inside a rule, calculated values, rules that
+// throw, and what registering and deregistering leave behind.
+
+#include "support/RuleTestSupport.h"
+
+namespace {
+
+constexpr unsigned long c_nEdit = MCPropertySemantic::PreEdit | MCPropertySemantic::PostEdit;
+
+bool SetWidth(MCObject* object, long value) {
+    MCSPropertyAccessorT<long> accessor(value);
+    return object->SetProperty(Shape::c_sWidth, accessor, MCPropertyAccessor::accessAdd);
+}
+
+}  // namespace
+
+class PropertySemanticsTest : public RuleTest {};
+
+TEST_F(PropertySemanticsTest, EditFiresRootLevelFirstAndExternalBeforeInternal) {
+    PropertyRule shape("S", c_nEdit), shapeExternal("Sx", c_nEdit), box("B", c_nEdit), crate("C", c_nEdit);
+    AddRule(Shape::c_sType, Shape::c_sWidth, shape);
+    MCPropertySemanticRegistry::GetInstance()->RegisterExternalSemantic(Shape::c_sType, Shape::c_sWidth,
+                                                                        &shapeExternal, false);
+    AddRule(Box::c_sType, Shape::c_sWidth, box);
+    AddRule(Crate::c_sType, Shape::c_sLabel, crate);  // another property: never fires here
+    MCObject* crateObject = Make(nullptr, Crate::c_sType);
+    MCObject* shapeObject = Make(nullptr, Shape::c_sType);
+
+    EXPECT_TRUE(SetWidth(crateObject, 3));
+    EXPECT_EQ(TakeLog(), "Sx:1 S:1 B:1 Sx:2 S:2 B:2");
+    EXPECT_TRUE(SetWidth(crateObject, 3));  // no change, no rule
+    EXPECT_TRUE(SetWidth(shapeObject, 3));
+    EXPECT_EQ(TakeLog(), "Sx:1 S:1 Sx:2 S:2");
+
+    // A raw accessor runs nothing; a flags-only change neither.
+    MCSPropertyRawAccessorT<long> raw(4);
+    EXPECT_TRUE(crateObject->SetProperty(Shape::c_sWidth, raw, MCPropertyAccessor::accessAdd));
+    MCSPropertyAccessorT<long> flags;
+    EXPECT_TRUE(crateObject->SetProperty(Shape::c_sWidth, flags, MCPropertyAccessor::accessFlags));
+    EXPECT_EQ(TakeLog(), "");
+}
+
+TEST_F(PropertySemanticsTest, RefusalsDecideWhatStaysAndWhatIsTold) {
+    const struct {
+        const char* pcName;
+        unsigned long nRefuseIn;
+        bool bResult;
+        const char* pcWidth;
+        const char* pcLog;
+        const char* pcEvents;
+    } cases[] = {
+        {"pre-edit refusal: nothing changes", MCPropertySemantic::PreEdit, false, "1", "S:1", ""},
+        {"post-edit refusal: the value stays, nobody hears", MCPropertySemantic::PostEdit, false, "9",
+         "S:1 B:1 S:2", ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.pcName);
+        MCObject* box = Make(nullptr, Box::c_sType);
+        SetLong(box, Shape::c_sWidth, 1);
+        box->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
+        PropertyRule shape("S", c_nEdit), boxRule("B", c_nEdit);
+        shape.m_xAct = c.nRefuseIn == MCPropertySemantic::PreEdit
+                           ? +[](MCPropertySemantic::mode m, MCObject*, MCProperty*, MCPropertySemanticContext*) {
+                                 return m == MCPropertySemantic::PreEdit ? MCPropertySemantic::resultRefused
+                                                                         : MCPropertySemantic::resultContinue;
+                             }
+                           : +[](MCPropertySemantic::mode m, MCObject*, MCProperty*, MCPropertySemanticContext*) {
+                                 return m == MCPropertySemantic::PostEdit ? MCPropertySemantic::resultRefused
+                                                                          : MCPropertySemantic::resultContinue;
+                             };
+        AddRule(Shape::c_sType, Shape::c_sWidth, shape);
+        AddRule(Box::c_sType, Shape::c_sWidth, boxRule);
+        EXPECT_EQ(SetWidth(box, 9), c.bResult);
+        EXPECT_EQ(GetLong(box, Shape::c_sWidth), c.pcWidth);
+        EXPECT_EQ(TakeLog(), c.pcLog);
+        EXPECT_EQ(m_xLog.Take(), c.pcEvents);
+        box->RemoveSubscriber(&m_xLog, MCEvent::subscriberObserver);
+    }
+}
+
+TEST_F(PropertySemanticsTest, IdChangesOnlyThroughARawAccessor) {
+    MCObject* object = Make(nullptr, Crate::c_sType);
+    const long id = object->GetId();
+    EXPECT_FALSE(SetLong(object, 132, id + 1000));
+    EXPECT_EQ(object->GetId(), id);
+    EXPECT_TRUE(SetLong(object, 132, id + 1000, MCPropertyAccessor::accessAdd, false));
+    EXPECT_EQ(object->GetId(), id + 1000);
+    SetLong(object, 132, id, MCPropertyAccessor::accessAdd, false);  // the id space still knows `id`
+}
+
+TEST_F(PropertySemanticsTest, RuleThatThrowsRefusesTheEdit) {
+    MCObject* box = Make(nullptr, Box::c_sType);
+    PropertyRule thrower("T", MCPropertySemantic::PreEdit);
+    thrower.m_xAct = [](MCPropertySemantic::mode, MCObject*, MCProperty*,
+                        MCPropertySemanticContext*) -> MCPropertySemantic::result { throw EXInvalidIter(); };
+    AddRule(Box::c_sType, Shape::c_sWidth, thrower);
+    EXPECT_FALSE(SetWidth(box, 5));
+    EXPECT_EQ(GetLong(box, Shape::c_sWidth), "-");
+}
+
+TEST_F(PropertySemanticsTest, RuleThatDestroysTheObjectEndsTheChange) {
+    MCObject* root = Make();
+    MCObject* box = Make(root, Box::c_sType);
+    root->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
+    PropertyRule destroyer("D", MCPropertySemantic::PostEdit);
+    destroyer.m_xAct = [](MCPropertySemantic::mode, MCObject* object, MCProperty*,
+                          MCPropertySemanticContext*) {
+        object->Expunge(true);
+        return MCPropertySemantic::resultObjectDestroyed;
+    };
+    AddRule(Box::c_sType, Shape::c_sWidth, destroyer);
+    MCSPropertyAccessorT<long> accessor(5);
+    EXPECT_TRUE(box->SetProperty(Shape::c_sWidth, accessor, MCPropertyAccessor::accessAdd));
+    EXPECT_TRUE(accessor.GetObjectDestroyed());
+    EXPECT_EQ(root->GetFirstOwnee(), nullptr);
+    EXPECT_EQ(m_xLog.Take().find("PropertySet"), std::string::npos);
+}
+
+TEST_F(PropertySemanticsTest, CalculatedPropertyIsComputedOnEveryRead) {
+    MCObject* box = Make(nullptr, Box::c_sType);
+    SetLong(box, Shape::c_sWidth, 6);
+    PropertyRule area("A", MCPropertySemantic::CalculateValue);
+    area.m_xAct = [](MCPropertySemantic::mode, MCObject* object, MCProperty* property,
+                     MCPropertySemanticContext*) {
+        MCSPropertyRawAccessorT<long> width;
+        object->GetProperty(Shape::c_sWidth, width);
+        static_cast<MCSPropertyT<long>*>(property)->SetValue(width.GetValue() * width.GetValue());
+        return MCPropertySemantic::resultContinue;
+    };
+    AddRule(Shape::c_sType, Shape::c_sArea, area);
+    EXPECT_EQ(GetLong(box, Shape::c_sArea), "36");
+    SetLong(box, Shape::c_sWidth, 7);
+    EXPECT_EQ(GetLong(box, Shape::c_sArea), "49");
+    EXPECT_EQ(TakeLog(), "A:20 A:20");
+}
+
+TEST_F(PropertySemanticsTest, NullingAndDestructionTellTheRules) {
+    MCObject* box = Make(nullptr, Box::c_sType);
+    SetLong(box, Shape::c_sWidth, 6);
+    PropertyRule guard("G", MCPropertySemantic::PreDestructon | MCPropertySemantic::ObjectPreDestruction,
+                       MCPropertySemantic::resultRefused);
+    guard.m_bWithObject = true;
+    AddRule(Box::c_sType, Shape::c_sWidth, guard);
+    MCSPropertyAccessorT<long> accessor;
+    EXPECT_FALSE(box->NullProperty(Shape::c_sWidth, accessor));
+    EXPECT_EQ(GetLong(box, Shape::c_sWidth), "6");
+    const std::string id = std::to_string(box->GetId());
+    EXPECT_EQ(TakeLog(), "G@" + id + ":4");
+
+    // The end of the object is no nulling: the rules hear ObjectPreDestruction and cannot refuse it.
+    box->Expunge(true);
+    EXPECT_EQ(TakeLog(), "G@" + id + ":80");
+}
+
+TEST_F(PropertySemanticsTest, RuleForAnAbsentPropertySeesNull) {
+    MCObject* box = Make(nullptr, Box::c_sType);
+    PropertyRule rule("R", MCPropertySemantic::PreCalculateData);
+    rule.m_pxLastProperty = reinterpret_cast<MCProperty*>(&rule);
+    AddRule(Shape::c_sType, Shape::c_sLabel, rule);
+    MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::PreCalculateData, Shape::c_sLabel, box,
+                                              nullptr, nullptr);
+    EXPECT_EQ(TakeLog(), "R:8");
+    EXPECT_EQ(rule.m_pxLastProperty, nullptr);
+}
+
+TEST_F(PropertySemanticsTest, RegisteringAndDeregistering) {
+    MCPropertySemanticRegistry* registry = MCPropertySemanticRegistry::GetInstance();
+    MCObject* box = Make(nullptr, Box::c_sType);
+    PropertyRule internal("I", MCPropertySemantic::PreEdit), external("X", MCPropertySemantic::PreEdit);
+    AddRule(Box::c_sType, Shape::c_sWidth, internal);
+    AddRule(Box::c_sType, Shape::c_sWidth, internal);
+    registry->RegisterExternalSemantic(Box::c_sType, Shape::c_sWidth, &external, false);
+    registry->RegisterExternalSemantic(Box::c_sType, Shape::c_sWidth, &external, false);
+    SetWidth(box, 1);
+    EXPECT_EQ(TakeLog(), "X:1 X:1 I:1");
+
+    registry->Deregister(&external);
+    EXPECT_FALSE(registry->IsRegistered(&external));
+    SetWidth(box, 2);
+    EXPECT_EQ(TakeLog(), "I:1");
+    registry->Deregister(Box::c_sType, Shape::c_sWidth);
+    EXPECT_FALSE(registry->IsRegistered(Box::c_sType, Shape::c_sWidth));
+    EXPECT_TRUE(registry->IsRegistered(Box::c_sType));
+    SetWidth(box, 3);
+    EXPECT_EQ(TakeLog(), "");
+
+    EXPECT_THROW(AddRule(MCGenericObject::c_sType, Shape::c_sWidth, internal), EXGenericObject);
+    EXPECT_EQ(registry->GetModeName(MCPropertySemantic::InheritedPostEdit), ZVTString("InheritedPostEdit"));
+    EXPECT_EQ(registry->GetModeName(MCPropertySemantic::InheritedPreEdit), ZVTString("Invalid mode"));
+}
+
+TEST_F(PropertySemanticsTest, RuleRegisteredDuringFiringJoinsTheNextEdit) {
+    MCObject* box = Make(nullptr, Box::c_sType);
+    static PropertyRule* late = nullptr;
+    PropertyRule lateRule("L", MCPropertySemantic::PreEdit);
+    late = &lateRule;
+    PropertyRule first("F", MCPropertySemantic::PreEdit);
+    first.m_xAct = [](MCPropertySemantic::mode, MCObject*, MCProperty*, MCPropertySemanticContext*) {
+        MCFactoryContext context;
+        MCPropertySemanticRegistry::Register(Shape::c_sType, &context, Shape::c_sWidth, late, false, false);
+        return MCPropertySemantic::resultContinue;
+    };
+    AddRule(Box::c_sType, Shape::c_sWidth, first);
+    SetWidth(box, 1);
+    SetWidth(box, 2);
+    EXPECT_EQ(TakeLog(), "F:1 L:1 F:1");
+}

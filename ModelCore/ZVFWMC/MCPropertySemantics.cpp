@@ -295,7 +295,7 @@ MCPropertySemanticHandler* MCPropertySemanticRegistry::CreateHandler(short nObje
         return handler;
     auto linkTo = [&](short ancestorType) {
         MCPropertySemanticHandler* ancestor = FindHandler(ancestorType);
-        if (ancestor != handler) {
+        if (ancestor && ancestor != handler) {
             handler->m_pxAncestor = ancestor;
             m_pxHandlers->Changed();
         }

@@ -90,22 +90,22 @@ TEST_F(ObjectSemTest, LateRuleOnBaseReachesLinkedDerivedTypesAndStandsOnce) {
 
 TEST_F(ObjectSemTest, LinkThatWouldCloseACycleIsRefused) {
     MCFactoryContext fresh;
-    MCObjectSemReg::Register(7391, &fresh, nullptr, true);  // a root: nothing above it
+    MCObjectSemReg::Register(7791, &fresh, nullptr, true);  // a root: nothing above it
     MCFactoryContext below;
-    below.SetAncestorType(MCFactoryContext::userObjectSemantics, 7391);
-    MCObjectSemReg::Register(7392, &below, nullptr, true);
+    below.SetAncestorType(MCFactoryContext::userObjectSemantics, 7791);
+    MCObjectSemReg::Register(7792, &below, nullptr, true);
     MCFactoryContext back;
-    back.SetAncestorType(MCFactoryContext::userObjectSemantics, 7392);
-    EXPECT_THROW(MCObjectSemReg::Register(7391, &back, nullptr, true), EXUnexpected);
+    back.SetAncestorType(MCFactoryContext::userObjectSemantics, 7792);
+    EXPECT_THROW(MCObjectSemReg::Register(7791, &back, nullptr, true), EXUnexpected);
 
-    // Linking to itself or to no type leaves a root a root: a late rule on 7392 does not reach 7391.
+    // Linking to itself or to no type leaves a root a root: a late rule on 7792 does not reach 7791.
     MCFactoryContext self;
-    self.SetAncestorType(MCFactoryContext::userObjectSemantics, 7391);
-    MCObjectSemReg::Register(7391, &self, nullptr, true);
+    self.SetAncestorType(MCFactoryContext::userObjectSemantics, 7791);
+    MCObjectSemReg::Register(7791, &self, nullptr, true);
     ObjectRule rule("R", c_nCalculate);
-    MCObjectSemReg::Register(7392, &fresh, &rule, false);
+    MCObjectSemReg::Register(7792, &fresh, &rule, false);
     EXPECT_TRUE(MCObjectSemReg::GetInstance()->IsRegistered(&rule));
-    MCObjectSemReg::GetInstance()->Deregister(7392);
+    MCObjectSemReg::GetInstance()->Deregister(7792);
     EXPECT_FALSE(MCObjectSemReg::GetInstance()->IsRegistered(&rule));
 }
 

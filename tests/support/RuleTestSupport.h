@@ -64,14 +64,14 @@ public:
     result (*m_xAct)(mode, MCObject*, MCProperty*, MCPropertySemanticContext*) = nullptr;
 };
 
-/// Shape (7301), Box (7302) derived from it and Crate (7303) derived from Box: three class levels, each
+/// Shape (7701), Box (7702) derived from it and Crate (7703) derived from Box: three class levels, each
 /// registering its type the way a host class does.
 class Shape : public MCObject {
 public:
-    static constexpr short c_sType = 7301;
-    static constexpr short c_sWidth = 7311;  // an Integer
-    static constexpr short c_sLabel = 7312;  // a String
-    static constexpr short c_sArea = 7313;   // an Integer calculated on read
+    static constexpr short c_sType = 7701;
+    static constexpr short c_sWidth = 7711;  // an Integer
+    static constexpr short c_sLabel = 7712;  // a String
+    static constexpr short c_sArea = 7713;   // an Integer calculated on read
 
     static void Register();
 
@@ -89,7 +89,7 @@ protected:
 
 class Box : public Shape {
 public:
-    static constexpr short c_sType = 7302;
+    static constexpr short c_sType = 7702;
 
 protected:
     friend class MCObjectFactoryT<Box, MCObject>;
@@ -105,7 +105,7 @@ protected:
 
 class Crate : public Box {
 public:
-    static constexpr short c_sType = 7303;
+    static constexpr short c_sType = 7703;
 
 private:
     friend class MCObjectFactoryT<Crate, MCObject>;

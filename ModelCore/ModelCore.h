@@ -13,6 +13,7 @@
 #include "ModelCore/ZVFWMC/MCItem.h"
 #include "ModelCore/ZVFWMC/MCMetaInfo.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
+#include "ModelCore/ZVFWMC/MCObjectFilters.h"
 #include "ModelCore/ZVFWMC/MCObjectSem.h"
 #include "ModelCore/ZVFWMC/MCProperty.h"
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"

@@ -7,6 +7,7 @@
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
+#include "ModelCore/ZVFWMC/MCObjectFilters.h"
 #include "ModelCore/ZVFWMC/MCObjectSem.h"
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
 #include "ModelCore/ZVFWMC/MCPropertySemantics.h"
@@ -509,4 +510,120 @@ ZVTBoolean MCObject::IsExpunging() const {
             return true;
     }
     return false;
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Equality and inheritance
+
+namespace {
+
+constexpr short c_sNameProperty = 147;
+constexpr short c_sCloneIdProperty = 582;
+
+// The properties of default equality: the types registered with `first`. References never take part:
+// their values are other objects, whose equality is a question of its own.
+class MCPropertyFilterDefaultEquality : public ZVTFilter<MCProperty*> {
+public:
+    ZVTBoolean Test(MCProperty*& property) override {
+        // Seam: names MCSRef and MCVRef once references join; both derive from these value classes.
+        if (dynamic_cast<MCSPropertyT<MCObject*>*>(property) ||
+            dynamic_cast<MCVPropertyT<MCObject*>*>(property))
+            return false;
+        unsigned long flags = 0;
+        return MCFactoryRegistry::GetFlags(property->GetType(), flags) &&
+               (flags & MCFactoryRegistry::flagFirstOn) != 0;
+    }
+};
+
+// Lets the rules refresh a calculated value before it is compared; what they answer does not matter here.
+void Calculate(const MCObject* object, const MCProperty* property) {
+    MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::CalculateValue, property->GetType(),
+                                              const_cast<MCObject*>(object),
+                                              const_cast<MCProperty*>(property), nullptr);
+}
+
+long CloneIdOrId(const MCObject& object) {
+    MCSPropertyAccessorT<long> accessor;
+    return object.GetProperty(c_sCloneIdProperty, accessor) ? accessor.GetValue() : object.GetId();
+}
+
+}  // namespace
+
+ZVTBoolean MCObject::IsEqualTo(const MCObject* other, MCObjectEqualStrategy* objectStrategy,
+                               MCPropertyEqualStrategy* propertyStrategy) const {
+    if (objectStrategy)
+        return objectStrategy->AreEqual(this, other);
+    if (!other)
+        return false;
+    MCPropertyFilterDefaultEquality defaultFilter;
+    ZVTFilter<MCProperty*>* filter = propertyStrategy ? propertyStrategy->GetFilter() : &defaultFilter;
+    MCPropertySortOnType byType;
+    MCPropertyListIter mine(this, filter, &byType);
+    MCPropertyListIter theirs(other, filter, &byType);
+    while (++mine) {
+        if (!++theirs || !IsPropertyEqual(mine.GetValue(), other, theirs.GetValue(), propertyStrategy))
+            return false;
+    }
+    return !++theirs;
+}
+
+ZVTBoolean MCObject::IsEqualTo(MCProperty* mine, MCObject* other, MCProperty* theirs, ZVTBoolean flag) const {
+    if (!mine || !other || !theirs)
+        return false;
+    if (mine->GetFlag(itemPreFetch)) {
+        Calculate(this, mine);
+        Calculate(other, theirs);
+    }
+    return mine->IsEqualTo(theirs, flag);
+}
+
+ZVTBoolean MCObject::IsPropertyEqual(short type, const MCObject* other,
+                                     MCPropertyEqualStrategy* strategy) const {
+    if (!other)
+        return false;
+    return IsPropertyEqual(FindProperty(type, false), other, other->FindProperty(type, false), strategy);
+}
+
+ZVTBoolean MCObject::IsPropertyEqual(const MCProperty* mine, const MCObject* other, const MCProperty* theirs,
+                                     MCPropertyEqualStrategy* strategy) const {
+    if (!other)
+        return false;
+    if (!mine || !theirs)
+        return mine == theirs;
+    if (mine->GetType() != theirs->GetType())
+        return false;
+    if (strategy)
+        return strategy->AreEqual(this, mine, other, theirs);
+    if (GetType() != other->GetType())
+        return false;
+    if (mine->GetFlag(itemPreFetch))
+        Calculate(this, mine);
+    if (theirs->GetFlag(itemPreFetch))
+        Calculate(other, theirs);
+    return mine->IsEqualTo(theirs, false);
+}
+
+long MCObject::GetParallelism(MCItem* first, MCItem* /*second*/, ZVTBoolean useCloneId) const {
+    if (!first)
+        return 10;
+    auto* other = dynamic_cast<MCObject*>(first);
+    if (!other || other->GetType() != GetType())
+        return 0;
+    // Both read whatever `useCloneId` says, so that a calculated clone id is calculated on either side.
+    const long mine = CloneIdOrId(*this);
+    const long theirs = CloneIdOrId(*other);
+    if (useCloneId && mine == theirs)
+        return 10;
+    const MCProperty* name = FindProperty(c_sNameProperty, false);
+    if (name && name->IsEqualTo(other->FindProperty(c_sNameProperty, false), false))
+        return 10;
+    return 5;
+}
+
+void MCObject::GetHeirs(const MCHeirSet*& heirs) {
+    heirs = nullptr;
+}
+
+ZVTBoolean MCObject::IsDefinedBy(MCObject* other, long /*kind*/) {
+    return other == this;
 }

@@ -21,7 +21,9 @@ class MCEvent;
 class MCFactoryContext;
 class MCFactorySignature;
 class MCIdSpace;
+class MCObjectEqualStrategy;
 class MCPropertyAccessor;
+class MCPropertyEqualStrategy;
 class MCVisitor;
 
 /// A node of the model tree: owned by one owner (none for a root), owner of further objects, holder of
@@ -113,6 +115,35 @@ public:
     void VisitProperty(short type, MCVisitor* visitor);
     /// The same, making the property first when it is absent.
     void CreateAndVisitProperty(short type, MCVisitor* visitor);
+
+    // --- equality and inheritance -----------------------------------------------------------------
+
+    using MCItem::IsEqualTo;
+    /// With `objectStrategy`, its answer alone. Otherwise true when both objects hold pairwise equal
+    /// properties, in type order, among those that pass the property strategy's filter (all of them when
+    /// it gives null) or, without a property strategy, among the types registered with `first`, which
+    /// leaves out the id and the references. Ownees are not compared; false for a null `other`.
+    ZVTBoolean IsEqualTo(const MCObject* other, MCObjectEqualStrategy* objectStrategy,
+                         MCPropertyEqualStrategy* propertyStrategy) const;
+    /// Compares `mine` of this object with `theirs` of `other` by the property comparison with `flag`,
+    /// calculating calculated values first; false when any of the three is null.
+    ZVTBoolean IsEqualTo(MCProperty* mine, MCObject* other, MCProperty* theirs, ZVTBoolean flag) const;
+    /// Compares the properties of `type` of both objects, nulled ones counting as absent and two absent
+    /// ones as equal; false for a null `other`.
+    ZVTBoolean IsPropertyEqual(short type, const MCObject* other, MCPropertyEqualStrategy* strategy) const;
+    /// Compares `mine` of this object with `theirs` of `other`: two nulls are equal, one null or different
+    /// types are not; then `strategy` decides, or without one the objects' types must match and the values
+    /// are compared, calculated ones calculated first. False for a null `other`.
+    ZVTBoolean IsPropertyEqual(const MCProperty* mine, const MCObject* other, const MCProperty* theirs,
+                               MCPropertyEqualStrategy* strategy) const;
+    /// How well `first` pairs with this object, for a host that matches two models: 10 for null, or for
+    /// an object of this type with the same clone id (with `useCloneId`) or an equal Name; 5 for any other
+    /// object of this type; 0 otherwise. `second` is not read.
+    long GetParallelism(MCItem* first, MCItem* second, ZVTBoolean useCloneId) const override;
+    /// The set of objects that inherit from this one, into `heirs`; the base has none and gives null.
+    virtual void GetHeirs(const MCHeirSet*& heirs);
+    /// Whether `other` defines this object; the base answers true for itself alone and ignores `kind`.
+    virtual ZVTBoolean IsDefinedBy(MCObject* other, long kind);
 
     // --- events and the end -----------------------------------------------------------------------
 

@@ -1,7 +1,5 @@
 #include "ModelCore/ZVFWMC/MCProperty.h"
 
-#include <cstring>
-
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
@@ -38,6 +36,10 @@ unsigned int MCProperty::Dump(std::ofstream& /*stream*/, long /*level*/) {
 
 ZVTBoolean MCProperty::IsEqualTo(const MCProperty& other, ZVTBoolean flag) const {
     return IsEqualTo(&other, flag);
+}
+
+long MCProperty::GetParallelism(MCItem* first, MCItem* /*second*/, ZVTBoolean /*useCloneId*/) const {
+    return first == nullptr || first->GetType() == GetType() ? 10 : 0;
 }
 
 void MCProperty::SaveTo(MCStream& stream) {
@@ -80,87 +82,131 @@ ZVTBoolean MCProperty::SetFlags_(unsigned short& flags) {
 }
 
 // ---------------------------------------------------------------------------------------------------
+// The segment chain shared by the property set and the heir set
+
+namespace {
+
+// Blocks of four slots, then the link to the next block; a null slot is free. A block is only ever
+// added at the end and freed with the whole chain, so a cursor standing on a slot stays valid.
+template <class T>
+struct SegmentChain {
+    static constexpr int c_nSlots = 4;
+
+    static T** Next(T** segment) { return reinterpret_cast<T**>(segment[c_nSlots]); }
+
+    static void Free(T** segment) {
+        // Iterative: recursion would be as deep as the chain.
+        while (segment) {
+            T** next = Next(segment);
+            delete[] segment;
+            segment = next;
+        }
+    }
+
+    // The first slot in chain order for which `match` holds, or null.
+    template <class Match>
+    static T** Find(T** first, Match match) {
+        for (T** segment = first; segment; segment = Next(segment)) {
+            for (int i = 0; i < c_nSlots; ++i) {
+                if (match(&segment[i]))
+                    return &segment[i];
+            }
+        }
+        return nullptr;
+    }
+
+    // Links a zeroed block to the end of the chain (or starts it) and gives the block's first slot.
+    static T** Grow(T**& first) {
+        T** segment = new T*[c_nSlots + 1]();
+        if (!first) {
+            first = segment;
+            return segment;
+        }
+        T** last = first;
+        while (Next(last))
+            last = Next(last);
+        last[c_nSlots] = reinterpret_cast<T*>(segment);
+        return segment;
+    }
+
+    // One cursor step: the first takes slot 0 untested, later ones the next used slot; false at the end,
+    // where the cursor stays on the last slot so that it never reads a link as a value.
+    static ZVTBoolean Step(T** first, unsigned short count, T**& current, unsigned short& left) {
+        if (count == 0)
+            return false;
+        if (!current) {
+            current = first;
+            left = c_nSlots;
+            return true;
+        }
+        for (;;) {
+            ++current;
+            if (--left == 0) {
+                T** next = reinterpret_cast<T**>(*current);
+                if (!next) {
+                    --current;
+                    ++left;
+                    return false;
+                }
+                current = next;
+                left = c_nSlots;
+            }
+            if (*current)
+                return true;
+        }
+    }
+};
+
+using PropertyChain = SegmentChain<MCProperty>;
+using HeirChain = SegmentChain<MCObject>;
+
+MCProperty** SlotOfType(MCProperty** first, short type) {
+    return PropertyChain::Find(first, [type](MCProperty** at) { return *at && (*at)->GetType() == type; });
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------------
 // MCPropertySet
 
 MCPropertySet::~MCPropertySet() {
-    DeleteSegment(m_ppxFirstSegment);
-}
-
-MCProperty** MCPropertySet::CreateSegment() {
-    auto** segment = new MCProperty*[c_nSlots + 1];
-    std::memset(segment, 0, sizeof(MCProperty*) * (c_nSlots + 1));
-    return segment;
-}
-
-void MCPropertySet::DeleteSegment(MCProperty** segment) {
-    // Iterative: a set may grow long chains, and recursion would be as deep as the chain.
-    while (segment) {
-        auto** next = reinterpret_cast<MCProperty**>(segment[c_nSlots]);
-        delete[] segment;
-        segment = next;
-    }
+    PropertyChain::Free(m_ppxFirstSegment);
 }
 
 ZVTBoolean MCPropertySet::Insert(MCProperty* property) {
-    if (!m_ppxFirstSegment) {
-        m_ppxFirstSegment = CreateSegment();
-        m_ppxFirstSegment[0] = property;
-        ++m_uCount;
-        return true;
-    }
     const short type = property->GetType();
     MCProperty** freeSlot = nullptr;
-    MCProperty** last = nullptr;
     // The whole chain: a property of the type may stand behind the first free slot.
-    for (MCProperty** segment = m_ppxFirstSegment; segment;
-         segment = reinterpret_cast<MCProperty**>(segment[c_nSlots])) {
-        for (int i = 0; i < c_nSlots; ++i) {
-            if (!segment[i]) {
-                if (!freeSlot)
-                    freeSlot = &segment[i];
-            } else if (segment[i]->GetType() == type) {
-                return false;
-            }
-        }
-        last = segment;
-    }
-    if (!freeSlot) {
-        MCProperty** segment = CreateSegment();
-        last[c_nSlots] = reinterpret_cast<MCProperty*>(segment);
-        freeSlot = &segment[0];
-    }
+    const auto duplicate = [&](MCProperty** slot) {
+        if (*slot)
+            return (*slot)->GetType() == type;
+        if (!freeSlot)
+            freeSlot = slot;
+        return false;
+    };
+    if (PropertyChain::Find(m_ppxFirstSegment, duplicate))
+        return false;
+    if (!freeSlot)
+        freeSlot = PropertyChain::Grow(m_ppxFirstSegment);
     *freeSlot = property;
     ++m_uCount;
     return true;
 }
 
-MCProperty** MCPropertySet::FindSlot(short type) const {
-    for (MCProperty** segment = m_ppxFirstSegment; segment;
-         segment = reinterpret_cast<MCProperty**>(segment[c_nSlots])) {
-        for (int i = 0; i < c_nSlots; ++i) {
-            if (segment[i] && segment[i]->GetType() == type)
-                return &segment[i];
-        }
-    }
-    return nullptr;
-}
-
 ZVTBoolean MCPropertySet::Delete(MCProperty* property) {
-    for (MCProperty** segment = m_ppxFirstSegment; segment;
-         segment = reinterpret_cast<MCProperty**>(segment[c_nSlots])) {
-        for (int i = 0; i < c_nSlots; ++i) {
-            if (segment[i] == property && property) {
-                segment[i] = nullptr;
-                --m_uCount;
-                return true;
-            }
-        }
-    }
-    return false;
+    if (!property)
+        return false;
+    MCProperty** slot =
+        PropertyChain::Find(m_ppxFirstSegment, [property](MCProperty** at) { return *at == property; });
+    if (!slot)
+        return false;
+    *slot = nullptr;
+    --m_uCount;
+    return true;
 }
 
 ZVTBoolean MCPropertySet::Delete(short type) {
-    MCProperty** slot = FindSlot(type);
+    MCProperty** slot = SlotOfType(m_ppxFirstSegment, type);
     if (!slot)
         return false;
     *slot = nullptr;
@@ -169,7 +215,7 @@ ZVTBoolean MCPropertySet::Delete(short type) {
 }
 
 ZVTBoolean MCPropertySet::FindValue(short type, MCProperty*& found) const {
-    MCProperty** slot = FindSlot(type);
+    MCProperty** slot = SlotOfType(m_ppxFirstSegment, type);
     if (!slot)
         return false;
     found = *slot;
@@ -177,34 +223,42 @@ ZVTBoolean MCPropertySet::FindValue(short type, MCProperty*& found) const {
 }
 
 ZVTBoolean MCPropertySet::Contains(short type) const {
-    return FindSlot(type) != nullptr;
+    return SlotOfType(m_ppxFirstSegment, type) != nullptr;
+}
+
+ZVTBoolean MCPropertySetIter::operator++() {
+    return PropertyChain::Step(m_pxSet->m_ppxFirstSegment, m_pxSet->GetCount(), m_ppxCurrent, m_uLeft);
 }
 
 // ---------------------------------------------------------------------------------------------------
-// MCPropertySetIter
+// MCHeirSet
 
-ZVTBoolean MCPropertySetIter::operator++() {
-    if (m_pxSet->GetCount() == 0)
+MCHeirSet::~MCHeirSet() {
+    HeirChain::Free(m_ppxFirstSegment);
+}
+
+ZVTBoolean MCHeirSet::Insert(MCObject* heir) {
+    if (!heir)
         return false;
-    if (!m_ppxCurrent) {
-        m_ppxCurrent = m_pxSet->m_ppxFirstSegment;
-        m_uLeft = MCPropertySet::c_nSlots;
-        return true;
-    }
-    for (;;) {
-        ++m_ppxCurrent;
-        if (--m_uLeft == 0) {
-            // The cursor stands on the link to the next segment.
-            auto** next = reinterpret_cast<MCProperty**>(*m_ppxCurrent);
-            if (!next) {
-                --m_ppxCurrent;  // stay on the last slot, so GetValue never reads the link
-                ++m_uLeft;
-                return false;
-            }
-            m_ppxCurrent = next;
-            m_uLeft = MCPropertySet::c_nSlots;
-        }
-        if (*m_ppxCurrent)
-            return true;
-    }
+    MCObject** slot = HeirChain::Find(m_ppxFirstSegment, [](MCObject** at) { return *at == nullptr; });
+    if (!slot)
+        slot = HeirChain::Grow(m_ppxFirstSegment);
+    *slot = heir;
+    ++m_uCount;
+    return true;
+}
+
+ZVTBoolean MCHeirSet::Delete(MCObject* heir) {
+    if (!heir)
+        return false;
+    MCObject** slot = HeirChain::Find(m_ppxFirstSegment, [heir](MCObject** at) { return *at == heir; });
+    if (!slot)
+        return false;
+    *slot = nullptr;
+    --m_uCount;
+    return true;
+}
+
+ZVTBoolean MCHeirSetIter::operator++() {
+    return HeirChain::Step(m_pxSet->m_ppxFirstSegment, m_pxSet->GetCount(), m_ppxCurrent, m_uLeft);
 }

@@ -35,6 +35,8 @@ public:
     /// The pointer form of the comparison; false for null.
     virtual ZVTBoolean IsEqualTo(const MCProperty* other, ZVTBoolean flag) const = 0;
     using MCItem::IsEqualTo;
+    /// How well `first` pairs with this property: 10 for null or the same type code, 0 otherwise.
+    long GetParallelism(MCItem* first, MCItem* second, ZVTBoolean useCloneId) const override;
 
     /// Writes the flag word; the value classes then write the value unless it is calculated.
     virtual void SaveTo(MCStream& stream);
@@ -210,13 +212,7 @@ public:
 private:
     friend class MCPropertySetIter;
 
-    // Four property slots, then the link to the next segment.
-    static constexpr int c_nSlots = 4;
-
-    static MCProperty** CreateSegment();
-    static void DeleteSegment(MCProperty** segment);
-    MCProperty** FindSlot(short type) const;
-
+    // Segments of four property slots, then the link to the next segment.
     unsigned short m_uCount = 0;
     MCProperty** m_ppxFirstSegment = nullptr;
 };
@@ -245,6 +241,58 @@ private:
 
     const MCPropertySet* m_pxSet;
     MCProperty** m_ppxCurrent = nullptr;
+    unsigned short m_uLeft = 0;
+};
+
+class MCHeirSetIter;
+
+/// The heirs of one object, for a host whose objects pass values on to others; the core never fills one.
+/// The twin of MCPropertySet with objects in the slots, except that an object may stand twice. The set
+/// owns only its segments, which go with it.
+class MODELCORE_API MCHeirSet {
+public:
+    MCHeirSet() = default;
+    /// Frees the segments, not the heirs.
+    ~MCHeirSet();
+    MCHeirSet(const MCHeirSet&) = delete;
+    MCHeirSet& operator=(const MCHeirSet&) = delete;
+
+    /// The number of heirs, a duplicate counted twice.
+    unsigned short GetCount() const { return m_uCount; }
+    /// Puts `heir` in the lowest free slot, also when it stands in the set already; false only for null.
+    ZVTBoolean Insert(MCObject* heir);
+    /// Frees the first slot that holds `heir`; false when none does or for null.
+    ZVTBoolean Delete(MCObject* heir);
+
+private:
+    friend class MCHeirSetIter;
+
+    unsigned short m_uCount = 0;
+    MCObject** m_ppxFirstSegment = nullptr;
+};
+
+/// A cursor over a heir set in slot order, on the live set. The first step stands on slot 0 without
+/// testing it, and no heir is sure to stay there: whoever walks a heir set skips null values.
+class MODELCORE_API MCHeirSetIter {
+public:
+    /// A cursor before the first heir of `set`.
+    explicit MCHeirSetIter(const MCHeirSet& set) : m_pxSet(&set) {}
+
+    /// Steps to the next used slot (to slot 0 on the first step); false at the end or on an empty set.
+    ZVTBoolean operator++();
+    /// The heir in the current slot; null before the first step and on a freed slot 0.
+    MCObject* GetValue() const { return m_ppxCurrent == nullptr ? nullptr : *m_ppxCurrent; }
+    /// The number of heirs in the set.
+    unsigned short GetCount() const { return m_pxSet->GetCount(); }
+    /// Back before the first heir.
+    void Reset() {
+        m_ppxCurrent = nullptr;
+        m_uLeft = 0;
+    }
+
+private:
+    const MCHeirSet* m_pxSet;
+    MCObject** m_ppxCurrent = nullptr;
     unsigned short m_uLeft = 0;
 };
 

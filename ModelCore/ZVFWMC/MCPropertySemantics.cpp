@@ -414,7 +414,23 @@ MCPropertySemantic::result MCPropertySemanticRegistry::FireSemantics(MCPropertyS
             FireHandler(impl, *handler, nMode, nPropertyType, pObject, pProperty, pContext);
         if (result != MCPropertySemantic::resultContinue)
             return result;
-        // Seam: the object's heirs hear of the change here, in the inherited mode, once heir sets join.
+        const MCHeirSet* heirs = nullptr;
+        pObject->GetHeirs(heirs);
+        if (heirs) {
+            // Shifted once: the heirs of heirs hear the same inherited mode.
+            const auto inherited =
+                static_cast<MCPropertySemantic::mode>((nMode & 0xFFFF0000UL) != 0 ? nMode : nMode << 16);
+            MCHeirSetIter each(*heirs);
+            while (++each) {
+                MCObject* heir = each.GetValue();
+                if (!heir)
+                    continue;
+                const MCPropertySemantic::result inHeir =
+                    FireSemantics(inherited, nPropertyType, heir, pProperty, pContext);
+                if (inHeir != MCPropertySemantic::resultContinue)
+                    return inHeir;
+            }
+        }
     } catch (const EXBase&) {
         return MCPropertySemantic::resultRefused;
     }

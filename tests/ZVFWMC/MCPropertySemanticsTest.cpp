@@ -206,3 +206,52 @@ TEST_F(PropertySemanticsTest, RuleRegisteredDuringFiringJoinsTheNextEdit) {
     SetWidth(box, 2);
     EXPECT_EQ(TakeLog(), "F:1 L:1 F:1");
 }
+
+TEST_F(PropertySemanticsTest, HeirsHearEditsInTheInheritedModeAndMayRefuse) {
+    auto* source = static_cast<Box*>(Make(nullptr, Box::c_sType));
+    auto* heir = static_cast<Box*>(Make(nullptr, Box::c_sType));
+    MCObject* heirOfHeir = Make(nullptr, Crate::c_sType);
+    source->Heirs().Insert(heir);
+    heir->Heirs().Insert(heirOfHeir);
+    const std::string s = std::to_string(source->GetId()), h = std::to_string(heir->GetId()),
+                      hh = std::to_string(heirOfHeir->GetId());
+
+    PropertyRule own("own", c_nEdit);
+    own.m_bWithObject = true;
+    AddRule(Shape::c_sType, Shape::c_sWidth, own);
+    EXPECT_TRUE(SetWidth(source, 1));
+    EXPECT_EQ(TakeLog(), "own@" + s + ":1 own@" + s + ":2");  // heirs fire only for rules that ask
+
+    PropertyRule inherited(
+        "inh", c_nEdit | MCPropertySemantic::InheritedPreEdit | MCPropertySemantic::InheritedPostEdit);
+    inherited.m_bWithObject = true;
+    AddRule(Box::c_sType, Shape::c_sWidth, inherited);
+    EXPECT_TRUE(SetWidth(source, 2));
+    EXPECT_EQ(TakeLog(), "own@" + s + ":1 inh@" + s + ":1 inh@" + h + ":10000 inh@" + hh + ":10000 own@" + s +
+                             ":2 inh@" + s + ":2 inh@" + h + ":20000 inh@" + hh + ":20000");
+    // The heirs see the source's property, whether or not they have one.
+    EXPECT_EQ(inherited.m_pxLastProperty, source->FindProperty(Shape::c_sWidth, false));
+
+    // An heir refuses its source's edit; a refusal on the source's own chain keeps the heirs out of it.
+    inherited.m_xAct = [](MCPropertySemantic::mode m, MCObject*, MCProperty*, MCPropertySemanticContext*) {
+        return m == MCPropertySemantic::InheritedPreEdit ? MCPropertySemantic::resultRefused
+                                                         : MCPropertySemantic::resultContinue;
+    };
+    EXPECT_FALSE(SetWidth(source, 3));
+    EXPECT_EQ(GetLong(source, Shape::c_sWidth), "2");
+    EXPECT_EQ(TakeLog(), "own@" + s + ":1 inh@" + s + ":1 inh@" + h + ":10000");
+    own.m_eAnswer = MCPropertySemantic::resultRefused;
+    EXPECT_FALSE(SetWidth(source, 3));
+    EXPECT_EQ(TakeLog(), "own@" + s + ":1");
+
+    // An inherited edit runs the inherited rules on the object itself and leaves its value alone.
+    own.m_eAnswer = MCPropertySemantic::resultContinue;
+    inherited.m_xAct = nullptr;
+    heir->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
+    MCSPropertyAccessorT<long> accessor(9);
+    EXPECT_TRUE(heir->SetProperty(Shape::c_sWidth, accessor, MCPropertyAccessor::accessInherited));
+    EXPECT_EQ(TakeLog(), "inh@" + h + ":10000 inh@" + hh + ":10000 inh@" + h + ":20000 inh@" + hh + ":20000");
+    EXPECT_EQ(GetLong(heir, Shape::c_sWidth), "-");
+    EXPECT_EQ(m_xLog.Take(), "");
+    heir->RemoveSubscriber(&m_xLog, MCEvent::subscriberObserver);
+}

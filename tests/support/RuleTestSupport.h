@@ -87,9 +87,13 @@ protected:
     ZVTBoolean IsType_(short type) const override { return type == c_sType || MCObject::IsType_(type); }
 };
 
+/// Boxes can have heirs: objects that inherit from them and hear of their edits.
 class Box : public Shape {
 public:
     static constexpr short c_sType = 7702;
+
+    MCHeirSet& Heirs() { return m_xHeirs; }
+    void GetHeirs(const MCHeirSet*& heirs) override { heirs = m_xHeirs.GetCount() ? &m_xHeirs : nullptr; }
 
 protected:
     friend class MCObjectFactoryT<Box, MCObject>;
@@ -101,6 +105,9 @@ protected:
         RegisterLevel(c_sType, context);
     }
     ZVTBoolean IsType_(short type) const override { return type == c_sType || Shape::IsType_(type); }
+
+private:
+    MCHeirSet m_xHeirs;
 };
 
 class Crate : public Box {

@@ -7,6 +7,7 @@
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
+#include "ModelCore/ZVFWMC/MCNotification.h"
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
 #include "ModelCore/ZVFWMC/MCVisitor.h"
 
@@ -30,16 +31,25 @@ bool IsWithin(const void* object, unsigned int size, const void* address) {
 // ---------------------------------------------------------------------------------------------------
 // Construction and destruction
 
-MCObject::MCObject(short type, MCFactorySignature& /*signature*/, MCFactoryContext* /*context*/)
+MCObject::MCObject(short type, MCFactorySignature& /*signature*/, MCFactoryContext* context)
     : MCItem(type), m_pxOwner(nullptr), m_xId(c_sIdProperty, this) {
-    // Seam: the object semantics, property semantics and notifications of AbstractObject are registered
-    // here, unconditionally, once the rule registries join.
+    // Seam: the object semantics and property semantics of AbstractObject are registered here,
+    // unconditionally, once the rule registries join.
+    MCNotificationDirectory::Register(c_sAbstractObject, context, 0, &MCObjectNotification::c_xInstance,
+                                      true);
+    MCNotificationDirectory::Register(c_sAbstractObject, context, MCEvent::SubjectDestroyed,
+                                      &MCObjectSubjectDestNotification::c_xInstance, true);
 }
 
 MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
     : MCItem(type), m_pxOwner(owner), m_xId(c_sIdProperty, this) {
-    // Seam: with a context, the rules of AbstractObject (object semantics, notifications, the id
-    // property's semantic) are registered here once the rule registries join.
+    // Seam: with a context, the rules of AbstractObject (object semantics, the id property's semantic)
+    // are registered here once the rule registries join.
+    if (RegisterNotificationObject(c_sAbstractObject, context, true)) {
+        RegisterNotification(MCObjectNotification::c_xInstance, c_sAbstractObject, context, true);
+        RegisterNotification(MCObjectSubjectDestNotification::c_xInstance, c_sAbstractObject,
+                             MCEvent::SubjectDestroyed, context, true);
+    }
     if (owner) {
         owner->AddOwnedObject(this);
         AddSubscriber(owner, MCEvent::subscriberOwner);
@@ -297,8 +307,7 @@ ZVTBoolean MCObject::NullProperty(MCProperty* property, MCPropertyAccessor* acce
 void MCObject::NullProperty_(MCProperty* property) {
     if (!property)
         return;
-    // Seam: a reference property drops this object's subscription on its targets here once references
-    // join.
+    property->UnsubscribeTargets_(*this, MCEvent::subscriberReferenceHolder);
     if (IsContainedAddress(property)) {
         property->SetFlagRaw(itemNulled, true);
         return;
@@ -383,11 +392,50 @@ void MCObject::CreateAndVisitProperty(short type, MCVisitor* visitor) {
 }
 
 // ---------------------------------------------------------------------------------------------------
+// Notifications
+
+ZVTBoolean MCObject::RegisterNotification(MCNotification& notification, short type, long eventType,
+                                          MCFactoryContext* context, ZVTBoolean setAncestor) {
+    if (!context)
+        return false;
+    ZVTBoolean registered = false;
+    if (MCNotificationDirectory* directory = MCNotificationDirectory::FindInstance())
+        registered = directory->RegisterNotification(
+            type, context->GetAncestorType(MCFactoryContext::userNotifications), eventType, &notification);
+    if (setAncestor)
+        context->SetAncestorType(MCFactoryContext::userNotifications, type);
+    return registered;
+}
+
+ZVTBoolean MCObject::RegisterNotification(MCNotification& notification, short type, MCFactoryContext* context,
+                                          ZVTBoolean setAncestor) {
+    return RegisterNotification(notification, type, 0, context, setAncestor);
+}
+
+ZVTBoolean MCObject::RegisterNotificationObject(short type, MCFactoryContext* context,
+                                                ZVTBoolean setAncestor) {
+    if (!context)
+        return false;
+    const short ancestorType = context->GetAncestorType(MCFactoryContext::userNotifications);
+    if (setAncestor)
+        context->SetAncestorType(MCFactoryContext::userNotifications, type);
+    return RegisterNotificationObject(type, ancestorType);
+}
+
+ZVTBoolean MCObject::RegisterNotificationObject(short type, short ancestorType) {
+    MCNotificationDirectory* directory = MCNotificationDirectory::FindInstance();
+    return directory && !directory->ContainsEntry(type) && directory->CreateEntry(type, ancestorType);
+}
+
+// ---------------------------------------------------------------------------------------------------
 // Events and the end
 
-void MCObject::Notify(MCEvent& /*event*/) {
-    // Seam: the notification directory reacts here (by default passing the event on to this object's
-    // own subscribers, so that it climbs the owner tree) once it joins.
+void MCObject::Notify(MCEvent& event) {
+    MCNotificationDirectory* directory = MCNotificationDirectory::FindInstance();
+    if (!directory)
+        return;
+    MCEventUser holder(event);
+    directory->Notify(GetType(), this, event);
 }
 
 ZVTBoolean MCObject::Expunge(ZVTBoolean top) {
@@ -412,8 +460,13 @@ ZVTBoolean MCObject::Expunge_(ZVTBoolean top) {
         ownee->SetFlag(itemTreeExpunge, quietly);
         ownee->Expunge(false);
     }
-    // Seam: without itemTreeExpunge the object's own references drop their subscriptions on their
-    // targets here once references join.
+    if (!quietly) {
+        MCPropertySetIter properties(m_xProperties);
+        while (++properties) {
+            if (MCProperty* property = properties.GetValue())
+                property->UnsubscribeTargets_(*this, 0xFFFF);
+        }
+    }
     if (top) {
         if (MCObject* owner = GetOwner(0, rttiDerived))
             owner->RemoveOwnedObject(this);

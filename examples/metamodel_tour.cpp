@@ -141,7 +141,8 @@ public:
 };
 
 void EditSomeObjects() {
-    std::printf("\nA few generic objects, watched by an observer:\n");
+    // The observer watches the root only: the ownees' edits climb to it, their ends do not.
+    std::printf("\nA few generic objects, watched by an observer on the root:\n");
     PrintingObserver observer;
     auto* root = static_cast<MCObject*>(
         MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, nullptr, nullptr, nullptr));
@@ -151,7 +152,6 @@ void EditSomeObjects() {
     for (long i = 1; i <= 3; ++i) {
         auto* child = static_cast<MCObject*>(
             MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, root, nullptr, nullptr));
-        child->AddSubscriber(&observer, MCEvent::subscriberObserver);
         MCSPropertyAccessorT<ZVTString> childName(ZVTString(("child " + std::to_string(i)).c_str()));
         child->SetProperty(147, childName, MCPropertyAccessor::accessAdd);
         MCSPropertyAccessorT<long> weight(i * 10);

@@ -7,10 +7,12 @@
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
+#include "ModelCore/ZVFWMC/MCNotification.h"
 #include "ModelCore/ZVFWMC/MCObjectFilters.h"
 #include "ModelCore/ZVFWMC/MCObjectSem.h"
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
 #include "ModelCore/ZVFWMC/MCPropertySemantics.h"
+#include "ModelCore/ZVFWMC/MCRefProperty.h"
 #include "ModelCore/ZVFWMC/MCVisitor.h"
 #include "platform/HUB.h"
 
@@ -95,12 +97,21 @@ MCObject::MCObject(short type, MCFactorySignature& /*signature*/, MCFactoryConte
     : MCItem(type), m_pxOwner(nullptr), m_xId(c_sIdProperty, this) {
     MCObjectSemReg::Register(c_sAbstractObject, context, &c_xObjectOS, true);
     MCPropertySemanticRegistry::Register(c_sAbstractObject, context, c_sIdProperty, &c_xIdPS, true, false);
+    MCNotificationDirectory::Register(c_sAbstractObject, context, 0, &MCObjectNotification::c_xInstance,
+                                      true);
+    MCNotificationDirectory::Register(c_sAbstractObject, context, MCEvent::SubjectDestroyed,
+                                      &MCObjectSubjectDestNotification::c_xInstance, true);
 }
 
 MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
     : MCItem(type), m_pxOwner(owner), m_xId(c_sIdProperty, this) {
     if (context) {
         c_xObjectOS.Register(c_sAbstractObject, context);
+        if (RegisterNotificationObject(c_sAbstractObject, context, true)) {
+            RegisterNotification(MCObjectNotification::c_xInstance, c_sAbstractObject, context, true);
+            RegisterNotification(MCObjectSubjectDestNotification::c_xInstance, c_sAbstractObject,
+                                 MCEvent::SubjectDestroyed, context, true);
+        }
         if (MCPropertySemanticRegistry::GetInstance()->CreateHandler(c_sAbstractObject, context, true))
             MCPropertySemanticRegistry::Register(c_sAbstractObject, context, c_sIdProperty, &c_xIdPS, true,
                                                  false);
@@ -150,6 +161,7 @@ void MCObject::RegisterLevel(short type, MCFactoryContext* context) {
     if (!context)
         return;
     MCObjectSemReg::Register(type, context, nullptr, true);
+    RegisterNotificationObject(type, context, true);
     MCPropertySemanticRegistry::Register(type, context, 0, nullptr, true, false);
 }
 
@@ -371,8 +383,7 @@ ZVTBoolean MCObject::NullProperty(MCProperty* property, MCPropertyAccessor* acce
 void MCObject::NullProperty_(MCProperty* property) {
     if (!property)
         return;
-    // Seam: a reference property drops this object's subscription on its targets here once references
-    // join.
+    property->UnsubscribeTargets_(*this, MCEvent::subscriberReferenceHolder);
     if (IsContainedAddress(property)) {
         property->SetFlagRaw(itemNulled, true);
         return;
@@ -458,11 +469,50 @@ void MCObject::CreateAndVisitProperty(short type, MCVisitor* visitor) {
 }
 
 // ---------------------------------------------------------------------------------------------------
+// Notifications
+
+ZVTBoolean MCObject::RegisterNotification(MCNotification& notification, short type, long eventType,
+                                          MCFactoryContext* context, ZVTBoolean setAncestor) {
+    if (!context)
+        return false;
+    ZVTBoolean registered = false;
+    if (MCNotificationDirectory* directory = MCNotificationDirectory::FindInstance())
+        registered = directory->RegisterNotification(
+            type, context->GetAncestorType(MCFactoryContext::userNotifications), eventType, &notification);
+    if (setAncestor)
+        context->SetAncestorType(MCFactoryContext::userNotifications, type);
+    return registered;
+}
+
+ZVTBoolean MCObject::RegisterNotification(MCNotification& notification, short type, MCFactoryContext* context,
+                                          ZVTBoolean setAncestor) {
+    return RegisterNotification(notification, type, 0, context, setAncestor);
+}
+
+ZVTBoolean MCObject::RegisterNotificationObject(short type, MCFactoryContext* context,
+                                                ZVTBoolean setAncestor) {
+    if (!context)
+        return false;
+    const short ancestorType = context->GetAncestorType(MCFactoryContext::userNotifications);
+    if (setAncestor)
+        context->SetAncestorType(MCFactoryContext::userNotifications, type);
+    return RegisterNotificationObject(type, ancestorType);
+}
+
+ZVTBoolean MCObject::RegisterNotificationObject(short type, short ancestorType) {
+    MCNotificationDirectory* directory = MCNotificationDirectory::FindInstance();
+    return directory && !directory->ContainsEntry(type) && directory->CreateEntry(type, ancestorType);
+}
+
+// ---------------------------------------------------------------------------------------------------
 // Events and the end
 
-void MCObject::Notify(MCEvent& /*event*/) {
-    // Seam: the notification directory reacts here (by default passing the event on to this object's
-    // own subscribers, so that it climbs the owner tree) once it joins.
+void MCObject::Notify(MCEvent& event) {
+    MCNotificationDirectory* directory = MCNotificationDirectory::FindInstance();
+    if (!directory)
+        return;
+    MCEventUser holder(event);
+    directory->Notify(GetType(), this, event);
 }
 
 ZVTBoolean MCObject::Expunge(ZVTBoolean top) {
@@ -494,8 +544,13 @@ ZVTBoolean MCObject::Expunge_(ZVTBoolean top) {
         ownee->SetFlag(itemTreeExpunge, quietly);
         ownee->Expunge(false);
     }
-    // Seam: without itemTreeExpunge the object's own references drop their subscriptions on their
-    // targets here once references join.
+    if (!quietly) {
+        MCPropertySetIter properties(m_xProperties);
+        while (++properties) {
+            if (MCProperty* property = properties.GetValue())
+                property->UnsubscribeTargets_(*this, 0xFFFF);
+        }
+    }
     if (top) {
         if (MCObject* owner = GetOwner(0, rttiDerived))
             owner->RemoveOwnedObject(this);
@@ -525,9 +580,7 @@ constexpr short c_sCloneIdProperty = 582;
 class MCPropertyFilterDefaultEquality : public ZVTFilter<MCProperty*> {
 public:
     ZVTBoolean Test(MCProperty*& property) override {
-        // Seam: names MCSRef and MCVRef once references join; both derive from these value classes.
-        if (dynamic_cast<MCSPropertyT<MCObject*>*>(property) ||
-            dynamic_cast<MCVPropertyT<MCObject*>*>(property))
+        if (mc_detail::PropertyCast<MCSRef>(property) || mc_detail::PropertyCast<MCVRef>(property))
             return false;
         unsigned long flags = 0;
         return MCFactoryRegistry::GetFlags(property->GetType(), flags) &&

@@ -22,6 +22,7 @@ class MCFactoryContext;
 class MCFactorySignature;
 class MCIdSpace;
 class MCObjectEqualStrategy;
+class MCNotification;
 class MCPropertyAccessor;
 class MCPropertyEqualStrategy;
 class MCVisitor;
@@ -145,9 +146,30 @@ public:
     /// Whether `other` defines this object; the base answers true for itself alone and ignores `kind`.
     virtual ZVTBoolean IsDefinedBy(MCObject* other, long kind);
 
+    // --- notifications ----------------------------------------------------------------------------
+
+    /// Registers `notification` for `eventType` (0: the default) on `type`, whose entry links to the
+    /// context's notification ancestor; with `setAncestor` the ancestor becomes `type`. False without a
+    /// context or a directory, and for a notification already registered there.
+    static ZVTBoolean RegisterNotification(MCNotification& notification, short type, long eventType,
+                                           MCFactoryContext* context, ZVTBoolean setAncestor);
+    /// The same for the default notification of `type`.
+    static ZVTBoolean RegisterNotification(MCNotification& notification, short type,
+                                           MCFactoryContext* context, ZVTBoolean setAncestor);
+    /// What a class level calls in both constructors: makes the entry of `type` linked to the context's
+    /// notification ancestor, which becomes `type` with `setAncestor`. True only when the entry is new;
+    /// false without a context.
+    static ZVTBoolean RegisterNotificationObject(short type, MCFactoryContext* context,
+                                                 ZVTBoolean setAncestor);
+    /// Makes the entry of `type` linked to `ancestorType`; true only when the directory exists and the
+    /// entry is new.
+    static ZVTBoolean RegisterNotificationObject(short type, short ancestorType);
+
     // --- events and the end -----------------------------------------------------------------------
 
-    /// Receives the events of the objects this one observes (its ownees, its reference targets).
+    /// Receives the events of the objects this one observes (its ownees, its reference targets) and
+    /// lets the notification directory react for its type; by default the event climbs to this
+    /// object's own subscribers.
     void Notify(MCEvent& event) override;
     /// Destroys the object and its subtree: the rules may refuse when `top` is true; always true, so
     /// ResolveId of the old id tells whether it went. Only Expunge_ passes `top` false.

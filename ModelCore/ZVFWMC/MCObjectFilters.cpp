@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+#include "ModelCore/ZVFWMC/MCRefProperty.h"
 
 // ---------------------------------------------------------------------------------------------------
 // Implementations of the property and ownee handles
@@ -204,12 +205,8 @@ ZVTBoolean MCOwneeFilterOnPropExistence::Test(MCObject*& object) {
 ZVTBoolean MCOwneeFilterOnPropRefValue::Test(MCObject*& object) {
     if (object == nullptr || object->GetType() != m_sObjectType)
         return false;
-    // Seam: reads through an MCSRefAccessor once references join; every single reference is an
-    // MCSPropertyT<MCObject*>, so the value class answers for it until then.
-    auto* reference =
-        dynamic_cast<const MCSPropertyT<MCObject*>*>(object->FindProperty(m_sPropertyType, false));
-    return reference != nullptr && !reference->GetFlag(MCItem::itemNulled) &&
-           reference->GetValue() == m_pxValue;
+    MCSRefAccessor reference;
+    return object->GetProperty(m_sPropertyType, reference) && reference.GetValue() == m_pxValue;
 }
 
 ZVTBoolean MCPropertyFilterOnNotNulled::Test(MCProperty*& property) {

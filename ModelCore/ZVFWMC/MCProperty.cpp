@@ -65,6 +65,8 @@ ZVTBoolean MCProperty::ResolveIds(MCIdSpace& /*space*/, MCObject& /*owner*/, ZVT
 
 void MCProperty::Rebind(MCIdSpace& /*space*/, MCObject& /*owner*/) {}
 
+void MCProperty::UnsubscribeTargets_(MCObject& /*holder*/, unsigned int /*type*/) {}
+
 void MCProperty::SetType(MCObject* /*object*/, short type) {
     MCItem::SetType(type);
 }

@@ -76,6 +76,11 @@ private:
     // SetFlag cannot change the nulled state; SetFlags clears it and cannot clear the calculated state.
     ZVTBoolean SetFlag_(unsigned short& flag, ZVTBoolean on) override;
     ZVTBoolean SetFlags_(unsigned short& flags) override;
+
+    // For MCObject's clean-ups: a reference's targets drop `holder` as subscriber of `type` and the
+    // reference forgets them; plain values have none. Virtual so that an object's end pays no cast per
+    // property.
+    virtual void UnsubscribeTargets_(MCObject& holder, unsigned int type);
 };
 
 /// The kind of single-valued properties.

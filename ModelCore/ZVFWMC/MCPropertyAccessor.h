@@ -81,8 +81,9 @@ protected:
     /// calculated and there is no object to calculate it on.
     static ZVTBoolean CalculateBeforeRead(MCProperty* property, MCObject* object);
 
-    /// The steps of a change common to every value class: rules before, `apply` (which writes the value
-    /// and answers the hint code for the event), flags, rules after, the event.
+    /// The steps of a change common to every value class: rules before, `apply` (which writes the value,
+    /// may name the event's hint object through its argument and answers the hint code), flags, rules
+    /// after, the event.
     template <class Apply>
     ZVTBoolean RunChange(MCProperty* property, MCObject* object, long flags, Apply apply);
 
@@ -231,11 +232,12 @@ ZVTBoolean MCPropertyAccessor::RunChange(MCProperty* property, MCObject* object,
         FirePreSemantics(type, object, property, &context, inherited) == MCPropertySemantic::resultRefused)
         return false;
     long hintCode = 0;
+    MCObject* hintObject = nullptr;
     if (!inherited) {
         if (!withFlags)
             m_uFlags = property->GetFlags();
         if (changing) {
-            hintCode = apply();
+            hintCode = apply(hintObject);
             m_uFlags = static_cast<unsigned short>(m_uFlags & ~MCItem::itemNulled);
             if (!withFlags)
                 m_uFlags = static_cast<unsigned short>(m_uFlags & ~MCItem::itemSA);
@@ -251,7 +253,7 @@ ZVTBoolean MCPropertyAccessor::RunChange(MCProperty* property, MCObject* object,
             if (after == MCPropertySemantic::resultObjectDestroyed)
                 m_bObjectDestroyed = true;
             else
-                Notify(object, property, hintCode, nullptr, &context);
+                Notify(object, property, hintCode, hintObject, &context);
         }
     }
     return true;
@@ -278,7 +280,7 @@ ZVTBoolean MCSPropertyRawAccessorT<T>::SetPropertyValue(MCProperty* property, MC
     if ((flags & (accessForce | accessFlags)) == 0 && !typed->GetFlag(MCItem::itemNulled) &&
         typed->GetValue() == m_xValue)
         return true;
-    return this->RunChange(property, object, flags, [&]() -> long {
+    return this->RunChange(property, object, flags, [&](MCObject*& /*hintObject*/) -> long {
         typed->SetValue(m_xValue);
         return 0;
     });
@@ -302,7 +304,7 @@ ZVTBoolean MCVPropertyRawAccessorT<T>::SetPropertyValue(MCProperty* property, MC
     auto* typed = mc_detail::PropertyCast<MCVPropertyT<T>>(property);
     if (typed == nullptr)
         return false;
-    return this->RunChange(property, object, flags, [&]() -> long {
+    return this->RunChange(property, object, flags, [&](MCObject*& /*hintObject*/) -> long {
         if ((flags & accessReplace) != 0) {
             typed->SetValue(m_xValues);
             return 3;
@@ -420,7 +422,9 @@ void MCVPropertyT<T>::SaveTo(MCStream& stream) {
     MCProperty::SaveTo(stream);
     if (GetFlag(itemPreFetch)) {
         // The shape of a one-element list; readers take the element as a placeholder.
-        stream << static_cast<int>(1) << T{};
+        stream << static_cast<int>(1);
+        // On its own: `stream << 1` gives a ZVTStream&, and a pointer T must meet MCStream's operators.
+        stream << T{};
         return;
     }
     mc_detail::WriteList(stream, m_xValues);

@@ -5,8 +5,10 @@
 #include "ModelCore/ZVFWMC/MCGenericObject.h"
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
 #include "ModelCore/ZVFWMC/MCMetaInfo.h"
+#include "ModelCore/ZVFWMC/MCNotification.h"
 #include "ModelCore/ZVFWMC/MCObjectSem.h"
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
+#include "ModelCore/ZVFWMC/MCRefProperty.h"
 
 namespace {
 
@@ -31,8 +33,7 @@ struct CoreAlias {
     bool m_bItemFlag100;
 };
 
-// The core's property aliases. Those standing for references become creatable when the reference
-// types join.
+// The core's property aliases.
 const CoreAlias c_axCoreAliases[] = {
     {583, "AncestorNameSpace", 89, true, false},
     {582, "CloneId", 87, true, false},
@@ -57,13 +58,14 @@ void RegisterCoreMetamodel() {
     // The concrete object types above name this supertype before it exists; the pending table joins them.
     MCFactoryRegistry::RegisterAbstractObject(1, "AbstractObject", 0);
 
-    // Value types. Reference (89) and ReferenceList (90) join between IntegerList and String with their
-    // classes.
+    // Value types.
     RegisterValueType<MCSPropertyT<double>>(1036, "Double");
     RegisterValueType<MCSPropertyT<float>>(85, "Float");
     RegisterValueType<MCVPropertyT<float>>(86, "FloatList");
     RegisterValueType<MCSPropertyT<long>>(87, "Integer");
     RegisterValueType<MCVPropertyT<long>>(88, "IntegerList");
+    RegisterValueType<MCSRef>(89, "Reference");
+    RegisterValueType<MCVRef>(90, "ReferenceList");
     RegisterValueType<MCSPropertyT<ZVTString>>(91, "String");
     RegisterValueType<MCVPropertyT<ZVTString>>(92, "StringList");
     RegisterValueType<MCSPropertyT<ZvUCObjectId>>(93, "OriginId");
@@ -103,7 +105,7 @@ void MdlCore::Terminate() {
     MCFactoryRegistry::DeleteInstance();
     MCObjectSemReg::DeleteInstance();
     MCPropertySemanticRegistry::DeleteInstance();
-    // Seam: MCNotificationDirectory is deleted here, once the notification unit joins.
+    MCNotificationDirectory::DeleteInstance();
     // Seam: MCPropertyConverterRegistry is deleted here, once the property converter unit joins.
     MCMetaInfo::DeleteInstance();
     MCIdSpace::Global().Reset();

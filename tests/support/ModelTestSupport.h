@@ -13,7 +13,8 @@
 #include "ModelCore/ModelCore.h"
 
 /// Renders every event it receives: "PropertySet(<id>,<property type>,<hint code>)",
-/// "PropertyNulled(<id>,<type>)", "SubjectDestroyed(<id>)", separated by blanks.
+/// "PropertyNulled(<id>,<type>)", "SubjectDestroyed(<id>)", "ReferenceCleared(<id>)",
+/// "ObjectCreated(<id>)", separated by blanks.
 class EventLog : public MCSubscriber {
 public:
     void Notify(MCEvent& event) override {
@@ -31,6 +32,12 @@ public:
                 break;
             case MCEvent::SubjectDestroyed:
                 line = "SubjectDestroyed(" + std::to_string(object->GetId()) + ")";
+                break;
+            case MCEvent::ReferenceCleared:
+                line = "ReferenceCleared(" + std::to_string(object->GetId()) + ")";
+                break;
+            case MCEvent::ObjectCreated:
+                line = "ObjectCreated(" + std::to_string(object->GetId()) + ")";
                 break;
             default:
                 line = "Event" + std::to_string(event.GetEventType());
@@ -83,10 +90,12 @@ private:
 
     TestNode(short type, MCFactorySignature& signature, MCFactoryContext* context)
         : MCObject(type, signature, context), m_xEmbedded(c_sEmbedded, this) {
+        RegisterLevel(c_sType, context);
         ++c_nPrototypes;
     }
     TestNode(MCObject* owner, MCFactoryContext* context)
         : MCObject(c_sType, owner, context), m_xEmbedded(c_sEmbedded, this) {
+        RegisterLevel(c_sType, context);
         ++c_nAlive;
         ZVTHTableT<MCObject*>* live = nullptr;
         const bool listed = MCFactoryRegistry::GetInstances(c_sType, live, nullptr) && live->Contains(this);

@@ -1,0 +1,196 @@
+#include "ModelCore/ZVFWMC/MCNotification.h"
+
+#include <memory>
+
+#include "ModelCore/ZVFWMC/MCEvent.h"
+#include "ModelCore/ZVFWMC/MCFactory.h"
+#include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+#include "ModelCore/ZVFWMC/MCIdSpace.h"
+#include "ModelCore/ZVFWMC/MCObject.h"
+#include "ModelCore/ZVFWMC/MCRefProperty.h"
+
+// ---------------------------------------------------------------------------------------------------
+// Handlers and entries
+
+ZVTBoolean MCNotificationHandler::Add(MCNotification* pNotification) {
+    if (!pNotification || Contains(pNotification))
+        return false;
+    Append(pNotification);
+    return true;
+}
+
+MCNotification::result MCNotificationHandler::Notify(MCObject* pObject, MCEvent& rEvent) {
+    // By index and recounted each step: a notification may register another on this very handler.
+    for (size_t i = 0; i < Entries(); ++i) {
+        if (At(i)->Notify(pObject, rEvent) == MCNotification::resultHandled)
+            return MCNotification::resultHandled;
+    }
+    return MCNotification::resultNotHandled;
+}
+
+MCNotificationEntry::MCNotificationEntry() : m_xHandlers(MCIdSpace::HashId, 64) {}
+
+MCNotificationEntry::~MCNotificationEntry() {
+    ZVTHDictIter<long, MCNotificationHandler*> handlers(m_xHandlers);
+    while (++handlers)
+        delete handlers.Value();
+    delete m_pxDefaultHandler;
+}
+
+ZVTBoolean MCNotificationEntry::Register(long nEventType, MCNotification* pNotification) {
+    MCNotificationHandler* handler = nullptr;
+    if (nEventType == 0) {
+        if (!m_pxDefaultHandler)
+            m_pxDefaultHandler = new MCNotificationHandler;
+        handler = m_pxDefaultHandler;
+    } else if (!m_xHandlers.Find(nEventType, handler)) {
+        auto made = std::make_unique<MCNotificationHandler>();
+        m_xHandlers.Insert(nEventType, made.get());
+        handler = made.release();
+    }
+    return handler->Add(pNotification);
+}
+
+MCNotification::result MCNotificationEntry::Notify(MCObject* pObject, MCEvent& rEvent) {
+    MCNotificationHandler* handler = nullptr;
+    if (m_xHandlers.Find(rEvent.GetEventType(), handler))
+        return handler->Notify(pObject, rEvent);
+    if (m_pxDefaultHandler)
+        return m_pxDefaultHandler->Notify(pObject, rEvent);
+    return MCNotification::resultNotHandled;
+}
+
+// ---------------------------------------------------------------------------------------------------
+// The directory
+
+MCNotificationDirectory* MCNotificationDirectory::c_pxSingleton = nullptr;
+
+MCNotificationDirectory::MCNotificationDirectory() : m_xEntries(HashId, 64) {}
+
+MCNotificationDirectory::~MCNotificationDirectory() {
+    ZVTHDictIter<short, MCNotificationEntry*> entries(m_xEntries);
+    while (++entries)
+        delete entries.Value();
+}
+
+MCNotificationDirectory* MCNotificationDirectory::GetInstance() {
+    if (!c_pxSingleton)
+        c_pxSingleton = new MCNotificationDirectory;
+    return c_pxSingleton;
+}
+
+void MCNotificationDirectory::DeleteInstance() {
+    MCNotificationDirectory* directory = c_pxSingleton;
+    c_pxSingleton = nullptr;
+    delete directory;
+}
+
+unsigned int MCNotificationDirectory::HashId(const short& nType) {
+    return static_cast<unsigned int>(nType);
+}
+
+void MCNotificationDirectory::Register(short nType, MCFactoryContext* pContext, long nEventType,
+                                       MCNotification* pNotification, ZVTBoolean bSetContext) {
+    MCNotificationDirectory* directory = GetInstance();
+    if (!pContext || (nEventType != 0 && !pNotification))
+        return;
+    directory->CreateEntry(nType, pContext->GetAncestorType(MCFactoryContext::userNotifications))
+        ->Register(nEventType, pNotification);
+    if (bSetContext)
+        pContext->SetAncestorType(MCFactoryContext::userNotifications, nType);
+}
+
+ZVTBoolean MCNotificationDirectory::RegisterNotification(short nType, short nAncestorType, long nEventType,
+                                                         MCNotification* pNotification) {
+    MCNotificationEntry* entry = CreateEntry(nType, nAncestorType);
+    return entry && entry->Register(nEventType, pNotification);
+}
+
+MCNotificationEntry* MCNotificationDirectory::CreateEntry(short nType, short nAncestorType) {
+    MCNotificationEntry* entry = nullptr;
+    if (m_xEntries.Find(nType, entry))
+        return entry;
+    auto made = std::make_unique<MCNotificationEntry>();
+    // An alias reacts as its concrete type does, whatever ancestor its class level names.
+    const short concrete = MCFactoryRegistry::Translate(nType, true);
+    if (concrete != nType)
+        nAncestorType = concrete;
+    MCNotificationEntry* ancestor = nullptr;
+    if (nAncestorType != 0 && m_xEntries.Find(nAncestorType, ancestor))
+        made->SetAncestor(ancestor);
+    m_xEntries.Insert(nType, made.get());
+    return made.release();
+}
+
+ZVTBoolean MCNotificationDirectory::ContainsEntry(short nType) const {
+    return m_xEntries.Contains(nType);
+}
+
+MCNotification::result MCNotificationDirectory::Notify(short nType, MCObject* pObject, MCEvent& rEvent) {
+    MCEventUser holder(rEvent);
+    MCNotificationEntry* entry = nullptr;
+    if (!m_xEntries.Find(nType, entry))
+        return MCNotification::resultNotHandled;
+    for (; entry; entry = entry->GetAncestor()) {
+        const MCNotification::result result = entry->Notify(pObject, rEvent);
+        if (result != MCNotification::resultNotHandled)
+            return result;
+    }
+    return MCNotification::resultNotHandled;
+}
+
+// ---------------------------------------------------------------------------------------------------
+// The reactions of every object
+
+MCObjectNotification MCObjectNotification::c_xInstance;
+MCObjectSubjectDestNotification MCObjectSubjectDestNotification::c_xInstance;
+
+MCNotification::result MCObjectNotification::Notify(MCObject* pObject, MCEvent& rEvent) {
+    pObject->NotifySubscribers(rEvent);
+    return resultHandled;
+}
+
+MCNotification::result MCObjectSubjectDestNotification::Notify(MCObject* pObject, MCEvent& rEvent) {
+    MCEventUser holder(rEvent);
+    // Only an object can be a reference's target; anything else dying concerns no reference.
+    auto* target = dynamic_cast<MCObject*>(rEvent.GetSubject());
+    if (!target)
+        return resultHandled;
+    // The live set, not a copy: a rule run by a change may add or delete properties, and a deleted one
+    // leaves an empty slot that the cursor passes over.
+    MCPropertySetIter properties(pObject->GetPropertySet());
+    while (++properties) {
+        MCProperty* property = properties.GetValue();
+        ZVTBoolean gone = false;
+        if (auto* single = mc_detail::PropertyCast<MCSRef>(property)) {
+            if (!single->IsBound() || single->GetValue() != target)
+                continue;
+            MCSRefAccessor accessor(nullptr);
+            accessor.SetPropertyValue(single, pObject, MCPropertyAccessor::accessAdd);
+            gone = accessor.GetObjectDestroyed();
+        } else if (auto* list = mc_detail::PropertyCast<MCVRef>(property)) {
+            if (!list->IsBound())
+                continue;
+            // Every entry of the target goes, so none is left pointing at freed memory; a list without
+            // one still hears of the death through a change that removes nothing.
+            MCVRefAccessor accessor;
+            const long entries = list->Occurrences(target);
+            for (long i = 0; i < (entries > 0 ? entries : 1); ++i)
+                accessor.GetList()->Append(target);
+            accessor.SetPropertyValue(list, pObject, MCPropertyAccessor::accessRemove);
+            gone = accessor.GetObjectDestroyed();
+        } else {
+            continue;
+        }
+        if (gone)
+            return resultHandled;
+        pObject->NotifySubscribers(MCEvent::Instantiate(MCEvent::ReferenceCleared, pObject,
+                                                        MCEvent::subscriberObserver, nullptr, &rEvent));
+    }
+    // A source that subscribes to its heirs loses a dying heir from its set by itself.
+    const MCHeirSet* heirs = nullptr;
+    pObject->GetHeirs(heirs);
+    if (heirs)
+        const_cast<MCHeirSet*>(heirs)->Delete(target);
+    return resultHandled;
+}

@@ -1,0 +1,136 @@
+#ifndef MCNOTIFICATION_H
+#define MCNOTIFICATION_H
+
+// What an object does with an event it hears of from a subject it subscribes to. The reactions are
+// looked up per object type and event type in one directory, so a host attaches them to its types
+// without touching the delivery; each type's entry links to its ancestor's, and a search runs from the
+// object's own type towards the root.
+
+#include "foundation/ZVTBoolean.h"
+#include "foundation/ZVTExport.h"
+#include "foundation/ZVTHDict.h"
+#include "foundation/ZVTSList.h"
+
+class MCEvent;
+class MCFactoryContext;
+class MCObject;
+
+/// A reaction of objects of a type to an event. Notifications are objects of static storage shared by
+/// every object of the type; the directory does not own them and never deletes them through this class.
+class MODELCORE_API MCNotification {
+public:
+    /// What a reaction answers; the values must not change.
+    enum result { resultNotHandled = 0, resultHandled = 1 };
+
+    /// Reacts to `rEvent` received by `pObject`; resultHandled ends the search.
+    virtual result Notify(MCObject* pObject, MCEvent& rEvent) = 0;
+
+protected:
+    ~MCNotification() = default;
+};
+
+/// The notifications of one event on one type, in order of registration and each once.
+class MODELCORE_API MCNotificationHandler : public ZVTSList<MCNotification*> {
+public:
+    /// Appends `pNotification` unless it is there already; false for a duplicate or null.
+    ZVTBoolean Add(MCNotification* pNotification);
+    /// Asks each notification in turn, the count taken anew at each step so that one may register
+    /// another; the first resultHandled ends it.
+    MCNotification::result Notify(MCObject* pObject, MCEvent& rEvent);
+};
+
+/// The notifications of one object type, per event type and a default for the other events, linked to
+/// the entry of the ancestor type (not owned). Owns its handlers.
+class MODELCORE_API MCNotificationEntry {
+public:
+    MCNotificationEntry();
+    ~MCNotificationEntry();
+    MCNotificationEntry(const MCNotificationEntry&) = delete;
+    MCNotificationEntry& operator=(const MCNotificationEntry&) = delete;
+
+    /// Adds `pNotification` for `nEventType`, or as a default with 0, making the handler first; false
+    /// for null (the handler is made all the same) and for a notification already there.
+    ZVTBoolean Register(long nEventType, MCNotification* pNotification);
+    /// This entry's answer alone: the handler of the event type when there is one, even if it answers
+    /// resultNotHandled, else the default handler, else resultNotHandled.
+    MCNotification::result Notify(MCObject* pObject, MCEvent& rEvent);
+    /// The entry of the ancestor type, null for none.
+    MCNotificationEntry* GetAncestor() const { return m_pxAncestor; }
+    /// Links the ancestor's entry.
+    void SetAncestor(MCNotificationEntry* pAncestor) { m_pxAncestor = pAncestor; }
+
+private:
+    ZVTHDict<long, MCNotificationHandler*> m_xHandlers;
+    MCNotificationHandler* m_pxDefaultHandler = nullptr;
+    MCNotificationEntry* m_pxAncestor = nullptr;
+};
+
+/// The process-wide table of notification entries by object type. Made on first use, deleted by
+/// MdlCore::Terminate; owns its entries. Nothing removes a notification or an entry.
+class MODELCORE_API MCNotificationDirectory {
+public:
+    /// The directory, made on first use.
+    static MCNotificationDirectory* GetInstance();
+    /// The directory if it was made, null otherwise; never makes one.
+    static MCNotificationDirectory* FindInstance() { return c_pxSingleton; }
+    /// Deletes the directory and its entries; nothing when there is none.
+    static void DeleteInstance();
+
+    /// The constructors' form: makes the directory if needed; with a context, makes the entry of
+    /// `nType` linked to the context's notification ancestor and registers `pNotification` for
+    /// `nEventType` (0: the default); `bSetContext` then records `nType` as that ancestor. Nothing without
+    /// a context, or for a non-zero event type without a notification.
+    static void Register(short nType, MCFactoryContext* pContext, long nEventType,
+                         MCNotification* pNotification, ZVTBoolean bSetContext);
+    /// Makes the entry of `nType` if needed and registers `pNotification` for `nEventType` on it; false
+    /// for null or a notification already registered there.
+    ZVTBoolean RegisterNotification(short nType, short nAncestorType, long nEventType,
+                                    MCNotification* pNotification);
+    /// The entry of `nType`, made when missing. A new entry is linked to the entry of `nAncestorType`, or
+    /// for an alias type to that of its concrete type whatever ancestor is passed; an ancestor without an
+    /// entry yet is not linked, then or later.
+    MCNotificationEntry* CreateEntry(short nType, short nAncestorType);
+    /// Whether `nType` has an entry.
+    ZVTBoolean ContainsEntry(short nType) const;
+    /// Lets the entries of `pObject`'s type chain, starting at `nType`, react to `rEvent` until one
+    /// handles it; resultNotHandled for a type without an entry (there is no fallback to the root type).
+    MCNotification::result Notify(short nType, MCObject* pObject, MCEvent& rEvent);
+
+    /// The hash of the table: the type itself, as unsigned int.
+    static unsigned int HashId(const short& nType);
+
+private:
+    MCNotificationDirectory();
+    ~MCNotificationDirectory();
+    MCNotificationDirectory(const MCNotificationDirectory&) = delete;
+    MCNotificationDirectory& operator=(const MCNotificationDirectory&) = delete;
+
+    static MCNotificationDirectory* c_pxSingleton;
+    ZVTHDict<short, MCNotificationEntry*> m_xEntries;
+};
+
+/// The default reaction of every object, registered on the root type: pass the event on to the
+/// object's own subscribers, so that an event climbs the owner tree with its subject and mask unchanged.
+class MODELCORE_API MCObjectNotification : public MCNotification {
+public:
+    /// Delivers `rEvent` on `pObject`'s subject; always resultHandled.
+    result Notify(MCObject* pObject, MCEvent& rEvent) override;
+
+    /// The one instance that MCObject registers.
+    static MCObjectNotification c_xInstance;
+};
+
+/// The reaction of every object to SubjectDestroyed, registered on the root type: the dying subject is
+/// taken out of the object's references through active accessors, each change followed by a
+/// ReferenceCleared event chained to the death. Does not climb.
+class MODELCORE_API MCObjectSubjectDestNotification : public MCNotification {
+public:
+    /// Clears `pObject`'s references to the event's subject; stops at once when a rule reports that
+    /// `pObject` is gone. Always resultHandled.
+    result Notify(MCObject* pObject, MCEvent& rEvent) override;
+
+    /// The one instance that MCObject registers.
+    static MCObjectSubjectDestNotification c_xInstance;
+};
+
+#endif

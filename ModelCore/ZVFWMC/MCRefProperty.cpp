@@ -1,0 +1,396 @@
+#include "ModelCore/ZVFWMC/MCRefProperty.h"
+
+#include <cstdint>
+#include <memory>
+
+#include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCEvent.h"
+#include "ModelCore/ZVFWMC/MCIdSpace.h"
+#include "ModelCore/ZVFWMC/MCObject.h"
+#include "ModelCore/ZVFWMC/MCStreams.h"
+
+namespace {
+
+const ZVTString c_xSourceFile("ModelCore/ZVFWMC/MCRefProperty");
+
+constexpr unsigned int c_nHolder = MCEvent::subscriberReferenceHolder;
+
+// An unresolved reference keeps the stored id in the pointer's place. The round trip through an integer
+// is all that is ever done with such a value: it is never dereferenced nor converted to a base.
+MCObject* IdAsPointer(long id) {
+    return reinterpret_cast<MCObject*>(static_cast<std::intptr_t>(id));
+}
+
+long PointerAsId(const MCObject* stored) {
+    return static_cast<long>(reinterpret_cast<std::intptr_t>(stored));
+}
+
+// The id a value of a reference with `flags` stands for: the stored id while unresolved, else the
+// target's id, 0 for null. A nulled reference stands for nothing, whatever is left behind the flag.
+long IdOf(const MCObject* value, unsigned short flags) {
+    if (flags & MCItem::itemNL)
+        return PointerAsId(value);
+    if ((flags & MCItem::itemNulled) || !value)
+        return 0;
+    return value->GetId();
+}
+
+// The object of a stored id in `space`, or of the id the converter gives for it; null for 0.
+MCObject* Lookup(MCIdSpace& space, long id, MCIdConverter* converter) {
+    if (id == 0)
+        return nullptr;
+    MCObject* target = space.ResolveId(id);
+    if (!target && converter) {
+        const long converted = converter->ConvertId(id);
+        if (converted != 0)
+            target = space.ResolveId(converted);
+    }
+    return target;
+}
+
+// Reads a stored count and at most that many ids while the stream delivers them, kept as pointers.
+void ReadIds(MCStream& stream, ZVTSList<MCObject*>& ids) {
+    long count = 0;
+    stream >> count;
+    for (long i = 0; i < count && !stream.fail(); ++i) {
+        long id = 0;
+        stream >> id;
+        if (stream.fail())
+            break;
+        ids.Append(IdAsPointer(id));
+    }
+}
+
+unsigned short WithoutNL(unsigned short flags) {
+    return static_cast<unsigned short>(flags & ~MCItem::itemNL);
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------------
+// MCSRef
+
+MCSRef::MCSRef(short type, MCObject* owner) : MCSPtrPropertyT<MCObject>(type, owner) {}
+
+MCSRef::~MCSRef() = default;
+
+ZVTBoolean MCSRef::IsEqualTo(const MCProperty* other, ZVTBoolean /*flag*/) const {
+    if (other == nullptr || other->GetType() != GetType())
+        return false;
+    auto* typed = mc_detail::PropertyCast<const MCSRef>(other);
+    return typed != nullptr && IdOf(typed->m_xValue, typed->GetFlags()) == IdOf(m_xValue, GetFlags());
+}
+
+void MCSRef::SaveTo(MCStream& stream) {
+    MCProperty::SaveTo(stream);
+    stream << IdOf(m_xValue, GetFlags());
+}
+
+void MCSRef::RestoreFrom(MCStream& stream, MCPropertyAccessor& accessor) {
+    MCProperty::RestoreFrom(stream, accessor);
+    long id = 0;
+    stream >> id;
+    if (auto* active = dynamic_cast<MCSRefAccessor*>(&accessor); active != nullptr && !stream.fail())
+        active->SetValue(IdAsPointer(id));
+}
+
+void MCSRef::RestoreFrom(MCStream& stream) {
+    MCProperty::RestoreFrom(stream);
+    long id = 0;
+    stream >> id;
+    m_xValue = IdAsPointer(id);
+    SetFlag(itemNL, true);
+}
+
+ZVTBoolean MCSRef::ResolveIds(MCIdSpace& space, MCObject& owner, ZVTBoolean /*strict*/,
+                              MCIdConverter* converter) {
+    if (!GetFlag(itemNL))
+        return true;
+    const long id = PointerAsId(m_xValue);
+    MCObject* target = Lookup(space, id, converter);
+    if (id != 0 && !target) {
+        // itemNL stays: the value is 0 now, so the next resolution ends the state.
+        m_xValue = nullptr;
+        SetFlagRaw(itemNulled, true);
+        return false;
+    }
+    std::unique_ptr<MCPropertyAccessor> accessor(CreateRawAccessor());
+    auto* raw = dynamic_cast<MCSRefRawAccessor*>(accessor.get());
+    if (!raw)
+        MC_THROW_UNEXPECTED(c_xSourceFile);
+    raw->SetValue(target);
+    raw->SetFlags(WithoutNL(GetFlags()));
+    raw->SetPropertyValue(this, &owner, MCPropertyAccessor::accessReplace | MCPropertyAccessor::accessFlags);
+    return true;
+}
+
+void MCSRef::Rebind(MCIdSpace& space, MCObject& owner) {
+    if (!IsBound())
+        return;
+    MCObject* target = m_xValue;
+    if (target) {
+        if (MCObject* copy = space.ResolveId(target->GetId()))
+            target = copy;
+    }
+    MCSRefRawAccessor accessor(target);
+    accessor.SetPropertyValue(this, &owner, MCPropertyAccessor::accessReplace);
+}
+
+MCPropertyAccessor* MCSRef::CreateAccessor() const {
+    return new MCSRefAccessor;
+}
+
+MCPropertyAccessor* MCSRef::CreateRawAccessor() const {
+    return new MCSRefRawAccessor;
+}
+
+void MCSRef::AcceptVisitor(MCVisitor* /*visitor*/) {
+    // Seam: an MCRefVisitor visits the single kind here once the reference visitors join.
+}
+
+void MCSRef::UnsubscribeTargets_(MCObject& holder, unsigned int type) {
+    if (IsBound() && m_xValue)
+        m_xValue->RemoveSubscriber(&holder, type);
+    // Nothing left behind the flag that could outlive its target.
+    m_xValue = nullptr;
+}
+
+// ---------------------------------------------------------------------------------------------------
+// MCVRef
+
+MCVRef::MCVRef(short type, MCObject* owner) : MCVPtrPropertyT<MCObject>(type, owner) {}
+
+MCVRef::~MCVRef() = default;
+
+ZVTBoolean MCVRef::IsEqualTo(const MCProperty* other, ZVTBoolean /*flag*/) const {
+    if (other == nullptr || other->GetType() != GetType())
+        return false;
+    auto* typed = mc_detail::PropertyCast<const MCVRef>(other);
+    if (typed == nullptr || typed->m_xValues.Entries() != m_xValues.Entries())
+        return false;
+    for (size_t i = 0; i < m_xValues.Entries(); ++i) {
+        if (IdOf(typed->m_xValues.At(i), typed->GetFlags()) != IdOf(m_xValues.At(i), GetFlags()))
+            return false;
+    }
+    return true;
+}
+
+void MCVRef::SaveTo(MCStream& stream) {
+    MCProperty::SaveTo(stream);
+    stream << static_cast<long>(m_xValues.Entries());
+    for (size_t i = 0; i < m_xValues.Entries(); ++i)
+        stream << IdOf(m_xValues.At(i), GetFlags());
+}
+
+void MCVRef::RestoreFrom(MCStream& stream, MCPropertyAccessor& accessor) {
+    MCProperty::RestoreFrom(stream, accessor);
+    ZVTSList<MCObject*> ids;
+    ReadIds(stream, ids);
+    if (auto* active = dynamic_cast<MCVRefAccessor*>(&accessor))
+        active->SetValue(ids);
+}
+
+void MCVRef::RestoreFrom(MCStream& stream) {
+    m_xValues.Clear();
+    MCProperty::RestoreFrom(stream);
+    SetFlag(itemNL, true);
+    ReadIds(stream, m_xValues);
+}
+
+ZVTBoolean MCVRef::ResolveIds(MCIdSpace& space, MCObject& owner, ZVTBoolean strict,
+                              MCIdConverter* converter) {
+    if (!GetFlag(itemNL))
+        return true;
+    std::unique_ptr<MCPropertyAccessor> accessor(CreateRawAccessor());
+    auto* raw = dynamic_cast<MCVRefRawAccessor*>(accessor.get());
+    if (!raw)
+        MC_THROW_UNEXPECTED(c_xSourceFile);
+    ZVTSList<MCObject*>& targets = *raw->GetList();
+    ZVTBoolean complete = true;
+    for (size_t i = 0; i < m_xValues.Entries(); ++i) {
+        if (MCObject* target = Lookup(space, PointerAsId(m_xValues.At(i)), converter)) {
+            targets.Append(target);
+            continue;
+        }
+        if (strict) {
+            SetFlagRaw(itemNulled, true);
+            return false;
+        }
+        complete = false;
+    }
+    // The ids go first, so that the replace finds nothing to unsubscribe.
+    m_xValues.Clear();
+    raw->SetFlags(WithoutNL(GetFlags()));
+    raw->SetPropertyValue(this, &owner, MCPropertyAccessor::accessReplace | MCPropertyAccessor::accessFlags);
+    return complete;
+}
+
+void MCVRef::Rebind(MCIdSpace& space, MCObject& owner) {
+    if (!IsBound())
+        return;
+    MCVRefRawAccessor accessor;
+    ZVTSList<MCObject*>& moved = *accessor.GetList();
+    for (size_t i = 0; i < m_xValues.Entries(); ++i) {
+        MCObject* target = m_xValues.At(i);
+        MCObject* copy = target ? space.ResolveId(target->GetId()) : nullptr;
+        moved.Append(copy ? copy : target);
+    }
+    accessor.SetPropertyValue(this, &owner, MCPropertyAccessor::accessReplace);
+}
+
+MCPropertyAccessor* MCVRef::CreateAccessor() const {
+    return new MCVRefAccessor;
+}
+
+MCPropertyAccessor* MCVRef::CreateRawAccessor() const {
+    return new MCVRefRawAccessor;
+}
+
+void MCVRef::AcceptVisitor(MCVisitor* /*visitor*/) {
+    // Seam: an MCRefVisitor visits the list kind here once the reference visitors join.
+}
+
+long MCVRef::Occurrences(const MCObject* target) const {
+    long count = 0;
+    for (size_t i = 0; i < m_xValues.Entries(); ++i) {
+        if (m_xValues.At(i) == target)
+            ++count;
+    }
+    return count;
+}
+
+void MCVRef::UnsubscribeTargets_(MCObject& holder, unsigned int type) {
+    if (IsBound()) {
+        for (size_t i = 0; i < m_xValues.Entries(); ++i) {
+            if (MCObject* target = m_xValues.At(i))
+                target->RemoveSubscriber(&holder, type);
+        }
+    }
+    m_xValues.Clear();
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Accessors
+
+MCResolvingAccessor::~MCResolvingAccessor() = default;
+MCSRefRawAccessor::~MCSRefRawAccessor() = default;
+MCVRefRawAccessor::~MCVRefRawAccessor() = default;
+
+ZVTBoolean MCSRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* holder, long flags) {
+    auto* ref = mc_detail::PropertyCast<MCSRef>(property);
+    if (ref == nullptr || holder == nullptr)
+        return false;
+    if ((flags & (accessForce | accessFlags)) == 0 && !ref->GetFlag(MCItem::itemNulled) &&
+        ref->m_xValue == m_xValue)
+        return true;
+    const ZVTBoolean withFlags = (flags & accessFlags) != 0;
+    return RunChange(property, holder, flags, [&](MCObject*& /*hintObject*/) -> long {
+        if (ref->IsBound() && ref->m_xValue)
+            ref->m_xValue->RemoveSubscriber(holder, c_nHolder);
+        ref->SetValue(m_xValue);
+        // A pointer written is a pointer: only flags given with the value can keep the id state.
+        if (!withFlags)
+            m_uFlags = WithoutNL(m_uFlags);
+        if (m_xValue && !(m_uFlags & MCItem::itemNL))
+            m_xValue->AddSubscriber(holder, c_nHolder);
+        return 0;
+    });
+}
+
+ZVTBoolean MCSRefRawAccessor::ResolveIds(MCIdSpace& space) {
+    return space.ResolveId(PointerAsId(m_xValue)) != nullptr;
+}
+
+MCVRefRawAccessor::MCVRefRawAccessor(const ZVTSList<MCObject*>* values) {
+    if (values)
+        m_xValues = *values;
+}
+
+ZVTBoolean MCVRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* holder, long flags) {
+    auto* ref = mc_detail::PropertyCast<MCVRef>(property);
+    if (ref == nullptr || holder == nullptr)
+        return false;
+    const ZVTBoolean withFlags = (flags & accessFlags) != 0;
+    return RunChange(property, holder, flags, [&](MCObject*& hintObject) -> long {
+        ZVTSList<MCObject*>& values = ref->m_xValues;
+        const ZVTBoolean wasBound = ref->IsBound();
+        // What a nulled list kept behind the flag was not watched, so it may be gone.
+        if (ref->GetFlag(MCItem::itemNulled) && !ref->GetFlag(MCItem::itemNL))
+            values.Clear();
+        if (flags & accessReplace) {
+            if (wasBound) {
+                for (size_t i = 0; i < values.Entries(); ++i) {
+                    if (MCObject* target = values.At(i))
+                        target->RemoveSubscriber(holder, c_nHolder);
+                }
+            }
+            ref->SetValue(m_xValues);
+            if (!withFlags)
+                m_uFlags = WithoutNL(m_uFlags);
+            if (!(m_uFlags & MCItem::itemNL)) {
+                for (size_t i = 0; i < m_xValues.Entries(); ++i) {
+                    if (MCObject* target = m_xValues.At(i))
+                        target->AddSubscriber(holder, c_nHolder);
+                }
+            }
+            return 3;
+        }
+        hintObject = m_xValues.IsEmpty() ? nullptr : m_xValues.First();
+        if (flags & accessAdd) {
+            // An unresolved list takes what is added for ids as well.
+            const ZVTBoolean bound = !(m_uFlags & MCItem::itemNL);
+            for (size_t i = 0; i < m_xValues.Entries(); ++i) {
+                MCObject* target = m_xValues.At(i);
+                ref->AddValue(target);
+                if (target && bound)
+                    target->AddSubscriber(holder, c_nHolder);
+            }
+            return 1;
+        }
+        for (size_t i = 0; i < m_xValues.Entries(); ++i) {
+            MCObject* target = m_xValues.At(i);
+            if (values.Remove(target) && target && wasBound)
+                target->RemoveSubscriber(holder, c_nHolder);
+        }
+        return 2;
+    });
+}
+
+void MCVRefRawAccessor::SaveTo(MCStream& stream) {
+    stream << static_cast<long>(m_xValues.Entries());
+    for (size_t i = 0; i < m_xValues.Entries(); ++i)
+        stream << IdOf(m_xValues.At(i), 0);
+}
+
+void MCVRefRawAccessor::RestoreFrom(MCStream& stream) {
+    long count = 0;
+    stream >> count;
+    m_xValues.Clear();
+    for (long i = 0; i < count && !stream.fail(); ++i) {
+        long id = 0;
+        stream >> id;
+        if (stream.fail())
+            break;
+        MCObject* target = id != 0 ? MCObject::ResolveId(id) : nullptr;
+        if (id != 0 && !target)
+            MC_THROW_UNEXPECTED(c_xSourceFile);
+        m_xValues.Append(target);
+    }
+}
+
+ZVTBoolean MCVRefRawAccessor::ResolveIds(MCIdSpace& space) {
+    ZVTSList<MCObject*> found;
+    for (size_t i = 0; i < m_xValues.Entries(); ++i) {
+        if (MCObject* target = space.ResolveId(PointerAsId(m_xValues.At(i))))
+            found.Append(target);
+    }
+    m_xValues = found;
+    return !found.IsEmpty();
+}
+
+template class MCSPropertyT<MCObject*>;
+template class MCVPropertyT<MCObject*>;
+template class MCSPtrPropertyT<MCObject>;
+template class MCVPtrPropertyT<MCObject>;
+template class MCSPropertyRawAccessorT<MCObject*>;
+template class MCVPropertyRawAccessorT<MCObject*>;

@@ -1,0 +1,153 @@
+// The notification directory: the search from a type towards the root, shadowing by an event's own
+// handler, duplicates, the ancestor links made through contexts and aliases, and events climbing the
+// owner tree only for types that registered.
+
+#include "support/ModelTestSupport.h"
+
+namespace {
+
+// A reaction that writes its name and answers as told.
+class Recording : public MCNotification {
+public:
+    Recording(const char* name, result answer) : m_pcName(name), m_eAnswer(answer) {}
+    result Notify(MCObject* /*object*/, MCEvent& /*event*/) override {
+        c_sLog += (c_sLog.empty() ? "" : " ") + std::string(m_pcName);
+        return m_eAnswer;
+    }
+    static inline std::string c_sLog;
+
+private:
+    const char* m_pcName;
+    result m_eAnswer;
+};
+
+constexpr short c_sBase = 9101;
+constexpr short c_sMiddle = 9102;
+constexpr short c_sLeaf = 9103;
+constexpr short c_sAlias = 9110;
+
+Recording g_xBaseDefault("base-default", MCNotification::resultHandled);
+Recording g_xBaseOn4("base-4", MCNotification::resultHandled);
+Recording g_xMiddleOn4("middle-4", MCNotification::resultNotHandled);
+Recording g_xMiddleDefault("middle-default", MCNotification::resultHandled);
+Recording g_xLeafOn1("leaf-1", MCNotification::resultHandled);
+
+// An object class that registers no notifications of its own: its type has no entry.
+class Silent : public MCObject {
+public:
+    static constexpr short c_sType = 9120;
+    Silent(MCObject* owner, MCFactoryContext* context) : MCObject(c_sType, owner, context) {}
+};
+
+class NotificationTest : public ModelTest {
+protected:
+    void SetUp() override {
+        ModelTest::SetUp();
+        static bool registered = false;
+        if (registered)
+            return;
+        registered = true;
+        MCNotificationDirectory* directory = MCNotificationDirectory::GetInstance();
+        directory->RegisterNotification(c_sBase, 0, 0, &g_xBaseDefault);
+        directory->RegisterNotification(c_sBase, 0, MCEvent::SubjectDestroyed, &g_xBaseOn4);
+        directory->RegisterNotification(c_sMiddle, c_sBase, MCEvent::SubjectDestroyed, &g_xMiddleOn4);
+        directory->RegisterNotification(c_sMiddle, c_sBase, 0, &g_xMiddleDefault);
+        directory->RegisterNotification(c_sLeaf, c_sMiddle, MCEvent::PropertySet, &g_xLeafOn1);
+        new MCFactoryT<Silent, MCObject>(Silent::c_sType, "Silent", 1, 0, false, false);
+        MCFactoryRegistry::RegisterAliasObject(c_sAlias, "NodeAlias", 0, TestNode::c_sType, false, false);
+    }
+
+    // What the directory does for an event of `eventType` on an object of `type`: the reactions in
+    // order, then the result.
+    std::string Ask(short type, long eventType) {
+        MCObject* object = Make();
+        MCEventUser holder(MCEvent::Instantiate(eventType, object, MCEvent::subscriberObserver));
+        Recording::c_sLog.clear();
+        const auto result = MCNotificationDirectory::GetInstance()->Notify(type, object, holder.GetEvent());
+        return Recording::c_sLog + " -> " + std::to_string(result);
+    }
+};
+
+}  // namespace
+
+TEST_F(NotificationTest, SearchRunsTowardsTheRootAndAnEventsOwnHandlerShadowsTheDefault) {
+    const struct {
+        short sType;
+        long lEvent;
+        const char* pcExpected;
+    } cases[] = {
+        {c_sLeaf, MCEvent::PropertySet, "leaf-1 -> 1"},
+        // The middle's handler for 4 answers 0: its default is not asked, the base is.
+        {c_sLeaf, MCEvent::SubjectDestroyed, "middle-4 base-4 -> 1"},
+        {c_sLeaf, MCEvent::PropertyNulled, "middle-default -> 1"},
+        {c_sMiddle, MCEvent::PropertySet, "middle-default -> 1"},
+        {c_sBase, MCEvent::ReferenceCleared, "base-default -> 1"},
+        // No entry: no reaction, not even the root type's.
+        {9199, MCEvent::PropertySet, " -> 0"},
+    };
+    for (const auto& rCase : cases) {
+        SCOPED_TRACE(std::to_string(rCase.sType) + "/" + std::to_string(rCase.lEvent));
+        EXPECT_EQ(Ask(rCase.sType, rCase.lEvent), rCase.pcExpected);
+    }
+
+    // A second registration is refused and the reaction still runs once.
+    EXPECT_FALSE(MCNotificationDirectory::GetInstance()->RegisterNotification(
+        c_sLeaf, c_sMiddle, MCEvent::PropertySet, &g_xLeafOn1));
+    EXPECT_FALSE(MCNotificationDirectory::GetInstance()->RegisterNotification(c_sLeaf, 0, 7, nullptr));
+    EXPECT_EQ(Ask(c_sLeaf, MCEvent::PropertySet), "leaf-1 -> 1");
+}
+
+TEST_F(NotificationTest, EntriesChainThroughTheContextAndAliasesFollowTheirConcreteType) {
+    MCNotificationDirectory* directory = MCNotificationDirectory::GetInstance();
+    MCFactoryContext context;
+    EXPECT_FALSE(MCObject::RegisterNotificationObject(1, nullptr, true));
+    EXPECT_FALSE(MCObject::RegisterNotificationObject(1, &context, true));  // there since Initialize
+    EXPECT_TRUE(MCObject::RegisterNotificationObject(9130, &context, true));
+    EXPECT_FALSE(MCObject::RegisterNotificationObject(9130, 1));
+    EXPECT_TRUE(MCObject::RegisterNotification(g_xLeafOn1, 9131, MCEvent::PropertySet, &context, false));
+    EXPECT_EQ(context.GetAncestorType(MCFactoryContext::userNotifications), 9130);
+    MCNotificationEntry* entry = directory->CreateEntry(9131, 0);
+    ASSERT_NE(entry->GetAncestor(), nullptr);
+    EXPECT_EQ(entry->GetAncestor(), directory->CreateEntry(9130, 0));
+    EXPECT_EQ(entry->GetAncestor()->GetAncestor(), directory->CreateEntry(1, 0));
+
+    // The alias takes TestNode's entry as ancestor, whatever its class level names.
+    MCNotificationEntry* alias = directory->CreateEntry(c_sAlias, MCGenericObject::c_sType);
+    EXPECT_EQ(alias->GetAncestor(), directory->CreateEntry(TestNode::c_sType, 0));
+}
+
+TEST_F(NotificationTest, EditsClimbToObserversButNotToReferenceHolders) {
+    // An edit two levels down reaches the observers of every owner above it, through registered owner
+    // types; owners' reference-holder subscriptions and a type without an entry stop it.
+    const struct {
+        const char* pcName;
+        short sMiddleType;
+        bool bClimbs;
+    } cases[] = {
+        {"generic owner", MCGenericObject::c_sType, true},
+        {"host owner", TestNode::c_sType, true},
+        {"owner without entry", Silent::c_sType, false},
+    };
+    for (const auto& rCase : cases) {
+        SCOPED_TRACE(rCase.pcName);
+        MCObject* root = Make();
+        MCObject* middle = Make(root, rCase.sMiddleType);
+        MCObject* leaf = Make(middle);
+        EventLog observer;
+        EventLog holder;
+        root->AddSubscriber(&observer, MCEvent::subscriberObserver);
+        root->AddSubscriber(&holder, MCEvent::subscriberReferenceHolder);
+        middle->AddSubscriber(&holder, MCEvent::subscriberReferenceHolder);
+        ASSERT_TRUE(SetLong(leaf, 87, 4));
+        const std::string set = "PropertySet(" + std::to_string(leaf->GetId()) + ",87,0)";
+        EXPECT_EQ(observer.Take(), rCase.bClimbs ? set : "");
+        EXPECT_EQ(holder.Take(), "");
+
+        // A death is told to the direct subscribers only.
+        leaf->Expunge(true);
+        EXPECT_EQ(observer.Take(), "");
+        root->RemoveSubscriber(&observer, MCEvent::subscriberObserver);
+        root->RemoveSubscriber(&holder, MCEvent::subscriberReferenceHolder);
+        middle->RemoveSubscriber(&holder, MCEvent::subscriberReferenceHolder);
+    }
+}

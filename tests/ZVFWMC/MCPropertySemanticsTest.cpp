@@ -211,8 +211,8 @@ TEST_F(PropertySemanticsTest, HeirsHearEditsInTheInheritedModeAndMayRefuse) {
     auto* source = static_cast<Box*>(Make(nullptr, Box::c_sType));
     auto* heir = static_cast<Box*>(Make(nullptr, Box::c_sType));
     MCObject* heirOfHeir = Make(nullptr, Crate::c_sType);
-    source->Heirs().Insert(heir);
-    heir->Heirs().Insert(heirOfHeir);
+    source->AddHeir(heir);
+    heir->AddHeir(heirOfHeir);
     const std::string s = std::to_string(source->GetId()), h = std::to_string(heir->GetId()),
                       hh = std::to_string(heirOfHeir->GetId());
 
@@ -254,4 +254,11 @@ TEST_F(PropertySemanticsTest, HeirsHearEditsInTheInheritedModeAndMayRefuse) {
     EXPECT_EQ(GetLong(heir, Shape::c_sWidth), "-");
     EXPECT_EQ(m_xLog.Take(), "");
     heir->RemoveSubscriber(&m_xLog, MCEvent::subscriberObserver);
+
+    // A dying heir leaves its source's set, and the source's edits no longer reach it.
+    heirOfHeir->Expunge(true);
+    EXPECT_EQ(heir->Heirs().GetCount(), 0);
+    TakeLog();
+    EXPECT_TRUE(SetWidth(heir, 5));
+    EXPECT_EQ(TakeLog(), "own@" + h + ":1 inh@" + h + ":1 own@" + h + ":2 inh@" + h + ":2");
 }

@@ -92,7 +92,12 @@ class Box : public Shape {
 public:
     static constexpr short c_sType = 7702;
 
-    MCHeirSet& Heirs() { return m_xHeirs; }
+    /// Makes `heir` inherit from this box; the box watches it, so a dying heir leaves the set by itself.
+    void AddHeir(MCObject* heir) {
+        m_xHeirs.Insert(heir);
+        heir->AddSubscriber(this, MCEvent::subscriberReferenceHolder);
+    }
+    const MCHeirSet& Heirs() const { return m_xHeirs; }
     void GetHeirs(const MCHeirSet*& heirs) override { heirs = m_xHeirs.GetCount() ? &m_xHeirs : nullptr; }
 
 protected:
@@ -103,6 +108,13 @@ protected:
     }
     Box(MCObject* owner, MCFactoryContext* context, short type = c_sType) : Shape(owner, context, type) {
         RegisterLevel(c_sType, context);
+    }
+    ~Box() override {
+        MCHeirSetIter heirs(m_xHeirs);
+        while (++heirs) {
+            if (MCObject* heir = heirs.GetValue())
+                heir->RemoveSubscriber(this, MCEvent::subscriberReferenceHolder);
+        }
     }
     ZVTBoolean IsType_(short type) const override { return type == c_sType || Shape::IsType_(type); }
 

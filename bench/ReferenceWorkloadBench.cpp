@@ -68,7 +68,7 @@ public:
         if ((bound & m) == 0)
             return static_cast<std::int32_t>((static_cast<std::int64_t>(bound) * r) >> 31);
         for (std::int32_t u = r; static_cast<std::int32_t>(static_cast<std::uint32_t>(u - (r = u % bound)) +
-                                                            static_cast<std::uint32_t>(m)) < 0;
+                                                           static_cast<std::uint32_t>(m)) < 0;
              u = Next(31)) {
         }
         return r;
@@ -115,9 +115,9 @@ struct CheckValues {
 void BM_ReferenceWorkload(benchmark::State& state) {
     RegisterTypes();
     const auto n = static_cast<std::int32_t>(state.range(0));
-    const CheckValues check = n == 200000
-                                  ? CheckValues{{38943, 193350, 18585, 149399, 173285}, 19994678702LL, 59998}
-                                  : CheckValues{{432693, 392881, 212716, 948987, 970633}, 500508033973LL, 300000};
+    const CheckValues check =
+        n == 200000 ? CheckValues{{38943, 193350, 18585, 149399, 173285}, 19994678702LL, 59998}
+                    : CheckValues{{432693, 392881, 212716, 948987, 970633}, 500508033973LL, 300000};
     std::vector<MCObject*> nodes(static_cast<std::size_t>(n));
     RootObserver observer;
     for (auto _ : state) {
@@ -131,7 +131,8 @@ void BM_ReferenceWorkload(benchmark::State& state) {
         bool ok = true;
         for (std::int32_t i = 0; i < n; ++i) {
             MCObject* owner = i == 0 ? nullptr : nodes[static_cast<std::size_t>((i - 1) / 10)];
-            auto* node = static_cast<MCObject*>(MCFactoryRegistry::CreateItem(kNodeType, owner, nullptr, nullptr));
+            auto* node =
+                static_cast<MCObject*>(MCFactoryRegistry::CreateItem(kNodeType, owner, nullptr, nullptr));
             nodes[static_cast<std::size_t>(i)] = node;
             MCSPropertyAccessorT<ZVTString> name(NodeName(i));
             MCSPropertyAccessorT<long> count(i);
@@ -168,7 +169,8 @@ void BM_ReferenceWorkload(benchmark::State& state) {
                     continue;
                 MCObject* target = nodes[static_cast<std::size_t>(drawn[k])];
                 MCVRefAccessor refs(target);
-                ok &= nodes[static_cast<std::size_t>(i)]->SetProperty(kRefs, refs, MCPropertyAccessor::accessAdd);
+                ok &= nodes[static_cast<std::size_t>(i)]->SetProperty(kRefs, refs,
+                                                                      MCPropertyAccessor::accessAdd);
                 ++refsAdded;
             }
         }

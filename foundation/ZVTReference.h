@@ -19,7 +19,11 @@ public:
     /// Adds one holder.
     void AddReference() { ++m_lReferenceCount; }
     /// Drops one holder and deletes the object when none is left; on an uncounted object it does nothing.
-    void RemoveReference();
+    void RemoveReference() {
+        // An uncounted object (one on the stack, say) must survive a stray release.
+        if (m_lReferenceCount > 0 && --m_lReferenceCount == 0)
+            delete this;
+    }
     /// The number of holders.
     long GetReferenceCount() const { return m_lReferenceCount; }
 
@@ -31,11 +35,17 @@ private:
 class MODELCORE_API ZVTReferenceUser {
 public:
     /// Holds target (which may be null) and counts it.
-    ZVTReferenceUser(ZVTReference* target = nullptr);
+    ZVTReferenceUser(ZVTReference* target = nullptr) : m_pxTarget(target) {
+        if (m_pxTarget != nullptr)
+            m_pxTarget->AddReference();
+    }
     /// Holds the other's target too.
     ZVTReferenceUser(const ZVTReferenceUser& other);
     /// Lets go of the target.
-    ~ZVTReferenceUser();
+    ~ZVTReferenceUser() {
+        if (m_pxTarget != nullptr)
+            m_pxTarget->RemoveReference();
+    }
 
     /// Takes target and lets go of the old one; holding the same target again changes nothing.
     ZVTReferenceUser& operator=(ZVTReference* target);

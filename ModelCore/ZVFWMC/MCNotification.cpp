@@ -47,13 +47,20 @@ ZVTBoolean MCNotificationEntry::Register(long nEventType, MCNotification* pNotif
         auto made = std::make_unique<MCNotificationHandler>();
         m_xHandlers.Insert(nEventType, made.get());
         handler = made.release();
+        if (nEventType > 0 && nEventType < c_nDirectEvents)
+            m_apxDirect[nEventType] = handler;
     }
     return handler->Add(pNotification);
 }
 
 MCNotification::result MCNotificationEntry::Notify(MCObject* pObject, MCEvent& rEvent) {
+    const long eventType = rEvent.GetEventType();
     MCNotificationHandler* handler = nullptr;
-    if (m_xHandlers.Find(rEvent.GetEventType(), handler))
+    if (eventType > 0 && eventType < c_nDirectEvents)
+        handler = m_apxDirect[eventType];
+    else
+        m_xHandlers.Find(eventType, handler);
+    if (handler)
         return handler->Notify(pObject, rEvent);
     if (m_pxDefaultHandler)
         return m_pxDefaultHandler->Notify(pObject, rEvent);

@@ -60,7 +60,12 @@ public:
     void SetAncestor(MCNotificationEntry* pAncestor) { m_pxAncestor = pAncestor; }
 
 private:
+    // The handlers of the low event types, the library's own among them, also stand here by index: every
+    // delivery asks each entry up the chain, and an index costs less than a hash probe.
+    static constexpr long c_nDirectEvents = 8;
+
     ZVTHDict<long, MCNotificationHandler*> m_xHandlers;
+    MCNotificationHandler* m_apxDirect[c_nDirectEvents] = {};
     MCNotificationHandler* m_pxDefaultHandler = nullptr;
     MCNotificationEntry* m_pxAncestor = nullptr;
 };

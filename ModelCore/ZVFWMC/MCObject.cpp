@@ -509,10 +509,9 @@ ZVTBoolean MCObject::RegisterNotificationObject(short type, short ancestorType) 
 
 void MCObject::Notify(MCEvent& event) {
     MCNotificationDirectory* directory = MCNotificationDirectory::FindInstance();
-    if (!directory)
-        return;
-    MCEventUser holder(event);
-    directory->Notify(GetType(), this, event);
+    // The directory holds the event while it searches.
+    if (directory)
+        directory->Notify(GetType(), this, event);
 }
 
 ZVTBoolean MCObject::Expunge(ZVTBoolean top) {

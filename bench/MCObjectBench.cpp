@@ -20,11 +20,7 @@
 #include <string>
 #include <vector>
 
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
-#include <unistd.h>
-
+#include "BenchSupport.h"
 #include "ModelCore/ZVFWMC/MCEvent.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCGenericObject.h"
@@ -34,11 +30,12 @@
 #include "ModelCore/ZVFWMC/MdlCore.h"
 #include "foundation/ZVTString.h"
 
-#if defined(__GLIBC__) && (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 33))
-#define MC_BENCH_HAVE_MALLINFO2 1
-#endif
-
 namespace {
+
+using bench::HeapBytes;
+using bench::NodeName;
+using bench::ReleaseFreeMemory;
+using bench::ResidentBytes;
 
 using Clock = std::chrono::steady_clock;
 
@@ -52,40 +49,6 @@ constexpr std::size_t kEditTreeSize = 1000000;
 
 double Seconds(Clock::duration elapsed) {
     return std::chrono::duration<double>(elapsed).count();
-}
-
-// Resident bytes of the process; 0 where /proc is missing.
-double ResidentBytes() {
-    std::ifstream statm("/proc/self/statm");
-    long pages = 0;
-    long resident = 0;
-    if (!(statm >> pages >> resident))
-        return 0;
-    return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE));
-}
-
-// Heap bytes in use, chunk headers included; 0 without mallinfo2.
-double HeapBytes() {
-#ifdef MC_BENCH_HAVE_MALLINFO2
-    const struct mallinfo2 info = mallinfo2();
-    return static_cast<double>(info.uordblks + info.hblkhd);
-#else
-    return 0;
-#endif
-}
-
-// Hands free pages back, so that the next build has to touch its pages again and shows in the RSS.
-void ReleaseFreeMemory() {
-#if defined(__GLIBC__)
-    malloc_trim(0);
-#endif
-}
-
-// "n" followed by the decimal digits of i.
-ZVTString NodeName(long i) {
-    char text[24] = {'n'};
-    *std::to_chars(text + 1, text + sizeof text - 1, i).ptr = '\0';
-    return ZVTString(text);
 }
 
 // Fills `nodes` with the tree, node i under node (i-1)/10, each with its String and Integer set through

@@ -10,15 +10,7 @@
 #include <random>
 #include <vector>
 
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
-
-#include "ModelCore/ModelCore.h"
-
-#if defined(__GLIBC__) && (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 33))
-#define MC_BENCH_HAVE_MALLINFO2 1
-#endif
+#include "BenchSupport.h"
 
 namespace {
 
@@ -29,15 +21,6 @@ constexpr short kReferenceList = 90;
 constexpr short kSecondReference = 7801;
 constexpr short kSecondReferenceList = 7802;
 constexpr long kListLength = 10;
-
-double HeapBytes() {
-#ifdef MC_BENCH_HAVE_MALLINFO2
-    const struct mallinfo2 info = mallinfo2();
-    return static_cast<double>(info.uordblks + info.hblkhd);
-#else
-    return 0;
-#endif
-}
 
 void RegisterTypes() {
     static bool registered = false;
@@ -77,12 +60,12 @@ private:
 // One timed pass of `set` over every holder; the heap growth per reference goes into `bytes`.
 template <class Set>
 double TimedPass(std::size_t holders, long referencesPerHolder, double& bytes, bool& ok, Set set) {
-    const double heapBefore = HeapBytes();
+    const double heapBefore = bench::HeapBytes();
     const Clock::time_point start = Clock::now();
     for (std::size_t i = 0; i < holders; ++i)
         ok &= set(i);
     const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
-    bytes = (HeapBytes() - heapBefore) / static_cast<double>(holders * referencesPerHolder);
+    bytes = (bench::HeapBytes() - heapBefore) / static_cast<double>(holders * referencesPerHolder);
     return seconds;
 }
 

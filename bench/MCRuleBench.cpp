@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "ModelCore/ModelCore.h"
+#include "BenchSupport.h"
 
 namespace {
 
@@ -20,33 +20,6 @@ constexpr short kInteger = 87;
 constexpr std::size_t kTreeSize = 1000000;
 constexpr std::size_t kFirstAtDepth6 = 111111;
 constexpr std::size_t kEditsPerIteration = 100000;
-
-class BaseNode : public MCObject {
-protected:
-    friend class MCObjectFactoryT<BaseNode, MCObject>;
-    BaseNode(short type, MCFactorySignature& signature, MCFactoryContext* context)
-        : MCObject(type, signature, context) {
-        RegisterLevel(kBaseType, context);
-    }
-    BaseNode(MCObject* owner, MCFactoryContext* context, short type = kBaseType)
-        : MCObject(type, owner, context) {
-        RegisterLevel(kBaseType, context);
-    }
-    ZVTBoolean IsType_(short type) const override { return type == kBaseType || MCObject::IsType_(type); }
-};
-
-class Node : public BaseNode {
-private:
-    friend class MCObjectFactoryT<Node, MCObject>;
-    Node(short type, MCFactorySignature& signature, MCFactoryContext* context)
-        : BaseNode(type, signature, context) {
-        RegisterLevel(kNodeType, context);
-    }
-    Node(MCObject* owner, MCFactoryContext* context) : BaseNode(owner, context, kNodeType) {
-        RegisterLevel(kNodeType, context);
-    }
-    ZVTBoolean IsType_(short type) const override { return type == kNodeType || BaseNode::IsType_(type); }
-};
 
 // A rule that follows every edit and lets it through.
 class PassingRule : public MCPropertySemantic {
@@ -74,8 +47,8 @@ void RegisterTypes() {
         return;
     registered = true;
     MdlCore::Initialize();
-    new MCObjectFactoryT<BaseNode, MCObject>(kBaseType, "BenchBase", 1, 0, 10, 0, true, false);
-    new MCObjectFactoryT<Node, MCObject>(kNodeType, "BenchNode", kBaseType, 0, 10, 0, true, false);
+    bench::HostNode<kBaseType>::Register("BenchBase", 1);
+    bench::HostNode<kNodeType, bench::HostNode<kBaseType>>::Register("BenchNode", kBaseType);
 }
 
 // Edits the Integer of the depth-6 nodes in turn with an observer on the root; `rules` says whether the

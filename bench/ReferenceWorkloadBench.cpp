@@ -9,18 +9,11 @@
 // observer hears N events.
 #include <benchmark/benchmark.h>
 
-#include <charconv>
 #include <chrono>
 #include <cstdint>
-#include <fstream>
 #include <vector>
 
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
-#include <unistd.h>
-
-#include "ModelCore/ModelCore.h"
+#include "BenchSupport.h"
 
 namespace {
 
@@ -32,19 +25,6 @@ constexpr short kName = 7612;   // String
 constexpr short kRef = 7613;    // Reference
 constexpr short kRefs = 7614;   // ReferenceList
 
-class Node : public MCObject {
-private:
-    friend class MCObjectFactoryT<Node, MCObject>;
-    Node(short type, MCFactorySignature& signature, MCFactoryContext* context)
-        : MCObject(type, signature, context) {
-        RegisterLevel(kNodeType, context);
-    }
-    Node(MCObject* owner, MCFactoryContext* context) : MCObject(kNodeType, owner, context) {
-        RegisterLevel(kNodeType, context);
-    }
-    ZVTBoolean IsType_(short type) const override { return type == kNodeType || MCObject::IsType_(type); }
-};
-
 void RegisterTypes() {
     static bool registered = false;
     if (registered)
@@ -55,7 +35,7 @@ void RegisterTypes() {
     MCFactoryRegistry::RegisterAliasProperty(kName, "name", 91, true, false, false, false);
     MCFactoryRegistry::RegisterAliasProperty(kRef, "ref", 89, true, false, false, false);
     MCFactoryRegistry::RegisterAliasProperty(kRefs, "refs", 90, true, false, false, false);
-    new MCObjectFactoryT<Node, MCObject>(kNodeType, "Node", 1, 0, 10, 0, true, false);
+    bench::HostNode<kNodeType>::Register("Node", 1);
 }
 
 // The seeded generator both sides draw from.
@@ -83,20 +63,6 @@ private:
     std::int64_t m_lSeed;
 };
 
-double ResidentBytes() {
-    std::ifstream statm("/proc/self/statm");
-    long pages = 0, resident = 0;
-    if (!(statm >> pages >> resident))
-        return 0;
-    return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE));
-}
-
-ZVTString NodeName(long i) {
-    char text[24] = {'n'};
-    *std::to_chars(text + 1, text + sizeof text - 1, i).ptr = '\0';
-    return ZVTString(text);
-}
-
 class RootObserver : public MCSubscriber {
 public:
     void Notify(MCEvent& event) override {
@@ -121,10 +87,8 @@ void BM_ReferenceWorkload(benchmark::State& state) {
     std::vector<MCObject*> nodes(static_cast<std::size_t>(n));
     RootObserver observer;
     for (auto _ : state) {
-#if defined(__GLIBC__)
-        malloc_trim(0);
-#endif
-        const double rssBefore = ResidentBytes();
+        bench::ReleaseFreeMemory();
+        const double rssBefore = bench::ResidentBytes();
 
         // build
         Clock::time_point start = Clock::now();
@@ -134,7 +98,7 @@ void BM_ReferenceWorkload(benchmark::State& state) {
             auto* node =
                 static_cast<MCObject*>(MCFactoryRegistry::CreateItem(kNodeType, owner, nullptr, nullptr));
             nodes[static_cast<std::size_t>(i)] = node;
-            MCSPropertyAccessorT<ZVTString> name(NodeName(i));
+            MCSPropertyAccessorT<ZVTString> name(bench::NodeName(i));
             MCSPropertyAccessorT<long> count(i);
             ok &= node->SetProperty(kName, name, MCPropertyAccessor::accessAdd) &&
                   node->SetProperty(kCount, count, MCPropertyAccessor::accessAdd);
@@ -175,7 +139,7 @@ void BM_ReferenceWorkload(benchmark::State& state) {
             }
         }
         const double link = std::chrono::duration<double>(Clock::now() - start).count();
-        const double rssAfterLink = ResidentBytes();
+        const double rssAfterLink = bench::ResidentBytes();
 
         // notify-edit
         nodes[0]->AddSubscriber(&observer, MCEvent::subscriberObserver);

@@ -2,6 +2,10 @@
 
 ZVTReference::~ZVTReference() = default;
 
+void ZVTReference::Destroy() {
+    delete this;
+}
+
 ZVTReferenceUser::ZVTReferenceUser(const ZVTReferenceUser& other) : ZVTReferenceUser(other.m_pxTarget) {}
 
 ZVTReferenceUser& ZVTReferenceUser::operator=(ZVTReference* target) {

@@ -22,12 +22,15 @@ public:
     void RemoveReference() {
         // An uncounted object (one on the stack, say) must survive a stray release.
         if (m_lReferenceCount > 0 && --m_lReferenceCount == 0)
-            delete this;
+            Destroy();
     }
     /// The number of holders.
     long GetReferenceCount() const { return m_lReferenceCount; }
 
 private:
+    // Out of line, so that callers inline only the count.
+    void Destroy();
+
     long m_lReferenceCount = 0;
 };
 

@@ -358,18 +358,33 @@ void MCPropertySemanticRegistry::Deregister(short nObjectType, short nPropertyTy
     m_pxHandlers->Changed();
 }
 
-void MCPropertySemanticRegistry::Deregister(const MCPropertySemantic* pSemantic) {
-    auto* semantic = const_cast<MCPropertySemantic*>(pSemantic);
-    ZVTHDictIter<short, MCPropertySemanticHandler*> handlers(m_pxHandlers->m_xHandlers);
-    while (++handlers) {
-        for (auto* lists : {&handlers.Value()->m_xSemantics, &handlers.Value()->m_xExternalSemantics}) {
-            ZVTHDictIter<short, MCPropertySemanticList*> each(*lists);
-            while (++each) {
-                while (each.Value()->Remove(semantic)) {
-                }
+namespace {
+
+// Calls `visit` on every list of every handler, both sides, until it answers true; whether one did.
+template <class Visit>
+bool AnyList(ZVTHDict<short, MCPropertySemanticHandler*>& handlers, Visit visit) {
+    ZVTHDictIter<short, MCPropertySemanticHandler*> each(handlers);
+    while (++each) {
+        for (auto* lists : {&each.Value()->m_xSemantics, &each.Value()->m_xExternalSemantics}) {
+            ZVTHDictIter<short, MCPropertySemanticList*> list(*lists);
+            while (++list) {
+                if (visit(*list.Value()))
+                    return true;
             }
         }
     }
+    return false;
+}
+
+}  // namespace
+
+void MCPropertySemanticRegistry::Deregister(const MCPropertySemantic* pSemantic) {
+    auto* semantic = const_cast<MCPropertySemantic*>(pSemantic);
+    AnyList(m_pxHandlers->m_xHandlers, [semantic](MCPropertySemanticList& list) {
+        while (list.Remove(semantic)) {
+        }
+        return false;
+    });
 }
 
 ZVTBoolean MCPropertySemanticRegistry::IsRegistered(short nObjectType) const {
@@ -383,20 +398,9 @@ ZVTBoolean MCPropertySemanticRegistry::IsRegistered(short nObjectType, short nPr
 }
 
 ZVTBoolean MCPropertySemanticRegistry::IsRegistered(const MCPropertySemantic* pSemantic) const {
-    if (!pSemantic)
-        return false;
     auto* semantic = const_cast<MCPropertySemantic*>(pSemantic);
-    ZVTHDictIter<short, MCPropertySemanticHandler*> handlers(m_pxHandlers->m_xHandlers);
-    while (++handlers) {
-        for (auto* lists : {&handlers.Value()->m_xSemantics, &handlers.Value()->m_xExternalSemantics}) {
-            ZVTHDictIter<short, MCPropertySemanticList*> each(*lists);
-            while (++each) {
-                if (each.Value()->Contains(semantic))
-                    return true;
-            }
-        }
-    }
-    return false;
+    return semantic && AnyList(m_pxHandlers->m_xHandlers,
+                               [semantic](MCPropertySemanticList& list) { return list.Contains(semantic); });
 }
 
 MCPropertySemantic::result MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::mode nMode,

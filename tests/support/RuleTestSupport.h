@@ -16,7 +16,7 @@ inline std::string& RuleLog() {
 }
 
 inline void Record(const std::string& name, unsigned long mode) {
-    char text[16];
+    char text[24];
     std::snprintf(text, sizeof text, "%lx", mode);
     RuleLog() += (RuleLog().empty() ? "" : " ") + name + ":" + text;
 }

@@ -1,7 +1,7 @@
 // A host registers the metamodel of a small class-diagram tool and prints what the library knows
 // about it: the hierarchy, owners, flattened properties with their clip values, and the names
-// the user interface shows. Then it builds a few generic objects, edits them through accessors and
-// prints what an observer hears.
+// the user interface shows. Then it builds a few generic objects, edits them through accessors, lets
+// one refer to another and expunges the target, and prints what an observer on the root hears.
 
 #include <algorithm>
 #include <cstdio>
@@ -134,6 +134,10 @@ public:
             case MCEvent::SubjectDestroyed:
                 std::printf("  object %ld (%s) goes\n", object->GetId(), name.data());
                 break;
+            case MCEvent::ReferenceCleared:
+                std::printf("  object %ld (%s): a reference to it was cleared\n", object->GetId(),
+                            name.data());
+                break;
             default:
                 break;
         }
@@ -159,8 +163,17 @@ void EditSomeObjects() {
         // The same value again changes nothing and tells nobody.
         child->SetProperty(87, weight, MCPropertyAccessor::accessAdd);
     }
+    MCObject* first = root->GetFirstOwnee();
     MCSPropertyAccessorT<long> nothing;
-    root->GetFirstOwnee()->NullProperty(87, nothing);
+    first->NullProperty(87, nothing);
+    // The last child refers to the first; when the first goes, the reference is cleared by an edit.
+    MCObject* last = first->GetNextSibling()->GetNextSibling();
+    MCSRefAccessor toFirst(first);
+    last->SetProperty(152, toFirst, MCPropertyAccessor::accessAdd);  // 152 = Parent, a reference
+    first->Expunge(true);
+    MCSRefRawAccessor parent;
+    std::printf("  after object 2 went, object %ld's Parent is %s\n", last->GetId(),
+                last->GetProperty(152, parent) && parent.GetValue() == nullptr ? "null" : "still set");
     std::printf("  root %ld owns %ld objects; ids resolve: %s\n", root->GetId(), root->GetOwneeCount(),
                 MCObject::ResolveId(root->GetId()) == root ? "yes" : "no");
     root->Expunge(true);

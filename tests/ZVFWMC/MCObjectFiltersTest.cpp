@@ -108,6 +108,14 @@ TEST_F(FiltersTest, OwneeWalksStandExpungingTheCurrentOwneeAndFilter) {
     // Other types, absent and non-reference properties never match a reference value.
     MCOwneeFilterOnPropRefValue byRef(TestNode::c_sType, TestNode::c_sEmbedded, nullptr);
     SetLong(bare, TestNode::c_sEmbedded, 0);
+    // Only the node whose Parent is `plain` matches; `plain` has one too but is of another type.
+    MCOwneeFilterOnPropRefValue byParent(TestNode::c_sType, 152, plain);
+    for (MCObject* holder : {static_cast<MCObject*>(named), plain}) {
+        MCSRefAccessor parent(plain);
+        holder->SetProperty(152, parent, MCPropertyAccessor::accessAdd);
+    }
+    MCSRefAccessor elsewhere(named);
+    bare->SetProperty(152, elsewhere, MCPropertyAccessor::accessAdd);
     const struct {
         ZVTFilter<MCObject*>* m_pxFilter;
         long m_lCount;
@@ -119,6 +127,7 @@ TEST_F(FiltersTest, OwneeWalksStandExpungingTheCurrentOwneeAndFilter) {
         {&withoutName, 1, Id(bare)},
         {&exactOnly, 0, ""},
         {&byRef, 0, ""},
+        {&byParent, 1, Id(named)},
     };
     for (size_t i = 0; i < std::size(cases); ++i) {
         SCOPED_TRACE(i);

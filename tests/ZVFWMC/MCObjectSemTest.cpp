@@ -158,3 +158,21 @@ TEST_F(ObjectSemTest, UndeletableRootStaysUntilTheFlagIsCleared) {
     EXPECT_EQ(MCObject::ResolveId(root->GetId()), root);
     root->SetFlag(MCItem::itemUndeletable, false);
 }
+
+TEST_F(ObjectSemTest, CreationIsAnnouncedUpTheTreeUnlessTheContextDeclines) {
+    MCObject* root = Make();
+    root->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
+    MCObject* child = Make(root, Box::c_sType);
+    MCObject* grandchild = Make(child);
+    EXPECT_EQ(m_xLog.Take(), "ObjectCreated(" + std::to_string(child->GetId()) + ") ObjectCreated(" +
+                                 std::to_string(grandchild->GetId()) + ")");
+
+    struct Quiet : MCFactoryContext {
+        ZVTBoolean SemanticsNeeded() override { return false; }
+    } quiet;
+    ObjectRule rule("R", MCObjectSem::PostCreation);
+    AddRule(Box::c_sType, rule);
+    MCFactoryRegistry::CreateItem(Box::c_sType, child, &quiet, nullptr);
+    EXPECT_EQ(m_xLog.Take(), "");
+    EXPECT_EQ(TakeLog(), "");
+}

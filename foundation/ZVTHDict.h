@@ -24,6 +24,14 @@ public:
     ZVTBoolean Contains(const K& key) const { return m_xCore.Find(key) != Core::npos; }
     /// Removes key and its value; false when key is not there.
     ZVTBoolean Remove(const K& key) { return m_xCore.Erase(key); }
+    /// Removes key only while it holds `expected`, in one probe; false otherwise.
+    ZVTBoolean Remove(const K& key, const V& expected) {
+        const size_t slot = m_xCore.Find(key);
+        if (slot == Core::npos || !(m_xCore.At(slot).second == expected))
+            return false;
+        m_xCore.EraseSlot(slot);
+        return true;
+    }
     /// Copies the value of key into value and answers true; without key answers false and leaves value
     /// untouched.
     ZVTBoolean Find(const K& key, V& value) const {

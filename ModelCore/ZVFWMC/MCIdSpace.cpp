@@ -53,6 +53,10 @@ void MCIdSpace::RemoveId(long id) {
     m_xObjects.Remove(id);
 }
 
+void MCIdSpace::RemovePointer(long id, const MCObject* pObject) {
+    m_xObjects.Remove(id, const_cast<MCObject*>(pObject));
+}
+
 void MCIdSpace::Reset() {
     m_xObjects.Clear();
 }

@@ -29,6 +29,8 @@ public:
     MCObject* ResolveId(long id) const;
     /// Forgets `id` (an unknown id is ignored); the id is not handed out again.
     void RemoveId(long id);
+    /// Removes `id` only while it resolves to `pObject`; an id set by hand may name another object's entry.
+    void RemovePointer(long id, const MCObject* pObject);
     /// Empties the table; the counter stays, so later ids stay fresh.
     void Reset();
 

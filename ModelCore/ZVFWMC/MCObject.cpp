@@ -140,10 +140,8 @@ MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
 }
 
 MCObject::~MCObject() {
-    MCIdSpace* global = GetIdSpace();
     // Only our own entry: an id set by hand may name another object's.
-    if (global->ResolveId(GetId()) == this)
-        global->RemoveId(GetId());
+    GetIdSpace()->RemovePointer(GetId(), this);
     const unsigned int size = MCFactoryRegistry::GetItemSize(GetType());
     MCPropertySetIter properties(m_xProperties);
     while (++properties) {

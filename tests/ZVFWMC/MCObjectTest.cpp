@@ -171,6 +171,17 @@ TEST_F(ObjectTest, SetIdMovesNoIdSpaceEntry) {
     EXPECT_EQ(MCObject::ResolveId(newId), nullptr);
     // Put it back so the fixture finds its root.
     object->SetId(oldId);
+
+    // An object going under another's id leaves that one's entry alone.
+    MCObject* other = Make();
+    MCObject* impostor = Make();
+    const long impostorId = impostor->GetId();
+    impostor->SetId(other->GetId());
+    impostor->Expunge(true);
+    EXPECT_EQ(MCObject::ResolveId(other->GetId()), other);
+    EXPECT_EQ(MCObject::ResolveId(impostorId), impostor)
+        << "its own entry stays behind: the id was changed by hand";
+    MCObject::GetIdSpace()->RemoveId(impostorId);
 }
 
 TEST_F(ObjectTest, ExpungeTellsEachObjectOnceFromTheTopDown) {

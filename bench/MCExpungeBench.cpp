@@ -1,0 +1,56 @@
+// Cost of taking a whole tree down: node i owned by node (i-1)/10, every tenth node holding a reference to
+// a random other node, the root expunged in one call. The death of every node reaches its owner and the
+// holders of references to it, so the per-node cost shows whether anything on that path grows with the
+// tree; it must stay flat from 10^4 to 10^6.
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <random>
+#include <vector>
+
+#include "BenchSupport.h"
+
+namespace {
+
+constexpr short kReference = 89;
+
+void BM_MCObjectExpungeTree(benchmark::State& state) {
+    MdlCore::Initialize();
+    const auto n = static_cast<std::size_t>(state.range(0));
+    std::vector<MCObject*> nodes(n);
+    double seconds = 0;
+    for (auto _ : state) {
+        for (std::size_t i = 0; i < n; ++i)
+            nodes[i] = static_cast<MCObject*>(MCFactoryRegistry::CreateItem(
+                MCGenericObject::c_sType, i == 0 ? nullptr : nodes[(i - 1) / 10], nullptr, nullptr));
+        std::mt19937 rng(42);
+        std::uniform_int_distribution<std::size_t> pick(0, n - 1);
+        for (std::size_t i = 0; i < n; i += 10) {
+            MCSRefAccessor reference(nodes[pick(rng)]);
+            nodes[i]->SetProperty(kReference, reference, MCPropertyAccessor::accessAdd);
+        }
+        const long rootId = nodes[0]->GetId();
+        const long lastId = nodes[n - 1]->GetId();
+        const auto start = std::chrono::steady_clock::now();
+        nodes[0]->Expunge(true);
+        const double elapsed =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        state.SetIterationTime(elapsed);
+        seconds += elapsed;
+        if (MCObject::ResolveId(rootId) != nullptr || MCObject::ResolveId(lastId) != nullptr) {
+            state.SkipWithError("objects outlived their root");
+            return;
+        }
+    }
+    state.counters["ns_per_obj"] =
+        seconds * 1e9 / (static_cast<double>(n) * static_cast<double>(state.iterations()));
+}
+BENCHMARK(BM_MCObjectExpungeTree)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Arg(1000000)
+    ->Iterations(1)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+
+}  // namespace

@@ -122,9 +122,11 @@ private:
     MCHeirSet m_xHeirs;
 };
 
+/// Crates are persistence units while c_bUnit is set.
 class Crate : public Box {
 public:
     static constexpr short c_sType = 7703;
+    static inline bool c_bUnit = false;
 
 private:
     friend class MCObjectFactoryT<Crate, MCObject>;
@@ -135,6 +137,7 @@ private:
     Crate(MCObject* owner, MCFactoryContext* context) : Box(owner, context, c_sType) {
         RegisterLevel(c_sType, context);
     }
+    ZVTBoolean IsPersistenceUnit() override { return c_bUnit; }
     ZVTBoolean IsType_(short type) const override { return type == c_sType || Box::IsType_(type); }
 };
 
@@ -161,7 +164,7 @@ protected:
     }
 
     /// Adds an object rule to `type`'s handler, as a host class's constructor would.
-    static void AddRule(short type, ObjectRule& rule) {
+    static void AddRule(short type, MCObjectSem& rule) {
         MCFactoryContext context;
         MCObjectSemReg::Register(type, &context, &rule, false);
     }

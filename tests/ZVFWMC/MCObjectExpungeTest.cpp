@@ -1,0 +1,97 @@
+// The end of a tree: rules and events from the top down, memory from the leaves up, and the quiet ways of
+// going (a persistence unit's root, a subtree marked to go without ceremony).
+
+#include "support/RuleTestSupport.h"
+
+namespace {
+
+// Logs "PD@<id>" for PreDestructon of any object.
+class DestructionRule : public MCObjectSem {
+public:
+    result Fire(mode nMode, MCObject* object, MCObjectSemContext*) override {
+        if (nMode == PreDestructon)
+            RuleLog() +=
+                (RuleLog().empty() ? "" : " ") + std::string("PD@") + std::to_string(object->GetId());
+        return resultContinue;
+    }
+    unsigned long GetInterests() const override { return PreDestructon; }
+};
+
+// Logs "SD@<id>" for each SubjectDestroyed it hears, into the same log as the rules.
+class DeathWatch : public MCSubscriber {
+public:
+    void Notify(MCEvent& event) override {
+        if (event.GetEventType() == MCEvent::SubjectDestroyed)
+            RuleLog() += (RuleLog().empty() ? "" : " ") + std::string("SD@") +
+                         std::to_string(static_cast<MCObject*>(event.GetSubject())->GetId());
+    }
+};
+
+}  // namespace
+
+class ObjectExpungeTest : public RuleTest {
+protected:
+    void TearDown() override {
+        Crate::c_bUnit = false;
+        RuleTest::TearDown();
+    }
+    // A under the fixture's root R, B and C under A, D under B; all watched and all with the rule.
+    void BuildTree() {
+        AddRule(1, m_xRule);
+        m_pxRoot = Make();
+        m_pxA = Make(m_pxRoot, Crate::c_sType);
+        m_pxB = Make(m_pxA, Box::c_sType);
+        m_pxC = Make(m_pxA, Box::c_sType);
+        m_pxD = Make(m_pxB);
+        for (MCObject* object : {m_pxA, m_pxB, m_pxC, m_pxD})
+            object->AddSubscriber(&m_xWatch, MCEvent::subscriberObserver);
+        RuleLog().clear();
+    }
+    std::string Id(MCObject* object) const { return std::to_string(object->GetId()); }
+
+    DeathWatch m_xWatch;
+    DestructionRule m_xRule;
+    MCObject *m_pxRoot = nullptr, *m_pxA = nullptr, *m_pxB = nullptr, *m_pxC = nullptr, *m_pxD = nullptr;
+};
+
+TEST_F(ObjectExpungeTest, TreeGoesTopDownOwneesOldestFirst) {
+    BuildTree();
+    const std::string a = Id(m_pxA), b = Id(m_pxB), c = Id(m_pxC), d = Id(m_pxD);
+    m_pxA->Expunge(true);
+    EXPECT_EQ(TakeLog(), "PD@" + a + " SD@" + a + " PD@" + b + " SD@" + b + " PD@" + d + " SD@" + d + " PD@" +
+                             c + " SD@" + c);
+    EXPECT_EQ(m_pxRoot->GetFirstOwnee(), nullptr);
+}
+
+TEST_F(ObjectExpungeTest, QuietWaysOfGoing) {
+    const struct {
+        const char* pcName;
+        bool bUnit;
+        bool bMarkRoot;
+        bool bMarkChild;
+        const char* pcLog;  // A, B, C, D stand for the ids
+    } cases[] = {
+        {"a persistence unit fires only its own veto", true, false, false, "PD@A"},
+        {"a marked subtree fires nothing", false, true, false, ""},
+        {"a marked ownee of an ordinary owner goes the ordinary way", false, false, true,
+         "PD@A SD@A PD@B SD@B PD@D SD@D PD@C SD@C"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.pcName);
+        BuildTree();
+        Crate::c_bUnit = c.bUnit;
+        if (c.bMarkRoot)
+            m_pxA->SetFlag(MCItem::itemTreeExpunge, true);
+        if (c.bMarkChild)
+            m_pxB->SetFlag(MCItem::itemTreeExpunge, true);
+        std::string expected = c.pcLog;
+        for (auto [letter, object] :
+             {std::pair<char, MCObject*>{'A', m_pxA}, {'B', m_pxB}, {'C', m_pxC}, {'D', m_pxD}})
+            for (size_t at; (at = expected.find(std::string("@") + letter)) != std::string::npos;)
+                expected.replace(at + 1, 1, Id(object));
+        m_pxA->Expunge(true);
+        EXPECT_EQ(TakeLog(), expected);
+        EXPECT_EQ(m_pxRoot->GetFirstOwnee(), nullptr);
+        Crate::c_bUnit = false;
+    }
+}

@@ -54,6 +54,16 @@ inline ZVTString NodeName(long i) {
     return ZVTString(text);
 }
 
+/// Counts the PropertySet events it hears.
+class PropertySetCounter : public MCSubscriber {
+public:
+    void Notify(MCEvent& event) override {
+        if (event.GetEventType() == MCEvent::PropertySet)
+            ++m_lHeard;
+    }
+    long m_lHeard = 0;
+};
+
 /// The root class level of the benchmark hosts: MCObject's constructors in the order HostNode passes.
 class HostRoot : public MCObject {
 protected:

@@ -186,26 +186,13 @@ BENCHMARK(BM_MCObjectBuildTree)->Arg(10000)->Arg(100000)->UseManualTime()->Unit(
 // One build of 10^6 objects is the whole job even under a short minimum time.
 BENCHMARK(BM_MCObjectBuildTree)->Arg(1000000)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
 
-// Counts the PropertySet events it hears.
-class CountingObserver : public MCSubscriber {
-public:
-    void Notify(MCEvent& event) override {
-        if (event.GetEventType() == MCEvent::PropertySet)
-            ++m_lPropertySets;
-    }
-    long PropertySets() const { return m_lPropertySets; }
-
-private:
-    long m_lPropertySets = 0;
-};
-
 // One iteration sets the Integer of every object of a 10^6 tree, heard by one observer on the root: each
 // event climbs from its object to the root. With `changed` 1 every value differs from the one before and
 // each edit runs the rules and reaches the observer; with 0 the value is unchanged and the accessor stops
 // at the comparison.
 void BM_MCObjectActiveEdit(benchmark::State& state) {
     const bool changing = state.range(0) != 0;
-    CountingObserver observer;
+    bench::PropertySetCounter observer;
     // Declared after the observer, so the tree goes first: the observer hears it go.
     Tree tree(kEditTreeSize);
     if (!tree.IsBuilt()) {
@@ -220,7 +207,7 @@ void BM_MCObjectActiveEdit(benchmark::State& state) {
     for (auto _ : state) {
         ++pass;
         const long offset = changing ? pass : 0;
-        const long heardBefore = observer.PropertySets();
+        const long heardBefore = observer.m_lHeard;
         bool accepted = true;
         const Clock::time_point start = Clock::now();
         for (std::size_t i = 0; i < nodes.size(); ++i) {
@@ -229,7 +216,7 @@ void BM_MCObjectActiveEdit(benchmark::State& state) {
         }
         seconds += Seconds(Clock::now() - start);
         const long expected = changing ? static_cast<long>(nodes.size()) : 0;
-        if (!accepted || observer.PropertySets() - heardBefore != expected) {
+        if (!accepted || observer.m_lHeard - heardBefore != expected) {
             state.SkipWithError(!accepted ? "an edit was refused"
                                           : "the observer did not hear exactly one event per changed value");
             return;

@@ -32,15 +32,6 @@ public:
     long m_lCalls = 0;
 };
 
-class CountingObserver : public MCSubscriber {
-public:
-    void Notify(MCEvent& event) override {
-        if (event.GetEventType() == MCEvent::PropertySet)
-            ++m_lHeard;
-    }
-    long m_lHeard = 0;
-};
-
 void RegisterTypes() {
     static bool registered = false;
     if (registered)
@@ -57,7 +48,7 @@ void RegisterTypes() {
 void BM_MCRuleActiveEditAtDepth6(benchmark::State& state) {
     RegisterTypes();
     const bool withRules = state.range(0) != 0;
-    CountingObserver observer;
+    bench::PropertySetCounter observer;
     std::vector<MCObject*> nodes(kTreeSize);
     for (std::size_t i = 0; i < kTreeSize; ++i)
         nodes[i] = static_cast<MCObject*>(MCFactoryRegistry::CreateItem(

@@ -63,15 +63,6 @@ private:
     std::int64_t m_lSeed;
 };
 
-class RootObserver : public MCSubscriber {
-public:
-    void Notify(MCEvent& event) override {
-        if (event.GetEventType() == MCEvent::PropertySet)
-            ++m_lHeard;
-    }
-    long m_lHeard = 0;
-};
-
 struct CheckValues {
     std::int32_t m_anFirstRefs[5];
     long long m_llRefSum;
@@ -85,7 +76,7 @@ void BM_ReferenceWorkload(benchmark::State& state) {
         n == 200000 ? CheckValues{{38943, 193350, 18585, 149399, 173285}, 19994678702LL, 59998}
                     : CheckValues{{432693, 392881, 212716, 948987, 970633}, 500508033973LL, 300000};
     std::vector<MCObject*> nodes(static_cast<std::size_t>(n));
-    RootObserver observer;
+    bench::PropertySetCounter observer;
     for (auto _ : state) {
         bench::ReleaseFreeMemory();
         const double rssBefore = bench::ResidentBytes();

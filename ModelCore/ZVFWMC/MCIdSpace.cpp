@@ -14,9 +14,65 @@ constexpr size_t c_nBuckets = 64;
 
 }  // namespace
 
+struct MCIdSpace::Page {
+    std::size_t m_nUsed = 0;
+    MCObject* m_apxSlots[c_nPageSize] = {};
+};
+
 MCIdSpace::MCIdSpace(long lastId) : m_xObjects(&MCIdSpace::HashId, c_nBuckets), m_lLastId(lastId) {}
 
-MCIdSpace::~MCIdSpace() = default;
+MCIdSpace::~MCIdSpace() {
+    Reset();
+    for (Page* page : m_xFreePages)
+        delete page;
+}
+
+MCObject** MCIdSpace::PagedSlot(long id) const {
+    if (id <= 0)
+        return nullptr;
+    const auto page = static_cast<std::size_t>(id >> c_nPageBits);
+    if (page >= m_xPages.size() || m_xPages[page] == nullptr)
+        return nullptr;
+    return &m_xPages[page]->m_apxSlots[id & (c_nPageSize - 1)];
+}
+
+MCObject** MCIdSpace::PagedSlotForInsert(long id) {
+    if (MCObject** slot = PagedSlot(id))
+        return slot;
+    if (id <= 0)
+        return nullptr;
+    const auto page = static_cast<std::size_t>(id >> c_nPageBits);
+    // A new page only around the counter, where ids handed out in sequence land, and only while the pages
+    // in use are on average an eighth full: scattered ids would otherwise cost a page each.
+    const auto counterPage = static_cast<std::size_t>(m_lLastId >> c_nPageBits);
+    const bool nearCounter = page + 4 >= counterPage && page <= counterPage + 1 && page < c_nMaxPages;
+    const bool filled = m_nPages < 16 || m_nPaged * 8 >= m_nPages * static_cast<std::size_t>(c_nPageSize);
+    if (!nearCounter || !filled)
+        return nullptr;
+    if (page >= m_xPages.size())
+        m_xPages.resize(page + 1, nullptr);
+    Page* made = nullptr;
+    if (m_xFreePages.empty()) {
+        made = new Page;
+    } else {
+        made = m_xFreePages.back();
+        m_xFreePages.pop_back();
+    }
+    m_xPages[page] = made;
+    ++m_nPages;
+    return &made->m_apxSlots[id & (c_nPageSize - 1)];
+}
+
+void MCIdSpace::ClearPagedSlot(long id, MCObject** slot) {
+    *slot = nullptr;
+    --m_nPaged;
+    Page*& page = m_xPages[static_cast<std::size_t>(id >> c_nPageBits)];
+    if (--page->m_nUsed == 0) {
+        m_xFreePages.push_back(page);
+        page = nullptr;
+        --m_nPages;
+    }
+}
 
 MCIdSpace& MCIdSpace::Global() {
     static MCIdSpace s_xGlobal;
@@ -30,34 +86,65 @@ long MCIdSpace::RequestId() {
 }
 
 void MCIdSpace::RegisterPointer(long id, MCObject* pObject) {
-    MCObject* pExisting = nullptr;
-    if (m_xObjects.Find(id, pExisting)) {
+    if (MCObject* pExisting = ResolveId(id)) {
         if (pExisting == pObject)
             return;
         throw EXDuplicateResolution(pExisting, pObject);
     }
     if (id > c_lMaxId || id < c_lMinId)
         MC_THROW_UNEXPECTED(c_xSourceFile);
-    m_xObjects.Insert(id, pObject);
+    if (MCObject** slot = PagedSlotForInsert(id)) {
+        *slot = pObject;
+        ++m_nPaged;
+        ++m_xPages[static_cast<std::size_t>(id >> c_nPageBits)]->m_nUsed;
+    } else {
+        m_xObjects.Insert(id, pObject);
+    }
     if (id > m_lLastId)
         m_lLastId = id;
 }
 
 MCObject* MCIdSpace::ResolveId(long id) const {
+    if (MCObject** slot = PagedSlot(id); slot != nullptr && *slot != nullptr)
+        return *slot;
     MCObject* pObject = nullptr;
-    m_xObjects.Find(id, pObject);
+    // An id that went to the hashed table before its page was made is still there.
+    if (!m_xObjects.IsEmpty())
+        m_xObjects.Find(id, pObject);
     return pObject;
 }
 
 void MCIdSpace::RemoveId(long id) {
-    m_xObjects.Remove(id);
+    if (MCObject** slot = PagedSlot(id); slot != nullptr && *slot != nullptr) {
+        ClearPagedSlot(id, slot);
+        return;
+    }
+    if (!m_xObjects.IsEmpty())
+        m_xObjects.Remove(id);
 }
 
 void MCIdSpace::RemovePointer(long id, const MCObject* pObject) {
-    m_xObjects.Remove(id, const_cast<MCObject*>(pObject));
+    if (MCObject** slot = PagedSlot(id); slot != nullptr && *slot != nullptr) {
+        if (*slot == pObject)
+            ClearPagedSlot(id, slot);
+        return;
+    }
+    if (!m_xObjects.IsEmpty())
+        m_xObjects.Remove(id, const_cast<MCObject*>(pObject));
 }
 
 void MCIdSpace::Reset() {
+    for (Page*& page : m_xPages) {
+        if (page == nullptr)
+            continue;
+        // Back to zero before reuse: a page is only ever handed out empty.
+        *page = Page();
+        m_xFreePages.push_back(page);
+        page = nullptr;
+    }
+    m_xPages.clear();
+    m_nPages = 0;
+    m_nPaged = 0;
     m_xObjects.Clear();
 }
 

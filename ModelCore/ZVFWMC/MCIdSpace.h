@@ -1,12 +1,20 @@
 #ifndef MCIDSPACE_H
 #define MCIDSPACE_H
 
+#include <cstddef>
+#include <vector>
+
 #include "foundation/ZVTExport.h"
 #include "foundation/ZVTHDict.h"
 
 class MCObject;
 
 /// Hands out object ids and maps ids to objects, which it does not own; ids are never reused and fit 32 bits.
+///
+/// Ids handed out in sequence are kept in pages of consecutive ids found by index, so that a tree's
+/// objects, whose ids are neighbours, are neighbours in the table too; ids far from the counter (chosen
+/// by a context, or read from a stream) go to a hashed table. Pages are made only while the live ones
+/// stay well filled, so no pattern of ids costs more than a few words per id.
 class MODELCORE_API MCIdSpace {
 public:
     /// An empty space whose next id is `lastId + 1`.
@@ -38,6 +46,22 @@ public:
     static unsigned int HashId(const long& id);
 
 private:
+    static constexpr long c_nPageBits = 12;
+    static constexpr long c_nPageSize = 1L << c_nPageBits;
+    static constexpr std::size_t c_nMaxPages = std::size_t{1} << 16;
+
+    struct Page;
+    // The slot of `id` in its page, null when the id is not paged.
+    MCObject** PagedSlot(long id) const;
+    // The same, making the page when the id may be paged; null when it goes to the hashed table.
+    MCObject** PagedSlotForInsert(long id);
+    // Empties the paged slot of `id`; a page left empty is kept for reuse rather than freed.
+    void ClearPagedSlot(long id, MCObject** slot);
+
+    std::vector<Page*> m_xPages;      // by page index; null for a page not in use
+    std::vector<Page*> m_xFreePages;  // empty pages, zeroed, for the next page to be made
+    std::size_t m_nPages = 0;         // pages in use
+    std::size_t m_nPaged = 0;         // ids held in pages
     ZVTHDict<long, MCObject*> m_xObjects;
     long m_lLastId;
 };

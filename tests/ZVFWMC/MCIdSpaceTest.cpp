@@ -6,6 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <iterator>
+#include <map>
+#include <random>
 #include <string>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
@@ -93,3 +96,56 @@ TEST(MCIdSpaceTest, IdsNeverGoPastThirtyTwoBits) {
 }
 
 }  // namespace
+
+// Ids near the counter and ids far from it are kept apart; whichever way an id went, it resolves, is
+// refused twice and is removed alike, also when its neighbours arrive later and take the other way.
+TEST(MCIdSpaceTest, NearAndFarIdsResolveAlike) {
+    MCIdSpace space;
+    std::mt19937 rng(7);
+    std::map<long, MCObject*> model;
+    MCObject* const objects[] = {a, b, c};
+    for (int step = 0; step < 20000; ++step) {
+        long id = 0;
+        switch (rng() % 4) {
+            case 0:
+                id = space.RequestId();  // in sequence
+                break;
+            case 1:
+                id = static_cast<long>(rng() % 0x7FFFFFF) + 1;  // anywhere in the pages' reach
+                break;
+            case 2:
+                id = space.RequestId() + static_cast<long>(rng() % 9000);  // near, ahead of the counter
+                break;
+            default:
+                if (!model.empty()) {
+                    auto it = model.begin();
+                    std::advance(it, static_cast<long>(rng() % model.size()));
+                    if (rng() % 2)
+                        space.RemoveId(it->first);
+                    else
+                        space.RemovePointer(it->first, it->second);
+                    model.erase(it);
+                }
+                continue;
+        }
+        MCObject* object = objects[rng() % 3];
+        if (model.count(id)) {
+            if (model[id] != object) {
+                ASSERT_THROW(space.RegisterPointer(id, object), EXDuplicateResolution) << "step " << step;
+            }
+            continue;
+        }
+        space.RegisterPointer(id, object);
+        model[id] = object;
+    }
+    for (const auto& [id, object] : model)
+        ASSERT_EQ(space.ResolveId(id), object) << id;
+    space.RemovePointer(model.begin()->first, model.begin()->second == a ? b : a);
+    EXPECT_EQ(space.ResolveId(model.begin()->first), model.begin()->second) << "another object's entry stays";
+    space.Reset();
+    EXPECT_EQ(space.ResolveId(model.begin()->first), nullptr);
+    const long next = space.RequestId();
+    space.RegisterPointer(next, a);
+    EXPECT_EQ(space.ResolveId(next), a) << "a page reused after Reset starts empty";
+    EXPECT_EQ(space.ResolveId(next + 1), nullptr);
+}

@@ -16,6 +16,7 @@
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "ModelCore/ZVFWMC/MCObjectFilters.h"
 #include "ModelCore/ZVFWMC/MCObjectSem.h"
+#include "ModelCore/ZVFWMC/MCPersistence.h"
 #include "ModelCore/ZVFWMC/MCProperty.h"
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
 #include "ModelCore/ZVFWMC/MCPropertySemantics.h"

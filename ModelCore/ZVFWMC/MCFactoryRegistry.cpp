@@ -1,9 +1,13 @@
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 
+#include <algorithm>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistryPrivate.h"
+#include "ModelCore/ZVFWMC/MCStreams.h"
 #include "foundation/ZVTHSet.h"
 #include "platform/HUB.h"
 
@@ -751,4 +755,86 @@ void MCFactoryRegistry::ShowCodeMessage(long messageId, short code) {
     HUBMessageParameter parameter(1, 0x10);
     parameter.SetString(0, ZVTString(static_cast<long>(code), 10));
     HUBInterface::ShowMessage(1, messageId, parameter);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Dumps
+
+namespace {
+
+using NamedCodes = std::vector<std::pair<ZVTString, short>>;
+
+// By default name, exact and case-sensitive; equal names fall back on the code so that the dump never
+// shows the hash order.
+NamedCodes SortedByName(const ZVTOrderedVectorT<short>& codes) {
+    NamedCodes named;
+    named.reserve(codes.Length());
+    for (size_t i = 0; i < codes.Length(); ++i)
+        named.emplace_back(MCFactoryRegistry::Lookup(codes[i]), codes[i]);
+    std::sort(named.begin(), named.end(), [](const auto& a, const auto& b) {
+        const int order = a.first.compareTo(b.first);
+        return order != 0 ? order < 0 : a.second < b.second;
+    });
+    return named;
+}
+
+// One char at a time: a binary stream then holds the dump's text byte for byte, without string lengths.
+void WriteText(MCStream& stream, const ZVTString& text) {
+    for (char c : text.str())
+        stream << c;
+}
+
+void WriteLine(MCStream& stream, const ZVTString& text) {
+    WriteText(stream, text);
+    WriteText(stream, "\r\n");
+}
+
+ZVTString Concat(const char* head, const ZVTString& tail) {
+    ZVTString line(head);
+    line += tail;
+    return line;
+}
+
+}  // namespace
+
+void MCFactoryRegistry::Dump(MCStream& stream, long mode, MCDumpableParameter* /*pParameter*/) {
+    if (mode != dumpMetamodel && mode != dumpConcreteMetamodel)
+        return;
+    MCMetaInfoI* impl = c_pxImplementation;
+    if (!impl)
+        return;
+    const bool concrete = mode == dumpConcreteMetamodel;
+    // Only the kind of type selects here; origin and the flag pairs play no part.
+    const unsigned long kinds = concrete ? flagConcrete | flagAlias : flagAbstract | flagConcrete;
+    ZVTOrderedVectorT<short> selected;
+    for (ZVTHDictIter<short, MCMetaInfoEntry*> it(impl->m_xEntries); ++it;) {
+        const unsigned long flags = it.Value()->m_ulFlags;
+        if ((flags & flagObject) && (flags & kinds))
+            selected.Append(it.Key());
+    }
+
+    WriteText(stream, concrete ? "CONCRETE METAMODEL DUMP\nConcrete objects with flattened properties\r\n\r\n"
+                               : "METAMODEL DUMP\r\n\r\n");
+    for (const auto& type : SortedByName(selected)) {
+        const short code = type.second;
+        WriteLine(stream, type.first);
+        const short supertype = GetSupertype(code);
+        WriteLine(stream, Concat("\tSupertype: ", supertype != 0 ? Lookup(supertype) : ZVTString()));
+        if (concrete) {
+            WriteLine(stream, "\tOwner Types: ");
+            ZVTOrderedVectorT<short> owners;
+            GetOwnerTypes(code, owners);
+            ZVTString line;
+            for (size_t i = 0; i < owners.Length(); ++i) {
+                line += owners[i] == 0 ? ZVTString("Undefined") : Lookup(owners[i]);
+                line += ", ";
+            }
+            WriteLine(stream, line);
+        }
+        WriteLine(stream, "\tProperty Usages:");
+        ZVTOrderedVectorT<short> usages;
+        GetPropertyUsages(code, usages, concrete ? 0x810 : 0x10, nullptr);
+        for (const auto& usage : SortedByName(usages))
+            WriteLine(stream, Concat("\t\t", usage.first));
+    }
 }

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "ModelCore/ZVFWMC/MCDebug.h"
 #include "foundation/ZVTBoolean.h"
 #include "foundation/ZVTExport.h"
 #include "foundation/ZVTString.h"
@@ -38,7 +39,7 @@ struct MODELCORE_API MCPropertyUsage {
 /// Every operation is static. Registering calls create the singleton on first use; all other
 /// calls answer false, 0 or a null string while it does not exist. Nothing here throws for bad
 /// input: a refused registration answers false and changes nothing.
-class MODELCORE_API MCFactoryRegistry {
+class MODELCORE_API MCFactoryRegistry : public MCDumpable {
 public:
     /// 32-bit clip value of a property usage: a set of the bits 1 (follow), 2 (depend) and
     /// 4 (follow under conversion), or one of the two markers below.
@@ -206,6 +207,18 @@ public:
     static unsigned int HashFactoryKey(const short& code) { return static_cast<unsigned int>(code); }
     /// Hash of the pointer-keyed tables.
     static unsigned int HashPointer(MCObject* const& object);
+
+    // --- dumps ---------------------------------------------------------------------------------------
+
+    /// Dump mode of the object types with their supertypes and own property usages.
+    static constexpr long dumpMetamodel = 4;
+    /// Dump mode of the concrete and alias object types with their owner types and flattened usages.
+    static constexpr long dumpConcreteMetamodel = 5;
+
+    /// Writes the dump of `mode` (dumpMetamodel or dumpConcreteMetamodel; any other mode writes nothing),
+    /// types and properties sorted by default name, one operator<<(char) per character so that a binary
+    /// stream holds exactly the text; `pParameter` is not read.
+    void Dump(MCStream& stream, long mode, MCDumpableParameter* pParameter) override;
 
     MCFactoryRegistry(const MCFactoryRegistry&) = delete;
     MCFactoryRegistry& operator=(const MCFactoryRegistry&) = delete;

@@ -23,6 +23,7 @@
 #include "ModelCore/ZVFWMC/MCRefProperty.h"
 #include "ModelCore/ZVFWMC/MCStreams.h"
 #include "ModelCore/ZVFWMC/MCSubscriber.h"
+#include "ModelCore/ZVFWMC/MCUDPMap.h"
 #include "ModelCore/ZVFWMC/MCVisitor.h"
 #include "ModelCore/ZVFWMC/MdlCore.h"
 #include "foundation/ZVTBoolean.h"

@@ -8,9 +8,6 @@ namespace {
 
 const ZVTString c_xSourceFile("ModelCore/ZVFWMC/MCEnvironment");
 
-// Opens the global section of a stored model. Stored value: must not change.
-constexpr char c_cGlobalsToken = 0x11;
-
 }  // namespace
 
 MCEnvironment* MCEnvironment::c_pxSingleton = nullptr;
@@ -33,21 +30,7 @@ void MCEnvironment::SetSingleton(MCEnvironment* pEnvironment) {
     c_pxSingleton = pEnvironment;
 }
 
-void MCEnvironment::SaveGlobals(MCStream&, MCObject*) {
-    // Seam: forwards to MCFactoryRegistry::SaveTo(rStream, pObject) once the
-    // model stream joins. Until then no stream exists to call this with.
-    MC_THROW_UNEXPECTED(c_xSourceFile);
-}
-
-void MCEnvironment::RestoreGlobalToken(char cToken, MCStream&, MCUDPMap** ppMap) {
-    if (cToken != c_cGlobalsToken)
-        throw EXUnknownToken();
-    if (ppMap == nullptr)
-        throw EXNoMapPointer();
-    // Seam: once the model stream joins, make a new MCUDPMap into *ppMap when it
-    // is null, then MCFactoryRegistry::RestoreFrom(rStream, *ppMap, nullptr).
-    MC_THROW_UNEXPECTED(c_xSourceFile);
-}
+// SaveGlobals and RestoreGlobalToken are defined with the model stream, in MCStreams.cpp.
 
 ZVTBoolean MCEnvironment::HandleUnknownToken(char, MCStream&) {
     return false;

@@ -20,13 +20,10 @@ public:
     /// The installed instance, null when the host has installed none.
     static MCEnvironment* GetInstance();
 
-    /// Writes the global section of `pObject`'s persistence root through the metamodel registry (joins with
-    /// the model stream; until then it throws EXUnexpected).
+    /// Writes the global section of the persistence root `pObject` through the metamodel registry.
     virtual void SaveGlobals(MCStream& rStream, MCObject* pObject);
     /// Reads the global section opened by token 0x11 into `*ppMap`, making the map (owned by the caller) when
     /// `*ppMap` is null; any other token throws EXUnknownToken, then a null `ppMap` throws EXNoMapPointer.
-    /// The reading itself joins with the model stream; until then a call that passes both checks throws
-    /// EXUnexpected.
     virtual void RestoreGlobalToken(char cToken, MCStream& rStream, MCUDPMap** ppMap);
     /// A host that drives its own reading handles its own tokens here; the base reads nothing and returns
     /// false.

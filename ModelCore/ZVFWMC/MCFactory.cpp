@@ -5,6 +5,7 @@
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistryPrivate.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
+#include "ModelCore/ZVFWMC/MCUDPMap.h"
 #include "foundation/ZVTHSet.h"
 
 namespace {
@@ -174,4 +175,27 @@ void MCFactoryRegistry::RegisterInstance(MCObject* object, ZVTBoolean add) {
         return;
     }
     (*slot)->Insert(object);
+}
+
+// Defined here rather than with the rest of the user-defined properties: finding the persistence root
+// calls into objects, which the registry's own unit may not.
+ZVTBoolean MCFactoryRegistry::RegisterUDPs(MCObject& object, MCUDPMap* map) {
+    constexpr short c_sPersistenceRoot = 530;
+    if (!map)
+        return false;
+    MCObject* root = object.IsType(c_sPersistenceRoot, MCItem::rttiDerived)
+                         ? &object
+                         : object.GetOwner(c_sPersistenceRoot, MCItem::rttiDerived);
+    if (!root)
+        return false;
+    for (size_t i = 0; i < map->m_xUDPInfos.Length(); ++i) {
+        const MCUDPInfo& info = map->m_xUDPInfos[i];
+        const short code = RegisterUDP(info.m_xName, info.m_sConcreteType, root, info.m_usFirst != 0);
+        map->Add(info.m_sCode, code);
+        for (size_t j = 0; j < info.m_xUsingTypes.Length(); ++j)
+            AddPropertyUsage(info.m_xUsingTypes[j], code, clipUndecided);
+    }
+    for (MCMapToIterT<short, short> it(*map); ++it;)
+        ValidatePersistenceUnit(it.To(), root);
+    return true;
 }

@@ -5,15 +5,18 @@
 #include <utility>
 #include <vector>
 
+#include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistryPrivate.h"
 #include "ModelCore/ZVFWMC/MCStreams.h"
+#include "ModelCore/ZVFWMC/MCUDPMap.h"
 #include "foundation/ZVTHSet.h"
 #include "platform/HUB.h"
 
 namespace {
 
 const char* const c_pcDefaultNomenclature = "Logical";
+const ZVTString c_xSourceFile("ModelCore/ZVFWMC/MCFactoryRegistry");
 
 unsigned int HashShort(const short& code) {
     return MCFactoryRegistry::HashFactoryKey(code);
@@ -720,6 +723,161 @@ ZVTBoolean MCFactoryRegistry::GetOwnerTypes(short code, ZVTOrderedVectorT<short>
 ZVTBoolean MCFactoryRegistry::GetOwneeTypes(short code, ZVTOrderedVectorT<short>& types) {
     MCMetaInfoConcreteObjectEntry* entry = FindConcreteObjectEntry(c_pxImplementation, code);
     return AppendAll(entry ? &entry->m_xOwneeTypes : nullptr, types);
+}
+
+// ---------------------------------------------------------------------------------------------
+// User-defined properties
+
+namespace {
+
+MCMetaInfoAliasPropertyEntry* FindUDPEntry(MCMetaInfoI* impl, short code) {
+    MCMetaInfoEntry* entry = impl && code < 0 ? impl->FindEntry(code) : nullptr;
+    return entry ? entry->AsAliasProperty() : nullptr;
+}
+
+// The lowest code a user-defined property can have: past it the low 16 bits would turn positive.
+constexpr long c_lLowestUDP = -32768;
+
+}  // namespace
+
+short MCFactoryRegistry::RegisterUDP(const ZVTString& name, short concreteType, MCObject* model,
+                                     ZVTBoolean first) {
+    GetInstance();
+    if (name.IsNull())
+        return 0;
+    MCMetaInfoI* impl = c_pxImplementation;
+    short code = Lookup(name, ZVTString());
+    if (code > 0)
+        return 0;
+    if (code < 0) {
+        MCMetaInfoAliasPropertyEntry* udp = FindUDPEntry(impl, code);
+        if (!udp || udp->m_sConcreteType != concreteType)
+            return 0;
+        if (model)
+            udp->m_xModels.Insert(model);
+        return code;
+    }
+    MCMetaInfoEntry* concrete = impl->FindEntry(concreteType);
+    if (!concrete || !concrete->AsProperty() || !concrete->AsConcrete() || concrete->AsAlias())
+        return 0;
+    // A host may have taken negative codes with RegisterAliasProperty; they are skipped, never reused.
+    long next = impl->m_lLastUDP;
+    do {
+        if (--next < c_lLowestUDP)
+            return 0;
+    } while (impl->m_xEntries.Contains(static_cast<short>(next)));
+    impl->m_lLastUDP = next;
+    code = static_cast<short>(next);
+    RegisterAliasPropertyIn(impl, code, name, concreteType, first, true, false, false, model);
+    return code;
+}
+
+ZVTBoolean MCFactoryRegistry::RemoveUDP(short code, MCObject* model) {
+    MCMetaInfoAliasPropertyEntry* udp = FindUDPEntry(c_pxImplementation, code);
+    if (!udp)
+        return false;
+    udp->m_xModels.Remove(model);
+    return true;
+}
+
+ZVTBoolean MCFactoryRegistry::ValidatePersistenceUnit(short code, MCObject* model) {
+    // A null model would make every later query with a null model see the property as held.
+    MCMetaInfoAliasPropertyEntry* udp = FindUDPEntry(c_pxImplementation, code);
+    if (!udp || !model)
+        return false;
+    udp->m_xModels.Insert(model);
+    return true;
+}
+
+void MCFactoryRegistry::SaveTo(MCStream& stream, MCObject* model) {
+    stream << static_cast<char>(MCStream::tokenGlobals);
+    for (ZVTHDictIter<short, MCMetaInfoEntry*> it(c_pxImplementation->m_xEntries); ++it;) {
+        const short code = it.Key();
+        if (code >= 0 || !ModelHolds(it.Value(), model))
+            continue;
+        const ZVTString* name = nullptr;
+        for (ZVTSListIter<MCNameTranslation> names(it.Value()->m_xNames); ++names;) {
+            if (names.Key().m_usId == 0) {
+                name = &names.Key().m_xName;
+                break;
+            }
+        }
+        if (!name)
+            MC_THROW_UNEXPECTED(c_xSourceFile);
+        ZVTOrderedVectorT<short> users;
+        GetUsingObjectTypes(code, users, model);
+        const unsigned short first = (it.Value()->m_ulFlags & flagFirstOn) ? 1 : 0;
+        stream << static_cast<char>(MCStream::tokenProperty) << code << *name << Translate(code, false)
+               << first << static_cast<long>(users.Length());
+        for (size_t i = 0; i < users.Length(); ++i)
+            stream << users[i];
+    }
+    stream << static_cast<char>(MCStream::tokenGlobalsEnd);
+}
+
+namespace {
+
+// Reads up to `count` object types into `types`. The count comes from the stream, so the room made is
+// what the bytes present can fill, never what the count claims.
+void ReadUsingTypes(MCStream& stream, long count, ZVTOrderedVectorT<short>& types) {
+    for (long i = 0; i < count; ++i) {
+        short type = 0;
+        stream >> type;
+        if (stream.fail())
+            return;
+        types.Append(type);
+    }
+}
+
+}  // namespace
+
+void MCFactoryRegistry::RestoreFrom(MCStream& stream, MCUDPMap* map, MCObject* /*model*/) {
+    if (!map)
+        MC_THROW_UNEXPECTED(c_xSourceFile);
+    // A failed read counts as the end, so a stream that breaks down cannot keep the loop going.
+    while (stream.HasPendingToken() || (!stream.eof() && !stream.fail())) {
+        char token = 0;
+        if (stream.HasPendingToken()) {
+            token = stream.GetPendingToken();
+        } else {
+            stream >> token;
+            if (stream.fail())
+                return;
+        }
+        if (token == MCStream::tokenGlobalsEnd || token == MCStream::tokenEndMark)
+            return;
+        if (token != MCStream::tokenProperty)
+            continue;
+
+        MCUDPInfo info;
+        long count = 0;
+        stream >> info.m_sCode >> info.m_xName >> info.m_sConcreteType >> info.m_usFirst;
+        if (stream.fail())
+            return;  // a record cut inside its head is dropped
+        if (info.m_sCode >= 0)
+            MC_THROW_UNEXPECTED(c_xSourceFile);
+        stream >> count;
+        if (stream.fail())
+            return;
+
+        const short current = Lookup(info.m_xName, ZVTString());
+        if (current == 0) {
+            map->m_xUDPInfos.Append(info);
+            ReadUsingTypes(stream, count, map->m_xUDPInfos[map->m_xUDPInfos.Length() - 1].m_xUsingTypes);
+            continue;
+        }
+        ZVTOrderedVectorT<short> users(1);
+        ReadUsingTypes(stream, count, users);
+        // A name that this process gives to an object type must not turn stored properties into objects.
+        MCMetaInfoEntry* entry = c_pxImplementation->FindEntry(current);
+        if (!entry || !entry->AsProperty()) {
+            map->Add(info.m_sCode, 0);
+            continue;
+        }
+        map->Add(info.m_sCode, current);
+        for (size_t i = 0; i < users.Length(); ++i)
+            AddPropertyUsage(users[i], current, clipUndecided);
+    }
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "ModelCore/ZVFWMC/MCDebug.h"
+#include "ModelCore/ZVFWMC/MCStreams.h"
 #include "foundation/ZVTBoolean.h"
 #include "foundation/ZVTExport.h"
 #include "foundation/ZVTString.h"
@@ -15,6 +16,7 @@ class MCFactoryContext;
 class MCItem;
 class MCMetaInfoI;
 class MCObject;
+class MCUDPMap;
 template <class T>
 class ZVTHTableT;
 
@@ -38,8 +40,8 @@ struct MODELCORE_API MCPropertyUsage {
 /// ownee registered before the type it names waits in a pending table until that type comes.
 /// Every operation is static. Registering calls create the singleton on first use; all other
 /// calls answer false, 0 or a null string while it does not exist. Nothing here throws for bad
-/// input: a refused registration answers false and changes nothing.
-class MODELCORE_API MCFactoryRegistry : public MCDumpable {
+/// input but a malformed global section: a refused registration answers false and changes nothing.
+class MODELCORE_API MCFactoryRegistry : public MCGlobalStreamable, public MCDumpable {
 public:
     /// 32-bit clip value of a property usage: a set of the bits 1 (follow), 2 (depend) and
     /// 4 (follow under conversion), or one of the two markers below.
@@ -179,6 +181,34 @@ public:
     static ZVTBoolean GetOwnerTypes(short code, ZVTOrderedVectorT<short>& types);
     static ZVTBoolean GetOwneeTypes(short code, ZVTOrderedVectorT<short>& types);
 
+    // User-defined properties: property types made at run time by name, with negative codes given by this
+    // process, held per persistence root (the object at or above a given one that is of type 530).
+
+    /// The code of the user-defined property `name` of value type `concreteType` (a concrete property
+    /// type), made on first use with the next free negative code; `model`, when not null, then holds it.
+    /// 0 when the name is empty or names a fixed type, when a known name has another concrete type, or
+    /// when the negative codes are used up.
+    static short RegisterUDP(const ZVTString& name, short concreteType, MCObject* model, ZVTBoolean first);
+    /// Registers the records of `map` that the process did not know for the persistence root at or above
+    /// `object`, maps their stored codes to the new ones (0 for a refused record) and has the root hold
+    /// every mapped property; false without a map or a root.
+    static ZVTBoolean RegisterUDPs(MCObject& object, MCUDPMap* map);
+    /// Lets `model` stop holding the user-defined property `code`; the code and its usages stay. False
+    /// when `code` is no user-defined property.
+    static ZVTBoolean RemoveUDP(short code, MCObject* model);
+    /// Has `model` hold the user-defined property `code`; false without a registry, for a code that is no
+    /// user-defined property, or for a null model.
+    static ZVTBoolean ValidatePersistenceUnit(short code, MCObject* model);
+
+    /// Writes the global section of the persistence root `model`: one record per user-defined property it
+    /// holds; throws EXUnexpected for a property without a default name, leaving a partial section.
+    void SaveTo(MCStream& stream, MCObject* model) override;
+    /// Reads records until the globals end token, the end mark or the end of the stream: known names go
+    /// into `map` with their usages, unknown ones into its list of records; bytes that are no token are
+    /// skipped. Throws EXUnexpected for a null map or a record with a code of 0 or above. `model` is not
+    /// read.
+    void RestoreFrom(MCStream& stream, MCUDPMap* map, MCObject* model) override;
+
     // --- creation -----------------------------------------------------------------------------------
 
     /// The one door in: makes an item of `code` (an alias is made by its concrete type's factory and
@@ -233,7 +263,7 @@ private:
     static void ShowCodeMessage(long messageId, short code);
 
     MCFactoryRegistry();
-    virtual ~MCFactoryRegistry();
+    ~MCFactoryRegistry() override;
 
     static MCFactoryRegistry* c_pxSingleton;
     static MCMetaInfoI* c_pxImplementation;

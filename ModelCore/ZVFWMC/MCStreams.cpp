@@ -1,6 +1,9 @@
 #include "ModelCore/ZVFWMC/MCStreams.h"
 
 #include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCEnvironment.h"
+#include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+#include "ModelCore/ZVFWMC/MCUDPMap.h"
 #include "platform/TGT.h"
 
 namespace {
@@ -25,6 +28,23 @@ MCStream::MCStream(std::istream& stream, ZVTStream::stream_type type)
     : ZVTStream(stream, type), m_pxIdSpace(new MCIdSpace(0)), m_cPendingToken(0), m_bHasPendingToken(false) {}
 
 MCStream::~MCStream() = default;
+
+MCUDPMap* MCStream::GetUDPMap() {
+    return m_pxUDPMap.get();
+}
+
+void MCStream::AdoptUDPMap(MCUDPMap* map) {
+    // Re-adopting the same map must not free it under the caller.
+    if (map != m_pxUDPMap.get())
+        m_pxUDPMap.reset(map);
+}
+
+short MCStream::TranslateUDPType(short type) {
+    if (!m_pxUDPMap)
+        return type < 0 ? 0 : type;
+    m_pxUDPMap->Translate(type, type);
+    return type;
+}
 
 MCIdSpace& MCStream::GetIdSpace() {
     return *m_pxIdSpace;
@@ -67,4 +87,23 @@ MCStream& operator<<(MCStream&, MCObject*) {
 
 MCStream& operator>>(MCStream&, MCObject*&) {
     MC_THROW_UNEXPECTED(c_xSourceFile);
+}
+
+MCGlobalStreamable::~MCGlobalStreamable() = default;
+
+// The environment's global-section hooks live with the model stream: the environment sits below the
+// metamodel registry and may not include it.
+
+void MCEnvironment::SaveGlobals(MCStream& rStream, MCObject* pObject) {
+    MCFactoryRegistry::GetInstance()->SaveTo(rStream, pObject);
+}
+
+void MCEnvironment::RestoreGlobalToken(char cToken, MCStream& rStream, MCUDPMap** ppMap) {
+    if (cToken != MCStream::tokenGlobals)
+        throw EXUnknownToken();
+    if (ppMap == nullptr)
+        throw EXNoMapPointer();
+    if (*ppMap == nullptr)
+        *ppMap = new MCUDPMap;
+    MCFactoryRegistry::GetInstance()->RestoreFrom(rStream, *ppMap, nullptr);
 }

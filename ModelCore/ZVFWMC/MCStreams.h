@@ -10,10 +10,12 @@
 #include "foundation/ZVTStream.h"
 
 class MCObject;
+class MCUDPMap;
 class tgt_target;
 
-/// The channel of every model transfer: a ZVTStream that also carries the transfer's own id space and a
-/// one-token push-back; the stream owns its id space, and no two streams share one.
+/// The channel of every model transfer: a ZVTStream that also carries the transfer's own id space, the map
+/// of the stored user-defined property codes and a one-token push-back; the stream owns its id space and
+/// the map it adopts, and no two streams share one.
 class MODELCORE_API MCStream : public ZVTStream {
 public:
     /// The one-byte tokens of every model format, written with operator<<(char); stored values, they must
@@ -52,8 +54,15 @@ public:
     using ZVTStream::operator<<;
     using ZVTStream::operator>>;
 
-    // The map of user-defined type codes (AdoptUDPMap, GetUDPMap, TranslateUDPType) joins here with the
-    // user-defined properties.
+    /// The adopted map of stored user-defined property codes, null until AdoptUDPMap.
+    MCUDPMap* GetUDPMap();
+    /// Takes ownership of `map` (null drops the map); a map adopted earlier is deleted, and adopting the
+    /// adopted map again changes nothing.
+    void AdoptUDPMap(MCUDPMap* map);
+    /// The current code of the stored user-defined property code `type`: the map's target when the map
+    /// knows `type`, else `type` itself; without a map a negative code answers 0, as nothing says which
+    /// property it meant, and any other code answers itself.
+    short TranslateUDPType(short type);
 
     /// The id space that maps ids stored in this stream to the objects made from them; it starts empty.
     MCIdSpace& GetIdSpace();
@@ -68,8 +77,21 @@ public:
 
 private:
     std::unique_ptr<MCIdSpace> m_pxIdSpace;
+    // Declared after the id space so that it goes first.
+    std::unique_ptr<MCUDPMap> m_pxUDPMap;
     char m_cPendingToken;
     ZVTBoolean m_bHasPendingToken;
+};
+
+/// What a model stream's global section is written from and read into; the metamodel registry is the one
+/// implementation.
+class MODELCORE_API MCGlobalStreamable {
+public:
+    virtual ~MCGlobalStreamable();
+    /// Writes the global section of the persistence root `model`.
+    virtual void SaveTo(MCStream& stream, MCObject* model) = 0;
+    /// Reads a global section whose opening token the caller has consumed into `map`.
+    virtual void RestoreFrom(MCStream& stream, MCUDPMap* map, MCObject* model) = 0;
 };
 
 /// Writes the target's name as a string; a null target writes the empty string.

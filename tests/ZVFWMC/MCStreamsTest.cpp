@@ -140,6 +140,7 @@ TEST(MCStreamTest, EveryConstructionHasItsOwnFreshIdSpaceAndNoPendingToken) {
     for (MCStream* pStream : streams) {
         SCOPED_TRACE(pStream - streams[0]);
         EXPECT_FALSE(pStream->HasPendingToken());
+        EXPECT_EQ(pStream->GetUDPMap(), nullptr);
         EXPECT_NE(&pStream->GetIdSpace(), &MCIdSpace::Global());
         EXPECT_EQ(pStream->GetIdSpace().RequestId(), 1);  // a shared space would count on
         pStream->GetIdSpace().RegisterPointer(5, c_pxDummy);

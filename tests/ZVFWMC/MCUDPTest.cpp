@@ -1,0 +1,283 @@
+// Covers user-defined properties in the registry: how a name gets its code and which roots hold it, and
+// the global section: its bytes, reading it in a process that numbered the names otherwise, bad input.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <initializer_list>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCStreams.h"
+#include "ModelCore/ZVFWMC/MCUDPMap.h"
+#include "support/RegistryTestSupport.h"
+
+namespace {
+
+using R = MCFactoryRegistry;
+
+// Roots are only keys to the registry; it never looks into them.
+alignas(16) char c_acRoots[2][16];
+MCObject* const c_pxRootA = reinterpret_cast<MCObject*>(c_acRoots[0]);
+MCObject* const c_pxRootB = reinterpret_cast<MCObject*>(c_acRoots[1]);
+
+constexpr short c_sInteger = 87;
+constexpr short c_sNode = 7001;
+constexpr short c_sLeaf = 7002;
+
+std::string Bytes(std::initializer_list<int> bytes) {
+    std::string out;
+    for (int b : bytes)
+        out += static_cast<char>(b);
+    return out;
+}
+
+/// Stored bytes written field by field, as another process would have written them.
+struct Section {
+    std::stringstream medium;
+    MCStream stream{medium, ZVTStream::binary};
+
+    Section& Token(int token) {
+        stream << static_cast<char>(token);
+        return *this;
+    }
+    Section& Record(short code, const char* name, short concrete, unsigned short first, long count,
+                    std::vector<short> types) {
+        stream << static_cast<char>(MCStream::tokenProperty) << code << ZVTString(name) << concrete << first
+               << count;
+        for (short type : types)
+            stream << type;
+        return *this;
+    }
+    std::string Str() const { return medium.str(); }
+};
+
+/// A map rendered as "stored>current ..." sorted by stored code, then "| name(code,type,first:types)"
+/// for each unknown record.
+std::string Render(MCUDPMap& map) {
+    std::vector<std::pair<short, short>> pairs;
+    for (MCMapToIterT<short, short> it(map); ++it;)
+        pairs.emplace_back(it.From(), it.To());
+    std::sort(pairs.begin(), pairs.end());
+    std::string out;
+    for (auto& pair : pairs)
+        out += (out.empty() ? "" : " ") + std::to_string(pair.first) + ">" + std::to_string(pair.second);
+    for (size_t i = 0; i < map.m_xUDPInfos.Length(); ++i) {
+        const MCUDPInfo& info = map.m_xUDPInfos[i];
+        out += " | " + std::string(info.m_xName) + "(" + std::to_string(info.m_sCode) + "," +
+               std::to_string(info.m_sConcreteType) + "," + std::to_string(info.m_usFirst) + ":";
+        for (size_t j = 0; j < info.m_xUsingTypes.Length(); ++j)
+            out += (j ? "," : "") + std::to_string(info.m_xUsingTypes[j]);
+        out += ")";
+    }
+    return out;
+}
+
+std::string Restore(const std::string& bytes, MCUDPMap& map) {
+    std::stringstream medium(bytes);
+    MCStream stream(medium, ZVTStream::binary);
+    R::GetInstance()->RestoreFrom(stream, &map, nullptr);
+    return Render(map);
+}
+
+class UDPTest : public FreshRegistryTest {
+protected:
+    void SetUp() override {
+        FreshRegistryTest::SetUp();
+        DefineFixedTypes();
+    }
+    /// What every process knows: Integer, two object types and an alias of Integer.
+    void DefineFixedTypes() {
+        ASSERT_TRUE(R::RegisterConcreteProperty(c_sInteger, "Integer", new CountingFactory(counters), false,
+                                                false, false, false));
+        ASSERT_TRUE(R::RegisterAbstractObject(c_sNode, "Node", 0));
+        ASSERT_TRUE(R::RegisterAbstractObject(c_sLeaf, "Leaf", c_sNode));
+        ASSERT_TRUE(R::RegisterAliasProperty(7101, "Weight", c_sInteger, false, false, false, false));
+    }
+    /// Starts a new registry, as another process would have.
+    void NewProcess() {
+        R::DeleteInstance();
+        DefineFixedTypes();
+    }
+    static std::string Save(MCObject* model) {
+        std::stringstream medium;
+        MCStream stream(medium, ZVTStream::binary);
+        R::GetInstance()->SaveTo(stream, model);
+        return medium.str();
+    }
+};
+
+TEST_F(UDPTest, CodesComeDownwardsByNameAndModelsJoinTheEntry) {
+    EXPECT_EQ(R::RegisterUDP("Colour", c_sInteger, c_pxRootA, true), -1);
+    EXPECT_EQ(R::RegisterUDP("Size", c_sInteger, nullptr, false), -2);
+    EXPECT_EQ(R::RegisterUDP("Colour", c_sInteger, c_pxRootB, false), -1);
+    EXPECT_TRUE(R::IsRegistered(-1, c_pxRootA) && R::IsRegistered(-1, c_pxRootB));
+    EXPECT_FALSE(R::IsRegistered(-2, c_pxRootA));
+    EXPECT_TRUE(R::IsRegistered(-2, nullptr));
+
+    unsigned long flags = 0;
+    ASSERT_TRUE(R::GetFlags(-1, flags));
+    EXPECT_EQ(flags, R::flagProperty | R::flagAlias | R::flagUser | R::flagSecondOn | R::flagFirstOn);
+    EXPECT_EQ(R::Translate(-1, false), c_sInteger);
+
+    struct Case {
+        const char* name;
+        short concrete;
+    } const refused[] = {
+        {"Colour", 7101},         // known name, other concrete type
+        {"Integer", c_sInteger},  // a fixed property's name
+        {"Node", c_sInteger},     // a fixed object type's name
+        {"", c_sInteger},         // no name
+        {"New", 7101},            // an alias as the value type
+        {"New", c_sNode},         // an object type as the value type
+        {"New", 999},             // an unknown value type
+    };
+    for (const Case& c : refused) {
+        SCOPED_TRACE(std::string(c.name) + "/" + std::to_string(c.concrete));
+        EXPECT_EQ(R::RegisterUDP(c.name, c.concrete, c_pxRootA, false), 0);
+    }
+    EXPECT_FALSE(R::IsRegistered(-2, c_pxRootA)) << "a refused call must not add its model";
+    EXPECT_EQ(R::RegisterUDP("New", c_sInteger, nullptr, false), -3) << "refusals must not use up codes";
+}
+
+TEST_F(UDPTest, RemovingAModelKeepsTheCodeAndValidatingAddsIt) {
+    const short code = R::RegisterUDP("Colour", c_sInteger, c_pxRootA, false);
+    EXPECT_TRUE(R::RemoveUDP(code, c_pxRootA));
+    EXPECT_TRUE(R::RemoveUDP(code, c_pxRootA)) << "true whether or not the model held it";
+    EXPECT_FALSE(R::IsRegistered(code, c_pxRootA));
+    EXPECT_EQ(R::RegisterUDP("Colour", c_sInteger, c_pxRootB, false), code);
+    EXPECT_FALSE(R::RemoveUDP(c_sInteger, c_pxRootA));
+    EXPECT_FALSE(R::RemoveUDP(-9, c_pxRootA));
+
+    EXPECT_TRUE(R::ValidatePersistenceUnit(code, c_pxRootA));
+    EXPECT_TRUE(R::IsRegistered(code, c_pxRootA));
+    EXPECT_FALSE(R::ValidatePersistenceUnit(7101, c_pxRootA));
+    EXPECT_FALSE(R::ValidatePersistenceUnit(-9, c_pxRootA));
+    EXPECT_FALSE(R::ValidatePersistenceUnit(code, nullptr));
+    R::DeleteInstance();
+    EXPECT_FALSE(R::ValidatePersistenceUnit(code, c_pxRootA));
+}
+
+TEST_F(UDPTest, NegativeCodesTakenByTheHostAreSkippedAndTheRangeEnds) {
+    ASSERT_TRUE(R::RegisterAliasProperty(-1, "HostOwn", c_sInteger, false, false, false, false));
+    EXPECT_EQ(R::RegisterUDP("First", c_sInteger, nullptr, false), -2);
+    for (int i = 3; i <= 32768; ++i)
+        ASSERT_EQ(R::RegisterUDP(("U" + std::to_string(i)).c_str(), c_sInteger, nullptr, false), -i);
+    EXPECT_EQ(R::RegisterUDP("OneTooMany", c_sInteger, nullptr, false), 0);
+    EXPECT_EQ(R::RegisterUDP("U32768", c_sInteger, c_pxRootA, false), -32768);
+}
+
+TEST_F(UDPTest, SectionHoldsTheModelsPropertiesOnly) {
+    EXPECT_EQ(Save(c_pxRootA), Bytes({0x11, 0x15}));
+    R::RegisterUDP("Other", c_sInteger, c_pxRootB, false);
+    const short code = R::RegisterUDP("Ab", c_sInteger, c_pxRootA, true);
+    ASSERT_TRUE(R::AddPropertyUsage(c_sNode, code, 1));
+    ASSERT_TRUE(R::AddPropertyUsage(c_sLeaf, code, 1));
+    EXPECT_EQ(Save(c_pxRootA), Bytes({0x11, 1, 0xFE, 0xFF, 2, 0, 0,    0,    'A',  'b',  87,  0,
+                                      1,    0, 2,    0,    0, 0, 0x59, 0x1B, 0x5A, 0x1B, 0x15}));
+    R::RegisterUDP("Unused", c_sInteger, c_pxRootB, false);
+    const std::string other = Save(c_pxRootB);
+    EXPECT_EQ(other.size(), 2u + 20u + 21u) << "two records without usages";
+    MCUDPMap map;
+    EXPECT_EQ(Restore(other.substr(1), map), "-3>-3 -1>-1");
+}
+
+TEST_F(UDPTest, ReadingInAnotherProcessMapsStoredCodesByName) {
+    ASSERT_EQ(R::RegisterUDP("Alpha", c_sInteger, c_pxRootA, true), -1);
+    ASSERT_EQ(R::RegisterUDP("Beta", c_sInteger, c_pxRootA, false), -2);
+    ASSERT_EQ(R::RegisterUDP("Delta", 7101, c_pxRootA, true), 0);  // an alias is no value type
+    ASSERT_EQ(R::RegisterUDP("Delta", c_sInteger, c_pxRootA, true), -3);
+    ASSERT_EQ(R::RegisterUDP("Elsewhere", c_sInteger, c_pxRootB, false), -4);
+    R::AddPropertyUsage(c_sNode, -1, 1);
+    R::AddPropertyUsage(c_sLeaf, -2, 1);
+    R::AddPropertyUsage(c_sNode, -3, 1);
+    R::AddPropertyUsage(c_sLeaf, -3, 1);
+    const std::string saved = Save(c_pxRootA);
+
+    NewProcess();
+    ASSERT_EQ(R::RegisterUDP("Beta", c_sInteger, nullptr, false), -1);
+    ASSERT_EQ(R::RegisterUDP("Gamma", c_sInteger, nullptr, false), -2);
+    ASSERT_EQ(R::RegisterUDP("Alpha", c_sInteger, nullptr, false), -3);
+    MCUDPMap map;
+    EXPECT_EQ(Restore(saved, map), "-2>-1 -1>-3 | Delta(-3,87,1:7001,7002)");
+    EXPECT_EQ(R::GetClipFlag(c_sNode, -3), R::clipUndecided);
+    EXPECT_EQ(R::GetClipFlag(c_sLeaf, -1), R::clipUndecided);
+    EXPECT_EQ(R::GetClipFlag(c_sNode, -1), R::clipNoUsage);
+    EXPECT_EQ(R::Lookup(ZVTString("Delta")), 0) << "an unknown name waits for its root";
+    EXPECT_FALSE(R::IsRegistered(-1, c_pxRootA)) << "reading the section must not register a model";
+}
+
+TEST_F(UDPTest, EveryCutOfASectionReadsTheWholeRecordsBeforeIt) {
+    ASSERT_EQ(R::RegisterUDP("Known", c_sInteger, nullptr, false), -1);
+    Section full;
+    full.Token(0x11)
+        .Record(-5, "Known", c_sInteger, 0, 1, {c_sNode})
+        .Record(-6, "Fresh", c_sInteger, 1, 2, {c_sNode, c_sLeaf});
+    full.Token(0x15);
+    const std::string bytes = full.Str().substr(1);  // the caller has read the opening token
+    const size_t knownEnd = 1 + 2 + 9 + 2 + 2 + 4;   // a record's head, up to and with its count
+    const size_t freshHead = knownEnd + 2 + knownEnd;
+    for (size_t cut = 0; cut <= bytes.size(); ++cut) {
+        SCOPED_TRACE("cut at " + std::to_string(cut));
+        std::string expected;
+        if (cut >= knownEnd)
+            expected = "-5>-1";
+        if (cut >= freshHead) {
+            expected += " | Fresh(-6,87,1:";
+            if (cut >= freshHead + 2)
+                expected += "7001";
+            if (cut >= freshHead + 4)
+                expected += ",7002";
+            expected += ")";
+        }
+        MCUDPMap map;
+        EXPECT_EQ(Restore(bytes.substr(0, cut), map), expected);
+    }
+}
+
+TEST_F(UDPTest, BadInputEndsTheSectionOrRaisesAsStored) {
+    struct Case {
+        const char* what;
+        std::string bytes;
+        std::string map;
+    };
+    std::vector<Case> cases;
+    cases.push_back({"huge count, two types present",
+                     Section().Record(-5, "A", c_sInteger, 0, 0x7FFFFFFF, {c_sNode, c_sLeaf}).Str(),
+                     " | A(-5,87,0:7001,7002)"});
+    cases.push_back(
+        {"negative count reads no types",
+         Section().Record(-5, "A", c_sInteger, 0, -3, {}).Record(-6, "B", 1, 0, 0, {}).Token(0x15).Str(),
+         " | A(-5,87,0:) | B(-6,1,0:)"});
+    std::string hugeName = Section().Record(-5, "A", c_sInteger, 0, 0, {}).Str();
+    hugeName += Bytes({1, 0xFA, 0xFF, 0xF0, 0xFF, 0xFF, 0x7F, 'x'});
+    cases.push_back({"name longer than the stream", hugeName, " | A(-5,87,0:)"});
+    cases.push_back(
+        {"junk between records is skipped",
+         Section().Token(2).Token(0x12).Token(0x7F).Record(-5, "A", 1, 0, 0, {}).Token(0x15).Str(),
+         " | A(-5,1,0:)"});
+    cases.push_back({"end mark stops", Section().Token(-1).Record(-5, "A", 1, 0, 0, {}).Str(), ""});
+    cases.push_back(
+        {"object type name maps to nothing", Section().Record(-5, "Node", 1, 0, 1, {c_sNode}).Str(), "-5>0"});
+    for (Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        MCUDPMap map;
+        EXPECT_EQ(Restore(c.bytes, map), c.map);
+    }
+
+    MCUDPMap map;
+    const std::string zeroCode =
+        Section().Record(-5, "A", 1, 0, 0, {}).Record(0, "B", 1, 0, 0, {}).Record(-6, "C", 1, 0, 0, {}).Str();
+    EXPECT_THROW(Restore(zeroCode, map), EXUnexpected);
+    EXPECT_EQ(Render(map), " | A(-5,1,0:)");
+    std::stringstream medium(zeroCode);
+    MCStream stream(medium, ZVTStream::binary);
+    EXPECT_THROW(R::GetInstance()->RestoreFrom(stream, nullptr, nullptr), EXUnexpected);
+    char first = 0;
+    stream >> first;
+    EXPECT_EQ(first, 1) << "a refused call reads nothing";
+}
+
+}  // namespace

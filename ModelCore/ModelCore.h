@@ -26,6 +26,13 @@
 #include "ModelCore/ZVFWMC/MCUDPMap.h"
 #include "ModelCore/ZVFWMC/MCVisitor.h"
 #include "ModelCore/ZVFWMC/MdlCore.h"
+
+// Traversal
+#include "ModelCore/ZVFWMC/MCAgent.h"
+#include "ModelCore/ZVFWMC/MCDepthFirstWalker.h"
+#include "ModelCore/ZVFWMC/MCVisitorAgent.h"
+#include "ModelCore/ZVFWMC/MCWalker.h"
+
 #include "foundation/ZVTBoolean.h"
 #include "foundation/ZVTHSet.h"
 #include "foundation/ZVTStream.h"

@@ -1,6 +1,8 @@
 #ifndef ZVTITER_H
 #define ZVTITER_H
 
+#include <cstddef>
+
 #include "foundation/ZVTBoolean.h"
 
 /// Decides whether an iterator hands out an element.

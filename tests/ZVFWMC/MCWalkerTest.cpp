@@ -1,0 +1,224 @@
+// Walkers, agents and visitors as a host drives them: the depth-first order and its filter, the
+// single-user rule and the ends of walker and visitor, agents that stop, edits during a walk, deep trees.
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "support/ModelTestSupport.h"
+
+namespace {
+
+// Renders every object it visits by the name the test gave it, then runs an optional hook.
+class Recorder : public MCVisitor {
+public:
+    explicit Recorder(std::map<const MCObject*, std::string>& names) : m_xNames(names) {}
+    void Visit(MCObject* object) override {
+        m_sLog += (m_sLog.empty() ? "" : " ") + m_xNames[object];
+        if (m_xHook)
+            m_xHook(object);
+    }
+    std::map<const MCObject*, std::string>& m_xNames;
+    std::string m_sLog;
+    std::function<void(MCObject*)> m_xHook;
+};
+
+class RefuseFilter : public ZVTFilter<MCObject*> {
+public:
+    ZVTBoolean Test(MCObject*& object) override { return m_xRefused.count(object) == 0; }
+    std::set<const MCObject*> m_xRefused;
+};
+
+class ProbeUser : public MCWalkerUser {
+public:
+    ProbeUser() : MCWalkerUser(nullptr) {}
+    void InvalidateWalker() override { ++m_nInvalidated; }
+    int m_nInvalidated = 0;
+};
+
+// A: B (D, E), C -- ownees oldest first.
+class WalkerTest : public ModelTest {
+protected:
+    void SetUp() override {
+        ModelTest::SetUp();
+        A = Named("A", nullptr);
+        B = Named("B", A);
+        C = Named("C", A);
+        D = Named("D", B);
+        E = Named("E", B);
+    }
+    MCObject* Named(const std::string& name, MCObject* owner) {
+        MCObject* object = Make(owner);
+        m_xNames[object] = name;
+        return object;
+    }
+    std::string Walk(MCObject* start, ZVTFilter<MCObject*>* filter, std::function<void(MCObject*)> hook) {
+        Recorder recorder(m_xNames);
+        recorder.m_xHook = std::move(hook);
+        MCDepthFirstWalker walker(start, filter);
+        MCVisitorAgent agent(walker, recorder);
+        agent.Execute();
+        return recorder.m_sLog;
+    }
+
+    std::map<const MCObject*, std::string> m_xNames;
+    MCObject *A, *B, *C, *D, *E;
+};
+
+TEST_F(WalkerTest, OrderIsPreOrderWithTheYoungestOwneeFirstAndAFilterCutsWholeSubtrees) {
+    struct Case {
+        const char* name;
+        MCObject* start;
+        std::set<const MCObject*> refused;
+        const char* expected;
+    } cases[] = {
+        {"whole tree", A, {}, "A C B E D"},      {"subtree", B, {}, "B E D"},
+        {"refused inner object", A, {B}, "A C"}, {"refused leaf", A, {D}, "A C B E"},
+        {"refused start", A, {A}, ""},           {"null start", nullptr, {}, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        RefuseFilter filter;
+        filter.m_xRefused = c.refused;
+        EXPECT_EQ(Walk(c.start, &filter, nullptr), c.expected);
+    }
+}
+
+TEST_F(WalkerTest, AFinishedWalkStaysFinishedUntilResetWhichTakesTheStartPastTheFilter) {
+    RefuseFilter filter;
+    filter.m_xRefused = {A, D};
+    Recorder recorder(m_xNames);
+    MCDepthFirstWalker walker(A, &filter);
+    MCVisitorAgent agent(walker, recorder);
+    agent.Execute();
+    walker.Reset(A);
+    agent.Execute();
+    agent.Execute();
+    EXPECT_EQ(recorder.m_sLog, "A C B E");
+    EXPECT_EQ(walker.GetValue(), E) << "the end of the walk keeps the last object";
+    walker.Reset(nullptr);
+    EXPECT_FALSE(walker.Traverse());
+    EXPECT_EQ(walker.GetStart(), A);
+}
+
+TEST_F(WalkerTest, UseKeepsTheFirstUserAndTellsItOfEveryLaterAttempt) {
+    ProbeUser first, second;  // attached by hand, so they must outlive the walker
+    MCDepthFirstWalker walker(A, nullptr);
+    EXPECT_TRUE(walker.Use(&first, true));
+    EXPECT_FALSE(walker.Use(&second, true));
+    EXPECT_EQ(first.m_nInvalidated * 10 + second.m_nInvalidated, 10);
+    EXPECT_FALSE(walker.Use(&second, false)) << "the refused user was not stored";
+    EXPECT_TRUE(walker.Use(&first, false));
+    EXPECT_TRUE(walker.Use(&second, true));
+}
+
+TEST_F(WalkerTest, ASecondAgentTakesOverAndEveryAgentStopsWhenWalkerOrVisitorEnds) {
+    for (bool sharedWalker : {true, false}) {
+        SCOPED_TRACE(sharedWalker ? "shared walker" : "shared visitor");
+        Recorder recorder1(m_xNames), recorder2(m_xNames);
+        MCDepthFirstWalker walker1(A, nullptr), walker2(B, nullptr);
+        MCVisitorAgent first(walker1, recorder1);
+        MCVisitorAgent second(sharedWalker ? walker1 : walker2, sharedWalker ? recorder2 : recorder1);
+        EXPECT_FALSE(first.IsValid());
+        first.Execute();
+        second.Execute();
+        EXPECT_EQ(recorder1.m_sLog + "|" + recorder2.m_sLog, sharedWalker ? "|A C B E D" : "B E D|");
+    }
+
+    // Agents outlive what they use, whether they were recorded as its user or not.
+    auto recorder = std::make_unique<Recorder>(m_xNames);
+    auto walker = std::make_unique<MCDepthFirstWalker>(A, nullptr);
+    MCVisitorAgent first(*walker, *recorder);
+    MCVisitorAgent second(*walker, *recorder);
+    walker.reset();
+    EXPECT_FALSE(second.IsValid());
+    EXPECT_EQ(second.GetWalker(), nullptr);
+    second.Execute();
+
+    MCDepthFirstWalker walker3(A, nullptr);
+    MCVisitorAgent third(walker3, *recorder);
+    EXPECT_TRUE(third.IsValid());
+    recorder.reset();
+    EXPECT_FALSE(third.IsValid());
+    EXPECT_EQ(third.GetVisitor(), nullptr);
+    third.Execute();
+    EXPECT_TRUE(walker3.Traverse()) << "an invalid agent does not step the walker";
+}
+
+TEST_F(WalkerTest, AnAgentInvalidatedDuringActStopsBeforeTheNextStep) {
+    // A second agent made on the walker from inside Act takes the rest of the walk.
+    Recorder recorder(m_xNames);
+    MCDepthFirstWalker walker(A, nullptr);
+    std::unique_ptr<MCVisitorAgent> successor;
+    recorder.m_xHook = [&](MCObject* object) {
+        if (object == C)
+            successor = std::make_unique<MCVisitorAgent>(walker, recorder);
+    };
+    MCVisitorAgent agent(walker, recorder);
+    agent.Execute();
+    EXPECT_EQ(recorder.m_sLog, "A C");
+    successor->Execute();
+    EXPECT_EQ(recorder.m_sLog, "A C B E D");
+}
+
+TEST_F(WalkerTest, EditsDuringTheWalkFollowTheLoadingOfOwneesAtEachStep) {
+    // In turn on one tree: each case keeps what the one before it did. Without a name, the object expunges
+    // itself.
+    struct Case {
+        const char* name;
+        MCObject* on;
+        const char* add;
+        const char* expected;
+    } cases[] = {
+        {"ownee added under the current object is not reached", B, "X", "A C B E D"},
+        {"ownee added under an object still to come is reached", C, "Y", "A C B Y X E D"},
+        {"current leaf expunged", C, nullptr, "A C B Y X E D"},
+        {"after the edits", nullptr, nullptr, "A B Y X E D"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(Walk(A, nullptr,
+                       [&](MCObject* o) {
+                           if (o == c.on && c.add)
+                               Named(c.add, B);
+                           else if (o == c.on)
+                               o->Expunge(true);
+                       }),
+                  c.expected);
+    }
+}
+
+TEST_F(WalkerTest, ADeepChainIsWalkedWithoutRecursion) {
+    // Announcements and deaths climb the owners one call per level, so the chain is made without
+    // creation semantics and goes quietly, from the leaf up.
+    struct Quiet : MCFactoryContext {
+        ZVTBoolean SemanticsNeeded() override { return false; }
+    };
+    constexpr long c_lDepth = 100000;
+    std::vector<MCObject*> chain{Make()};
+    for (long i = 1; i < c_lDepth; ++i) {
+        Quiet quiet;
+        chain.push_back(static_cast<MCObject*>(
+            MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, chain.back(), &quiet, nullptr)));
+    }
+
+    ZVTHSetT<long> ids([](const long& id) { return static_cast<unsigned int>(id); });
+    ids.Insert(-1);
+    MCTreeVisitor visitor(ids);
+    MCDepthFirstWalker walker(chain.front(), nullptr);
+    MCVisitorAgent agent(walker, visitor);
+    agent.Execute();
+    EXPECT_EQ(ids.Entries(), static_cast<size_t>(c_lDepth) + 1) << "the set is not emptied first";
+    EXPECT_EQ(walker.GetValue(), chain.back());
+    EXPECT_THROW(visitor.Visit(nullptr), EXUnexpected);
+
+    for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+        (*it)->SetFlag(MCItem::itemTreeExpunge, true);
+        (*it)->Expunge(true);
+    }
+}
+
+}  // namespace

@@ -24,7 +24,9 @@ public:
     using HashFn = unsigned int (*)(const T&);
 
     /// An empty container that will start with room for about buckets slots.
-    explicit HashBag(HashFn hash, size_t buckets = 64) : m_xCore(hash, buckets) {}
+    /// An empty bag with room for about buckets values at first; `localityBits` as for HashCore.
+    explicit HashBag(HashFn hash, size_t buckets = 64, unsigned int localityBits = 0)
+        : m_xCore(hash, buckets, localityBits) {}
 
     /// Adds value; false (and nothing added) when a set already holds it.
     ZVTBoolean Insert(const T& value) { return m_xCore.Emplace(Unique, value, value).second; }

@@ -23,6 +23,13 @@ inline std::uint64_t MixHash(unsigned int hash) {
     return x;
 }
 
+/// Keeps hashes that differ only in their low `localityBits` bits side by side, spreading the blocks
+/// they form as MixHash spreads any hash: for keys whose neighbours in value are used together, such as
+/// the addresses of objects made one after the other.
+inline std::uint64_t LocalHash(unsigned int hash, unsigned int localityBits) {
+    return (MixHash(hash >> localityBits) << localityBits) | (hash & ((1u << localityBits) - 1u));
+}
+
 /// Open addressing with linear probing on a power-of-two table, at most 3/4 full, with backward-shift
 /// deletion (no tombstones). Entries live in place, beside one control byte per slot: 0 for empty,
 /// otherwise 0x80 and seven bits of the mixed hash, which settles most mismatches without a key compare.
@@ -33,10 +40,14 @@ public:
     using HashFn = unsigned int (*)(const Key&);
     static constexpr size_t npos = static_cast<size_t>(-1);
 
-    /// An empty table whose first allocation has room for about buckets slots.
-    HashCore(HashFn hash, size_t buckets) : m_pfHash(hash), m_nInitial(RoundUp(buckets)) {}
+    /// An empty table whose first allocation has room for about buckets slots; with `localityBits`,
+    /// hashes are placed by LocalHash rather than MixHash. Only keys that stay sparse within such a block
+    /// may ask for it: a block filled densely would form one long probe run.
+    HashCore(HashFn hash, size_t buckets, unsigned int localityBits = 0)
+        : m_pfHash(hash), m_nInitial(RoundUp(buckets)), m_nLocalityBits(localityBits) {}
     /// A copy of every entry.
-    HashCore(const HashCore& other) : m_pfHash(other.m_pfHash), m_nInitial(other.m_nInitial) {
+    HashCore(const HashCore& other)
+        : m_pfHash(other.m_pfHash), m_nInitial(other.m_nInitial), m_nLocalityBits(other.m_nLocalityBits) {
         if (other.m_nSize == 0)
             return;
         Allocate(other.Capacity());
@@ -55,7 +66,8 @@ public:
         }
     }
     /// Takes the other's entries; the other is left empty.
-    HashCore(HashCore&& other) noexcept : m_pfHash(other.m_pfHash), m_nInitial(other.m_nInitial) {
+    HashCore(HashCore&& other) noexcept
+        : m_pfHash(other.m_pfHash), m_nInitial(other.m_nInitial), m_nLocalityBits(other.m_nLocalityBits) {
         Swap(other);
     }
     /// Replaces the entries by a copy of the other's.
@@ -193,7 +205,10 @@ private:
         return capacity;
     }
     static std::uint8_t Tag(std::uint64_t hash) { return static_cast<std::uint8_t>(0x80 | (hash >> 57)); }
-    std::uint64_t Mix(const Key& key) const { return MixHash(m_pfHash(key)); }
+    std::uint64_t Mix(const Key& key) const {
+        const unsigned int hash = m_pfHash(key);
+        return m_nLocalityBits == 0 ? MixHash(hash) : LocalHash(hash, m_nLocalityBits);
+    }
 
     void Reserve(size_t size) {
         if (m_pxSlots != nullptr && size * 4 <= Capacity() * 3)
@@ -258,6 +273,7 @@ private:
     void Swap(HashCore& other) noexcept {
         std::swap(m_pfHash, other.m_pfHash);
         std::swap(m_nInitial, other.m_nInitial);
+        std::swap(m_nLocalityBits, other.m_nLocalityBits);
         std::swap(m_pxSlots, other.m_pxSlots);
         std::swap(m_pcCtrl, other.m_pcCtrl);
         std::swap(m_nMask, other.m_nMask);
@@ -266,6 +282,7 @@ private:
 
     HashFn m_pfHash;
     size_t m_nInitial;  // capacity of the first allocation
+    unsigned int m_nLocalityBits;
     Entry* m_pxSlots = nullptr;
     std::uint8_t* m_pcCtrl = nullptr;
     size_t m_nMask = 0;

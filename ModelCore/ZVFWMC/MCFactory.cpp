@@ -1,5 +1,6 @@
 #include "ModelCore/ZVFWMC/MCFactory.h"
 
+#include <cstdint>
 #include <memory>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
@@ -80,6 +81,13 @@ unsigned long MCPoolFactory::GetPool() {
 // The one door of creation: the registry's operations that make items and call into them
 
 namespace {
+
+// An object's address in units of 16 bytes, its alignment; 256 such units (4 KB) share a block of the
+// live-object table, where objects of at least 16 bytes stay sparse.
+unsigned int HashObjectAddress(MCObject* const& object) {
+    return static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(object) >> 4);
+}
+constexpr unsigned int c_nAddressLocalityBits = 8;
 
 // The item flags a new property of `code` takes from its registration.
 unsigned short RegisteredPropertyFlags(MCMetaInfoI* impl, short code) {
@@ -169,7 +177,9 @@ void MCFactoryRegistry::RegisterInstance(MCObject* object, ZVTBoolean add) {
         return;
     }
     if (!slot) {
-        auto table = std::make_unique<ZVTHTableT<MCObject*>>(HashPointer, 64);
+        // Objects made one after the other lie close together, and so do their places in the table: a
+        // tree built or expunged in order touches the table in runs rather than at random.
+        auto table = std::make_unique<ZVTHTableT<MCObject*>>(HashObjectAddress, 64, c_nAddressLocalityBits);
         impl->m_xInstances.Insert(object->GetType(), table.get());
         table.release()->Insert(object);
         return;

@@ -256,3 +256,22 @@ TEST(ZVTSmartPtrTest, DeletesWhatItOwnsExactlyOnce) {
 }
 
 }  // namespace
+
+// Values placed by blocks (as object addresses are) behave as a set like any other: inserted, found and
+// removed against a model, through growth and backward-shift removal across block edges.
+TEST(ZVTHSetTest, BlockPlacedValuesKeepSetBehaviour) {
+    ZVTHSetT<long> set([](const long& value) { return static_cast<unsigned int>(value); }, 8, 8);
+    std::set<long> model;
+    std::mt19937 random(5);
+    for (int step = 0; step < 20000; ++step) {
+        // Runs of neighbours inside a few blocks, and scattered values.
+        const long value = random() % 2 ? static_cast<long>(random() % 2048) : static_cast<long>(random());
+        if (random() % 3 != 0)
+            ASSERT_EQ(set.Insert(value), model.insert(value).second) << "step " << step;
+        else
+            ASSERT_EQ(set.Remove(value), model.erase(value) == 1) << "step " << step;
+    }
+    EXPECT_EQ(set.Entries(), model.size());
+    for (long value : model)
+        ASSERT_TRUE(set.Contains(value)) << value;
+}

@@ -95,3 +95,31 @@ TEST_F(ObjectExpungeTest, QuietWaysOfGoing) {
         Crate::c_bUnit = false;
     }
 }
+
+// A subscriber that, hearing an ownee die, expunges that ownee's next sibling and makes a new ownee: the
+// owner's end still takes every ownee, the one made late included, and each goes exactly once.
+TEST_F(ObjectExpungeTest, OwneesMadeAndTakenDownDuringTheEndAllGoOnce) {
+    struct Meddler : MCSubscriber {
+        void Notify(MCEvent& event) override {
+            auto* dying = static_cast<MCObject*>(event.GetSubject());
+            if (event.GetEventType() != MCEvent::SubjectDestroyed || m_nActions++ != 0)
+                return;
+            MCObject* owner = dying->GetOwner(0, MCItem::rttiExact);
+            if (MCObject* next = dying->GetNextSibling())
+                next->Expunge(true);
+            MCFactoryRegistry::CreateItem(TestNode::c_sType, owner, nullptr, nullptr);
+        }
+        int m_nActions = 0;
+    } meddler;
+    MCObject* root = Make();
+    const int aliveBefore = TestNode::c_nAlive;
+    const int destroyedBefore = TestNode::c_nDestroyed;
+    MCObject* first = MakeNode(root);
+    MakeNode(root);
+    MakeNode(root);
+    first->AddSubscriber(&meddler, MCEvent::subscriberObserver);
+    root->Expunge(true);
+    EXPECT_EQ(meddler.m_nActions, 1);
+    EXPECT_EQ(TestNode::c_nAlive, aliveBefore);
+    EXPECT_EQ(TestNode::c_nDestroyed - destroyedBefore, 4);
+}

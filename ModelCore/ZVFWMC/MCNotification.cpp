@@ -168,6 +168,8 @@ MCNotification::result MCObjectSubjectDestNotification::Notify(MCObject* pObject
     MCPropertySetIter properties(pObject->GetPropertySet());
     while (++properties) {
         MCProperty* property = properties.GetValue();
+        if (!property || !property->IsReference())
+            continue;
         ZVTBoolean gone = false;
         if (auto* single = mc_detail::PropertyCast<MCSRef>(property)) {
             if (!single->IsBound() || single->GetValue() != target)

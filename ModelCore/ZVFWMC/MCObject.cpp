@@ -577,7 +577,7 @@ constexpr short c_sCloneIdProperty = 582;
 class MCPropertyFilterDefaultEquality : public ZVTFilter<MCProperty*> {
 public:
     ZVTBoolean Test(MCProperty*& property) override {
-        if (mc_detail::PropertyCast<MCSRef>(property) || mc_detail::PropertyCast<MCVRef>(property))
+        if (property->IsReference())
             return false;
         unsigned long flags = 0;
         return MCFactoryRegistry::GetFlags(property->GetType(), flags) &&

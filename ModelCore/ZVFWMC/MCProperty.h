@@ -57,6 +57,10 @@ public:
     /// Lets a visitor of this value kind visit the property; other visitors see nothing.
     virtual void AcceptVisitor(MCVisitor* visitor) = 0;
 
+    /// Whether the value refers to other objects (single and list references); answered without a cast,
+    /// for the walks that run on every death.
+    virtual ZVTBoolean IsReference() const { return false; }
+
     /// MCItem::SetType; the object is not used.
     void SetType(MCObject* object, short type);
     using MCItem::SetType;

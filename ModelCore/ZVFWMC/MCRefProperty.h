@@ -98,6 +98,8 @@ public:
 
     /// Whether the value is a live pointer that the holder's subscription counts.
     ZVTBoolean IsBound() const { return !GetFlag(itemNulled | itemNL); }
+    /// True: a reference.
+    ZVTBoolean IsReference() const override { return true; }
 
 private:
     friend class MCSRefRawAccessor;
@@ -143,6 +145,8 @@ public:
     ZVTBoolean IsBound() const { return !GetFlag(itemNulled | itemNL); }
     /// How many entries are `target`; linear in the list.
     long Occurrences(const MCObject* target) const;
+    /// True: a reference.
+    ZVTBoolean IsReference() const override { return true; }
 
 private:
     friend class MCVRefRawAccessor;

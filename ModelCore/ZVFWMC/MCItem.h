@@ -1,9 +1,12 @@
 #ifndef MCITEM_H
 #define MCITEM_H
 
+#include <cstddef>
+
 #include "ModelCore/ZVFWMC/MCDebug.h"
 #include "foundation/ZVTBoolean.h"
 #include "foundation/ZVTExport.h"
+#include "foundation/ZVTPool.h"
 
 class MCFactoryContext;
 
@@ -30,6 +33,11 @@ public:
 
     /// An item of `type` with no flags.
     explicit MCItem(short type) : m_sType(type) {}
+
+    /// Items come from the small-block pool: a model holds millions of them.
+    static void* operator new(std::size_t size) { return ZVTPool::Allocate(size); }
+    /// Gives the block back to the pool; the virtual destructor passes the whole item's size.
+    static void operator delete(void* block, std::size_t size) noexcept { ZVTPool::Release(block, size); }
     ~MCItem() override;
 
     /// The type code; 0 for none.

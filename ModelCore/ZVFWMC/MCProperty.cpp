@@ -5,6 +5,7 @@
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
 #include "ModelCore/ZVFWMC/MCStreams.h"
+#include "foundation/ZVTPool.h"
 
 // ---------------------------------------------------------------------------------------------------
 // MCProperty
@@ -93,6 +94,7 @@ namespace {
 template <class T>
 struct SegmentChain {
     static constexpr int c_nSlots = 4;
+    static constexpr std::size_t c_nBytes = sizeof(T*) * (c_nSlots + 1);
 
     static T** Next(T** segment) { return reinterpret_cast<T**>(segment[c_nSlots]); }
 
@@ -100,7 +102,7 @@ struct SegmentChain {
         // Iterative: recursion would be as deep as the chain.
         while (segment) {
             T** next = Next(segment);
-            delete[] segment;
+            ZVTPool::Release(segment, c_nBytes);
             segment = next;
         }
     }
@@ -119,7 +121,10 @@ struct SegmentChain {
 
     // Links a zeroed block to the end of the chain (or starts it) and gives the block's first slot.
     static T** Grow(T**& first) {
-        T** segment = new T*[c_nSlots + 1]();
+        // From the pool: every object has at least one segment.
+        auto** segment = static_cast<T**>(ZVTPool::Allocate(c_nBytes));
+        for (int i = 0; i <= c_nSlots; ++i)
+            segment[i] = nullptr;
         if (!first) {
             first = segment;
             return segment;

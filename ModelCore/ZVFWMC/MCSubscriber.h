@@ -21,6 +21,7 @@
 #include "foundation/ZVTBoolean.h"
 #include "foundation/ZVTExport.h"
 #include "foundation/ZVTIter.h"
+#include "foundation/ZVTPool.h"
 
 class MCEvent;
 class MCSubject;
@@ -35,6 +36,10 @@ public:
     MCSubscriberReference() = default;
     /// pSubscriber (not owned) with count 1 and the low 8 bits of nType.
     MCSubscriberReference(MCSubscriber* pSubscriber, unsigned int nType) { Initialize(pSubscriber, nType); }
+    /// Entries come from the small-block pool: there is one for every reference in a model.
+    static void* operator new(std::size_t nSize) { return ZVTPool::Allocate(nSize); }
+    /// Gives the entry's block back to the pool.
+    static void operator delete(void* pBlock, std::size_t nSize) noexcept { ZVTPool::Release(pBlock, nSize); }
     /// Copies subscriber, count and type; the copy belongs to no list.
     MCSubscriberReference(const MCSubscriberReference& other)
         : m_pxSubscriber(other.m_pxSubscriber),

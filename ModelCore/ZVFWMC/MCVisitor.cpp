@@ -1,5 +1,7 @@
 #include "ModelCore/ZVFWMC/MCVisitor.h"
 
+#include "ModelCore/ZVFWMC/MCGuardsPrivate.h"
+
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 
@@ -27,29 +29,15 @@ MCVisitor::~MCVisitor() {
 void MCVisitor::Visit(MCObject* /*object*/) {}
 
 ZVTBoolean MCVisitor::Use(MCVisitorUser* user, ZVTBoolean attach) {
-    if (!user)
-        return false;
-    if (!attach) {
-        if (user != m_pxUser)
-            return false;
-        m_pxUser = nullptr;
-        return true;
-    }
-    if (!m_pxUser) {
-        m_pxUser = user;
-        return true;
-    }
-    m_pxUser->InvalidateVisitor();
-    return false;
+    return mc_detail::TakeOrLeave(m_pxUser, user, attach,
+                                  [](MCVisitorUser& present) { present.InvalidateVisitor(); });
 }
 
 MCVisitorUser::MCVisitorUser(MCVisitor* visitor) : m_pxVisitor(visitor) {
     if (!visitor)
         return;
-    m_pxNextGuard = visitor->m_pxFirstGuard;
-    if (m_pxNextGuard)
-        m_pxNextGuard->m_pxPrevGuard = this;
-    visitor->m_pxFirstGuard = this;
+    mc_detail::LinkGuard(visitor->m_pxFirstGuard, this, &MCVisitorUser::m_pxPrevGuard,
+                         &MCVisitorUser::m_pxNextGuard);
     visitor->Use(this, true);
 }
 
@@ -57,12 +45,8 @@ MCVisitorUser::~MCVisitorUser() {
     if (!m_pxVisitor)
         return;
     m_pxVisitor->Use(this, false);
-    if (m_pxPrevGuard)
-        m_pxPrevGuard->m_pxNextGuard = m_pxNextGuard;
-    else
-        m_pxVisitor->m_pxFirstGuard = m_pxNextGuard;
-    if (m_pxNextGuard)
-        m_pxNextGuard->m_pxPrevGuard = m_pxPrevGuard;
+    mc_detail::UnlinkGuard(m_pxVisitor->m_pxFirstGuard, this, &MCVisitorUser::m_pxPrevGuard,
+                           &MCVisitorUser::m_pxNextGuard);
 }
 
 MCTreeVisitor::MCTreeVisitor(ZVTHSetT<long>& ids) : m_xIds(ids) {}

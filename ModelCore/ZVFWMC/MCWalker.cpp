@@ -1,5 +1,7 @@
 #include "ModelCore/ZVFWMC/MCWalker.h"
 
+#include "ModelCore/ZVFWMC/MCGuardsPrivate.h"
+
 MCWalker::MCWalker(MCObject* start) : m_pxStart(start) {}
 
 MCWalker::~MCWalker() {
@@ -27,29 +29,15 @@ void MCWalker::SetStart(MCObject* start) {
 }
 
 ZVTBoolean MCWalker::Use(MCWalkerUser* user, ZVTBoolean attach) {
-    if (!user)
-        return false;
-    if (!attach) {
-        if (user != m_pxUser)
-            return false;
-        m_pxUser = nullptr;
-        return true;
-    }
-    if (!m_pxUser) {
-        m_pxUser = user;
-        return true;
-    }
-    m_pxUser->InvalidateWalker();
-    return false;
+    return mc_detail::TakeOrLeave(m_pxUser, user, attach,
+                                  [](MCWalkerUser& present) { present.InvalidateWalker(); });
 }
 
 MCWalkerUser::MCWalkerUser(MCWalker* walker) : m_pxWalker(walker) {
     if (!walker)
         return;
-    m_pxNextGuard = walker->m_pxFirstGuard;
-    if (m_pxNextGuard)
-        m_pxNextGuard->m_pxPrevGuard = this;
-    walker->m_pxFirstGuard = this;
+    mc_detail::LinkGuard(walker->m_pxFirstGuard, this, &MCWalkerUser::m_pxPrevGuard,
+                         &MCWalkerUser::m_pxNextGuard);
     walker->Use(this, true);
 }
 
@@ -57,10 +45,6 @@ MCWalkerUser::~MCWalkerUser() {
     if (!m_pxWalker)
         return;
     m_pxWalker->Use(this, false);
-    if (m_pxPrevGuard)
-        m_pxPrevGuard->m_pxNextGuard = m_pxNextGuard;
-    else
-        m_pxWalker->m_pxFirstGuard = m_pxNextGuard;
-    if (m_pxNextGuard)
-        m_pxNextGuard->m_pxPrevGuard = m_pxPrevGuard;
+    mc_detail::UnlinkGuard(m_pxWalker->m_pxFirstGuard, this, &MCWalkerUser::m_pxPrevGuard,
+                           &MCWalkerUser::m_pxNextGuard);
 }

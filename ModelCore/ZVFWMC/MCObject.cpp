@@ -1,6 +1,7 @@
 #include "ModelCore/ZVFWMC/MCObject.h"
 
 #include <memory>
+#include <vector>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCEvent.h"
@@ -513,35 +514,38 @@ void MCObject::Notify(MCEvent& event) {
 }
 
 ZVTBoolean MCObject::Expunge(ZVTBoolean top) {
-    SetFlag(itemExpunging, true);
-    if (!GetFlag(itemTreeExpunge)) {
-        if (IsPersistenceUnit())
-            SetFlag(itemTreeExpunge, true);
-        MCObjectSem* failed = nullptr;
-        // An ownee cannot outlive its owner: only the object asked for may refuse.
-        if (MCObjectSemReg::FireSemantics(MCObjectSem::PreDestructon, this, failed, nullptr, true) ==
-                MCObjectSem::resultFailed &&
-            top) {
-            SetFlag(itemExpunging, false);
-            SetFlag(itemTreeExpunge, false);
-            return true;
-        }
-    }
+    if (!PrepareExpunge(top))
+        return true;
     return Expunge_(top);
 }
 
-ZVTBoolean MCObject::Expunge_(ZVTBoolean top) {
-    const ZVTBoolean quietly = GetFlag(itemTreeExpunge);
-    if (!quietly)
+ZVTBoolean MCObject::PrepareExpunge(ZVTBoolean top) {
+    SetFlag(itemExpunging, true);
+    if (GetFlag(itemTreeExpunge))
+        return true;
+    if (IsPersistenceUnit())
+        SetFlag(itemTreeExpunge, true);
+    MCObjectSem* failed = nullptr;
+    // An ownee cannot outlive its owner: only the object asked for may refuse.
+    if (MCObjectSemReg::FireSemantics(MCObjectSem::PreDestructon, this, failed, nullptr, true) ==
+            MCObjectSem::resultFailed &&
+        top) {
+        SetFlag(itemExpunging, false);
+        SetFlag(itemTreeExpunge, false);
+        return false;
+    }
+    return true;
+}
+
+void MCObject::AnnounceEnd() {
+    if (!GetFlag(itemTreeExpunge))
         NotifySubscribers(MCEvent::Instantiate(
             MCEvent::SubjectDestroyed, this,
             MCEvent::subscriberOwner | MCEvent::subscriberObserver | MCEvent::subscriberReferenceHolder));
-    // The head each time: an ownee may make or take down siblings while it goes.
-    while (MCObject* ownee = RemoveFirstOwnee()) {
-        ownee->SetFlag(itemTreeExpunge, quietly);
-        ownee->Expunge(false);
-    }
-    if (!quietly) {
+}
+
+void MCObject::FinishExpunge(ZVTBoolean top) {
+    if (!GetFlag(itemTreeExpunge)) {
         MCPropertySetIter properties(m_xProperties);
         while (++properties) {
             if (MCProperty* property = properties.GetValue())
@@ -553,6 +557,26 @@ ZVTBoolean MCObject::Expunge_(ZVTBoolean top) {
             owner->RemoveOwnedObject(this);
     }
     delete this;
+}
+
+ZVTBoolean MCObject::Expunge_(ZVTBoolean top) {
+    AnnounceEnd();
+    // The subtree goes depth first on a stack of its own, so that a deep chain costs no call depth: each
+    // object's rules and events run before its ownees', its memory goes after theirs. The head of an
+    // owner's list is taken each time, as an ownee may make or take down siblings while it goes.
+    std::vector<MCObject*> pending{this};
+    while (!pending.empty()) {
+        MCObject* object = pending.back();
+        if (MCObject* ownee = object->RemoveFirstOwnee()) {
+            ownee->SetFlag(itemTreeExpunge, object->GetFlag(itemTreeExpunge));
+            ownee->PrepareExpunge(false);
+            ownee->AnnounceEnd();
+            pending.push_back(ownee);
+            continue;
+        }
+        pending.pop_back();
+        object->FinishExpunge(object == this && top);
+    }
     return true;
 }
 

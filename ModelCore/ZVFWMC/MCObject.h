@@ -210,6 +210,12 @@ private:
     ZVTBoolean SetFlag_(unsigned short& flag, ZVTBoolean on) override;
     ZVTBoolean SetFlags_(unsigned short& flags) override;
 
+    // The steps of an object's end: the rules' veto (false when it is heeded, only with `top`), the
+    // event to the subscribers, and after the ownees the clean-up and the memory.
+    ZVTBoolean PrepareExpunge(ZVTBoolean top);
+    void AnnounceEnd();
+    void FinishExpunge(ZVTBoolean top);
+
     MCProperty* FindProperty_(short type, ZVTBoolean withNulled) const;
     // Makes the property of `type` on this object; null after message 601 when it cannot be made, also
     // for an object type.

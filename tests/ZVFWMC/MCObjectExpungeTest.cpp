@@ -123,3 +123,20 @@ TEST_F(ObjectExpungeTest, OwneesMadeAndTakenDownDuringTheEndAllGoOnce) {
     EXPECT_EQ(TestNode::c_nAlive, aliveBefore);
     EXPECT_EQ(TestNode::c_nDestroyed - destroyedBefore, 4);
 }
+
+// A chain of 10^5 objects goes the ordinary way, rules and events included, without a call per level.
+TEST_F(ObjectExpungeTest, DeepChainGoesWithoutDeepRecursion) {
+    struct Quiet : MCFactoryContext {
+        ZVTBoolean SemanticsNeeded() override { return false; }
+    } quiet;
+    MCObject* root = Make();
+    MCObject* last = root;
+    for (int i = 0; i < 100000; ++i)
+        last = static_cast<MCObject*>(
+            MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, last, &quiet, nullptr));
+    last->AddSubscriber(&m_xWatch, MCEvent::subscriberObserver);
+    const long lastId = last->GetId();
+    root->Expunge(true);
+    EXPECT_EQ(MCObject::ResolveId(lastId), nullptr);
+    EXPECT_EQ(TakeLog(), "SD@" + std::to_string(lastId));
+}

@@ -1,5 +1,8 @@
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "ModelCore/ZVFWMC/EXBase.h"
 
 namespace {
@@ -138,7 +141,8 @@ void MCIdSpace::Reset() {
         if (page == nullptr)
             continue;
         // Back to zero before reuse: a page is only ever handed out empty.
-        *page = Page();
+        page->m_nUsed = 0;
+        std::fill(std::begin(page->m_apxSlots), std::end(page->m_apxSlots), nullptr);
         m_xFreePages.push_back(page);
         page = nullptr;
     }

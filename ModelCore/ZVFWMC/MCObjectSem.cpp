@@ -3,15 +3,12 @@
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+#include "ModelCore/ZVFWMC/MCNotification.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 
 namespace {
 
 const ZVTString c_xSourceFile("ModelCore/ZVFWMC/MCObjectSem");
-
-unsigned int HashType(const short& type) {
-    return static_cast<unsigned short>(type);
-}
 
 }  // namespace
 
@@ -159,7 +156,7 @@ void MCObjectSemHandler::SetInterests(unsigned long nMask, type nType) {
 MCObjectSemReg* MCObjectSemReg::c_pxSingleton = nullptr;
 ZVTBoolean MCObjectSemReg::ms_bDead = false;
 
-MCObjectSemReg::MCObjectSemReg() : m_xHandlers(HashType, 64) {}
+MCObjectSemReg::MCObjectSemReg() : m_xHandlers(MCNotificationDirectory::HashId, 64) {}
 
 MCObjectSemReg::~MCObjectSemReg() {
     m_eState = stateDying;

@@ -4,15 +4,6 @@
 #include "ModelCore/ZVFWMC/MCEvent.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 
-namespace {
-
-MCPropertySemantic::result FireRules(MCPropertySemantic::mode mode, short type, MCObject* object,
-                                     MCProperty* property, MCPropertySemanticContext* context) {
-    return MCPropertySemanticRegistry::FireSemantics(mode, type, object, property, context);
-}
-
-}  // namespace
-
 MCPropertyAccessor::~MCPropertyAccessor() = default;
 MCVPropertyAccessor::~MCVPropertyAccessor() = default;
 MCPropertySemanticContext::~MCPropertySemanticContext() = default;
@@ -23,8 +14,9 @@ MCPropertySemantic::result MCPropertyAccessor::FirePreSemantics(short type, MCOb
                                                                 ZVTBoolean inherited) {
     if (!m_bActive)
         return MCPropertySemantic::resultContinue;
-    return FireRules(inherited ? MCPropertySemantic::InheritedPreEdit : MCPropertySemantic::PreEdit, type,
-                     object, property, context);
+    return MCPropertySemanticRegistry::FireSemantics(
+        inherited ? MCPropertySemantic::InheritedPreEdit : MCPropertySemantic::PreEdit, type, object,
+        property, context);
 }
 
 MCPropertySemantic::result MCPropertyAccessor::FirePostSemantics(short type, MCObject* object,
@@ -33,8 +25,9 @@ MCPropertySemantic::result MCPropertyAccessor::FirePostSemantics(short type, MCO
                                                                  ZVTBoolean inherited) {
     if (!m_bActive)
         return MCPropertySemantic::resultContinue;
-    return FireRules(inherited ? MCPropertySemantic::InheritedPostEdit : MCPropertySemantic::PostEdit, type,
-                     object, property, context);
+    return MCPropertySemanticRegistry::FireSemantics(
+        inherited ? MCPropertySemantic::InheritedPostEdit : MCPropertySemantic::PostEdit, type, object,
+        property, context);
 }
 
 void MCPropertyAccessor::Notify(MCObject* object, MCProperty* property, long hintCode, MCObject* hintObject,
@@ -56,7 +49,8 @@ ZVTBoolean MCPropertyAccessor::CalculateBeforeRead(MCProperty* property, MCObjec
         return true;
     if (!object)
         return false;
-    FireRules(MCPropertySemantic::CalculateValue, property->GetType(), object, property, nullptr);
+    MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::CalculateValue, property->GetType(), object,
+                                              property, nullptr);
     return true;
 }
 
@@ -66,8 +60,9 @@ ZVTBoolean MCPropertyAccessor::NullPropertyValue(MCProperty* property, MCObject*
     MCActiveAccessor active(this, 0);
     MCPropertySemanticContext context(&active);
     if (m_bActive) {
-        if (FireRules(MCPropertySemantic::PreDestructon, property->GetType(), object, property, &context) ==
-            MCPropertySemantic::resultRefused)
+        if (MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::PreDestructon, property->GetType(),
+                                                      object, property,
+                                                      &context) == MCPropertySemantic::resultRefused)
             return false;
         if (object) {
             // Subscribers see the property with its value still in place.

@@ -6,6 +6,7 @@
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+#include "ModelCore/ZVFWMC/MCNotification.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "foundation/ZVTHDict.h"
 #include "foundation/ZVTVector.h"
@@ -13,10 +14,6 @@
 namespace {
 
 constexpr short c_sGenericObject = 2;
-
-unsigned int HashType(const short& type) {
-    return static_cast<unsigned short>(type);
-}
 
 }  // namespace
 
@@ -39,7 +36,9 @@ public:
     using Lists = ZVTHDict<short, MCPropertySemanticList*>;
 
     MCPropertySemanticHandler()
-        : m_xSemantics(HashType), m_xExternalSemantics(HashType), m_xChains(HashType) {}
+        : m_xSemantics(MCNotificationDirectory::HashId),
+          m_xExternalSemantics(MCNotificationDirectory::HashId),
+          m_xChains(MCNotificationDirectory::HashId) {}
     ~MCPropertySemanticHandler() {
         DeleteLists(m_xSemantics);
         DeleteLists(m_xExternalSemantics);
@@ -84,7 +83,7 @@ public:
 /// invalidates the caches, and what it drops is only freed once no firing is running.
 class MCPropertySemanticRegistryImpl {
 public:
-    MCPropertySemanticRegistryImpl() : m_xHandlers(HashType) {}
+    MCPropertySemanticRegistryImpl() : m_xHandlers(MCNotificationDirectory::HashId) {}
     ~MCPropertySemanticRegistryImpl() { Purge(); }
 
     // Every change of a handler, a list or a link moves the generation, so no cache outlives it.

@@ -1,28 +1,6 @@
 #include "ModelCore/ZVFWMC/MCEvent.h"
 
-#include <new>
-
-namespace {
-
-// Freed event blocks waiting for reuse, linked through their first word.
-struct FreeBlock {
-    FreeBlock* m_pxNext;
-};
-
-FreeBlock* s_pxFreeBlocks = nullptr;
-std::size_t s_nFreeBlocks = 0;
-
-// Enough for deep event chains and nested deliveries; a burst beyond it goes back to the heap rather
-// than stay pinned.
-constexpr std::size_t c_nMaxFreeBlocks = 256;
-
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool c_bPool = false;
-#else
-constexpr bool c_bPool = true;
-#endif
-
-}  // namespace
+#include "foundation/ZVTPool.h"
 
 long MCEvent::c_nInstanceCount = 0;
 
@@ -62,24 +40,11 @@ MCEvent* MCEvent::GetChain(MCSubject* pSubject) const {
 }
 
 void* MCEvent::operator new(std::size_t nSize) {
-    if (c_bPool && nSize == sizeof(MCEvent) && s_pxFreeBlocks != nullptr) {
-        FreeBlock* pBlock = s_pxFreeBlocks;
-        s_pxFreeBlocks = pBlock->m_pxNext;
-        --s_nFreeBlocks;
-        return pBlock;
-    }
-    return ::operator new(nSize);
+    return ZVTPool::Allocate(nSize);
 }
 
 void MCEvent::operator delete(void* pBlock, std::size_t nSize) noexcept {
-    if (pBlock == nullptr)
-        return;
-    if (c_bPool && nSize == sizeof(MCEvent) && s_nFreeBlocks < c_nMaxFreeBlocks) {
-        s_pxFreeBlocks = ::new (pBlock) FreeBlock{s_pxFreeBlocks};
-        ++s_nFreeBlocks;
-        return;
-    }
-    ::operator delete(pBlock);
+    ZVTPool::Release(pBlock, nSize);
 }
 
 MCEventUser::MCEventUser(MCEvent& rEvent) : ZVTReferenceUser(&rEvent) {}

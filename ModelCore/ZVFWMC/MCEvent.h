@@ -1,10 +1,9 @@
 #ifndef MCEVENT_H
 #define MCEVENT_H
 
-// Events are made for every delivered change, so they come from a free list of their own: after
-// warm-up, firing and forgetting an event touches no global heap. The list is single-threaded like
-// the rest of the library and keeps at most a few hundred blocks; sanitizer builds bypass it so that a
-// late use of a dead event is caught.
+// Events are made for every delivered change, so they come from the small-block pool: after warm-up,
+// firing and forgetting an event touches no global heap. Sanitizer builds bypass the pool so that a late
+// use of a dead event is caught.
 
 #include <cstddef>
 

@@ -153,7 +153,9 @@ MCObjectNotification MCObjectNotification::c_xInstance;
 MCObjectSubjectDestNotification MCObjectSubjectDestNotification::c_xInstance;
 
 MCNotification::result MCObjectNotification::Notify(MCObject* pObject, MCEvent& rEvent) {
-    pObject->NotifySubscribers(rEvent);
+    // Queued rather than called when an ownee's delivery brought the event here: a deep tree would
+    // otherwise climb on the call stack.
+    pObject->PassOnToSubscribers(rEvent);
     return resultHandled;
 }
 

@@ -280,20 +280,76 @@ void MCSubject::CleanUpList() {
     }
 }
 
-void MCSubject::NotifySubscribers(MCEvent& rEvent) {
-    // Declared in this order so they are released subject first, event last: the event may die with it.
-    MCEventUser xEventGuard(rEvent);
-    MCSubjectUser xSubjectGuard(*this);
-    // The guard keeps every node in place, so the walk may stand on a node across a Notify that adds or
-    // removes subscribers; the next link is read only after the call.
-    for (MCSubscriberReference* pEntry = First(); pEntry != nullptr; pEntry = pEntry->m_pxNext) {
-        const MCSubscriberReference xEntry(*pEntry);
-        if (xEntry.GetReferenceCount() == 0)
-            continue;
-        if ((xEntry.GetSubscriberType() & rEvent.GetSubscriberType()) == 0)
-            continue;
-        xEntry.GetSubscriber()->Notify(rEvent);
+namespace {
+
+// A delivery under way: the subject whose subscribers hear the event and the entry last handed it. Both
+// subject and event are counted while it stands, so its entries stay put and the event alive.
+struct Delivery {
+    MCSubject* m_pxSubject;
+    MCEvent* m_pxEvent;
+    MCSubscriberReference* m_pxCurrent;  // null until the first entry is reached
+};
+
+// The deliveries of this thread, innermost last. An owner passing its ownee's event on adds a delivery here
+// instead of a call frame, so the loop in Deliver is all the depth a climb takes.
+thread_local std::vector<Delivery> t_xDeliveries;
+
+}  // namespace
+
+void MCSubject::BeginDelivery(MCEvent& rEvent) {
+    rEvent.AddReference();
+    AddReference();
+    t_xDeliveries.push_back(Delivery{this, &rEvent, nullptr});
+}
+
+void MCSubject::Deliver(std::size_t nBase) {
+    auto finishTop = [] {
+        const Delivery done = t_xDeliveries.back();
+        t_xDeliveries.pop_back();
+        // Subject first, event last: the event may be what keeps the subject alive.
+        done.m_pxSubject->RemoveReference();
+        done.m_pxEvent->RemoveReference();
+    };
+    try {
+        while (t_xDeliveries.size() > nBase) {
+            // By index: a Notify below may grow the vector.
+            const std::size_t nTop = t_xDeliveries.size() - 1;
+            Delivery& rTop = t_xDeliveries[nTop];
+            // The next link is read only now, after the previous Notify returned.
+            MCSubscriberReference* pEntry =
+                rTop.m_pxCurrent == nullptr ? rTop.m_pxSubject->First() : rTop.m_pxCurrent->m_pxNext;
+            if (pEntry == nullptr) {
+                finishTop();
+                continue;
+            }
+            rTop.m_pxCurrent = pEntry;
+            const MCSubscriberReference xEntry(*pEntry);
+            if (xEntry.GetReferenceCount() == 0)
+                continue;
+            MCEvent& rEvent = *rTop.m_pxEvent;
+            if ((xEntry.GetSubscriberType() & rEvent.GetSubscriberType()) == 0)
+                continue;
+            xEntry.GetSubscriber()->Notify(rEvent);
+        }
+    } catch (...) {
+        while (t_xDeliveries.size() > nBase)
+            finishTop();
+        throw;
     }
+}
+
+void MCSubject::NotifySubscribers(MCEvent& rEvent) {
+    const std::size_t nBase = t_xDeliveries.size();
+    BeginDelivery(rEvent);
+    Deliver(nBase);
+}
+
+void MCSubject::PassOnToSubscribers(MCEvent& rEvent) {
+    if (t_xDeliveries.empty()) {
+        NotifySubscribers(rEvent);
+        return;
+    }
+    BeginDelivery(rEvent);
 }
 
 unsigned int MCSubject::Dump(std::ofstream& stream, long /*level*/) {

@@ -14,6 +14,7 @@
 // - Nodes never move and are unlinked only by a clean-up (no walk running) or RemoveAllSubscribers, so
 //   a delivery standing on a node survives any Add or Remove. NotifySubscribers allocates nothing.
 
+#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 
@@ -115,8 +116,13 @@ public:
     /// Frees every subscription, stale or live, without telling the subscribers.
     void RemoveAllSubscribers();
     /// Calls Notify on every live entry whose types share a bit with the event's mask, then releases the
-    /// event, which this destroys when nothing else holds it. Allocates nothing.
+    /// event, which this destroys when nothing else holds it. Allocates nothing once a thread has delivered
+    /// at its deepest.
     void NotifySubscribers(MCEvent& rEvent);
+    /// NotifySubscribers for an event passed on by a subscriber: inside a delivery running on this thread
+    /// it is queued to run as soon as the current subscriber returns, before that delivery goes on, so an
+    /// event climbing an owner chain of any depth costs no call depth. Outside one it is NotifySubscribers.
+    void PassOnToSubscribers(MCEvent& rEvent);
 
 private:
     friend class MCSubjectUser;
@@ -126,6 +132,8 @@ private:
     unsigned int AddReference();
     unsigned int RemoveReference();
     void CleanUpList();
+    void BeginDelivery(MCEvent& rEvent);
+    static void Deliver(std::size_t nBase);
 
     ZVTBoolean IsIndexed() const { return (m_uSubscribers & 1u) != 0; }
     SubscriberIndex* GetIndex() const;

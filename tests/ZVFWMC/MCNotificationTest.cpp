@@ -2,6 +2,12 @@
 // handler, duplicates, the ancestor links made through contexts and aliases, and events climbing the
 // owner tree only for types that registered.
 
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <memory>
+#include <vector>
+
 #include "support/ModelTestSupport.h"
 
 namespace {
@@ -150,4 +156,70 @@ TEST_F(NotificationTest, EditsClimbToObserversButNotToReferenceHolders) {
         root->RemoveSubscriber(&holder, MCEvent::subscriberReferenceHolder);
         middle->RemoveSubscriber(&holder, MCEvent::subscriberReferenceHolder);
     }
+}
+
+TEST_F(NotificationTest, AClimbIsDepthFirstInSubscriberOrder) {
+    // Each subject tells its subscribers in ascending address, and an owner's whole climb comes at the
+    // owner's place in that order, before the ownee's later subscribers.
+    struct Named : MCSubscriber {
+        Named(std::string* log, char name) : m_psLog(log), m_cName(name) {}
+        void Notify(MCEvent& /*event*/) override { *m_psLog += m_cName; }
+        std::string* m_psLog;
+        char m_cName;
+    };
+    std::string log;
+    std::vector<std::unique_ptr<Named>> observers;
+    MCObject* root = Make();
+    MCObject* middle = Make(root);
+    MCObject* leaf = Make(middle);
+    std::map<MCSubject*, std::vector<std::pair<void*, char>>> subscribers;  // '^' marks the owner
+    subscribers[leaf].push_back({middle, '^'});
+    subscribers[middle].push_back({root, '^'});
+    const std::pair<MCObject*, const char*> placed[] = {{leaf, "abc"}, {middle, "de"}, {root, "f"}};
+    for (const auto& [object, names] : placed) {
+        for (const char* name = names; *name; ++name) {
+            observers.push_back(std::make_unique<Named>(&log, *name));
+            object->AddSubscriber(observers.back().get(), MCEvent::subscriberObserver);
+            subscribers[object].push_back({observers.back().get(), *name});
+        }
+    }
+    std::function<std::string(MCSubject*)> expected = [&](MCSubject* subject) {
+        auto entries = subscribers[subject];
+        std::sort(entries.begin(), entries.end());
+        std::string order;
+        for (const auto& [address, name] : entries)
+            order += name == '^' ? expected(static_cast<MCObject*>(address)) : std::string(1, name);
+        return order;
+    };
+    ASSERT_TRUE(SetLong(leaf, 87, 4));
+    EXPECT_EQ(log, expected(leaf));
+    for (const auto& [object, names] : placed)
+        for (const auto& observer : observers)
+            object->RemoveSubscriber(observer.get(), MCEvent::subscriberObserver);
+}
+
+TEST_F(NotificationTest, EventsClimbAChainOfAnyDepth) {
+    // 10^5 levels: an edit at the bottom reaches the root's observer without a call per level. The chain
+    // is made quietly, as a creation announced at depth d would climb d levels.
+    struct Quiet : MCFactoryContext {
+        ZVTBoolean SemanticsNeeded() override { return false; }
+    } quiet;
+    struct Counter : MCSubscriber {
+        void Notify(MCEvent& event) override {
+            ++m_nCount;
+            m_pxLastSubject = event.GetSubject();
+        }
+        long m_nCount = 0;
+        MCSubject* m_pxLastSubject = nullptr;
+    } observer;
+    MCObject* root = Make();
+    MCObject* last = root;
+    for (int i = 0; i < 100000; ++i)
+        last = static_cast<MCObject*>(
+            MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, last, &quiet, nullptr));
+    root->AddSubscriber(&observer, MCEvent::subscriberObserver);
+    ASSERT_TRUE(SetLong(last, 87, 4));
+    EXPECT_EQ(observer.m_nCount, 1);
+    EXPECT_EQ(observer.m_pxLastSubject, last);
+    root->RemoveSubscriber(&observer, MCEvent::subscriberObserver);
 }

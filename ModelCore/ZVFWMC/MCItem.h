@@ -66,6 +66,9 @@ public:
     virtual ZVTBoolean IsEqualTo(MCItem* other) const;
 
 protected:
+    // A restore replaces a stored object's flag word as it was saved, past the hooks.
+    friend class MCPersRestoreVisitor;
+
     /// Veto and filter hook before one flag changes; may change `flag`. The base agrees.
     virtual ZVTBoolean SetFlag_(unsigned short& flag, ZVTBoolean on);
     /// The same for the whole word.

@@ -2,11 +2,22 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCDepthFirstWalker.h"
+#include "ModelCore/ZVFWMC/MCEnvironment.h"
+#include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+#include "ModelCore/ZVFWMC/MCIdSpace.h"
+#include "ModelCore/ZVFWMC/MCObject.h"
+#include "ModelCore/ZVFWMC/MCObjectFilters.h"
+#include "ModelCore/ZVFWMC/MCProperty.h"
+#include "ModelCore/ZVFWMC/MCPropertySemantics.h"
 #include "ModelCore/ZVFWMC/MCStreams.h"
+#include "ModelCore/ZVFWMC/MCUDPMap.h"
+#include "ModelCore/ZVFWMC/MCVisitorAgent.h"
 #include "platform/HUB.h"
 
 namespace {
@@ -26,6 +37,25 @@ template <class T>
 bool Read(MCStream& stream, T& value) {
     stream >> value;
     return !stream.fail();
+}
+
+const short c_sPersistenceRootType = 530;
+const short c_sIdPropertyType = 132;
+// itemTreeExpunge and itemExpunging describe a running expunge, never a stored state.
+const unsigned short c_uStoredFlagsMask = 0x3FFF;
+
+MCObject* PersistenceRoot(MCObject* object) {
+    if (object->IsType(c_sPersistenceRootType, MCItem::rttiDerived))
+        return object;
+    return object->GetOwner(c_sPersistenceRootType, MCItem::rttiDerived);
+}
+
+// The global section goes through the host's environment; without one there is no way to read or write it.
+MCEnvironment& Environment() {
+    MCEnvironment* environment = MCEnvironment::GetInstance();
+    if (!environment)
+        MC_THROW_UNEXPECTED(c_xSourceFile);
+    return *environment;
 }
 
 }  // namespace
@@ -128,4 +158,247 @@ MCPersHeader::result MCPersHeader::RestoreFrom(MCStream& stream) {
     } catch (...) {
         return resultStreamFailed;
     }
+}
+
+// --- contexts ---------------------------------------------------------------------------------------
+
+MCPersFactoryContext::~MCPersFactoryContext() = default;
+
+ZVTBoolean MCPersFactoryContext::SemanticsNeeded() {
+    return false;
+}
+
+long MCPersFactoryContext::RequestId() {
+    const long id = m_lRequestedId;
+    m_lRequestedId = 0;
+    return id;
+}
+
+MCPersSemanticContext::~MCPersSemanticContext() = default;
+
+ZVTBoolean MCPersSemanticContext::PropsExist() const {
+    return true;
+}
+
+// --- save -------------------------------------------------------------------------------------------
+
+MCPersSaveVisitor::~MCPersSaveVisitor() = default;
+
+void MCPersSaveVisitor::Visit(MCObject* object) {
+    if (!object)
+        throw MCPersExBadTree();
+    *m_pxStream << static_cast<char>(MCStream::tokenObject);
+    MCPersObjectHeader header;
+    header.m_sType = object->GetType();
+    header.m_lId = object->GetId();
+    const MCObject* owner = object->GetOwner(0, MCItem::rttiDerived);
+    header.m_lOwnerId = owner ? owner->GetId() : 0;
+    header.m_usFlags = static_cast<unsigned short>(object->GetFlags() & c_uStoredFlagsMask);
+    SaveObjectHeader(header, *object);
+    SaveProperties(*object);
+    *m_pxStream << static_cast<char>(MCStream::tokenObjectEnd);
+}
+
+void MCPersSaveVisitor::SaveObjectHeader(MCPersObjectHeader& header, MCObject& /*object*/) {
+    *m_pxStream << header.m_sType << header.m_lId << header.m_lOwnerId << header.m_usFlags;
+}
+
+void MCPersSaveVisitor::SaveProperties(MCObject& object) {
+    MCPropertyListIter iter(&object, nullptr, nullptr);
+    while (++iter) {
+        MCProperty* property = iter.GetValue();
+        *m_pxStream << static_cast<char>(MCStream::tokenProperty);
+        SaveProperty(property->GetType(), *property, object);
+    }
+}
+
+void MCPersSaveVisitor::SaveProperty(short type, MCProperty& property, MCObject& /*object*/) {
+    *m_pxStream << type;
+    property.SaveTo(*m_pxStream);
+}
+
+// --- restore ----------------------------------------------------------------------------------------
+
+MCPersRestoreVisitor::~MCPersRestoreVisitor() = default;
+
+void MCPersRestoreVisitor::Visit(MCObject* object) {
+    const ZVTBoolean flush = m_bFlush;
+    m_bFlush = false;
+    if (!object)
+        throw MCPersExBadTree();
+
+    MCStream& stream = *m_pxStream;
+    unsigned short flags = 0;
+    if (!Read(stream, flags))
+        return;
+    // A damaged file must not start the object off as being expunged.
+    object->SetFlagsRaw(static_cast<unsigned short>(flags & c_uStoredFlagsMask));
+
+    while (!stream.eof()) {
+        char token = 0;
+        if (!Read(stream, token) || token != MCStream::tokenProperty)
+            break;
+        short type = 0;
+        if (!Read(stream, type))
+            break;
+        const long runtimeId = object->GetId();
+        const bool isId = type == c_sIdPropertyType;
+        if (type < 0)
+            type = stream.TranslateUDPType(type);
+
+        MCProperty* property = const_cast<MCProperty*>(object->FindProperty(type, true));
+        if (!property) {
+            MCItem* item = MCFactoryRegistry::CreateItem(type, object, nullptr, nullptr);
+            property = dynamic_cast<MCProperty*>(item);
+            // An object type in a property's place was made as an ownee; the tree disposes of it.
+            if (!property)
+                MC_THROW_UNEXPECTED(c_xSourceFile);
+        }
+        property->RestoreFrom(stream);
+
+        if (isId) {
+            // The stored id lives on only in the stream's id space.
+            auto* idProperty = dynamic_cast<MCSPropertyT<long>*>(property);
+            if (!flush)
+                object->SetId(runtimeId);
+            else if (idProperty)
+                idProperty->SetValue(runtimeId);
+        }
+    }
+}
+
+MCPersController::~MCPersController() = default;
+
+MCPersController::result MCPersController::SaveTo(MCStream& stream, MCObject* object, MCPersHeader& header) {
+    if (header.SaveTo(stream) != MCPersHeader::resultOk)
+        return resultHeadNotWritten;
+    MCObject* root = object ? PersistenceRoot(object) : nullptr;
+    if (!root)
+        MC_THROW_UNEXPECTED(c_xSourceFile);
+    Environment().SaveGlobals(stream, root);
+    m_pxSaveStream = &stream;
+
+    MCPersSaveVisitor visitor(stream);
+    MCDepthFirstWalker walker(object, nullptr);
+    MCVisitorAgent agent(walker, visitor);
+    agent.Execute();
+    return resultOk;
+}
+
+MCPersController::result MCPersController::RestoreFrom(MCStream& stream, MCObject*& object,
+                                                       MCPersHeader& header) {
+    char token = 0;
+    MCObject* root = nullptr;
+    MCUDPMap* udpMap = nullptr;
+    m_pxRestoreStream = &stream;
+    m_pxIdSpace = &stream.GetIdSpace();
+
+    // The map is ours until the stream adopts it.
+    struct MapGuard {
+        MCStream& stream;
+        MCUDPMap*& map;
+        ~MapGuard() {
+            if (map && stream.GetUDPMap() != map)
+                delete map;
+        }
+    } mapGuard{stream, udpMap};
+
+    switch (header.RestoreFrom(stream)) {
+        case MCPersHeader::resultOk:
+            break;
+        case MCPersHeader::resultBadPrefix:
+            return resultBadPrefix;
+        case MCPersHeader::resultNewerMajor:
+            return resultNewerMajor;
+        case MCPersHeader::resultNewerMinor:
+            return resultNewerMinor;
+        case MCPersHeader::resultOtherCompany:
+            return resultOtherCompany;
+        case MCPersHeader::resultOtherProduct:
+            return resultOtherProduct;
+        default:
+            MC_THROW_UNEXPECTED(c_xSourceFile);
+    }
+
+    MCPersRestoreVisitor visitor(stream);
+    while (!stream.eof() && token != MCStream::tokenEndMark) {
+        if (!Read(stream, token))
+            break;
+        switch (token) {
+            case MCStream::tokenEndMark:
+                break;
+            case MCStream::tokenObject: {
+                MCObject* created = CreateObject(visitor, root ? nullptr : udpMap);
+                if (!created)  // the header was cut off
+                    token = MCStream::tokenEndMark;
+                else if (!root)
+                    root = created;
+                break;
+            }
+            case MCStream::tokenGlobals:
+                Environment().RestoreGlobalToken(token, stream, &udpMap);
+                break;
+            default:
+                if (root)
+                    root->Expunge(true);
+                return resultUnknownToken;
+        }
+    }
+
+    // Every reference resolves before any rule runs, so a rule may follow references freely.
+    const size_t count = m_xCreatedObjects.Entries();
+    for (size_t i = 0; i < count; ++i)
+        m_xCreatedObjects.At(i)->ResolveIds(*m_pxIdSpace);
+    for (size_t i = 0; i < count; ++i) {
+        MCObject* created = m_xCreatedObjects.At(i);
+        MCObjectSem* failed = nullptr;
+        MCObjectSemReg::FireSemantics(MCObjectSem::CalculateData, created, failed, nullptr, false);
+        MCPropertyListIter iter(created, nullptr, nullptr);
+        while (++iter) {
+            MCProperty* property = iter.GetValue();
+            MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::PostCalculateData,
+                                                      property->GetType(), created, property, nullptr);
+        }
+    }
+    object = root;
+    return resultOk;
+}
+
+MCObject* MCPersController::CreateObject(MCPersRestoreVisitor& visitor, MCUDPMap* map) {
+    MCStream& stream = *m_pxRestoreStream;
+    short type = 0;
+    long id = 0;
+    long ownerId = 0;
+    if (!Read(stream, type) || !Read(stream, id) || !Read(stream, ownerId))
+        return nullptr;
+    MCObject* owner = m_pxIdSpace->ResolveId(ownerId);
+
+    m_xFactoryContext.Reset();
+    MCItem* item = nullptr;
+    try {
+        item = MCFactoryRegistry::CreateItem(type, owner, &m_xFactoryContext, nullptr);
+    } catch (...) {
+        throw MCPersExObjectCreation(type);
+    }
+    MCObject* object = dynamic_cast<MCObject*>(item);
+    // A property code in an object's place was entered into the owner's set; the owner disposes of it.
+    if (!object)
+        throw MCPersExObjectCreation(type);
+
+    m_xCreatedObjects.Append(object);
+    m_pxIdSpace->RegisterPointer(id, object);
+
+    if (map) {
+        MCObject* root = PersistenceRoot(object);
+        if (!stream.GetUDPMap() && root) {
+            MCFactoryRegistry::RegisterUDPs(*root, map);
+            stream.AdoptUDPMap(map);
+        }
+        MCMapToIterT<short, short> iter(*map);
+        while (++iter)
+            MCFactoryRegistry::ValidatePersistenceUnit(iter.To(), root);
+    }
+
+    visitor.Visit(object);
+    return object;
 }

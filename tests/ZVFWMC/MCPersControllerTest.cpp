@@ -1,0 +1,328 @@
+// Covers saving and restoring trees through the controller: every result, the exceptions, files that end
+// early or carry an end mark, id remapping, the order of resolving and firing, user-defined properties
+// read under other codes, stored flags and the order of restored ownees.
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+#include "support/PersTestSupport.h"
+
+namespace {
+
+constexpr short c_sInteger = 87;
+constexpr short c_sRef = 89;
+constexpr short c_sRefList = 90;
+
+/// A file written field by field.
+struct Bytes {
+    std::stringstream medium;
+    MCStream stream{medium, ZVTStream::binary};
+
+    explicit Bytes(bool head = true) {
+        if (head) {
+            MCPersHeader header = PersLimits();
+            header.SaveTo(stream);
+        }
+    }
+    Bytes& Token(int token) {
+        stream << static_cast<char>(token);
+        return *this;
+    }
+    Bytes& Object(short type, long id, long owner, unsigned short flags = 0) {
+        stream << static_cast<char>(MCStream::tokenObject) << type << id << owner << flags;
+        return *this;
+    }
+    Bytes& Integer(short type, long value) {
+        stream << static_cast<char>(MCStream::tokenProperty) << type << static_cast<unsigned short>(0)
+               << value;
+        return *this;
+    }
+    Bytes& End() { return Token(MCStream::tokenObjectEnd); }
+    std::string Str() const { return medium.str(); }
+};
+
+long IntegerOf(const MCObject* object, short type) {
+    MCSPropertyRawAccessorT<long> accessor;
+    return object->GetProperty(type, accessor) ? accessor.GetValue() : -999;
+}
+
+MCObject* RefOf(const MCObject* object) {
+    MCSRefRawAccessor accessor;
+    return object->GetProperty(c_sRef, accessor) ? accessor.GetValue() : nullptr;
+}
+
+std::vector<MCObject*> Ownees(const MCObject* owner) {
+    std::vector<MCObject*> out;
+    for (MCObject* o = owner->GetFirstOwnee(); o; o = o->GetNextSibling())
+        out.push_back(o);
+    return out;
+}
+
+using C = MCPersController;
+
+TEST_F(PersTest, EachRefusedHeadMapsToItsResultAndCreatesNothing) {
+    const struct {
+        MCPersHeader stored;
+        C::result expected;
+    } cases[] = {
+        {MCPersHeader(5, 0, "Acme", "Tool", ""), C::resultNewerMajor},
+        {MCPersHeader(4, 3, "Acme", "Tool", ""), C::resultNewerMinor},
+        {MCPersHeader(4, 2, "Other", "Tool", ""), C::resultOtherCompany},
+        {MCPersHeader(4, 2, "Acme", "Other", ""), C::resultOtherProduct},
+    };
+    for (auto c : cases) {
+        SCOPED_TRACE(c.expected);
+        std::stringstream medium;
+        MCStream stream(medium, ZVTStream::binary);
+        ASSERT_EQ(c.stored.SaveTo(stream), MCPersHeader::resultOk);
+        stream << static_cast<char>(MCStream::tokenObject) << TestNode::c_sType << 1L << 0L
+               << static_cast<unsigned short>(0);
+        PersRestored r = Restore(medium.str());
+        EXPECT_EQ(r.result, c.expected);
+        EXPECT_TRUE(r.created.empty());
+    }
+    EXPECT_EQ(Restore("MdlCorX" + std::string(40, '\0')).result, C::resultBadPrefix);
+    // A head that ends inside the product code is a stream failure, not a refusal.
+    EXPECT_THROW(Restore(Bytes().Str().substr(0, 20)), EXUnexpected);
+}
+
+TEST_F(PersTest, SaveFailsOnAnUnwritableHeadAndWithoutAPersistenceRoot) {
+    MCObject* root = Make(nullptr, PersRoot::c_sType);
+    std::stringstream medium;
+    MCStream stream(medium, ZVTStream::binary);
+    MCPersController controller;
+    MCPersHeader tooWide(1L << 40, 0, "Acme", "Tool", "");
+    EXPECT_EQ(controller.SaveTo(stream, root, tooWide), C::resultHeadNotWritten);
+
+    MCObject* loose = Make();
+    MCPersHeader header = PersLimits();
+    for (MCObject* object : {loose, static_cast<MCObject*>(nullptr)}) {
+        std::stringstream fresh;
+        MCStream freshStream(fresh, ZVTStream::binary);
+        EXPECT_THROW(controller.SaveTo(freshStream, object, header), EXUnexpected);
+    }
+}
+
+TEST_F(PersTest, UnknownTopLevelTokenExpungesTheTreeAndLeavesTheOutputAlone) {
+    const std::string bytes = Bytes()
+                                  .Object(TestNode::c_sType, 10, 0)
+                                  .End()
+                                  .Object(TestNode::c_sType, 11, 10)
+                                  .End()
+                                  .Token(0x33)
+                                  .Object(TestNode::c_sType, 12, 0)
+                                  .End()
+                                  .Str();
+    std::stringstream medium(bytes);
+    MCStream stream(medium, ZVTStream::binary);
+    MCPersHeader header = PersLimits();
+    MCPersController controller;
+    MCObject* out = reinterpret_cast<MCObject*>(&medium);
+    EXPECT_EQ(controller.RestoreFrom(stream, out, header), C::resultUnknownToken);
+    EXPECT_EQ(out, reinterpret_cast<MCObject*>(&medium));
+    EXPECT_EQ(controller.GetCreatedObjects().Entries(), 2u);
+    EXPECT_EQ(TestNode::c_nAlive, m_nAliveAtStart);
+}
+
+TEST_F(PersTest, FailingFactoryThrowsWithTheTypeAndKeepsWhatWasMade) {
+    const std::string bytes = Bytes()
+                                  .Object(TestNode::c_sType, 10, 0)
+                                  .End()
+                                  .Object(TestNode::c_sType, 11, 10)
+                                  .End()
+                                  .Object(4321, 12, 10)
+                                  .End()
+                                  .Str();
+    try {
+        Restore(bytes);
+        FAIL() << "no exception";
+    } catch (const MCPersExObjectCreation& e) {
+        EXPECT_EQ(e.GetObjectType(), 4321);
+    }
+    ASSERT_EQ(m_xRestored.size(), 1u);
+    EXPECT_EQ(m_xRestored[0]->GetOwneeCount(), 1);
+    EXPECT_EQ(TestNode::c_nAlive, m_nAliveAtStart + 2);
+}
+
+TEST_F(PersTest, NullObjectReachingAVisitorIsABadTree) {
+    std::stringstream medium;
+    MCStream stream(medium, ZVTStream::binary);
+    MCPersSaveVisitor save(stream);
+    MCPersRestoreVisitor restore(stream);
+    EXPECT_THROW(save.Visit(nullptr), MCPersExBadTree);
+    EXPECT_THROW(restore.Visit(nullptr), MCPersExBadTree);
+    EXPECT_TRUE(medium.str().empty());
+}
+
+TEST_F(PersTest, FileWithoutObjectsGivesNullRootAndEndMarkStopsReading) {
+    MCObject* model = Make(nullptr, PersRoot::c_sType);
+    Bytes headOnly;
+    MCEnvironment::GetInstance()->SaveGlobals(headOnly.stream, model);
+    PersRestored r = Restore(headOnly.Str());
+    EXPECT_EQ(r.result, C::resultOk);
+    EXPECT_EQ(r.root, nullptr);
+
+    // Nothing after the end mark is read, not even a token that would be refused.
+    const std::string marked = Bytes()
+                                   .Object(TestNode::c_sType, 10, 0)
+                                   .End()
+                                   .Token(-1)
+                                   .Token(0x33)
+                                   .Object(TestNode::c_sType, 11, 0)
+                                   .Str();
+    r = Restore(marked);
+    EXPECT_EQ(r.result, C::resultOk);
+    EXPECT_EQ(r.created.size(), 1u);
+}
+
+TEST_F(PersTest, TruncatedFileAtAnyByteRestoresThePartReadWithoutFailing) {
+    MCObject* model = Make(nullptr, PersRoot::c_sType);
+    MCObject* a = Make(model, Shape::c_sType);
+    MCObject* b = Make(model, Shape::c_sType);
+    SetLong(a, c_sInteger, 7);
+    MCSRefRawAccessor ref(b);
+    ASSERT_TRUE(a->SetProperty(c_sRef, ref, MCPropertyAccessor::accessAdd));
+    const std::string full = Save(model);
+    const size_t head = Bytes().Str().size();
+    size_t previous = 0;
+    for (size_t cut = head; cut <= full.size(); ++cut) {
+        SCOPED_TRACE(cut);
+        PersRestored r = Restore(full.substr(0, cut));
+        ASSERT_EQ(r.result, C::resultOk);
+        EXPECT_EQ(r.root, r.created.empty() ? nullptr : r.created.front());
+        EXPECT_GE(r.created.size(), previous);
+        previous = r.created.size();
+    }
+    EXPECT_EQ(previous, 3u);
+}
+
+TEST_F(PersTest, RestoredObjectsTakeFreshIdsAndReferencesFollowThem) {
+    MCObject* model = Make(nullptr, PersRoot::c_sType);
+    MCObject* a = Make(model, Shape::c_sType);
+    MCObject* b = Make(model, Shape::c_sType);
+    MCObject* c = Make(b, Shape::c_sType);
+    MCSRefRawAccessor single(c);
+    ASSERT_TRUE(a->SetProperty(c_sRef, single, MCPropertyAccessor::accessAdd));
+    ZVTSList<MCObject*> list;
+    list.Append(a);
+    list.Append(model);
+    list.Append(a);
+    MCVRefRawAccessor many(&list);
+    ASSERT_TRUE(c->SetProperty(c_sRefList, many, MCPropertyAccessor::accessAdd));
+
+    PersRestored r = Restore(Save(model));
+    ASSERT_EQ(r.result, C::resultOk);
+    ASSERT_EQ(r.created.size(), 4u);
+    // Saved as model, b, c, a: ownees from the last.
+    MCObject* rb = r.created[1];
+    MCObject* rc = r.created[2];
+    MCObject* ra = r.created[3];
+    EXPECT_EQ(rc->GetOwner(0, MCItem::rttiDerived), rb);
+    EXPECT_NE(ra->GetId(), a->GetId());
+    EXPECT_EQ(MCObject::ResolveId(ra->GetId()), ra);
+    EXPECT_EQ(RefOf(ra), rc);
+    MCVRefRawAccessor read;
+    ASSERT_TRUE(rc->GetProperty(c_sRefList, read));
+    ASSERT_EQ(read.GetList()->Entries(), 3u);
+    EXPECT_EQ(read.GetList()->At(0), ra);
+    EXPECT_EQ(read.GetList()->At(1), r.root);
+    EXPECT_EQ(read.GetList()->At(2), ra);
+}
+
+TEST_F(PersTest, RulesFireAfterEveryReferenceIsResolvedAndNoCreationRuleRuns) {
+    MCObject* model = Make(nullptr, PersRoot::c_sType);
+    MCObject* target = Make(model, Shape::c_sType);
+    MCObject* holder = Make(model, Shape::c_sType);  // saved, and so made, before its target
+    MCSRefRawAccessor ref(target);
+    ASSERT_TRUE(holder->SetProperty(c_sRef, ref, MCPropertyAccessor::accessAdd));
+
+    ObjectRule objectRule("obj", MCObjectSem::PostCreation | MCObjectSem::CalculateData);
+    AddRule(Shape::c_sType, objectRule);
+    PropertyRule propertyRule("prop", MCPropertySemantic::PostCalculateData);
+    propertyRule.m_xAct = [](MCPropertySemantic::mode, MCObject* object, MCProperty*,
+                             MCPropertySemanticContext*) {
+        MCObject* seen = RefOf(object);
+        const bool resolved =
+            seen && seen != object &&
+            seen->GetOwner(0, MCItem::rttiDerived) == object->GetOwner(0, MCItem::rttiDerived);
+        Record(resolved ? "resolved" : "unresolved", 0);
+        return MCPropertySemantic::resultContinue;
+    };
+    AddRule(Shape::c_sType, c_sRef, propertyRule);
+    const std::string bytes = Save(model);
+    TakeLog();
+
+    PersRestored r = Restore(bytes);
+    ASSERT_EQ(r.result, C::resultOk);
+    EXPECT_EQ(TakeLog(), "obj:4 prop:10 resolved:0 obj:4");
+}
+
+TEST_F(PersTest, UserDefinedPropertiesAreReadUnderTheCodesOfThisProcess) {
+    const short current = MCFactoryRegistry::RegisterUDP("PersColour", c_sInteger, nullptr, true);
+    ASSERT_LT(current, 0);
+    const short stored = static_cast<short>(current - 40);  // as another process numbered it
+    Bytes file;
+    file.Token(MCStream::tokenGlobals);
+    file.stream << static_cast<char>(MCStream::tokenProperty) << stored << ZVTString("PersColour")
+                << c_sInteger << static_cast<unsigned short>(1) << 0L;
+    file.Token(MCStream::tokenGlobalsEnd);
+    file.Object(PersRoot::c_sType, 10, 0).Integer(stored, 31).End();
+    PersRestored r = Restore(file.Str());
+    ASSERT_EQ(r.result, C::resultOk);
+    ASSERT_NE(r.root, nullptr);
+    EXPECT_EQ(IntegerOf(r.root, current), 31);
+    EXPECT_TRUE(MCFactoryRegistry::IsRegistered(current, r.root));
+
+    // Saved again, the property goes out under its current code and comes back the same.
+    PersRestored again = Restore(Save(r.root));
+    ASSERT_NE(again.root, nullptr);
+    EXPECT_EQ(IntegerOf(again.root, current), 31);
+}
+
+TEST_F(PersTest, ExpungeFlagsAreNeitherStoredNorTakenFromAFile) {
+    MCObject* model = Make(nullptr, PersRoot::c_sType);
+    MCObject* child = Make(model, Shape::c_sType);
+    const unsigned short kept = 0x0100;
+    ASSERT_TRUE(child->SetFlag(kept | MCItem::itemTreeExpunge, true));
+    const std::string bytes = Save(model);
+    child->SetFlag(MCItem::itemTreeExpunge, false);
+    PersRestored r = Restore(bytes);
+    ASSERT_EQ(r.created.size(), 2u);
+    EXPECT_EQ(r.created[1]->GetFlags(), child->GetFlags());
+
+    r = Restore(Bytes().Object(TestNode::c_sType, 10, 0, 0xC000 | kept).End().Str());
+    ASSERT_EQ(r.created.size(), 1u);
+    EXPECT_EQ(r.root->GetFlags(), kept);
+}
+
+TEST_F(PersTest, RestoredOwneesStandInReverseOrder) {
+    MCObject* model = Make(nullptr, PersRoot::c_sType);
+    for (long i = 1; i <= 3; ++i)
+        SetLong(Make(model, Shape::c_sType), c_sInteger, i);
+    PersRestored r = Restore(Save(model));
+    ASSERT_NE(r.root, nullptr);
+    std::string order;
+    for (MCObject* o : Ownees(r.root))
+        order += std::to_string(IntegerOf(o, c_sInteger));
+    EXPECT_EQ(order, "321");
+}
+
+TEST_F(PersTest, StoredIdNeverReplacesTheRunTimeIdWithOrWithoutFlush) {
+    MCObject* object = Make();
+    const long id = object->GetId();
+    std::stringstream medium;
+    MCStream stream(medium, ZVTStream::binary);
+    for (int i = 0; i < 2; ++i)
+        stream << static_cast<unsigned short>(0) << static_cast<char>(MCStream::tokenProperty) << short(132)
+               << static_cast<unsigned short>(0) << 999L << static_cast<char>(MCStream::tokenObjectEnd);
+    MCPersRestoreVisitor visitor(stream);
+    visitor.SetFlush(true);
+    visitor.Visit(object);
+    EXPECT_EQ(object->GetId(), id);
+    visitor.Visit(object);
+    EXPECT_EQ(object->GetId(), id);
+}
+
+}  // namespace

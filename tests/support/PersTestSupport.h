@@ -1,0 +1,114 @@
+#ifndef PERSTESTSUPPORT_H
+#define PERSTESTSUPPORT_H
+
+// Saving and restoring whole trees: a persistence root type for the host side and helpers that save to
+// and restore from bytes in memory.
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "ModelCore/ModelCore.h"
+#include "support/RuleTestSupport.h"
+
+/// The host's persistence root, type 530; registered here unless another unit of the binary did it.
+class PersRoot : public MCObject {
+public:
+    static constexpr short c_sType = 530;
+
+    static void Register() {
+        if (!MCFactoryRegistry::IsRegistered(c_sType, nullptr))
+            new MCObjectFactoryT<PersRoot, MCObject>(c_sType, "ModelRoot", 1, 0, 10, 0, false, false);
+    }
+
+private:
+    friend class MCObjectFactoryT<PersRoot, MCObject>;
+    PersRoot(short type, MCFactorySignature& signature, MCFactoryContext* context)
+        : MCObject(type, signature, context) {
+        RegisterLevel(c_sType, context);
+    }
+    PersRoot(MCObject* owner, MCFactoryContext* context) : MCObject(c_sType, owner, context) {
+        RegisterLevel(c_sType, context);
+    }
+};
+
+/// The environment the controller writes and reads the global section through; installed once.
+class PersEnvironment : public MCEnvironment {
+public:
+    static void Install() {
+        static PersEnvironment environment;
+        if (!MCEnvironment::GetInstance())
+            SetSingleton(&environment);
+    }
+};
+
+/// The head every test writes and accepts.
+inline MCPersHeader PersLimits() {
+    return MCPersHeader(4, 2, "Acme", "Tool", "4.2");
+}
+
+/// What a restore gave: the result, the root and everything the controller made.
+struct PersRestored {
+    MCPersController::result result = MCPersController::resultOk;
+    MCObject* root = nullptr;
+    std::vector<MCObject*> created;
+};
+
+class PersTest : public RuleTest {
+protected:
+    void SetUp() override {
+        RuleTest::SetUp();
+        PersRoot::Register();
+        PersEnvironment::Install();
+    }
+    void TearDown() override {
+        for (MCObject* object : m_xRestored)
+            object->Expunge(true);
+        RuleTest::TearDown();
+    }
+
+    static std::string Save(MCObject* object) {
+        std::stringstream medium;
+        MCStream stream(medium, ZVTStream::binary);
+        MCPersHeader header = PersLimits();
+        MCPersController controller;
+        EXPECT_EQ(controller.SaveTo(stream, object, header), MCPersController::resultOk);
+        return medium.str();
+    }
+
+    /// Restores `bytes`; ownerless restored objects are expunged at the end of the test, whatever the
+    /// outcome, so a partial tree never leaks.
+    PersRestored Restore(const std::string& bytes) {
+        std::stringstream medium(bytes);
+        MCStream stream(medium, ZVTStream::binary);
+        MCPersHeader header = PersLimits();
+        MCPersController controller;
+        PersRestored out;
+        try {
+            out.result = controller.RestoreFrom(stream, out.root, header);
+        } catch (...) {
+            Collect(controller, out);
+            throw;
+        }
+        Collect(controller, out);
+        return out;
+    }
+
+    std::vector<MCObject*> m_xRestored;
+
+private:
+    void Collect(const MCPersController& controller, PersRestored& out) {
+        const ZVTSList<MCObject*>& created = controller.GetCreatedObjects();
+        for (size_t i = 0; i < created.Entries(); ++i)
+            out.created.push_back(created.At(i));
+        // After an unknown token the tree is gone already.
+        if (out.result == MCPersController::resultUnknownToken)
+            return;
+        for (MCObject* object : out.created) {
+            if (!object->GetOwner(0, MCItem::rttiDerived))
+                m_xRestored.push_back(object);
+        }
+    }
+};
+
+#endif

@@ -12,6 +12,7 @@
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
 #include "ModelCore/ZVFWMC/MCItem.h"
 #include "ModelCore/ZVFWMC/MCMetaInfo.h"
+#include "ModelCore/ZVFWMC/MCNameSpace.h"
 #include "ModelCore/ZVFWMC/MCNotification.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "ModelCore/ZVFWMC/MCObjectFilters.h"

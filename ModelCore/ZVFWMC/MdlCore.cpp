@@ -5,6 +5,7 @@
 #include "ModelCore/ZVFWMC/MCGenericObject.h"
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
 #include "ModelCore/ZVFWMC/MCMetaInfo.h"
+#include "ModelCore/ZVFWMC/MCNameSpace.h"
 #include "ModelCore/ZVFWMC/MCNotification.h"
 #include "ModelCore/ZVFWMC/MCObjectSem.h"
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
@@ -50,8 +51,11 @@ const CoreAlias c_axCoreAliases[] = {
 };
 
 void RegisterCoreMetamodel() {
-    // Object types. NameSpace (301), StringInfo (302) and AddInHook (27) come before GenericObject once
-    // their classes join.
+    // Object types. AddInHook (27) comes before GenericObject once its class joins.
+    MCMetaInfo::SetFlags(MCNameSpace::c_sType, 5);
+    Keep(new MCFactoryT<MCNameSpace, MCObject>(MCNameSpace::c_sType, "NameSpace", 1, 0, false, false));
+    MCMetaInfo::SetFlags(MCStringInfo::c_sType, 5);
+    Keep(new MCFactoryT<MCStringInfo, MCObject>(MCStringInfo::c_sType, "StringInfo", 1, 0, false, false));
     MCMetaInfo::SetFlags(MCGenericObject::c_sType, 5);
     Keep(new MCObjectFactoryT<MCGenericObject, MCObject>(MCGenericObject::c_sType, "GenericObject", 1, 0, 10,
                                                          4000, false, false));
@@ -77,9 +81,12 @@ void RegisterCoreMetamodel() {
 }
 
 void RegisterCoreUsages() {
-    // The usages of NameSpace and StringInfo join with their classes.
     const short abstractObject[] = {1165, 0, 132, 0};
     MCFactoryRegistry::AddPropertyUsages(1, abstractObject, 2);
+    const short nameSpace[] = {304, 0, 303, 0, 307, 0, 583, 0};
+    MCFactoryRegistry::AddPropertyUsages(MCNameSpace::c_sType, nameSpace, 4);
+    const short stringInfo[] = {305, 0, 306, 0};
+    MCFactoryRegistry::AddPropertyUsages(MCStringInfo::c_sType, stringInfo, 2);
 }
 
 }  // namespace

@@ -1,0 +1,506 @@
+#include "ModelCore/ZVFWMC/MCNameSpace.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "ModelCore/ZVFWMC/MCEvent.h"
+#include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+#include "ModelCore/ZVFWMC/MCNotification.h"
+#include "ModelCore/ZVFWMC/MCObjectSem.h"
+#include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
+#include "ModelCore/ZVFWMC/MCPropertySemantics.h"
+
+namespace {
+
+constexpr short c_sName = 147;
+constexpr short c_sStringInfoList = 303;
+constexpr short c_sValidTypeList = 304;
+constexpr short c_sStringInfoObject = 305;
+constexpr short c_sStringInfoCount = 306;
+constexpr short c_sNameSpaces = 307;
+constexpr short c_sAncestorNameSpace = 583;
+
+ZVTBoolean ReadName(const MCObject* object, ZVTString& name) {
+    MCSPropertyRawAccessorT<ZVTString> accessor;
+    if (!object || !object->GetProperty(c_sName, accessor))
+        return false;
+    name = accessor.GetValue();
+    return true;
+}
+
+MCObject* RefValue(MCProperty* property) {
+    auto* ref = dynamic_cast<MCSRef*>(property);
+    return ref ? ref->GetValue() : nullptr;
+}
+
+// Moves a name space between the child lists of its old and new ancestor as property 583 changes.
+class MCAncestorNameSpacePS : public MCPropertySemantic {
+public:
+    result Fire(mode nMode, MCObject* object, MCProperty* property,
+                MCPropertySemanticContext* context) override {
+        MCActiveAccessor* active = context ? context->GetActiveAccessor() : nullptr;
+        auto* accessor = active ? dynamic_cast<MCSRefAccessor*>(active->m_pxAccessor) : nullptr;
+        if (!accessor)
+            return resultContinue;
+        if (nMode == PreEdit) {
+            if (MCObject* oldAncestor = RefValue(property)) {
+                if (auto* nameSpace = dynamic_cast<MCNameSpace*>(object))
+                    nameSpace->DropInheritedNames();
+                MCVRefRawAccessor remove(object);
+                oldAncestor->SetProperty(c_sNameSpaces, remove, MCPropertyAccessor::accessRemove);
+            }
+        } else if (nMode == PostEdit) {
+            MCObject* newAncestor = accessor->GetValue();
+            if (newAncestor &&
+                (active->m_lFlags & (MCPropertyAccessor::accessAdd | MCPropertyAccessor::accessReplace))) {
+                MCVRefRawAccessor add(object);
+                newAncestor->SetProperty(c_sNameSpaces, add, MCPropertyAccessor::accessAdd);
+            }
+        }
+        return resultContinue;
+    }
+    unsigned long GetInterests() const override { return PreEdit | PostEdit; }
+};
+
+// Keeps the info list of a name space and lets the name go before the info does.
+class MCStringInfoOS : public MCObjectSem {
+public:
+    result Fire(mode nMode, MCObject* object, MCObjectSemContext* /*context*/) override {
+        if (!object)
+            return resultContinue;
+        MCObject* owner = object->GetOwner(0, MCItem::rttiExact);
+        if (nMode == PostCreation) {
+            if (owner) {
+                MCVRefAccessor add(object);
+                owner->SetProperty(c_sStringInfoList, add, MCPropertyAccessor::accessAdd);
+            }
+        } else if (nMode == PreDestructon) {
+            if (owner) {
+                MCVRefAccessor remove(object);
+                owner->SetProperty(c_sStringInfoList, remove, MCPropertyAccessor::accessRemove);
+            }
+            MCSRefAccessor none(nullptr);
+            object->SetProperty(c_sStringInfoObject, none, MCPropertyAccessor::accessAdd);
+        }
+        return resultContinue;
+    }
+    unsigned long GetInterests() const override { return PostCreation | PreDestructon; }
+};
+
+// Keeps the dictionaries in step with property 305: out before a change, in after it, and rebuilt from
+// the saved infos after a restore.
+class MCStringInfoObjectPS : public MCPropertySemantic {
+public:
+    result Fire(mode nMode, MCObject* object, MCProperty* property,
+                MCPropertySemanticContext* /*context*/) override {
+        auto* info = dynamic_cast<MCStringInfo*>(object);
+        if (!info)
+            return resultRefused;
+        if (!dynamic_cast<MCSRef*>(property))
+            return resultContinue;
+        auto* nameSpace = dynamic_cast<MCNameSpace*>(object->GetOwner(0, MCItem::rttiExact));
+        if (!nameSpace)
+            return resultRefused;
+        MCObject* named = RefValue(property);
+        ZVTString name;
+        if (!named || !ReadName(named, name))
+            return resultContinue;
+        // An object renamed without Delete would leave its entry behind, pointing at a dead info.
+        if (nMode != PostEdit && nMode != PostCalculateData && !info->GetEnteredName().IsNull())
+            name = info->GetEnteredName();
+        switch (nMode) {
+            case PreEdit:
+            case PreDestructon:
+            case PreCalculateData:
+                nameSpace->DeleteFromDictionary(name);
+                break;
+            case PostEdit:
+            case PostCalculateData:
+                nameSpace->InsertIntoDictionary(name, info);
+                break;
+            default:
+                break;
+        }
+        return resultContinue;
+    }
+    unsigned long GetInterests() const override {
+        return PreEdit | PostEdit | PreDestructon | PreCalculateData | PostCalculateData;
+    }
+};
+
+// A dying object takes its name with it, in every name space that holds it.
+class MCSubjectDestroyedN : public MCNotification {
+public:
+    result Notify(MCObject* object, MCEvent& event) override {
+        MCEventUser hold(event);
+        // The subject may be half taken down: compare through the info's side, without casting it.
+        auto* info = dynamic_cast<MCStringInfo*>(object);
+        MCObject* named = info ? info->GetObjectA() : nullptr;
+        if (!named || static_cast<MCSubject*>(named) != event.GetSubject())
+            return resultNotHandled;
+        info->Expunge(true);
+        return resultHandled;
+    }
+};
+
+MCAncestorNameSpacePS c_xAncestorNameSpacePS;
+MCStringInfoOS c_xStringInfoOS;
+MCStringInfoObjectPS c_xStringInfoObjectPS;
+MCSubjectDestroyedN c_xSubjectDestroyedN;
+
+}  // namespace
+
+// ---- MCNameSpace
+
+MCNameSpace::MCNameSpace(short type, MCFactorySignature& signature, MCFactoryContext* context)
+    : MCObject(type, signature, context),
+      m_xStringInfoList(c_sStringInfoList, this),
+      m_xNameSpaces(c_sNameSpaces, this),
+      m_xAncestorNameSpace(c_sAncestorNameSpace, this),
+      m_xValidTypeList(c_sValidTypeList, this),
+      m_xDictionary(ZVTString::Hash) {
+    RegisterRules(context);
+}
+
+MCNameSpace::MCNameSpace(MCObject* owner, MCFactoryContext* context)
+    : MCObject(c_sType, owner, context),
+      m_xStringInfoList(c_sStringInfoList, this),
+      m_xNameSpaces(c_sNameSpaces, this),
+      m_xAncestorNameSpace(c_sAncestorNameSpace, this),
+      m_xValidTypeList(c_sValidTypeList, this),
+      m_xDictionary(ZVTString::Hash) {
+    RegisterRules(context);
+}
+
+MCNameSpace::~MCNameSpace() = default;
+
+void MCNameSpace::RegisterRules(MCFactoryContext* context) {
+    if (!context)
+        return;
+    // Rules first, linked under the level above; RegisterLevel then hands this level to the next.
+    MCPropertySemanticRegistry::Register(c_sType, context, c_sAncestorNameSpace, &c_xAncestorNameSpacePS,
+                                         false, false);
+    RegisterLevel(c_sType, context);
+}
+
+ZVTBoolean MCNameSpace::IsType_(short type) const {
+    return MCObject::IsType_(type);
+}
+
+MCNameSpace* MCNameSpace::Ancestor() const {
+    return dynamic_cast<MCNameSpace*>(m_xAncestorNameSpace.GetValue());
+}
+
+ZVTBoolean MCNameSpace::Insert(MCObject* object, char separator, long maxLength, ZVTBoolean makeUnique) {
+    ZVTString name;
+    if (!object || !ReadName(object, name))
+        return false;
+    if (!IsValidFor(object->GetType()) || name.IsNull())
+        return false;
+
+    if (!makeUnique) {
+        if (Contains(name))
+            return false;
+        if (MCStringInfo* info = CreateStringInfo(name)) {
+            info->SetObject(object);
+            info->SetCount(1);
+            info->SetDiffCount(1);
+        }
+        return true;
+    }
+
+    MCStringInfo* baseInfo = nullptr;
+    m_xDictionary.Find(name, baseInfo);
+    long count = 1;
+    ZVTBoolean result = true;
+    if (TestAndSetCount_(name, count)) {
+        result = false;
+        ZVTString candidate;
+        do {
+            candidate = name;
+            ++count;
+            ZVTString suffix(count, 10);
+            if (separator != 0)
+                suffix.Prepend(separator);
+            if (maxLength != 0) {
+                // A maxLength shorter than the suffix leaves the number alone.
+                const long room = std::max(0L, maxLength - suffix.Length());
+                if (candidate.Length() > room)
+                    candidate.Remove(room, candidate.Length() - room);
+            }
+            candidate += suffix;
+        } while (Contains(candidate));
+        if (baseInfo)
+            baseInfo->SetCount(count);
+        name = candidate;
+        // Through the active accessor, so the rename passes the ordinary rules; a refusal is not checked.
+        MCSPropertyAccessorT<ZVTString> rename(name);
+        object->SetProperty(c_sName, rename, MCPropertyAccessor::accessAdd);
+    }
+    if (MCStringInfo* info = CreateStringInfo(name)) {
+        info->SetObject(object);
+        info->SetCount(1);
+        info->SetDiffCount(count);
+    }
+    return result;
+}
+
+ZVTBoolean MCNameSpace::Delete(MCObject* object) {
+    ZVTString name;
+    if (!ReadName(object, name) || name.IsNull())
+        return false;
+    MCStringInfo* info = nullptr;
+    if (m_xDictionary.Find(name, info) && info && info->GetObjectA() == object) {
+        info->Expunge(true);
+        return true;
+    }
+    return false;
+}
+
+ZVTBoolean MCNameSpace::Contains(ZVTString& name) {
+    return LookDownFor(name) || LookUpFor(name);
+}
+
+MCObject* MCNameSpace::FindObject(ZVTString& name) {
+    MCStringInfo* info = nullptr;
+    return m_xDictionary.Find(name, info) && info ? info->GetObjectA() : nullptr;
+}
+
+MCStringInfo* MCNameSpace::CreateStringInfo(ZVTString& name) {
+    MCStringInfo* info = nullptr;
+    if (m_xDictionary.Find(name, info))
+        return info;
+    return dynamic_cast<MCStringInfo*>(
+        MCFactoryRegistry::CreateItem(MCStringInfo::c_sType, this, nullptr, nullptr));
+}
+
+void MCNameSpace::InsertIntoDictionary(ZVTString& name, MCStringInfo* info) {
+    m_xDictionary.Insert(name, info);
+    if (info)
+        info->m_xEnteredName = name;
+    const ZVTSList<MCObject*> children = m_xNameSpaces.GetValue();
+    for (size_t i = 0; i < children.Entries(); ++i) {
+        if (auto* child = dynamic_cast<MCNameSpace*>(children.At(i)))
+            child->InsertIntoDictionary(name, info);
+    }
+}
+
+ZVTBoolean MCNameSpace::DeleteFromDictionary(ZVTString& name) {
+    MCStringInfo* info = nullptr;
+    if (m_xDictionary.Find(name, info) && info)
+        info->m_xEnteredName = ZVTString();
+    ZVTBoolean result = m_xDictionary.Remove(name);
+    const ZVTSList<MCObject*> children = m_xNameSpaces.GetValue();
+    for (size_t i = 0; i < children.Entries(); ++i) {
+        if (auto* child = dynamic_cast<MCNameSpace*>(children.At(i))) {
+            if (!child->DeleteFromDictionary(name))
+                result = false;
+        }
+    }
+    return result;
+}
+
+void MCNameSpace::DropInheritedNames() {
+    std::vector<const MCObject*> path;
+    DropNamesNotFrom(path);
+}
+
+void MCNameSpace::DropNamesNotFrom(std::vector<const MCObject*>& path) {
+    path.push_back(this);
+    std::vector<ZVTString> stale;
+    for (ZVTHDictIter<ZVTString, MCStringInfo*> it(m_xDictionary); ++it;) {
+        MCStringInfo* info = it.Value();
+        const MCObject* owner = info ? info->GetOwner(0, MCItem::rttiExact) : nullptr;
+        if (std::find(path.begin(), path.end(), owner) == path.end())
+            stale.push_back(it.Key());
+    }
+    for (const ZVTString& name : stale)
+        m_xDictionary.Remove(name);
+    const ZVTSList<MCObject*> children = m_xNameSpaces.GetValue();
+    for (size_t i = 0; i < children.Entries(); ++i) {
+        if (auto* child = dynamic_cast<MCNameSpace*>(children.At(i)))
+            child->DropNamesNotFrom(path);
+    }
+    path.pop_back();
+}
+
+void MCNameSpace::AddValidType(short type) {
+    MCVPropertyRawAccessorT<long> accessor(static_cast<long>(type));
+    SetProperty(c_sValidTypeList, accessor, MCPropertyAccessor::accessAdd);
+}
+
+void MCNameSpace::RemoveValidType(short type) {
+    MCVPropertyRawAccessorT<long> accessor(static_cast<long>(type));
+    SetProperty(c_sValidTypeList, accessor, MCPropertyAccessor::accessRemove);
+}
+
+ZVTBoolean MCNameSpace::IsValidFor(short type) const {
+    return m_xValidTypeList.GetValue().Contains(static_cast<long>(type));
+}
+
+void MCNameSpace::AddChild(MCNameSpace* child) {
+    if (!child)
+        return;
+    MCSRefAccessor accessor(this);
+    child->SetProperty(c_sAncestorNameSpace, accessor, MCPropertyAccessor::accessAdd);
+}
+
+void MCNameSpace::RemoveChild(MCNameSpace* child) {
+    if (!child)
+        return;
+    MCSRefAccessor accessor(nullptr);
+    child->SetProperty(c_sAncestorNameSpace, accessor, MCPropertyAccessor::accessAdd);
+}
+
+void MCNameSpace::ClearType(short type, ZVTBoolean removeValidType) {
+    // Collected first: each expunge takes its entry out of the dictionary and the info list.
+    std::vector<std::pair<MCStringInfo*, long>> doomed;
+    const ZVTSList<MCObject*> infos = m_xStringInfoList.GetValue();
+    for (size_t i = 0; i < infos.Entries(); ++i) {
+        auto* info = dynamic_cast<MCStringInfo*>(infos.At(i));
+        MCObject* named = info ? info->GetObjectA() : nullptr;
+        if (named && named->GetType() == type)
+            doomed.emplace_back(info, info->GetId());
+    }
+    for (auto& entry : doomed) {
+        if (MCObject::ResolveId(entry.second) == entry.first)
+            entry.first->Expunge(true);
+    }
+    if (removeValidType)
+        RemoveValidType(type);
+}
+
+ZVTBoolean MCNameSpace::TestAndSetCount_(ZVTString const& name, long& count) {
+    ZVTBoolean found = SetCountFromDescendants(name, false, count);
+    if (MCNameSpace* ancestor = Ancestor())
+        found = ancestor->SetCountFromAncestors(name, found, count);
+    return found;
+}
+
+ZVTBoolean MCNameSpace::SetCountFromSelf(ZVTString const& name, ZVTBoolean found, long& count) {
+    MCStringInfo* info = nullptr;
+    if (m_xDictionary.Find(name, info)) {
+        found = true;
+        if (info && info->GetCount() > count)
+            count = info->GetCount();
+    }
+    return found;
+}
+
+ZVTBoolean MCNameSpace::SetCountFromDescendants(ZVTString const& name, ZVTBoolean found, long& count) {
+    found = SetCountFromSelf(name, found, count);
+    const ZVTSList<MCObject*> children = m_xNameSpaces.GetValue();
+    for (size_t i = 0; i < children.Entries(); ++i) {
+        auto* child = dynamic_cast<MCNameSpace*>(children.At(i));
+        if (child && child->SetCountFromDescendants(name, found, count))
+            found = true;
+    }
+    return found;
+}
+
+ZVTBoolean MCNameSpace::SetCountFromAncestors(ZVTString const& name, ZVTBoolean found, long& count) {
+    found = SetCountFromSelf(name, found, count);
+    if (MCNameSpace* ancestor = Ancestor())
+        found = ancestor->SetCountFromAncestors(name, found, count);
+    return found;
+}
+
+ZVTBoolean MCNameSpace::LookDownFor(ZVTString const& name) {
+    if (m_xDictionary.Contains(name))
+        return true;
+    const ZVTSList<MCObject*> children = m_xNameSpaces.GetValue();
+    for (size_t i = 0; i < children.Entries(); ++i) {
+        auto* child = dynamic_cast<MCNameSpace*>(children.At(i));
+        if (child && child->LookDownFor(name))
+            return true;
+    }
+    return false;
+}
+
+ZVTBoolean MCNameSpace::LookUpFor(ZVTString const& name) {
+    if (m_xDictionary.Contains(name))
+        return true;
+    MCNameSpace* ancestor = Ancestor();
+    return ancestor ? ancestor->LookUpFor(name) : false;
+}
+
+// ---- MCStringInfo
+
+MCStringInfo::MCStringInfo(short type, MCFactorySignature& signature, MCFactoryContext* context)
+    : MCObject(type, signature, context),
+      m_xObject(c_sStringInfoObject, this),
+      m_xCount(c_sStringInfoCount, this) {
+    RegisterRules(context);
+}
+
+MCStringInfo::MCStringInfo(MCObject* owner, MCFactoryContext* context)
+    : MCObject(c_sType, owner, context),
+      m_xObject(c_sStringInfoObject, this),
+      m_xCount(c_sStringInfoCount, this) {
+    RegisterRules(context);
+}
+
+MCStringInfo::~MCStringInfo() = default;
+
+void MCStringInfo::RegisterRules(MCFactoryContext* context) {
+    if (!context)
+        return;
+    MCObjectSemReg::Register(c_sType, context, &c_xStringInfoOS, false);
+    MCPropertySemanticRegistry::Register(c_sType, context, c_sStringInfoObject, &c_xStringInfoObjectPS, false,
+                                         false);
+    MCNotificationDirectory::Register(c_sType, context, MCEvent::SubjectDestroyed, &c_xSubjectDestroyedN,
+                                      false);
+    RegisterLevel(c_sType, context);
+}
+
+ZVTBoolean MCStringInfo::IsType_(short type) const {
+    return MCObject::IsType_(type);
+}
+
+MCObject* MCStringInfo::GetObjectA() {
+    return m_xObject.GetValue();
+}
+
+void MCStringInfo::SetObject(MCObject* object) {
+    MCSRefAccessor accessor(object);
+    SetProperty(c_sStringInfoObject, accessor, MCPropertyAccessor::accessAdd);
+}
+
+long MCStringInfo::GetCount() {
+    return static_cast<long>(static_cast<unsigned long>(m_xCount.GetValue()) & 0xFFFFUL);
+}
+
+void MCStringInfo::SetCount(long count) {
+    const unsigned long value = static_cast<unsigned long>(m_xCount.GetValue());
+    SetCounters((value & ~0xFFFFUL) | (static_cast<unsigned long>(count) & 0xFFFFUL));
+}
+
+long MCStringInfo::GetDiffCount() {
+    return static_cast<long>((static_cast<unsigned long>(m_xCount.GetValue()) >> 16) & 0xFFFFUL);
+}
+
+void MCStringInfo::SetDiffCount(long diffCount) {
+    const unsigned long value = static_cast<unsigned long>(m_xCount.GetValue());
+    SetCounters((value & 0xFFFFUL) | ((static_cast<unsigned long>(diffCount) & 0xFFFFUL) << 16));
+}
+
+void MCStringInfo::SetCounters(unsigned long value) {
+    MCSPropertyRawAccessorT<long> accessor(static_cast<long>(value & 0xFFFFFFFFUL));
+    SetProperty(c_sStringInfoCount, accessor, MCPropertyAccessor::accessAdd);
+}
+
+// ---- MCStringInfoSortOnDiffCount
+
+void MCStringInfoSortOnDiffCount::Sort(MCObject** items, long count) {
+    if (!items || count < 2)
+        return;
+    std::stable_sort(items, items + count, [](MCObject* a, MCObject* b) { return Compare(&a, &b) < 0; });
+}
+
+int MCStringInfoSortOnDiffCount::Compare(MCObject** a, MCObject** b) {
+    auto* left = dynamic_cast<MCStringInfo*>(*a);
+    auto* right = dynamic_cast<MCStringInfo*>(*b);
+    const long l = left ? left->GetDiffCount() : 0;
+    const long r = right ? right->GetDiffCount() : 0;
+    return l < r ? -1 : (l > r ? 1 : 0);
+}

@@ -1,0 +1,289 @@
+// Name spaces: unique naming over a tree of name spaces, the rules that keep the dictionaries right as
+// infos, references and objects change or die, the rebuild after a restore, ClearType and the sorter.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "ModelCore/ZVFWMC/MCNameSpace.h"
+#include "ModelCore/ZVFWMC/MCPropertySemantics.h"
+#include "tests/support/ModelTestSupport.h"
+
+namespace {
+
+constexpr short c_sGeneric = MCGenericObject::c_sType;
+
+class NameSpaceTest : public ModelTest {
+protected:
+    MCNameSpace* MakeSpace(MCNameSpace* parent = nullptr) {
+        auto* space = static_cast<MCNameSpace*>(Make(nullptr, MCNameSpace::c_sType));
+        space->AddValidType(c_sGeneric);
+        if (parent)
+            parent->AddChild(space);
+        return space;
+    }
+    MCObject* Named(const char* name, short type = c_sGeneric) {
+        MCObject* object = Make(nullptr, type);
+        if (name) {
+            MCSPropertyRawAccessorT<ZVTString> accessor{ZVTString(name)};
+            object->SetProperty(147, accessor, MCPropertyAccessor::accessAdd);
+        }
+        return object;
+    }
+    static std::string NameOf(const MCObject* object) {
+        MCSPropertyRawAccessorT<ZVTString> accessor;
+        return object->GetProperty(147, accessor) ? accessor.GetValue().str() : "-";
+    }
+    static bool Has(MCNameSpace* space, const char* name) {
+        ZVTString text(name);
+        return space->Contains(text);
+    }
+    static MCObject* Find(MCNameSpace* space, const char* name) {
+        ZVTString text(name);
+        return space->FindObject(text);
+    }
+    static MCStringInfo* InfoOf(MCNameSpace* space, const char* name) {
+        ZVTString text(name);
+        MCObject* object = space->FindObject(text);
+        MCVRefRawAccessor accessor;
+        space->GetProperty(303, accessor);
+        const ZVTSList<MCObject*> infos = accessor.GetValue();
+        for (size_t i = 0; i < infos.Entries(); ++i) {
+            auto* info = dynamic_cast<MCStringInfo*>(infos.At(i));
+            if (info && object && info->GetObjectA() == object)
+                return info;
+        }
+        return nullptr;
+    }
+    static long ChildCount(MCNameSpace* space) {
+        MCVRefRawAccessor accessor;
+        return space->GetProperty(307, accessor) ? static_cast<long>(accessor.GetValue().Entries()) : 0;
+    }
+};
+
+struct UniqueCase {
+    char separator;
+    long maxLength;
+    int objects;
+    const char* names;  // the names the objects end with, blank-separated
+};
+
+TEST_F(NameSpaceTest, MakeUniqueNumbersSeparatesAndCuts) {
+    const UniqueCase cases[] = {
+        {'_', 8, 10,
+         "Entity Entity_2 Entity_3 Entity_4 Entity_5 Entity_6 Entity_7 Entity_8 Entity_9 Entit_10"},
+        {0, 0, 3, "Entity Entity2 Entity3"},
+        {'-', 20, 2, "Entity Entity-2"},
+    };
+    for (const UniqueCase& c : cases) {
+        SCOPED_TRACE(std::string(1, c.separator ? c.separator : '0') + std::to_string(c.maxLength));
+        MCNameSpace* space = MakeSpace();
+        std::string names, results;
+        for (int i = 0; i < c.objects; ++i) {
+            MCObject* object = Named("Entity");
+            results += space->Insert(object, c.separator, c.maxLength, true) ? "T" : "F";
+            names += (i ? " " : "") + NameOf(object);
+            EXPECT_EQ(Find(space, NameOf(object).c_str()), object);
+            EXPECT_EQ(InfoOf(space, NameOf(object).c_str())->GetDiffCount(), i + 1);
+        }
+        EXPECT_EQ(names, c.names);
+        EXPECT_EQ(results, "T" + std::string(c.objects - 1, 'F'));
+        EXPECT_EQ(InfoOf(space, "Entity")->GetCount(), c.objects);
+    }
+}
+
+TEST_F(NameSpaceTest, NumbersAreNotReusedButTheBaseNameIs) {
+    MCNameSpace* space = MakeSpace();
+    MCObject* base = Named("Entity");
+    MCObject* second = Named("Entity");
+    space->Insert(base, '_', 0, true);
+    space->Insert(second, '_', 0, true);
+    space->Insert(Named("Entity"), '_', 0, true);
+    EXPECT_FALSE(space->Delete(Named("Entity_2")));  // not the registered object
+    EXPECT_TRUE(Has(space, "Entity_2"));
+    EXPECT_TRUE(space->Delete(second));
+    EXPECT_FALSE(Has(space, "Entity_2"));
+    MCObject* fourth = Named("Entity");
+    space->Insert(fourth, '_', 0, true);
+    EXPECT_EQ(NameOf(fourth), "Entity_4");
+
+    base->Expunge(true);  // its info dies with it
+    EXPECT_FALSE(Has(space, "Entity"));
+    MCObject* again = Named("Entity");
+    EXPECT_TRUE(space->Insert(again, '_', 0, true));
+    EXPECT_EQ(NameOf(again), "Entity");
+}
+
+TEST_F(NameSpaceTest, CandidatesSkipNamesTakenDirectly) {
+    MCNameSpace* space = MakeSpace();
+    ASSERT_TRUE(space->Insert(Named("Entity2"), 0, 0, false));
+    space->Insert(Named("Entity"), 0, 0, true);
+    MCObject* second = Named("Entity");
+    EXPECT_FALSE(space->Insert(second, 0, 0, true));
+    EXPECT_EQ(NameOf(second), "Entity3");
+}
+
+TEST_F(NameSpaceTest, NamesAreTakenUpAndDownTheTreeButNotAcrossIt) {
+    MCNameSpace* root = MakeSpace();
+    MCNameSpace* left = MakeSpace(root);
+    MCNameSpace* right = MakeSpace(root);
+    MCNameSpace* leaf = MakeSpace(left);
+    MCObject* x = Named("X");
+    ASSERT_TRUE(left->Insert(x, 0, 0, false));
+
+    EXPECT_TRUE(Has(root, "X"));
+    EXPECT_EQ(Find(root, "X"), nullptr);  // names go down, never up
+    EXPECT_EQ(Find(leaf, "X"), x);
+    EXPECT_FALSE(root->Insert(Named("X"), 0, 0, false));
+    EXPECT_FALSE(leaf->Insert(Named("X"), 0, 0, false));
+    EXPECT_TRUE(right->Insert(Named("X"), 0, 0, false));
+
+    MCObject* unique = Named("X");
+    EXPECT_FALSE(leaf->Insert(unique, 0, 0, true));
+    EXPECT_EQ(NameOf(unique), "X2");
+
+    x->Expunge(true);
+    EXPECT_EQ(Find(leaf, "X"), nullptr);
+    EXPECT_FALSE(Has(left, "X"));
+}
+
+TEST_F(NameSpaceTest, RefusalsLeaveTheObjectOut) {
+    MCNameSpace* space = MakeSpace();
+    MCNameSpace* empty = static_cast<MCNameSpace*>(Make(nullptr, MCNameSpace::c_sType));
+    ASSERT_TRUE(space->Insert(Named("Taken"), 0, 0, false));
+    struct Case {
+        const char* label;
+        MCNameSpace* space;
+        MCObject* object;
+    } const cases[] = {
+        {"type not valid", space, Named("Taken", TestNode::c_sType)},
+        {"empty valid list", empty, Named("Free")},
+        {"null name", space, Named(nullptr)},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.label);
+        const std::string before = NameOf(c.object);
+        for (bool unique : {false, true})
+            EXPECT_FALSE(c.space->Insert(c.object, '_', 0, unique));
+        EXPECT_EQ(NameOf(c.object), before);
+        EXPECT_EQ(Find(c.space, "Taken_2"), nullptr);
+        EXPECT_EQ(Find(c.space, "Free"), nullptr);
+    }
+    EXPECT_FALSE(space->Insert(Named("Taken"), 0, 0, false));
+}
+
+TEST_F(NameSpaceTest, EditingTheInfoReferenceMovesTheName) {
+    MCNameSpace* space = MakeSpace();
+    MCNameSpace* child = MakeSpace(space);
+    MCObject* first = Named("First");
+    MCObject* second = Named("Second");
+    ASSERT_TRUE(space->Insert(first, 0, 0, false));
+    InfoOf(space, "First")->SetObject(second);
+    EXPECT_FALSE(Has(space, "First"));
+    EXPECT_EQ(Find(space, "Second"), second);
+    EXPECT_EQ(Find(child, "Second"), second);
+}
+
+TEST_F(NameSpaceTest, ARenameBehindTheNameSpacesBackLeavesNoStaleEntry) {
+    MCNameSpace* space = MakeSpace();
+    MCObject* object = Named("Old");
+    ASSERT_TRUE(space->Insert(object, 0, 0, false));
+    MCSPropertyRawAccessorT<ZVTString> rename{ZVTString("New")};
+    object->SetProperty(147, rename, MCPropertyAccessor::accessAdd);
+    object->Expunge(true);
+    EXPECT_EQ(Find(space, "Old"), nullptr);
+    EXPECT_FALSE(Has(space, "Old"));
+}
+
+TEST_F(NameSpaceTest, AncestorEditMovesTheChildBetweenParents) {
+    MCNameSpace* oldParent = MakeSpace();
+    MCNameSpace* newParent = MakeSpace();
+    MCNameSpace* child = MakeSpace(oldParent);
+    ASSERT_TRUE(child->Insert(Named("Kid"), 0, 0, false));
+    ASSERT_TRUE(newParent->Insert(Named("Top"), 0, 0, false));
+    EXPECT_TRUE(Has(oldParent, "Kid"));
+
+    MCSRefAccessor accessor(newParent);
+    child->SetProperty(583, accessor, MCPropertyAccessor::accessAdd);
+    EXPECT_EQ(ChildCount(oldParent), 0);
+    EXPECT_EQ(ChildCount(newParent), 1);
+    EXPECT_FALSE(Has(oldParent, "Kid"));
+    EXPECT_TRUE(Has(newParent, "Kid"));
+    EXPECT_TRUE(Has(child, "Top"));  // through the ancestor: earlier names are not pushed down
+
+    newParent->RemoveChild(child);
+    EXPECT_EQ(ChildCount(newParent), 0);
+    EXPECT_FALSE(Has(child, "Top"));
+}
+
+TEST_F(NameSpaceTest, ADyingNameSpaceLeavesTheTreeWhole) {
+    MCNameSpace* root = MakeSpace();
+    MCNameSpace* middle = MakeSpace(root);
+    MCNameSpace* leaf = MakeSpace(middle);
+    ASSERT_TRUE(root->Insert(Named("Top"), 0, 0, false));
+    ASSERT_TRUE(middle->Insert(Named("Mid"), 0, 0, false));
+    ASSERT_TRUE(leaf->Insert(Named("Low"), 0, 0, false));
+    middle->Expunge(true);
+    EXPECT_EQ(ChildCount(root), 0);
+    EXPECT_FALSE(Has(root, "Mid"));
+    EXPECT_FALSE(Has(root, "Low"));
+    EXPECT_FALSE(Has(leaf, "Top"));
+    EXPECT_TRUE(Has(leaf, "Low"));
+    EXPECT_TRUE(root->Insert(Named("Mid"), 0, 0, false));
+}
+
+TEST_F(NameSpaceTest, ClearTypeExpungesTheNamesOfThatType) {
+    MCNameSpace* space = MakeSpace();
+    space->AddValidType(TestNode::c_sType);
+    ASSERT_TRUE(space->Insert(Named("Node", TestNode::c_sType), 0, 0, false));
+    ASSERT_TRUE(space->Insert(Named("Other", TestNode::c_sType), 0, 0, false));
+    ASSERT_TRUE(space->Insert(Named("Generic"), 0, 0, false));
+    space->ClearType(TestNode::c_sType, true);
+    EXPECT_FALSE(Has(space, "Node"));
+    EXPECT_FALSE(Has(space, "Other"));
+    EXPECT_TRUE(Has(space, "Generic"));
+    EXPECT_FALSE(space->IsValidFor(TestNode::c_sType));
+    EXPECT_TRUE(space->IsValidFor(c_sGeneric));
+}
+
+TEST_F(NameSpaceTest, CalculateDataRebuildsTheDictionaries) {
+    MCNameSpace* space = MakeSpace();
+    MCNameSpace* child = MakeSpace(space);
+    MCObject* object = Named("Entity");
+    // As a restore leaves it: the info and its reference are there, the dictionaries are empty.
+    auto* info = static_cast<MCStringInfo*>(
+        MCFactoryRegistry::CreateItem(MCStringInfo::c_sType, space, nullptr, nullptr));
+    MCSRefRawAccessor raw(object);
+    info->SetProperty(305, raw, MCPropertyAccessor::accessAdd);
+    info->SetCount(5);
+    ASSERT_FALSE(Has(space, "Entity"));
+
+    MCProperty* property = const_cast<MCProperty*>(info->FindProperty(305, false));
+    MCPropertySemanticContext context;
+    MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::PostCalculateData, 305, info, property,
+                                              &context);
+    EXPECT_EQ(Find(space, "Entity"), object);
+    EXPECT_EQ(Find(child, "Entity"), object);
+    MCObject* next = Named("Entity");
+    EXPECT_FALSE(space->Insert(next, '_', 0, true));
+    EXPECT_EQ(NameOf(next), "Entity_6");
+
+    MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::PreCalculateData, 305, info, property,
+                                              &context);
+    EXPECT_EQ(Find(space, "Entity"), nullptr);
+    EXPECT_EQ(Find(child, "Entity"), nullptr);
+}
+
+TEST_F(NameSpaceTest, SorterOrdersOnDiffCount) {
+    MCNameSpace* space = MakeSpace();
+    for (int i = 0; i < 3; ++i)
+        space->Insert(Named("E"), 0, 0, true);
+    MCObject* items[] = {InfoOf(space, "E3"), InfoOf(space, "E"), InfoOf(space, "E2")};
+    MCStringInfoSortOnDiffCount sorter;
+    sorter.Sort(items, 3);
+    std::string order;
+    for (MCObject* item : items)
+        order += std::to_string(static_cast<MCStringInfo*>(item)->GetDiffCount());
+    EXPECT_EQ(order, "123");
+}
+
+}  // namespace

@@ -1,0 +1,429 @@
+#include "examples/classmodel/ClassModel.h"
+
+#include <fstream>
+
+#include "ModelCore/ZVFWMC/MCNameSpace.h"
+
+namespace {
+
+using C = CMCodes;
+constexpr short c_sId = 132;
+
+// An attribute without a name could not be told apart in a diagram.
+class NamedAttributeRule : public MCPropertySemantic {
+public:
+    result Fire(mode, MCObject*, MCProperty*, MCPropertySemanticContext* context) override {
+        if (!context || !context->GetActiveAccessor())
+            return resultContinue;
+        auto* accessor =
+            dynamic_cast<MCSPropertyRawAccessorT<ZVTString>*>(context->GetActiveAccessor()->m_pxAccessor);
+        if (!accessor)
+            return resultContinue;
+        return accessor->GetValue().IsNull() ? resultRefused : resultContinue;
+    }
+    unsigned long GetInterests() const override { return PreEdit; }
+};
+
+// Every name a class is given counts as a revision; raw, so that the count itself tells nobody.
+class ClassRevisionRule : public MCPropertySemantic {
+public:
+    result Fire(mode nMode, MCObject* object, MCProperty*, MCPropertySemanticContext*) override {
+        if (nMode != PostEdit || !object)
+            return resultContinue;
+        MCSPropertyRawAccessorT<long> revision(ClassModel::IntegerOf(object, C::pRevision) + 1);
+        object->SetProperty(C::pRevision, revision, MCPropertyAccessor::accessAdd);
+        return resultContinue;
+    }
+    unsigned long GetInterests() const override { return PostEdit; }
+};
+
+// A generalization cycle of length one is never meant.
+class NoSelfGeneralizationRule : public MCPropertySemantic {
+public:
+    result Fire(mode, MCObject* object, MCProperty*, MCPropertySemanticContext* context) override {
+        if (!context || !context->GetActiveAccessor())
+            return resultContinue;
+        const MCActiveAccessor* active = context->GetActiveAccessor();
+        auto* accessor = dynamic_cast<MCVPropertyRawAccessorT<MCObject*>*>(active->m_pxAccessor);
+        if (!accessor || (active->m_lFlags & MCPropertyAccessor::accessRemove))
+            return resultContinue;
+        return accessor->GetList()->Contains(object) ? resultRefused : resultContinue;
+    }
+    unsigned long GetInterests() const override { return PreEdit; }
+};
+
+NamedAttributeRule c_xNamedAttribute;
+ClassRevisionRule c_xClassRevision;
+NoSelfGeneralizationRule c_xNoSelfGeneralization;
+
+MCObject* Create(short type, MCObject* owner) {
+    return static_cast<MCObject*>(MCFactoryRegistry::CreateItem(type, owner, nullptr, nullptr));
+}
+
+ZVTBoolean SetName(MCObject* object, const char* name) {
+    MCSPropertyAccessorT<ZVTString> accessor{ZVTString(name)};
+    return object->SetProperty(C::pName, accessor, MCPropertyAccessor::accessAdd);
+}
+
+void SetReference(MCObject* object, short type, MCObject* target) {
+    MCSRefAccessor accessor(target);
+    object->SetProperty(type, accessor, MCPropertyAccessor::accessAdd);
+}
+
+// Compares property values, the id excepted (a restore gives fresh ids), and references by the
+// counterparts of their targets.
+class RestoredPropertyEqual : public MCPropertyEqualStrategy {
+public:
+    explicit RestoredPropertyEqual(MCIdSpace& space) : m_rSpace(space) {}
+
+    ZVTBoolean AreEqual(const MCObject*, const MCProperty* mine, const MCObject*,
+                        const MCProperty* theirs) override {
+        if (mine->GetType() == c_sId)
+            return true;
+        if (auto* single = dynamic_cast<const MCSRef*>(mine)) {
+            auto* other = dynamic_cast<const MCSRef*>(theirs);
+            return other && Counterpart(single->GetValue()) == other->GetValue();
+        }
+        if (auto* list = dynamic_cast<const MCVRef*>(mine)) {
+            auto* other = dynamic_cast<const MCVRef*>(theirs);
+            if (!other)
+                return false;
+            ZVTSList<MCObject*> a = list->GetValue();
+            ZVTSList<MCObject*> b = other->GetValue();
+            if (a.Entries() != b.Entries())
+                return false;
+            for (size_t i = 0; i < a.Entries(); ++i) {
+                if (Counterpart(a.At(i)) != b.At(i))
+                    return false;
+            }
+            return true;
+        }
+        return mine->IsEqualTo(theirs, false);
+    }
+
+    MCObject* Counterpart(const MCObject* object) const {
+        return object ? m_rSpace.ResolveId(object->GetId()) : nullptr;
+    }
+
+private:
+    MCIdSpace& m_rSpace;
+};
+
+template <class F>
+void ForEachObject(MCObject* root, F visit) {
+    std::vector<MCObject*> pending{root};
+    while (!pending.empty()) {
+        MCObject* object = pending.back();
+        pending.pop_back();
+        visit(object);
+        for (MCObject* child = object->GetFirstOwnee(); child; child = child->GetNextSibling())
+            pending.push_back(child);
+    }
+}
+
+}  // namespace
+
+// --- object classes ---------------------------------------------------------------------------------
+
+CMModel::CMModel(short type, MCFactorySignature& signature, MCFactoryContext* context)
+    : MCObject(type, signature, context) {
+    RegisterLevel(C::tModel, context);
+}
+CMModel::CMModel(MCObject* owner, MCFactoryContext* context) : MCObject(C::tModel, owner, context) {
+    RegisterLevel(C::tModel, context);
+}
+ZVTBoolean CMModel::IsType_(short type) const {
+    return type == C::tModel || MCObject::IsType_(type);
+}
+
+CMPackage::CMPackage(short type, MCFactorySignature& signature, MCFactoryContext* context)
+    : MCObject(type, signature, context) {
+    RegisterLevel(C::tPackage, context);
+}
+CMPackage::CMPackage(MCObject* owner, MCFactoryContext* context) : MCObject(C::tPackage, owner, context) {
+    RegisterLevel(C::tPackage, context);
+}
+ZVTBoolean CMPackage::IsType_(short type) const {
+    return type == C::tPackage || MCObject::IsType_(type);
+}
+
+// Rules go in before RegisterLevel, while the context's ancestor slot still names the supertype.
+CMClass::CMClass(short type, MCFactorySignature& signature, MCFactoryContext* context)
+    : MCObject(type, signature, context) {
+    MCPropertySemanticRegistry::Register(C::tClass, context, C::pName, &c_xClassRevision, false, false);
+    MCPropertySemanticRegistry::Register(C::tClass, context, C::pSuperclasses, &c_xNoSelfGeneralization,
+                                         false, false);
+    RegisterLevel(C::tClass, context);
+}
+CMClass::CMClass(MCObject* owner, MCFactoryContext* context) : MCObject(C::tClass, owner, context) {
+    MCPropertySemanticRegistry::Register(C::tClass, context, C::pName, &c_xClassRevision, false, false);
+    MCPropertySemanticRegistry::Register(C::tClass, context, C::pSuperclasses, &c_xNoSelfGeneralization,
+                                         false, false);
+    RegisterLevel(C::tClass, context);
+}
+ZVTBoolean CMClass::IsType_(short type) const {
+    return type == C::tClass || MCObject::IsType_(type);
+}
+
+CMAttribute::CMAttribute(short type, MCFactorySignature& signature, MCFactoryContext* context)
+    : MCObject(type, signature, context) {
+    MCPropertySemanticRegistry::Register(C::tAttribute, context, C::pName, &c_xNamedAttribute, false, false);
+    RegisterLevel(C::tAttribute, context);
+}
+CMAttribute::CMAttribute(MCObject* owner, MCFactoryContext* context)
+    : MCObject(C::tAttribute, owner, context) {
+    MCPropertySemanticRegistry::Register(C::tAttribute, context, C::pName, &c_xNamedAttribute, false, false);
+    RegisterLevel(C::tAttribute, context);
+}
+ZVTBoolean CMAttribute::IsType_(short type) const {
+    return type == C::tAttribute || MCObject::IsType_(type);
+}
+
+CMAssociation::CMAssociation(short type, MCFactorySignature& signature, MCFactoryContext* context)
+    : MCObject(type, signature, context) {
+    RegisterLevel(C::tAssociation, context);
+}
+CMAssociation::CMAssociation(MCObject* owner, MCFactoryContext* context)
+    : MCObject(C::tAssociation, owner, context) {
+    RegisterLevel(C::tAssociation, context);
+}
+ZVTBoolean CMAssociation::IsType_(short type) const {
+    return type == C::tAssociation || MCObject::IsType_(type);
+}
+
+// --- session and creation log -----------------------------------------------------------------------
+
+CMSession::CMSession() {
+    SetSingleton(this);
+    HUBProductIdent::SetProductIdent("Sample Host", "ClassDiagram", "1.0", "1, 0");
+    MdlCore::Initialize();
+    ClassModel::Register();
+}
+
+CMSession::~CMSession() {
+    NotifyOfShutdown();
+}
+
+CMCreationLog::CMCreationLog() {
+    MCFactoryRegistry::HookCreateItem(*this, true);
+}
+
+CMCreationLog::~CMCreationLog() {
+    MCFactoryRegistry::HookCreateItem(*this, false);
+}
+
+void CMCreationLog::ItemCreated(MCObject* object) {
+    m_xCreated.emplace_back(object, object->GetId());
+}
+
+std::size_t CMCreationLog::ExpungeStrays(MCObject* keep) {
+    // Ids are never reused, so an object that still resolves under its id is the one recorded.
+    std::vector<std::pair<MCObject*, long>> strays;
+    for (const auto& [object, id] : m_xCreated) {
+        if (object != keep && MCObject::ResolveId(id) == object && !object->GetOwner(0, MCItem::rttiExact))
+            strays.emplace_back(object, id);
+    }
+    std::size_t gone = 0;
+    for (const auto& [object, id] : strays) {
+        // An earlier stray's expunge may have taken this one along through its references.
+        if (MCObject::ResolveId(id) == object) {
+            // A restored root may carry itemUndeletable, which only its owner's end overrides.
+            object->SetFlag(MCItem::itemUndeletable, false);
+            object->Expunge(true);
+            ++gone;
+        }
+    }
+    m_xCreated.clear();
+    return gone;
+}
+
+// --- metamodel --------------------------------------------------------------------------------------
+
+void ClassModel::Register() {
+    using R = MCFactoryRegistry;
+    if (R::IsRegistered(C::tModel, nullptr))
+        return;
+    R::RegisterAliasProperty(C::pVisibility, "Visibility", 87, true, false, false, false);
+    R::RegisterAliasProperty(C::pTypeName, "TypeName", 91, true, false, false, false);
+    R::RegisterAliasProperty(C::pEndA, "EndA", 89, true, false, false, false);
+    R::RegisterAliasProperty(C::pEndB, "EndB", 89, true, false, false, false);
+    R::RegisterAliasProperty(C::pSuperclasses, "Superclasses", 90, true, false, false, false);
+    R::RegisterAliasProperty(C::pRevision, "Revision", 87, true, false, false, false);
+    R::RegisterAliasProperty(C::pClassNames, "ClassNames", 89, false, false, false, false);
+
+    // The registry owns the factories.
+    new MCObjectFactoryT<CMModel, MCObject>(C::tModel, "Model", 1, 0, 1, 0, true, false);
+    new MCObjectFactoryT<CMPackage, MCObject>(C::tPackage, "Package", 1, C::tModel, 16, 0, true, false);
+    new MCObjectFactoryT<CMClass, MCObject>(C::tClass, "Class", 1, C::tPackage, 1024, 0, true, false);
+    new MCObjectFactoryT<CMAttribute, MCObject>(C::tAttribute, "Attribute", 1, C::tClass, 4096, 0, true,
+                                                false);
+    new MCObjectFactoryT<CMAssociation, MCObject>(C::tAssociation, "Association", 1, C::tPackage, 512, 0,
+                                                  true, false);
+
+    const short model[] = {C::pName, 0};
+    const short package[] = {C::pName, 0, C::pClassNames, 0};
+    const short cls[] = {C::pName, 0, C::pVisibility, 0, C::pSuperclasses, 0, C::pRevision, 0};
+    const short attribute[] = {C::pName, 0, C::pTypeName, 0, C::pVisibility, 0};
+    const short association[] = {C::pName, 0, C::pEndA, 0, C::pEndB, 0};
+    R::AddPropertyUsages(C::tModel, model, 1);
+    R::AddPropertyUsages(C::tPackage, package, 2);
+    R::AddPropertyUsages(C::tClass, cls, 4);
+    R::AddPropertyUsages(C::tAttribute, attribute, 3);
+    R::AddPropertyUsages(C::tAssociation, association, 3);
+}
+
+// --- building and editing ---------------------------------------------------------------------------
+
+MCObject* ClassModel::NewModel(const char* name) {
+    MCObject* model = Create(C::tModel, nullptr);
+    if (model)
+        SetName(model, name);
+    return model;
+}
+
+MCObject* ClassModel::AddPackage(MCObject* model, const char* name) {
+    MCObject* package = Create(C::tPackage, model);
+    if (!package)
+        return nullptr;
+    SetName(package, name);
+    auto* names = static_cast<MCNameSpace*>(Create(301, package));
+    if (names) {
+        names->AddValidType(C::tClass);
+        SetReference(package, C::pClassNames, names);
+    }
+    return package;
+}
+
+MCObject* ClassModel::AddClass(MCObject* package, const char* name) {
+    MCObject* cls = Create(C::tClass, package);
+    if (!cls)
+        return nullptr;
+    SetName(cls, name);
+    if (MCNameSpace* names = ClassNames(package))
+        names->Insert(cls, '_', 0, true);
+    return cls;
+}
+
+void ClassModel::RenameClass(MCObject* cls, const char* name) {
+    // A name space keys on the name an object entered with: out under the old, in under the new.
+    MCNameSpace* names = ClassNames(cls->GetOwner(0, MCItem::rttiExact));
+    if (names)
+        names->Delete(cls);
+    SetName(cls, name);
+    if (names)
+        names->Insert(cls, '_', 0, true);
+}
+
+MCObject* ClassModel::AddAttribute(MCObject* cls, const char* name, const char* typeName, long visibility) {
+    MCObject* attribute = Create(C::tAttribute, cls);
+    if (!attribute)
+        return nullptr;
+    if (!SetName(attribute, name)) {
+        attribute->Expunge(true);
+        return nullptr;
+    }
+    MCSPropertyAccessorT<ZVTString> type{ZVTString(typeName)};
+    attribute->SetProperty(C::pTypeName, type, MCPropertyAccessor::accessAdd);
+    MCSPropertyAccessorT<long> shown(visibility);
+    attribute->SetProperty(C::pVisibility, shown, MCPropertyAccessor::accessAdd);
+    return attribute;
+}
+
+MCObject* ClassModel::AddAssociation(MCObject* package, MCObject* endA, MCObject* endB, const char* name) {
+    MCObject* association = Create(C::tAssociation, package);
+    if (!association)
+        return nullptr;
+    SetName(association, name);
+    SetReference(association, C::pEndA, endA);
+    SetReference(association, C::pEndB, endB);
+    return association;
+}
+
+ZVTBoolean ClassModel::AddSuperclass(MCObject* cls, MCObject* superclass) {
+    MCVRefAccessor accessor(superclass);
+    return cls->SetProperty(C::pSuperclasses, accessor, MCPropertyAccessor::accessAdd);
+}
+
+// --- reading ----------------------------------------------------------------------------------------
+
+MCNameSpace* ClassModel::ClassNames(MCObject* package) {
+    if (!package || !package->IsType(C::tPackage, MCItem::rttiExact))
+        return nullptr;
+    MCSRefRawAccessor names;
+    if (!package->GetProperty(C::pClassNames, names))
+        return nullptr;
+    return dynamic_cast<MCNameSpace*>(names.GetValue());
+}
+
+std::string ClassModel::NameOf(const MCObject* object) {
+    MCSPropertyRawAccessorT<ZVTString> name;
+    return object && object->GetProperty(C::pName, name) ? name.GetValue().str() : std::string();
+}
+
+long ClassModel::IntegerOf(const MCObject* object, short type, long absent) {
+    MCSPropertyRawAccessorT<long> value;
+    return object && object->GetProperty(type, value) ? value.GetValue() : absent;
+}
+
+CMCensus ClassModel::Census(MCObject* root) {
+    CMCensus census;
+    if (root)
+        ForEachObject(root, [&census](MCObject* object) { ++census[object->GetType()]; });
+    return census;
+}
+
+long ClassModel::LiveObjects() {
+    ZVTOrderedVectorT<short> types;
+    MCFactoryRegistry::GetObjectTypes(types, ~MCFactoryRegistry::flagProperty);
+    long live = 0;
+    for (size_t i = 0; i < types.Length(); ++i) {
+        ZVTHTableT<MCObject*>* table = nullptr;
+        if (MCFactoryRegistry::GetInstances(types[i], table, nullptr) && table)
+            live += static_cast<long>(table->Entries());
+    }
+    return live;
+}
+
+// --- persistence ------------------------------------------------------------------------------------
+
+MCPersController::result ClassModel::Save(MCObject* model, const char* path, bool& written) {
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    written = false;
+    if (!file)
+        return MCPersController::resultOk;
+    MCStream stream(*file.rdbuf(), ZVTStream::binary);
+    MCPersController controller;
+    MCPersHeader header;
+    MCPersController::result result = controller.SaveTo(stream, model, header);
+    stream.flush();
+    file.flush();
+    written = result == MCPersController::resultOk && stream.good() && file.good();
+    return result;
+}
+
+std::string ClassModel::CompareRestored(MCObject* original, MCObject* restored, MCIdSpace& space) {
+    RestoredPropertyEqual equal(space);
+    std::string difference;
+    if (equal.Counterpart(original) != restored)
+        return "the restored root is not the counterpart of the original root";
+    ForEachObject(original, [&](MCObject* mine) {
+        if (!difference.empty())
+            return;
+        const std::string where =
+            "object " + std::to_string(mine->GetId()) + " (type " + std::to_string(mine->GetType()) + "): ";
+        MCObject* theirs = equal.Counterpart(mine);
+        if (!theirs) {
+            difference = where + "no counterpart";
+        } else if (theirs->GetType() != mine->GetType()) {
+            difference = where + "type differs";
+        } else if (mine != original && equal.Counterpart(mine->GetOwner(0, MCItem::rttiExact)) !=
+                                           theirs->GetOwner(0, MCItem::rttiExact)) {
+            difference = where + "owner differs";
+        } else if (theirs->GetOwneeCount() != mine->GetOwneeCount()) {
+            difference = where + "ownee count differs";
+        } else if (!mine->IsEqualTo(theirs, nullptr, &equal)) {
+            difference = where + "properties differ";
+        }
+    });
+    return difference;
+}

@@ -1,0 +1,163 @@
+#ifndef CLASSMODEL_H
+#define CLASSMODEL_H
+
+// The metamodel of a small class-diagram host: models of packages, classes with attributes and
+// generalizations, and associations between classes, with the rules such a host keeps. The sample
+// program, the inspection tool and the restore fuzz target share it.
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ModelCore/ModelCore.h"
+
+class MCNameSpace;
+
+/// The type codes of the class-diagram host; they stand in its models, so they never change.
+struct CMCodes {
+    enum : short {
+        tModel = 530,  ///< the persistence root
+        tPackage = 1510,
+        tClass = 1511,
+        tAttribute = 1512,
+        tAssociation = 1513,
+    };
+    enum : short {
+        pName = 147,           ///< the core's Name, which name spaces read
+        pVisibility = 1520,    ///< Integer: 0 public, 1 protected, 2 private
+        pTypeName = 1521,      ///< String: an attribute's type
+        pEndA = 1522,          ///< Reference: an association's first end class
+        pEndB = 1523,          ///< Reference: its second end class
+        pSuperclasses = 1524,  ///< ReferenceList: the classes a class specializes
+        pRevision = 1525,      ///< Integer: how often a class's name was set
+        pClassNames = 1526,    ///< Reference: the name space of a package's classes
+    };
+};
+
+/// The root of a class diagram and the unit it is saved as.
+class CMModel : public MCObject {
+private:
+    friend class MCObjectFactoryT<CMModel, MCObject>;
+    CMModel(short type, MCFactorySignature& signature, MCFactoryContext* context);
+    CMModel(MCObject* owner, MCFactoryContext* context);
+    ~CMModel() override = default;
+    ZVTBoolean IsType_(short type) const override;
+};
+
+/// A package: owns classes, associations and the name space that keeps its class names unique.
+class CMPackage : public MCObject {
+private:
+    friend class MCObjectFactoryT<CMPackage, MCObject>;
+    CMPackage(short type, MCFactorySignature& signature, MCFactoryContext* context);
+    CMPackage(MCObject* owner, MCFactoryContext* context);
+    ~CMPackage() override = default;
+    ZVTBoolean IsType_(short type) const override;
+};
+
+/// A class: owns its attributes; its name is unique in its package and counted in pRevision.
+class CMClass : public MCObject {
+private:
+    friend class MCObjectFactoryT<CMClass, MCObject>;
+    CMClass(short type, MCFactorySignature& signature, MCFactoryContext* context);
+    CMClass(MCObject* owner, MCFactoryContext* context);
+    ~CMClass() override = default;
+    ZVTBoolean IsType_(short type) const override;
+};
+
+/// An attribute of a class; its name may not be empty.
+class CMAttribute : public MCObject {
+private:
+    friend class MCObjectFactoryT<CMAttribute, MCObject>;
+    CMAttribute(short type, MCFactorySignature& signature, MCFactoryContext* context);
+    CMAttribute(MCObject* owner, MCFactoryContext* context);
+    ~CMAttribute() override = default;
+    ZVTBoolean IsType_(short type) const override;
+};
+
+/// An association between two classes of a package; an end goes null when its class is expunged.
+class CMAssociation : public MCObject {
+private:
+    friend class MCObjectFactoryT<CMAssociation, MCObject>;
+    CMAssociation(short type, MCFactorySignature& signature, MCFactoryContext* context);
+    CMAssociation(MCObject* owner, MCFactoryContext* context);
+    ~CMAssociation() override = default;
+    ZVTBoolean IsType_(short type) const override;
+};
+
+/// The library's life in one scope for a class-diagram program: installs the environment, sets the
+/// product identity, initializes the core and registers the class model; the destructor shuts all down.
+/// One per process at a time; every tree must be expunged before it ends.
+class CMSession : public MCEnvironment {
+public:
+    CMSession();
+    ~CMSession();
+    CMSession(const CMSession&) = delete;
+    CMSession& operator=(const CMSession&) = delete;
+};
+
+/// Records every object made while it lives, with its id, so that a failed or partial restore can be
+/// taken down without touching objects that are already gone.
+class CMCreationLog : public MCCreationHook {
+public:
+    /// Hooks itself into the registry.
+    CMCreationLog();
+    /// Unhooks itself.
+    ~CMCreationLog() override;
+    /// Notes the object and its id.
+    void ItemCreated(MCObject* object) override;
+    /// Expunges every recorded object that is still alive and has no owner, except `keep`, clearing its
+    /// itemUndeletable first; answers how many went.
+    std::size_t ExpungeStrays(MCObject* keep);
+
+private:
+    std::vector<std::pair<MCObject*, long>> m_xCreated;
+};
+
+/// The number of objects of each type in the tree under `root`, `root` included.
+using CMCensus = std::map<short, long>;
+
+/// Building, editing, saving, restoring and comparing class diagrams.
+class ClassModel {
+public:
+    /// Registers the types, properties, owners and rules once per initialized core.
+    static void Register();
+
+    /// A new, empty model named `name`; the caller expunges it.
+    static MCObject* NewModel(const char* name);
+    /// A new package under `model` with its own class-name space.
+    static MCObject* AddPackage(MCObject* model, const char* name);
+    /// A new class in `package`, renamed "<name>_<n>" when the name is taken there.
+    static MCObject* AddClass(MCObject* package, const char* name);
+    /// Renames a class, keeping its package's names unique; the final name may carry a suffix.
+    static void RenameClass(MCObject* cls, const char* name);
+    /// A new attribute of `cls`; null, and nothing made, when the name is refused (empty).
+    static MCObject* AddAttribute(MCObject* cls, const char* name, const char* typeName, long visibility);
+    /// A new association in `package` between two of its classes.
+    static MCObject* AddAssociation(MCObject* package, MCObject* endA, MCObject* endB, const char* name);
+    /// Makes `cls` specialize `superclass`; false when refused (a class may not specialize itself).
+    static ZVTBoolean AddSuperclass(MCObject* cls, MCObject* superclass);
+
+    /// The name space of a package's classes, null for anything else.
+    static MCNameSpace* ClassNames(MCObject* package);
+    /// The Name of `object`, "" when it has none.
+    static std::string NameOf(const MCObject* object);
+    /// The Integer `type` of `object`, `absent` when it has none.
+    static long IntegerOf(const MCObject* object, short type, long absent = 0);
+    /// Counts the objects of the tree by type.
+    static CMCensus Census(MCObject* root);
+    /// The number of live objects of every registered object type, for leak checks.
+    static long LiveObjects();
+
+    /// Writes `model` with its head to the file at `path`; MCPersController's result, or resultOk with
+    /// a false `written` when the file cannot be written.
+    static MCPersController::result Save(MCObject* model, const char* path, bool& written);
+    /// Compares a tree with its restored copy: each object has a counterpart through `space` (the restore
+    /// stream's id space, keyed by the saved ids) with the same type, owner, number of ownees and
+    /// property values, references compared by their targets' counterparts. Empty when equal, otherwise
+    /// what differs first.
+    static std::string CompareRestored(MCObject* original, MCObject* restored, MCIdSpace& space);
+};
+
+#endif

@@ -30,7 +30,12 @@ ZVTBoolean ReadName(const MCObject* object, ZVTString& name) {
 
 MCObject* RefValue(MCProperty* property) {
     auto* ref = dynamic_cast<MCSRef*>(property);
-    return ref ? ref->GetValue() : nullptr;
+    // A reference still holding a stored id (a restore that failed before resolving) names nothing.
+    return ref && ref->IsBound() ? ref->GetValue() : nullptr;
+}
+
+ZVTSList<MCObject*> BoundEntries(const MCVRef& list) {
+    return list.IsBound() ? list.GetValue() : ZVTSList<MCObject*>();
 }
 
 // Moves a name space between the child lists of its old and new ancestor as property 583 changes.
@@ -188,7 +193,8 @@ ZVTBoolean MCNameSpace::IsType_(short type) const {
 }
 
 MCNameSpace* MCNameSpace::Ancestor() const {
-    return dynamic_cast<MCNameSpace*>(m_xAncestorNameSpace.GetValue());
+    return m_xAncestorNameSpace.IsBound() ? dynamic_cast<MCNameSpace*>(m_xAncestorNameSpace.GetValue())
+                                          : nullptr;
 }
 
 ZVTBoolean MCNameSpace::Insert(MCObject* object, char separator, long maxLength, ZVTBoolean makeUnique) {
@@ -278,7 +284,7 @@ void MCNameSpace::InsertIntoDictionary(ZVTString& name, MCStringInfo* info) {
     m_xDictionary.Insert(name, info);
     if (info)
         info->m_xEnteredName = name;
-    const ZVTSList<MCObject*> children = m_xNameSpaces.GetValue();
+    const ZVTSList<MCObject*> children = BoundEntries(m_xNameSpaces);
     for (size_t i = 0; i < children.Entries(); ++i) {
         if (auto* child = dynamic_cast<MCNameSpace*>(children.At(i)))
             child->InsertIntoDictionary(name, info);
@@ -290,7 +296,7 @@ ZVTBoolean MCNameSpace::DeleteFromDictionary(ZVTString& name) {
     if (m_xDictionary.Find(name, info) && info)
         info->m_xEnteredName = ZVTString();
     ZVTBoolean result = m_xDictionary.Remove(name);
-    const ZVTSList<MCObject*> children = m_xNameSpaces.GetValue();
+    const ZVTSList<MCObject*> children = BoundEntries(m_xNameSpaces);
     for (size_t i = 0; i < children.Entries(); ++i) {
         if (auto* child = dynamic_cast<MCNameSpace*>(children.At(i))) {
             if (!child->DeleteFromDictionary(name))
@@ -316,7 +322,7 @@ void MCNameSpace::DropNamesNotFrom(std::vector<const MCObject*>& path) {
     }
     for (const ZVTString& name : stale)
         m_xDictionary.Remove(name);
-    const ZVTSList<MCObject*> children = m_xNameSpaces.GetValue();
+    const ZVTSList<MCObject*> children = BoundEntries(m_xNameSpaces);
     for (size_t i = 0; i < children.Entries(); ++i) {
         if (auto* child = dynamic_cast<MCNameSpace*>(children.At(i)))
             child->DropNamesNotFrom(path);
@@ -355,7 +361,7 @@ void MCNameSpace::RemoveChild(MCNameSpace* child) {
 void MCNameSpace::ClearType(short type, ZVTBoolean removeValidType) {
     // Collected first: each expunge takes its entry out of the dictionary and the info list.
     std::vector<std::pair<MCStringInfo*, long>> doomed;
-    const ZVTSList<MCObject*> infos = m_xStringInfoList.GetValue();
+    const ZVTSList<MCObject*> infos = BoundEntries(m_xStringInfoList);
     for (size_t i = 0; i < infos.Entries(); ++i) {
         auto* info = dynamic_cast<MCStringInfo*>(infos.At(i));
         MCObject* named = info ? info->GetObjectA() : nullptr;
@@ -389,7 +395,7 @@ ZVTBoolean MCNameSpace::SetCountFromSelf(ZVTString const& name, ZVTBoolean found
 
 ZVTBoolean MCNameSpace::SetCountFromDescendants(ZVTString const& name, ZVTBoolean found, long& count) {
     found = SetCountFromSelf(name, found, count);
-    const ZVTSList<MCObject*> children = m_xNameSpaces.GetValue();
+    const ZVTSList<MCObject*> children = BoundEntries(m_xNameSpaces);
     for (size_t i = 0; i < children.Entries(); ++i) {
         auto* child = dynamic_cast<MCNameSpace*>(children.At(i));
         if (child && child->SetCountFromDescendants(name, found, count))
@@ -408,7 +414,7 @@ ZVTBoolean MCNameSpace::SetCountFromAncestors(ZVTString const& name, ZVTBoolean 
 ZVTBoolean MCNameSpace::LookDownFor(ZVTString const& name) {
     if (m_xDictionary.Contains(name))
         return true;
-    const ZVTSList<MCObject*> children = m_xNameSpaces.GetValue();
+    const ZVTSList<MCObject*> children = BoundEntries(m_xNameSpaces);
     for (size_t i = 0; i < children.Entries(); ++i) {
         auto* child = dynamic_cast<MCNameSpace*>(children.At(i));
         if (child && child->LookDownFor(name))
@@ -458,7 +464,7 @@ ZVTBoolean MCStringInfo::IsType_(short type) const {
 }
 
 MCObject* MCStringInfo::GetObjectA() {
-    return m_xObject.GetValue();
+    return m_xObject.IsBound() ? m_xObject.GetValue() : nullptr;
 }
 
 void MCStringInfo::SetObject(MCObject* object) {

@@ -99,6 +99,24 @@ protected:
     ZVTBoolean IsType_(short type) const override { return type == Type || Base::IsType_(type); }
 };
 
+/// The host's persistence root: a save needs one at or above the object saved.
+using ModelRoot = HostNode<530>;
+
+/// The environment a save writes its global section through, installed once per process.
+class Environment : public MCEnvironment {
+public:
+    static void Install() {
+        static Environment environment;
+        if (!MCEnvironment::GetInstance())
+            SetSingleton(&environment);
+    }
+};
+
+/// The head the benchmarks write, and the limits they restore with.
+inline MCPersHeader Head() {
+    return MCPersHeader(1, 0, "ModelCore", "Bench", "1.0");
+}
+
 }  // namespace bench
 
 #endif

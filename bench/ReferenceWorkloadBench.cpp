@@ -5,12 +5,20 @@
 //
 // Phases so far: build, link (pass A sets every `ref` from a seeded generator, pass B adds three drawn
 // targets to the `refs` of every tenth node), notify-edit (an observer on the root hears every node's
-// `count` go up by one). The run fails unless the drawn targets match the workload's check values and the
-// observer hears N events.
+// `count` go up by one), save (the whole tree to a file), restore (that file into a fresh tree, references
+// resolved) and delete (node 1 with its subtree, every reference into it from outside cleared). The run
+// fails unless the drawn targets and the cleared references match the workload's check values, the observer
+// hears N events and the restore brings back every node.
+//
+// A save needs a persistence root above what it saves, so node 0 sits under a model object; it is saved and
+// restored with the tree, one object more in N + 1.
 #include <benchmark/benchmark.h>
 
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <string>
 #include <vector>
 
 #include "BenchSupport.h"
@@ -36,6 +44,8 @@ void RegisterTypes() {
     MCFactoryRegistry::RegisterAliasProperty(kRef, "ref", 89, true, false, false, false);
     MCFactoryRegistry::RegisterAliasProperty(kRefs, "refs", 90, true, false, false, false);
     bench::HostNode<kNodeType>::Register("Node", 1);
+    bench::ModelRoot::Register("Model", 1);
+    bench::Environment::Install();
 }
 
 // The seeded generator both sides draw from.
@@ -67,14 +77,35 @@ struct CheckValues {
     std::int32_t m_anFirstRefs[5];
     long long m_llRefSum;
     long m_lRefsAdded;
+    long m_lCleared;
 };
+
+// Whether node k lies in the subtree of node 1: owners are (k-1)/10 down to node 0.
+bool InDeletedSubtree(std::int32_t k) {
+    for (; k > 1; k = (k - 1) / 10) {
+    }
+    return k == 1;
+}
+
+// The references `node` holds: its `ref` when set plus the entries of its `refs`.
+long HeldReferences(MCObject* node) {
+    MCSRefAccessor ref;
+    MCVRefAccessor refs;
+    long held = 0;
+    if (node->GetProperty(kRef, ref) && ref.GetValue() != nullptr)
+        ++held;
+    if (node->GetProperty(kRefs, refs))
+        held += static_cast<long>(refs.GetList()->Entries());
+    return held;
+}
 
 void BM_ReferenceWorkload(benchmark::State& state) {
     RegisterTypes();
     const auto n = static_cast<std::int32_t>(state.range(0));
     const CheckValues check =
-        n == 200000 ? CheckValues{{38943, 193350, 18585, 149399, 173285}, 19994678702LL, 59998}
-                    : CheckValues{{432693, 392881, 212716, 948987, 970633}, 500508033973LL, 300000};
+        n == 200000 ? CheckValues{{38943, 193350, 18585, 149399, 173285}, 19994678702LL, 59998, 64943}
+                    : CheckValues{{432693, 392881, 212716, 948987, 970633}, 500508033973LL, 300000, 128189};
+    const std::string path = std::string(P_tmpdir) + "/modelcore-workload-" + std::to_string(n) + ".mdl";
     std::vector<MCObject*> nodes(static_cast<std::size_t>(n));
     bench::PropertySetCounter observer;
     for (auto _ : state) {
@@ -84,8 +115,10 @@ void BM_ReferenceWorkload(benchmark::State& state) {
         // build
         Clock::time_point start = Clock::now();
         bool ok = true;
+        auto* model = static_cast<MCObject*>(
+            MCFactoryRegistry::CreateItem(bench::ModelRoot::c_sType, nullptr, nullptr, nullptr));
         for (std::int32_t i = 0; i < n; ++i) {
-            MCObject* owner = i == 0 ? nullptr : nodes[static_cast<std::size_t>((i - 1) / 10)];
+            MCObject* owner = i == 0 ? model : nodes[static_cast<std::size_t>((i - 1) / 10)];
             auto* node =
                 static_cast<MCObject*>(MCFactoryRegistry::CreateItem(kNodeType, owner, nullptr, nullptr));
             nodes[static_cast<std::size_t>(i)] = node;
@@ -147,10 +180,56 @@ void BM_ReferenceWorkload(benchmark::State& state) {
         nodes[0]->RemoveSubscriber(&observer, MCEvent::subscriberObserver);
         const long heard = observer.m_lHeard - heardBefore;
 
-        state.SetIterationTime(build + link + notifyEdit);
-        nodes[0]->Expunge(true);
+        // save
+        start = Clock::now();
+        {
+            std::ofstream file(path, std::ios::binary | std::ios::trunc);
+            MCStream stream(*file.rdbuf(), ZVTStream::binary);
+            MCPersHeader head = bench::Head();
+            MCPersController controller;
+            ok &= controller.SaveTo(stream, model, head) == MCPersController::resultOk && !stream.fail();
+            file.close();
+            ok &= !file.fail();
+        }
+        const double save = std::chrono::duration<double>(Clock::now() - start).count();
+        std::ifstream::pos_type fileBytes = std::ifstream(path, std::ios::binary | std::ios::ate).tellg();
 
-        bool checks = refSum == check.m_llRefSum && refsAdded == check.m_lRefsAdded && heard == n;
+        // restore
+        start = Clock::now();
+        MCObject* restored = nullptr;
+        std::size_t restoredObjects = 0;
+        {
+            std::ifstream file(path, std::ios::binary);
+            MCStream stream(*file.rdbuf(), ZVTStream::binary);
+            MCPersHeader limits = bench::Head();
+            MCPersController controller;
+            ok &= controller.RestoreFrom(stream, restored, limits) == MCPersController::resultOk;
+            restoredObjects = controller.GetCreatedObjects().Entries();
+        }
+        const double restore = std::chrono::duration<double>(Clock::now() - start).count();
+        if (restored)
+            restored->Expunge(true);
+        std::remove(path.c_str());
+
+        // delete: what the survivors hold before and after tells how many references were cleared.
+        long heldBefore = 0;
+        for (std::int32_t i = 0; i < n; ++i)
+            if (!InDeletedSubtree(i))
+                heldBefore += HeldReferences(nodes[static_cast<std::size_t>(i)]);
+        start = Clock::now();
+        ok &= nodes[1]->Expunge(true);
+        const double remove = std::chrono::duration<double>(Clock::now() - start).count();
+        long heldAfter = 0;
+        for (std::int32_t i = 0; i < n; ++i)
+            if (!InDeletedSubtree(i))
+                heldAfter += HeldReferences(nodes[static_cast<std::size_t>(i)]);
+
+        state.SetIterationTime(build + link + notifyEdit + save + restore + remove);
+        model->Expunge(true);
+
+        bool checks = refSum == check.m_llRefSum && refsAdded == check.m_lRefsAdded && heard == n &&
+                      restoredObjects == static_cast<std::size_t>(n) + 1 &&
+                      heldBefore - heldAfter == check.m_lCleared;
         for (int k = 0; k < 5; ++k)
             checks &= firstRefs[k] == check.m_anFirstRefs[k];
         if (!ok || !checks) {
@@ -161,6 +240,10 @@ void BM_ReferenceWorkload(benchmark::State& state) {
         state.counters["build_ns_per_node"] = build * perNode;
         state.counters["link_ns_per_node"] = link * perNode;
         state.counters["notify_edit_ns_per_node"] = notifyEdit * perNode;
+        state.counters["save_ns_per_node"] = save * perNode;
+        state.counters["restore_ns_per_node"] = restore * perNode;
+        state.counters["delete_ns_per_node"] = remove * perNode;
+        state.counters["file_B_per_node"] = static_cast<double>(fileBytes) / n;
         state.counters["rss_B_per_node_after_build_link"] = (rssAfterLink - rssBefore) / n;
     }
 }

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCDepthFirstWalker.h"
@@ -339,8 +340,7 @@ MCPersController::result MCPersController::RestoreFrom(MCStream& stream, MCObjec
                 Environment().RestoreGlobalToken(token, stream, &udpMap);
                 break;
             default:
-                if (root)
-                    root->Expunge(true);
+                DropPartialTree(root);
                 return resultUnknownToken;
         }
     }
@@ -362,6 +362,23 @@ MCPersController::result MCPersController::RestoreFrom(MCStream& stream, MCObjec
     }
     object = root;
     return resultOk;
+}
+
+void MCPersController::DropPartialTree(MCObject* root) {
+    if (!root)
+        return;
+    // Ids tell afterwards which objects the expunge took, without touching freed memory; objects that
+    // found no owner in the file survive it and stay listed for the host.
+    std::vector<std::pair<MCObject*, long>> made;
+    made.reserve(m_xCreatedObjects.Entries());
+    for (size_t i = 0; i < m_xCreatedObjects.Entries(); ++i)
+        made.emplace_back(m_xCreatedObjects.At(i), m_xCreatedObjects.At(i)->GetId());
+    root->Expunge(true);
+    m_xCreatedObjects.Clear();
+    for (const auto& [object, id] : made) {
+        if (MCObject::ResolveId(id) == object)
+            m_xCreatedObjects.Append(object);
+    }
 }
 
 MCObject* MCPersController::CreateObject(MCPersRestoreVisitor& visitor, MCUDPMap* map) {

@@ -195,8 +195,9 @@ public:
     result RestoreFrom(MCStream& stream, MCObject*& object, MCPersHeader& header);
 
     /// Every object made by restores of this controller, in creation order, for a host that disposes of
-    /// a partial tree after an exception. The pointers are not owned and dangle once an object is
-    /// expunged, which includes the tree of resultUnknownToken.
+    /// a partial tree after an exception. The pointers are not owned. After resultUnknownToken only the
+    /// objects that outlived the root's expunge are listed (those that found no owner in the file);
+    /// an object the host expunges itself dangles here.
     const ZVTSList<MCObject*>& GetCreatedObjects() const { return m_xCreatedObjects; }
 
 protected:
@@ -207,6 +208,9 @@ protected:
     MCObject* CreateObject(MCPersRestoreVisitor& visitor, MCUDPMap* map);
 
 private:
+    // Expunges the tree of a failed restore and keeps listed only the objects that outlived it.
+    void DropPartialTree(MCObject* root);
+
     MCStream* m_pxSaveStream = nullptr;
     MCIdSpace* m_pxIdSpace = nullptr;
     MCStream* m_pxRestoreStream = nullptr;

@@ -111,6 +111,8 @@ TEST_F(PersTest, UnknownTopLevelTokenExpungesTheTreeAndLeavesTheOutputAlone) {
                                   .End()
                                   .Object(TestNode::c_sType, 11, 10)
                                   .End()
+                                  .Object(TestNode::c_sType, 13, 99)  // no such owner: outside the tree
+                                  .End()
                                   .Token(0x33)
                                   .Object(TestNode::c_sType, 12, 0)
                                   .End()
@@ -122,7 +124,12 @@ TEST_F(PersTest, UnknownTopLevelTokenExpungesTheTreeAndLeavesTheOutputAlone) {
     MCObject* out = reinterpret_cast<MCObject*>(&medium);
     EXPECT_EQ(controller.RestoreFrom(stream, out, header), C::resultUnknownToken);
     EXPECT_EQ(out, reinterpret_cast<MCObject*>(&medium));
-    EXPECT_EQ(controller.GetCreatedObjects().Entries(), 2u);
+    // Only the ownerless object outlives the root, and only it is left for the host to dispose of.
+    ASSERT_EQ(controller.GetCreatedObjects().Entries(), 1u);
+    EXPECT_EQ(TestNode::c_nAlive, m_nAliveAtStart + 1);
+    MCObject* survivor = controller.GetCreatedObjects().At(0);
+    EXPECT_EQ(survivor->GetOwner(0, MCItem::rttiDerived), nullptr);
+    survivor->Expunge(true);
     EXPECT_EQ(TestNode::c_nAlive, m_nAliveAtStart);
 }
 

@@ -290,31 +290,43 @@ struct Delivery {
     MCSubscriberReference* m_pxCurrent;  // null until the first entry is reached
 };
 
-// The deliveries of this thread, innermost last. An owner passing its ownee's event on adds a delivery here
-// instead of a call frame, so the loop in Deliver is all the depth a climb takes.
-thread_local std::vector<Delivery> t_xDeliveries;
+// A climb passes an event from owner to owner by plain calls while it is shallow, which costs nothing
+// extra. From c_nCallDepth nested deliveries on, an owner queues its delivery instead, to run as soon as
+// the current subscriber returns, so a chain of any depth takes no more call depth than that. Only a
+// delivery that deep can find anything queued after its subscriber returns.
+constexpr unsigned c_nCallDepth = 64;
+
+// Plain data, so an access is one load (initial-exec) with no initialization check.
+__attribute__((tls_model("initial-exec"))) thread_local unsigned t_nDepth = 0;
+
+std::vector<Delivery>& Queued() {
+    static thread_local std::vector<Delivery> queued;
+    return queued;
+}
+
+struct DepthGuard {
+    DepthGuard() : m_nDepth(++t_nDepth) {}
+    ~DepthGuard() { --t_nDepth; }
+    DepthGuard(const DepthGuard&) = delete;
+    DepthGuard& operator=(const DepthGuard&) = delete;
+    const unsigned m_nDepth;
+};
 
 }  // namespace
 
-void MCSubject::BeginDelivery(MCEvent& rEvent) {
-    rEvent.AddReference();
-    AddReference();
-    t_xDeliveries.push_back(Delivery{this, &rEvent, nullptr});
-}
-
 void MCSubject::Deliver(std::size_t nBase) {
-    auto finishTop = [] {
-        const Delivery done = t_xDeliveries.back();
-        t_xDeliveries.pop_back();
+    std::vector<Delivery>& rQueued = Queued();
+    auto finishTop = [&rQueued] {
+        const Delivery done = rQueued.back();
+        rQueued.pop_back();
         // Subject first, event last: the event may be what keeps the subject alive.
         done.m_pxSubject->RemoveReference();
         done.m_pxEvent->RemoveReference();
     };
     try {
-        while (t_xDeliveries.size() > nBase) {
+        while (rQueued.size() > nBase) {
             // By index: a Notify below may grow the vector.
-            const std::size_t nTop = t_xDeliveries.size() - 1;
-            Delivery& rTop = t_xDeliveries[nTop];
+            Delivery& rTop = rQueued[rQueued.size() - 1];
             // The next link is read only now, after the previous Notify returned.
             MCSubscriberReference* pEntry =
                 rTop.m_pxCurrent == nullptr ? rTop.m_pxSubject->First() : rTop.m_pxCurrent->m_pxNext;
@@ -324,32 +336,48 @@ void MCSubject::Deliver(std::size_t nBase) {
             }
             rTop.m_pxCurrent = pEntry;
             const MCSubscriberReference xEntry(*pEntry);
-            if (xEntry.GetReferenceCount() == 0)
-                continue;
             MCEvent& rEvent = *rTop.m_pxEvent;
-            if ((xEntry.GetSubscriberType() & rEvent.GetSubscriberType()) == 0)
+            if (xEntry.GetReferenceCount() == 0 ||
+                (xEntry.GetSubscriberType() & rEvent.GetSubscriberType()) == 0)
                 continue;
             xEntry.GetSubscriber()->Notify(rEvent);
         }
     } catch (...) {
-        while (t_xDeliveries.size() > nBase)
+        while (rQueued.size() > nBase)
             finishTop();
         throw;
     }
 }
 
 void MCSubject::NotifySubscribers(MCEvent& rEvent) {
-    const std::size_t nBase = t_xDeliveries.size();
-    BeginDelivery(rEvent);
-    Deliver(nBase);
+    // Declared in this order so they are released subject first, event last: the event may die with it.
+    MCEventUser xEventGuard(rEvent);
+    MCSubjectUser xSubjectGuard(*this);
+    const DepthGuard xDepth;
+    std::vector<Delivery>* pQueued = xDepth.m_nDepth < c_nCallDepth ? nullptr : &Queued();
+    const std::size_t nBase = pQueued ? pQueued->size() : 0;
+    // The guard keeps every node in place, so the walk may stand on a node across a Notify that adds or
+    // removes subscribers; the next link is read only after the call.
+    for (MCSubscriberReference* pEntry = First(); pEntry != nullptr; pEntry = pEntry->m_pxNext) {
+        const MCSubscriberReference xEntry(*pEntry);
+        if (xEntry.GetReferenceCount() == 0)
+            continue;
+        if ((xEntry.GetSubscriberType() & rEvent.GetSubscriberType()) == 0)
+            continue;
+        xEntry.GetSubscriber()->Notify(rEvent);
+        if (pQueued && pQueued->size() > nBase)
+            Deliver(nBase);
+    }
 }
 
 void MCSubject::PassOnToSubscribers(MCEvent& rEvent) {
-    if (t_xDeliveries.empty()) {
+    if (t_nDepth < c_nCallDepth) {
         NotifySubscribers(rEvent);
         return;
     }
-    BeginDelivery(rEvent);
+    rEvent.AddReference();
+    AddReference();
+    Queued().push_back(Delivery{this, &rEvent, nullptr});
 }
 
 unsigned int MCSubject::Dump(std::ofstream& stream, long /*level*/) {

@@ -116,12 +116,12 @@ public:
     /// Frees every subscription, stale or live, without telling the subscribers.
     void RemoveAllSubscribers();
     /// Calls Notify on every live entry whose types share a bit with the event's mask, then releases the
-    /// event, which this destroys when nothing else holds it. Allocates nothing once a thread has delivered
-    /// at its deepest.
+    /// event, which this destroys when nothing else holds it. Allocates nothing unless a climb runs deeper
+    /// than any before it on this thread.
     void NotifySubscribers(MCEvent& rEvent);
-    /// NotifySubscribers for an event passed on by a subscriber: inside a delivery running on this thread
-    /// it is queued to run as soon as the current subscriber returns, before that delivery goes on, so an
-    /// event climbing an owner chain of any depth costs no call depth. Outside one it is NotifySubscribers.
+    /// NotifySubscribers for an event passed on by a subscriber (an owner hearing of its ownee). Deep inside
+    /// nested deliveries it is queued instead, to run as soon as the current subscriber returns and before
+    /// that delivery goes on, so an event climbing an owner chain of any depth takes bounded call depth.
     void PassOnToSubscribers(MCEvent& rEvent);
 
 private:
@@ -132,7 +132,6 @@ private:
     unsigned int AddReference();
     unsigned int RemoveReference();
     void CleanUpList();
-    void BeginDelivery(MCEvent& rEvent);
     static void Deliver(std::size_t nBase);
 
     ZVTBoolean IsIndexed() const { return (m_uSubscribers & 1u) != 0; }

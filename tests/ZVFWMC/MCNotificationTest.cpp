@@ -3,7 +3,6 @@
 // owner tree only for types that registered.
 
 #include <algorithm>
-#include <functional>
 #include <map>
 #include <memory>
 #include <vector>
@@ -160,7 +159,8 @@ TEST_F(NotificationTest, EditsClimbToObserversButNotToReferenceHolders) {
 
 TEST_F(NotificationTest, AClimbIsDepthFirstInSubscriberOrder) {
     // Each subject tells its subscribers in ascending address, and an owner's whole climb comes at the
-    // owner's place in that order, before the ownee's later subscribers.
+    // owner's place in that order, before the ownee's later subscribers. The chain is deep enough for the
+    // far end of the climb to be queued rather than called, which must not change the order.
     struct Named : MCSubscriber {
         Named(std::string* log, char name) : m_psLog(log), m_cName(name) {}
         void Notify(MCEvent& /*event*/) override { *m_psLog += m_cName; }
@@ -169,13 +169,14 @@ TEST_F(NotificationTest, AClimbIsDepthFirstInSubscriberOrder) {
     };
     std::string log;
     std::vector<std::unique_ptr<Named>> observers;
-    MCObject* root = Make();
-    MCObject* middle = Make(root);
-    MCObject* leaf = Make(middle);
     std::map<MCSubject*, std::vector<std::pair<void*, char>>> subscribers;  // '^' marks the owner
-    subscribers[leaf].push_back({middle, '^'});
-    subscribers[middle].push_back({root, '^'});
-    const std::pair<MCObject*, const char*> placed[] = {{leaf, "abc"}, {middle, "de"}, {root, "f"}};
+    std::vector<MCObject*> chain{Make()};
+    for (int i = 1; i < 200; ++i) {
+        chain.push_back(Make(chain.back()));
+        subscribers[chain.back()].push_back({chain[chain.size() - 2], '^'});
+    }
+    const std::pair<MCObject*, const char*> placed[] = {
+        {chain[199], "abc"}, {chain[150], "de"}, {chain[100], "gh"}, {chain[20], "ij"}, {chain[0], "f"}};
     for (const auto& [object, names] : placed) {
         for (const char* name = names; *name; ++name) {
             observers.push_back(std::make_unique<Named>(&log, *name));
@@ -183,16 +184,29 @@ TEST_F(NotificationTest, AClimbIsDepthFirstInSubscriberOrder) {
             subscribers[object].push_back({observers.back().get(), *name});
         }
     }
-    std::function<std::string(MCSubject*)> expected = [&](MCSubject* subject) {
+    std::string expected;
+    // Iterative, like the climb itself: a stack of (subject, entries, next index).
+    std::vector<std::pair<std::vector<std::pair<void*, char>>, std::size_t>> pending;
+    auto enter = [&](MCSubject* subject) {
         auto entries = subscribers[subject];
         std::sort(entries.begin(), entries.end());
-        std::string order;
-        for (const auto& [address, name] : entries)
-            order += name == '^' ? expected(static_cast<MCObject*>(address)) : std::string(1, name);
-        return order;
+        pending.push_back({entries, 0});
     };
-    ASSERT_TRUE(SetLong(leaf, 87, 4));
-    EXPECT_EQ(log, expected(leaf));
+    enter(chain[199]);
+    while (!pending.empty()) {
+        auto& [entries, next] = pending.back();
+        if (next == entries.size()) {
+            pending.pop_back();
+            continue;
+        }
+        const auto [address, name] = entries[next++];
+        if (name == '^')
+            enter(static_cast<MCObject*>(address));
+        else
+            expected += name;
+    }
+    ASSERT_TRUE(SetLong(chain[199], 87, 4));
+    EXPECT_EQ(log, expected);
     for (const auto& [object, names] : placed)
         for (const auto& observer : observers)
             object->RemoveSubscriber(observer.get(), MCEvent::subscriberObserver);

@@ -1,6 +1,8 @@
 #include "ModelCore/ZVFWMC/MCObject.h"
 
 #include <memory>
+#include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
@@ -31,6 +33,34 @@ bool IsWithin(const void* object, unsigned int size, const void* address) {
     const auto* at = static_cast<const unsigned char*>(address);
     return begin <= at && at <= begin + size;
 }
+
+// A rule or subscriber may expunge another object while one goes, whose end may expunge a third: a
+// chain as long as the model (or a file) makes it. Past c_nExpungeDepth nested expunges the next one
+// waits, its veto already asked, until the outermost has finished its own, so no chain costs more call
+// depth than that.
+constexpr unsigned c_nExpungeDepth = 64;
+
+struct ExpungeState {
+    unsigned m_nDepth = 0;
+    std::vector<std::pair<MCObject*, bool>> m_xWaiting;  // in the order they were asked for
+    std::unordered_set<const MCObject*> m_xAlive;        // those waiting that no owner has taken down
+};
+
+ExpungeState& Expunges() {
+    static thread_local ExpungeState state;
+    return state;
+}
+
+// Plain data, so every destructor checks it with one load.
+__attribute__((tls_model("initial-exec"))) thread_local std::size_t t_nWaiting = 0;
+
+struct ExpungeDepth {
+    explicit ExpungeDepth(ExpungeState& state) : m_rState(state) { ++m_rState.m_nDepth; }
+    ~ExpungeDepth() { --m_rState.m_nDepth; }
+    ExpungeDepth(const ExpungeDepth&) = delete;
+    ExpungeDepth& operator=(const ExpungeDepth&) = delete;
+    ExpungeState& m_rState;
+};
 
 // The rules every object has: it announces its creation, an undeletable object goes only with its
 // owner, and a dying object's properties hear of it.
@@ -141,6 +171,11 @@ MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
 }
 
 MCObject::~MCObject() {
+    if (t_nWaiting != 0) {
+        ExpungeState& state = Expunges();
+        state.m_xAlive.erase(this);
+        t_nWaiting = state.m_xAlive.size();
+    }
     // Only our own entry: an id set by hand may name another object's.
     GetIdSpace()->RemovePointer(GetId(), this);
     const unsigned int size = MCFactoryRegistry::GetItemSize(GetType());
@@ -516,7 +551,27 @@ void MCObject::Notify(MCEvent& event) {
 ZVTBoolean MCObject::Expunge(ZVTBoolean top) {
     if (!PrepareExpunge(top))
         return true;
-    return Expunge_(top);
+    ExpungeState& state = Expunges();
+    if (state.m_nDepth >= c_nExpungeDepth) {
+        state.m_xWaiting.emplace_back(this, top);
+        state.m_xAlive.insert(this);
+        t_nWaiting = state.m_xAlive.size();
+        return true;
+    }
+    ExpungeDepth depth(state);
+    Expunge_(top);
+    if (state.m_nDepth == 1) {
+        // By index: each of these may make others wait.
+        for (std::size_t i = 0; i < state.m_xWaiting.size(); ++i) {
+            const std::pair<MCObject*, bool> next = state.m_xWaiting[i];
+            if (state.m_xAlive.erase(next.first) == 0)
+                continue;
+            t_nWaiting = state.m_xAlive.size();
+            next.first->Expunge_(next.second);
+        }
+        state.m_xWaiting.clear();
+    }
+    return true;
 }
 
 ZVTBoolean MCObject::PrepareExpunge(ZVTBoolean top) {

@@ -172,7 +172,9 @@ public:
     /// object's own subscribers.
     void Notify(MCEvent& event) override;
     /// Destroys the object and its subtree: the rules may refuse when `top` is true; always true, so
-    /// ResolveId of the old id tells whether it went. Only Expunge_ passes `top` false.
+    /// ResolveId of the old id tells whether it went. Only Expunge_ passes `top` false. Called from a
+    /// rule or subscriber 64 expunges deep, the object is asked for its veto at once but goes only when
+    /// the outermost expunge has finished its own object.
     ZVTBoolean Expunge(ZVTBoolean top);
     /// True while this object or any owner above it is being expunged.
     ZVTBoolean IsExpunging() const;

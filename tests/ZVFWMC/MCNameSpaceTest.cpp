@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "ModelCore/ZVFWMC/MCNameSpace.h"
 #include "ModelCore/ZVFWMC/MCPropertySemantics.h"
@@ -229,6 +230,31 @@ TEST_F(NameSpaceTest, ADyingNameSpaceLeavesTheTreeWhole) {
     EXPECT_FALSE(Has(leaf, "Top"));
     EXPECT_TRUE(Has(leaf, "Low"));
     EXPECT_TRUE(root->Insert(Named("Mid"), 0, 0, false));
+}
+
+// A file may make an info name another info: each death then takes the info before it, a chain as
+// long as the file makes it, which must not cost call depth. A small stack makes a recursion fail.
+TEST_F(NameSpaceTest, AChainOfInfosNamingInfosGoesWithoutDeepening) {
+    MCNameSpace* space = MakeSpace();
+    constexpr int c_iLength = 6000;
+    std::vector<MCStringInfo*> chain;
+    for (int i = 0; i < c_iLength; ++i) {
+        ZVTString name(("n" + std::to_string(i)).c_str());
+        chain.push_back(space->CreateStringInfo(name));
+        ASSERT_NE(chain.back(), nullptr);
+    }
+    for (int i = 0; i + 1 < c_iLength; ++i)
+        chain[i]->SetObject(chain[i + 1]);
+    MCObject* survivor = Named("Survivor");
+    ASSERT_TRUE(space->Insert(survivor, 0, 0, false));
+
+    ASSERT_TRUE(RunOnStack(1 << 20, [&] { chain[c_iLength / 2]->Expunge(true); }));
+    MCVRefRawAccessor accessor;
+    ASSERT_TRUE(space->GetProperty(303, accessor));
+    // The second half and the survivor's info stay; the first half went with the middle one.
+    EXPECT_EQ(accessor.GetValue().Entries(), static_cast<size_t>(c_iLength / 2));
+    EXPECT_EQ(Find(space, "Survivor"), survivor);
+    EXPECT_EQ(chain[c_iLength / 2 + 1]->GetObjectA(), chain[c_iLength / 2 + 2]);
 }
 
 TEST_F(NameSpaceTest, ClearTypeExpungesTheNamesOfThatType) {

@@ -5,6 +5,9 @@
 // every tree a test made, an observer that renders what it hears as one string, and TestNode, a host
 // object class written the way a host writes one (own factory, both constructors, an embedded property).
 
+#include <pthread.h>
+
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -159,5 +162,24 @@ protected:
     std::vector<std::pair<MCObject*, long>> m_xRoots;
     int m_nAliveAtStart = 0;
 };
+
+/// Runs `body` on a thread whose stack holds `bytes`, so a test of call depth fails the same way in
+/// every build rather than only where frames are large. False when the thread could not be made.
+inline bool RunOnStack(std::size_t bytes, const std::function<void()>& body) {
+    pthread_attr_t attributes;
+    if (pthread_attr_init(&attributes) != 0)
+        return false;
+    pthread_t thread;
+    const bool made = pthread_attr_setstacksize(&attributes, bytes) == 0 &&
+                      pthread_create(
+                          &thread, &attributes,
+                          [](void* argument) -> void* {
+                              (*static_cast<const std::function<void()>*>(argument))();
+                              return nullptr;
+                          },
+                          const_cast<std::function<void()>*>(&body)) == 0;
+    pthread_attr_destroy(&attributes);
+    return made && pthread_join(thread, nullptr) == 0;
+}
 
 #endif

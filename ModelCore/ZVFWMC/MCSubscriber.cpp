@@ -54,7 +54,7 @@ void DumpObjectPart(std::ofstream& /*stream*/, MCSubscriber& /*rSubscriber*/) {}
 
 #if UINTPTR_MAX == 0xFFFFFFFFFFFFFFFFu
 static_assert(sizeof(MCSubscriberReference) <= 24, "a subscription is one small heap node");
-static_assert(sizeof(MCSubject) <= 24, "every object carries a subject");
+static_assert(sizeof(MCSubject) <= 48, "every object carries a subject");
 #endif
 
 // The ordered index of a long list. It holds every entry, live or stale, ordered like the list, so the
@@ -122,6 +122,25 @@ void MCSubject::Unlink(MCSubscriberReference* pBefore, MCSubscriberReference* pE
         SetFirst(pEntry->m_pxNext);
 }
 
+MCSubscriberReference* MCSubject::NewEntry(MCSubscriber* pSubscriber, unsigned int nType) {
+    if (m_xOwnEntry.m_pxSubscriber != nullptr)
+        return new MCSubscriberReference(pSubscriber, nType);
+    m_xOwnEntry.Initialize(pSubscriber, nType);
+    m_xOwnEntry.m_pxNext = nullptr;
+    return &m_xOwnEntry;
+}
+
+void MCSubject::FreeEntry(MCSubscriberReference* pEntry) {
+    if (pEntry == &m_xOwnEntry) {
+        // Free again; the copy-assignment would keep the list fields.
+        m_xOwnEntry.Initialize(nullptr, 0);
+        m_xOwnEntry.m_nReferenceCount = 0;
+        m_xOwnEntry.m_pxNext = nullptr;
+        m_xOwnEntry.m_bStaleListed = 0;
+    } else
+        delete pEntry;
+}
+
 MCSubscriberReference* MCSubject::Find(MCSubscriber* pSubscriber) const {
     if (IsIndexed()) {
         const SubscriberIndex::Order& rOrder = GetIndex()->m_xOrder;
@@ -162,10 +181,15 @@ void MCSubject::AddSubscriber(MCSubscriber* pSubscriber, unsigned int nType) {
             Revive(**it, nType);
             return;
         }
-        std::unique_ptr<MCSubscriberReference> pEntry(new MCSubscriberReference(pSubscriber, nType));
         MCSubscriberReference* pBefore = rIndex.Predecessor(it);
-        rIndex.m_xOrder.insert(it, pEntry.get());
-        Link(pBefore, pEntry.release());
+        MCSubscriberReference* pEntry = NewEntry(pSubscriber, nType);
+        try {
+            rIndex.m_xOrder.insert(it, pEntry);
+        } catch (...) {
+            FreeEntry(pEntry);
+            throw;
+        }
+        Link(pBefore, pEntry);
         return;
     }
 
@@ -180,7 +204,7 @@ void MCSubject::AddSubscriber(MCSubscriber* pSubscriber, unsigned int nType) {
         if (Before(pSubscriber, pEntry->m_pxSubscriber))
             break;
     }
-    Link(pBefore, new MCSubscriberReference(pSubscriber, nType));
+    Link(pBefore, NewEntry(pSubscriber, nType));
     for (; pEntry != nullptr; pEntry = pEntry->m_pxNext)
         ++nEntries;
     if (nEntries + 1 > c_nIndexAbove)
@@ -219,7 +243,7 @@ void MCSubject::RemoveAllSubscribers() {
     MCSubscriberReference* pEntry = First();
     while (pEntry != nullptr) {
         MCSubscriberReference* pNext = pEntry->m_pxNext;
-        delete pEntry;
+        FreeEntry(pEntry);
         pEntry = pNext;
     }
     if (IsIndexed())
@@ -247,7 +271,7 @@ void MCSubject::CleanUpList() {
             MCSubscriberReference* pNext = pEntry->m_pxNext;
             if (pEntry->m_nReferenceCount == 0) {
                 Unlink(pBefore, pEntry);
-                delete pEntry;
+                FreeEntry(pEntry);
                 --m_nStaleEntries;
             } else {
                 pBefore = pEntry;
@@ -266,7 +290,7 @@ void MCSubject::CleanUpList() {
         auto it = rIndex.m_xOrder.find(pEntry);
         Unlink(rIndex.Predecessor(it), pEntry);
         rIndex.m_xOrder.erase(it);
-        delete pEntry;
+        FreeEntry(pEntry);
     }
     m_nStaleEntries = 0;
     if (rIndex.m_xStale.capacity() > c_nKeptStaleCapacity)

@@ -6,8 +6,9 @@
 //
 // Every model object is a subject, and a popular reference target may hold 10^5 subscriptions, so the
 // list is laid out for both ends:
-// - A subject is 24 bytes on a 64-bit build (vtable, one word for the list, the two counters). Each
-//   subscription is one 24-byte heap node, linked in ascending address order.
+// - A subject is 48 bytes on a 64-bit build (vtable, one word for the list, the two counters, and the
+//   node of its first subscriber, for an object its owner). Each further subscription is one 24-byte
+//   heap node; all are linked in ascending subscriber address.
 // - Beyond 16 entries the subject builds, once, an ordered index of its nodes plus a list of the nodes
 //   gone stale, in a block hung off the list word. Add and Remove then cost O(log n) and a clean-up
 //   O(stale log n); the block goes again when a clean-up leaves 8 entries or fewer.
@@ -145,10 +146,15 @@ private:
     void BuildIndex();
     long Entries() const;
 
+    MCSubscriberReference* NewEntry(MCSubscriber* pSubscriber, unsigned int nType);
+    void FreeEntry(MCSubscriberReference* pEntry);
     // The first entry, or the address of the SubscriberIndex with bit 0 set once the list is long.
     std::uintptr_t m_uSubscribers = 0;
     std::uint32_t m_nStaleEntries = 0;
     std::uint16_t m_nUsers = 0;
+    // The node of the first subscriber while it lasts (for an object, its owner): it shares the subject's
+    // cache lines, so an event climbing an owner chain loads no separate node per level.
+    MCSubscriberReference m_xOwnEntry;
 };
 
 /// What a subscriber hands out to list its subjects; this library only uses it, hosts implement it.

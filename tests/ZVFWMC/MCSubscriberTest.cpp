@@ -218,6 +218,31 @@ TEST_F(SubjectTest, MoreThanTenStaleEntriesArePurgedWhenTheLastWalkEnds) {
     }
 }
 
+// The subject's own node goes to its first subscriber; once purged, the next new subscriber takes it,
+// wherever its address puts it, on a short list and on an indexed one.
+TEST_F(SubjectTest, APurgedFirstNodeIsTakenByTheNextSubscriber) {
+    for (int nOthers : {12, 20}) {
+        SCOPED_TRACE(nOthers);
+        m_xSubject.AddSubscriber(R(5), 1);
+        for (int i = 10; i < 10 + nOthers; ++i)
+            m_xSubject.AddSubscriber(R(i), 1);
+        m_xSubject.RemoveSubscriber(R(5), 1);
+        for (int i = 10; i < 20; ++i)
+            m_xSubject.RemoveSubscriber(R(i), 1);
+        ASSERT_EQ(RawCount(), nOthers - 10);
+        m_xSubject.AddSubscriber(R(100), 1);
+        m_xSubject.AddSubscriber(R(1), 1);
+        std::string sExpected = "1";
+        for (int i = 20; i < 10 + nOthers; ++i)
+            sExpected += " " + std::to_string(i);
+        EXPECT_EQ(Deliver(), sExpected + " 100");
+        m_xSubject.RemoveSubscriber(R(100), 1);
+        m_xSubject.AddSubscriber(R(100), 2);
+        EXPECT_EQ(Deliver(), sExpected);
+        m_xSubject.RemoveAllSubscribers();
+    }
+}
+
 // Re-entrant changes during a delivery, on a short list, one that grows past the index threshold during
 // the walk, and an indexed one. The padding entries have type 2 and so are walked but never called.
 class ReentrantDeliveryTest : public SubjectTest, public ::testing::WithParamInterface<int> {};

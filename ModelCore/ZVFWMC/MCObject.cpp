@@ -56,7 +56,15 @@ __attribute__((tls_model("initial-exec"))) thread_local std::size_t t_nWaiting =
 
 struct ExpungeDepth {
     explicit ExpungeDepth(ExpungeState& state) : m_rState(state) { ++m_rState.m_nDepth; }
-    ~ExpungeDepth() { --m_rState.m_nDepth; }
+    ~ExpungeDepth() {
+        // Left over only when a rule or subscriber threw: those stay, half gone like the rest of that
+        // expunge, rather than go with some later, unrelated one.
+        if (--m_rState.m_nDepth == 0 && !m_rState.m_xWaiting.empty()) {
+            m_rState.m_xWaiting.clear();
+            m_rState.m_xAlive.clear();
+            t_nWaiting = 0;
+        }
+    }
     ExpungeDepth(const ExpungeDepth&) = delete;
     ExpungeDepth& operator=(const ExpungeDepth&) = delete;
     ExpungeState& m_rState;
@@ -623,8 +631,12 @@ ZVTBoolean MCObject::Expunge_(ZVTBoolean top) {
     while (!pending.empty()) {
         MCObject* object = pending.back();
         if (MCObject* ownee = object->RemoveFirstOwnee()) {
-            ownee->SetFlag(itemTreeExpunge, object->GetFlag(itemTreeExpunge));
-            ownee->PrepareExpunge(false);
+            // An ownee waiting for its own expunge has had its rules asked already.
+            const ZVTBoolean prepared = ownee->GetFlag(itemExpunging);
+            ownee->SetFlag(itemTreeExpunge,
+                           object->GetFlag(itemTreeExpunge) || (prepared && ownee->GetFlag(itemTreeExpunge)));
+            if (!prepared)
+                ownee->PrepareExpunge(false);
             ownee->AnnounceEnd();
             pending.push_back(ownee);
             continue;

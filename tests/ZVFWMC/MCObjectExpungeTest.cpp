@@ -1,6 +1,10 @@
 // The end of a tree: rules and events from the top down, memory from the leaves up, and the quiet ways of
 // going (a persistence unit's root, a subtree marked to go without ceremony).
 
+#include <string>
+#include <unordered_map>
+#include <vector>
+
 #include "support/RuleTestSupport.h"
 
 namespace {
@@ -25,6 +29,23 @@ public:
             RuleLog() += (RuleLog().empty() ? "" : " ") + std::string("SD@") +
                          std::to_string(static_cast<MCObject*>(event.GetSubject())->GetId());
     }
+};
+
+// Expunges the next object of a row whenever one dies, and records the order of the deaths: nested
+// expunges as deep as the row is long.
+class Domino : public MCSubscriber {
+public:
+    void Notify(MCEvent& event) override {
+        if (event.GetEventType() != MCEvent::SubjectDestroyed)
+            return;
+        auto* dying = static_cast<MCObject*>(event.GetSubject());
+        m_xOrder.push_back(dying->GetId());
+        auto next = m_xNext.find(dying);
+        if (next != m_xNext.end())
+            next->second->Expunge(true);
+    }
+    std::unordered_map<MCObject*, MCObject*> m_xNext;
+    std::vector<long> m_xOrder;
 };
 
 }  // namespace
@@ -139,4 +160,45 @@ TEST_F(ObjectExpungeTest, DeepChainGoesWithoutDeepRecursion) {
     root->Expunge(true);
     EXPECT_EQ(MCObject::ResolveId(lastId), nullptr);
     EXPECT_EQ(TakeLog(), "SD@" + std::to_string(lastId));
+}
+
+// Deep nesting must cost bounded call depth (a small stack makes a recursion fail) and change nothing a
+// host sees: every object goes once, rules once, in order. In the nested row an object that waits for its
+// expunge is taken down by its owner first.
+TEST_F(ObjectExpungeTest, NestedExpungesOfAnyDepthEachGoOnceInOrder) {
+    constexpr int c_iLength = 5000;
+    AddRule(1, m_xRule);
+    // Made without creation rules: a creation event climbing the nested row would cost its square.
+    struct Quiet : MCFactoryContext {
+        ZVTBoolean SemanticsNeeded() override { return false; }
+    } quiet;
+    for (bool nested : {false, true}) {
+        SCOPED_TRACE(nested ? "each under the one before" : "siblings");
+        MCObject* root = Make();
+        std::vector<MCObject*> row;
+        std::vector<long> ids;
+        Domino domino;
+        for (int i = 0; i < c_iLength; ++i) {
+            row.push_back(static_cast<MCObject*>(MCFactoryRegistry::CreateItem(
+                MCGenericObject::c_sType, nested && i > 0 ? row.back() : root, &quiet, nullptr)));
+            ids.push_back(row.back()->GetId());
+            row.back()->AddSubscriber(&domino, MCEvent::subscriberObserver);
+            if (i > 0)
+                domino.m_xNext[row[i - 1]] = row[i];
+        }
+        RuleLog().clear();
+        ASSERT_TRUE(RunOnStack(1 << 20, [&] { row[0]->Expunge(true); }));
+        EXPECT_EQ(domino.m_xOrder, ids);
+        const std::string log = TakeLog();
+        long rules = 0;
+        for (std::size_t at = log.find("PD@"); at != std::string::npos; at = log.find("PD@", at + 1))
+            ++rules;
+        EXPECT_EQ(rules, c_iLength);
+        long alive = 0;
+        for (long id : ids)
+            alive += MCObject::ResolveId(id) != nullptr;
+        EXPECT_EQ(alive, 0);
+        ASSERT_NE(MCObject::ResolveId(root->GetId()), nullptr);
+        root->Expunge(true);
+    }
 }

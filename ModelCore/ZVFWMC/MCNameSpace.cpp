@@ -476,7 +476,18 @@ long MCStringInfo::GetCount() {
     return static_cast<long>(static_cast<unsigned long>(m_xCount.GetValue()) & 0xFFFFUL);
 }
 
+namespace {
+
+// Each counter has 16 bits of the stored long.
+bool FitsCounter(long number) {
+    return number >= 0 && number <= 0xFFFFL;
+}
+
+}  // namespace
+
 void MCStringInfo::SetCount(long count) {
+    if (!FitsCounter(count))
+        return;
     const unsigned long value = static_cast<unsigned long>(m_xCount.GetValue());
     SetCounters((value & ~0xFFFFUL) | (static_cast<unsigned long>(count) & 0xFFFFUL));
 }
@@ -486,6 +497,8 @@ long MCStringInfo::GetDiffCount() {
 }
 
 void MCStringInfo::SetDiffCount(long diffCount) {
+    if (!FitsCounter(diffCount))
+        return;
     const unsigned long value = static_cast<unsigned long>(m_xCount.GetValue());
     SetCounters((value & 0xFFFFUL) | ((static_cast<unsigned long>(diffCount) & 0xFFFFUL) << 16));
 }

@@ -100,11 +100,12 @@ public:
     void SetObject(MCObject* object);
     /// The highest number handed out for this base name so far.
     long GetCount();
-    /// Replaces the Count half, keeping DiffCount.
+    /// Replaces the Count half, keeping DiffCount; a count outside 0..65535 is refused and changes nothing
+    /// (a name made unique past it still is, the search for a free number just starts lower).
     void SetCount(long count);
     /// The number this object's name got when made unique; 1 for a name that was free.
     long GetDiffCount();
-    /// Replaces the DiffCount half, keeping Count.
+    /// Replaces the DiffCount half, keeping Count; outside 0..65535 it is refused and changes nothing.
     void SetDiffCount(long diffCount);
     /// The name the dictionaries hold this info under; null while they do not hold it.
     const ZVTString& GetEnteredName() const { return m_xEnteredName; }

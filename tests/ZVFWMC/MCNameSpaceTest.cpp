@@ -271,6 +271,30 @@ TEST_F(NameSpaceTest, ClearTypeExpungesTheNamesOfThatType) {
     EXPECT_TRUE(space->IsValidFor(c_sGeneric));
 }
 
+// The two counters share one stored long, 16 bits each: a number that does not fit is refused rather than
+// cut into the other half or wrapped, and names made unique past the limit stay unique.
+TEST_F(NameSpaceTest, CountersRefuseWhatDoesNotFitAndNamesStayUnique) {
+    MCNameSpace* space = MakeSpace();
+    ASSERT_TRUE(space->Insert(Named("Entity"), 0, 0, false));
+    MCStringInfo* base = InfoOf(space, "Entity");
+    base->SetCount(65535);
+    base->SetDiffCount(7);
+    base->SetCount(65536);
+    base->SetDiffCount(-1);
+    base->SetDiffCount(0x10000);
+    EXPECT_EQ(base->GetCount(), 65535);
+    EXPECT_EQ(base->GetDiffCount(), 7);
+
+    MCObject* first = Named("Entity");
+    MCObject* second = Named("Entity");
+    EXPECT_FALSE(space->Insert(first, '_', 0, true));
+    EXPECT_FALSE(space->Insert(second, '_', 0, true));
+    EXPECT_EQ(NameOf(first), "Entity_65536");
+    EXPECT_EQ(NameOf(second), "Entity_65537");
+    EXPECT_EQ(base->GetCount(), 65535);
+    EXPECT_EQ(Find(space, "Entity_65537"), second);
+}
+
 TEST_F(NameSpaceTest, CalculateDataRebuildsTheDictionaries) {
     MCNameSpace* space = MakeSpace();
     MCNameSpace* child = MakeSpace(space);

@@ -557,6 +557,10 @@ void MCObject::Notify(MCEvent& event) {
 }
 
 ZVTBoolean MCObject::Expunge(ZVTBoolean top) {
+    // Asked again while it goes, by a rule or subscriber that hears of its end (or of the end of what it
+    // takes down, in a ring): it is going already.
+    if (GetFlag(itemExpunging))
+        return true;
     if (!PrepareExpunge(top))
         return true;
     ExpungeState& state = Expunges();

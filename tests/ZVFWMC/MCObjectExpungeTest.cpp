@@ -164,7 +164,7 @@ TEST_F(ObjectExpungeTest, DeepChainGoesWithoutDeepRecursion) {
 
 // Deep nesting must cost bounded call depth (a small stack makes a recursion fail) and change nothing a
 // host sees: every object goes once, rules once, in order. In the nested row an object that waits for its
-// expunge is taken down by its owner first.
+// expunge is taken down by its owner first; in the ring the last one's death asks again for the first.
 TEST_F(ObjectExpungeTest, NestedExpungesOfAnyDepthEachGoOnceInOrder) {
     constexpr int c_iLength = 5000;
     AddRule(1, m_xRule);
@@ -172,8 +172,10 @@ TEST_F(ObjectExpungeTest, NestedExpungesOfAnyDepthEachGoOnceInOrder) {
     struct Quiet : MCFactoryContext {
         ZVTBoolean SemanticsNeeded() override { return false; }
     } quiet;
-    for (bool nested : {false, true}) {
-        SCOPED_TRACE(nested ? "each under the one before" : "siblings");
+    enum class Row { siblings, nested, ring };
+    for (Row shape : {Row::siblings, Row::nested, Row::ring}) {
+        SCOPED_TRACE(static_cast<int>(shape));
+        const bool nested = shape == Row::nested;
         MCObject* root = Make();
         std::vector<MCObject*> row;
         std::vector<long> ids;
@@ -186,6 +188,8 @@ TEST_F(ObjectExpungeTest, NestedExpungesOfAnyDepthEachGoOnceInOrder) {
             if (i > 0)
                 domino.m_xNext[row[i - 1]] = row[i];
         }
+        if (shape == Row::ring)
+            domino.m_xNext[row.back()] = row.front();
         RuleLog().clear();
         ASSERT_TRUE(RunOnStack(1 << 20, [&] { row[0]->Expunge(true); }));
         EXPECT_EQ(domino.m_xOrder, ids);

@@ -174,7 +174,8 @@ public:
     /// Destroys the object and its subtree: the rules may refuse when `top` is true; always true, so
     /// ResolveId of the old id tells whether it went. Only Expunge_ passes `top` false. Called from a
     /// rule or subscriber 64 expunges deep, the object is asked for its veto at once but goes only when
-    /// the outermost expunge has finished its own object.
+    /// the outermost expunge has finished its own object. A call on an object that is already going
+    /// (its own rules or subscribers asking again) does nothing.
     ZVTBoolean Expunge(ZVTBoolean top);
     /// True while this object or any owner above it is being expunged.
     ZVTBoolean IsExpunging() const;

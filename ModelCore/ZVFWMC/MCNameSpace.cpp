@@ -1,6 +1,9 @@
 #include "ModelCore/ZVFWMC/MCNameSpace.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "ModelCore/ZVFWMC/MCEvent.h"
@@ -38,6 +41,42 @@ ZVTSList<MCObject*> BoundEntries(const MCVRef& list) {
     return list.IsBound() ? list.GetValue() : ZVTSList<MCObject*>();
 }
 
+// The name spaces a walk has been to, so that a ring (which a damaged file can make and no edit can) ends
+// the walk. Short walks allocate nothing.
+class Visited {
+public:
+    // False when `space` was entered before.
+    bool Enter(const MCObject* space) {
+        for (std::size_t i = 0; i < m_nNear; ++i) {
+            if (m_apNear[i] == space)
+                return false;
+        }
+        if (m_nNear < c_nNear) {
+            m_apNear[m_nNear++] = space;
+            return true;
+        }
+        return m_xFar.insert(space).second;
+    }
+
+private:
+    static constexpr std::size_t c_nNear = 16;
+    const MCObject* m_apNear[c_nNear] = {};
+    std::size_t m_nNear = 0;
+    std::unordered_set<const MCObject*> m_xFar;
+};
+
+// Whether `object` is `start` or above it along the ancestor references.
+bool IsAtOrAbove(const MCObject* object, const MCObject* start) {
+    Visited visited;
+    for (const MCObject* space = start; space && visited.Enter(space);) {
+        if (space == object)
+            return true;
+        const MCProperty* ancestor = space->FindProperty(c_sAncestorNameSpace, false);
+        space = ancestor ? RefValue(const_cast<MCProperty*>(ancestor)) : nullptr;
+    }
+    return false;
+}
+
 // Moves a name space between the child lists of its old and new ancestor as property 583 changes.
 class MCAncestorNameSpacePS : public MCPropertySemantic {
 public:
@@ -48,6 +87,10 @@ public:
         if (!accessor)
             return resultContinue;
         if (nMode == PreEdit) {
+            // A name space under itself would make its branch a ring.
+            if ((active->m_lFlags & (MCPropertyAccessor::accessAdd | MCPropertyAccessor::accessReplace)) &&
+                IsAtOrAbove(object, accessor->GetValue()))
+                return resultRefused;
             if (MCObject* oldAncestor = RefValue(property)) {
                 if (auto* nameSpace = dynamic_cast<MCNameSpace*>(object))
                     nameSpace->DropInheritedNames();
@@ -263,8 +306,40 @@ ZVTBoolean MCNameSpace::Delete(MCObject* object) {
     return false;
 }
 
+template <class Visit>
+ZVTBoolean MCNameSpace::WalkDown(Visit visit) {
+    Visited visited;
+    std::vector<MCNameSpace*> pending{this};
+    while (!pending.empty()) {
+        MCNameSpace* space = pending.back();
+        pending.pop_back();
+        if (!visited.Enter(space))
+            continue;
+        if (visit(*space))
+            return true;
+        const ZVTSList<MCObject*> children = BoundEntries(space->m_xNameSpaces);
+        // Pushed last first, so children are visited in list order.
+        for (std::size_t i = children.Entries(); i-- > 0;) {
+            if (auto* child = dynamic_cast<MCNameSpace*>(children.At(i)))
+                pending.push_back(child);
+        }
+    }
+    return false;
+}
+
+template <class Visit>
+ZVTBoolean MCNameSpace::WalkUp(Visit visit) {
+    Visited visited;
+    for (MCNameSpace* space = this; space && visited.Enter(space); space = space->Ancestor()) {
+        if (visit(*space))
+            return true;
+    }
+    return false;
+}
+
 ZVTBoolean MCNameSpace::Contains(ZVTString& name) {
-    return LookDownFor(name) || LookUpFor(name);
+    auto holds = [&name](MCNameSpace& space) { return space.m_xDictionary.Contains(name); };
+    return WalkDown(holds) || WalkUp(holds);
 }
 
 MCObject* MCNameSpace::FindObject(ZVTString& name) {
@@ -281,53 +356,54 @@ MCStringInfo* MCNameSpace::CreateStringInfo(ZVTString& name) {
 }
 
 void MCNameSpace::InsertIntoDictionary(ZVTString& name, MCStringInfo* info) {
-    m_xDictionary.Insert(name, info);
     if (info)
         info->m_xEnteredName = name;
-    const ZVTSList<MCObject*> children = BoundEntries(m_xNameSpaces);
-    for (size_t i = 0; i < children.Entries(); ++i) {
-        if (auto* child = dynamic_cast<MCNameSpace*>(children.At(i)))
-            child->InsertIntoDictionary(name, info);
-    }
+    WalkDown([&](MCNameSpace& space) {
+        space.m_xDictionary.Insert(name, info);
+        return false;
+    });
 }
 
 ZVTBoolean MCNameSpace::DeleteFromDictionary(ZVTString& name) {
-    MCStringInfo* info = nullptr;
-    if (m_xDictionary.Find(name, info) && info)
-        info->m_xEnteredName = ZVTString();
-    ZVTBoolean result = m_xDictionary.Remove(name);
-    const ZVTSList<MCObject*> children = BoundEntries(m_xNameSpaces);
-    for (size_t i = 0; i < children.Entries(); ++i) {
-        if (auto* child = dynamic_cast<MCNameSpace*>(children.At(i))) {
-            if (!child->DeleteFromDictionary(name))
-                result = false;
-        }
-    }
+    ZVTBoolean result = true;
+    WalkDown([&](MCNameSpace& space) {
+        MCStringInfo* info = nullptr;
+        if (space.m_xDictionary.Find(name, info) && info)
+            info->m_xEnteredName = ZVTString();
+        if (!space.m_xDictionary.Remove(name))
+            result = false;
+        return false;
+    });
     return result;
 }
 
 void MCNameSpace::DropInheritedNames() {
+    // Depth first with the path from here down: a name stays where its info's name space is on the path.
+    Visited visited;
     std::vector<const MCObject*> path;
-    DropNamesNotFrom(path);
-}
-
-void MCNameSpace::DropNamesNotFrom(std::vector<const MCObject*>& path) {
-    path.push_back(this);
-    std::vector<ZVTString> stale;
-    for (ZVTHDictIter<ZVTString, MCStringInfo*> it(m_xDictionary); ++it;) {
-        MCStringInfo* info = it.Value();
-        const MCObject* owner = info ? info->GetOwner(0, MCItem::rttiExact) : nullptr;
-        if (std::find(path.begin(), path.end(), owner) == path.end())
-            stale.push_back(it.Key());
+    std::vector<std::pair<MCNameSpace*, std::size_t>> pending{{this, 0}};
+    while (!pending.empty()) {
+        auto [space, depth] = pending.back();
+        pending.pop_back();
+        if (!visited.Enter(space))
+            continue;
+        path.resize(depth);
+        path.push_back(space);
+        std::vector<ZVTString> stale;
+        for (ZVTHDictIter<ZVTString, MCStringInfo*> it(space->m_xDictionary); ++it;) {
+            MCStringInfo* info = it.Value();
+            const MCObject* owner = info ? info->GetOwner(0, MCItem::rttiExact) : nullptr;
+            if (std::find(path.begin(), path.end(), owner) == path.end())
+                stale.push_back(it.Key());
+        }
+        for (const ZVTString& name : stale)
+            space->m_xDictionary.Remove(name);
+        const ZVTSList<MCObject*> children = BoundEntries(space->m_xNameSpaces);
+        for (std::size_t i = children.Entries(); i-- > 0;) {
+            if (auto* child = dynamic_cast<MCNameSpace*>(children.At(i)))
+                pending.emplace_back(child, depth + 1);
+        }
     }
-    for (const ZVTString& name : stale)
-        m_xDictionary.Remove(name);
-    const ZVTSList<MCObject*> children = BoundEntries(m_xNameSpaces);
-    for (size_t i = 0; i < children.Entries(); ++i) {
-        if (auto* child = dynamic_cast<MCNameSpace*>(children.At(i)))
-            child->DropNamesNotFrom(path);
-    }
-    path.pop_back();
 }
 
 void MCNameSpace::AddValidType(short type) {
@@ -377,9 +453,14 @@ void MCNameSpace::ClearType(short type, ZVTBoolean removeValidType) {
 }
 
 ZVTBoolean MCNameSpace::TestAndSetCount_(ZVTString const& name, long& count) {
-    ZVTBoolean found = SetCountFromDescendants(name, false, count);
+    ZVTBoolean found = false;
+    auto take = [&](MCNameSpace& space) {
+        found = space.SetCountFromSelf(name, found, count);
+        return false;
+    };
+    WalkDown(take);
     if (MCNameSpace* ancestor = Ancestor())
-        found = ancestor->SetCountFromAncestors(name, found, count);
+        ancestor->WalkUp(take);
     return found;
 }
 
@@ -391,43 +472,6 @@ ZVTBoolean MCNameSpace::SetCountFromSelf(ZVTString const& name, ZVTBoolean found
             count = info->GetCount();
     }
     return found;
-}
-
-ZVTBoolean MCNameSpace::SetCountFromDescendants(ZVTString const& name, ZVTBoolean found, long& count) {
-    found = SetCountFromSelf(name, found, count);
-    const ZVTSList<MCObject*> children = BoundEntries(m_xNameSpaces);
-    for (size_t i = 0; i < children.Entries(); ++i) {
-        auto* child = dynamic_cast<MCNameSpace*>(children.At(i));
-        if (child && child->SetCountFromDescendants(name, found, count))
-            found = true;
-    }
-    return found;
-}
-
-ZVTBoolean MCNameSpace::SetCountFromAncestors(ZVTString const& name, ZVTBoolean found, long& count) {
-    found = SetCountFromSelf(name, found, count);
-    if (MCNameSpace* ancestor = Ancestor())
-        found = ancestor->SetCountFromAncestors(name, found, count);
-    return found;
-}
-
-ZVTBoolean MCNameSpace::LookDownFor(ZVTString const& name) {
-    if (m_xDictionary.Contains(name))
-        return true;
-    const ZVTSList<MCObject*> children = BoundEntries(m_xNameSpaces);
-    for (size_t i = 0; i < children.Entries(); ++i) {
-        auto* child = dynamic_cast<MCNameSpace*>(children.At(i));
-        if (child && child->LookDownFor(name))
-            return true;
-    }
-    return false;
-}
-
-ZVTBoolean MCNameSpace::LookUpFor(ZVTString const& name) {
-    if (m_xDictionary.Contains(name))
-        return true;
-    MCNameSpace* ancestor = Ancestor();
-    return ancestor ? ancestor->LookUpFor(name) : false;
 }
 
 // ---- MCStringInfo

@@ -72,13 +72,14 @@ private:
 
     void RegisterRules(MCFactoryContext* context);
     MCNameSpace* Ancestor() const;
-    void DropNamesNotFrom(std::vector<const MCObject*>& path);
+    // The walks visit each name space once, without recursion: a damaged file can make the tree a ring.
+    // `visit` returns true to stop; the walk then returns true.
+    template <class Visit>
+    ZVTBoolean WalkDown(Visit visit);
+    template <class Visit>
+    ZVTBoolean WalkUp(Visit visit);
     ZVTBoolean TestAndSetCount_(ZVTString const& name, long& count);
     ZVTBoolean SetCountFromSelf(ZVTString const& name, ZVTBoolean found, long& count);
-    ZVTBoolean SetCountFromDescendants(ZVTString const& name, ZVTBoolean found, long& count);
-    ZVTBoolean SetCountFromAncestors(ZVTString const& name, ZVTBoolean found, long& count);
-    ZVTBoolean LookDownFor(ZVTString const& name);
-    ZVTBoolean LookUpFor(ZVTString const& name);
 
     MCVRef m_xStringInfoList;
     MCVRef m_xNameSpaces;

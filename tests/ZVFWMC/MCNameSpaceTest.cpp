@@ -257,6 +257,40 @@ TEST_F(NameSpaceTest, AChainOfInfosNamingInfosGoesWithoutDeepening) {
     EXPECT_EQ(chain[c_iLength / 2 + 1]->GetObjectA(), chain[c_iLength / 2 + 2]);
 }
 
+// No edit can make a name space its own ancestor; a file can (references are restored raw), and then
+// every walk over the tree of name spaces must still end.
+TEST_F(NameSpaceTest, RingsOfNameSpacesAreRefusedOrSurvived) {
+    MCNameSpace* a = MakeSpace();
+    MCNameSpace* b = MakeSpace(a);
+    a->AddChild(a);
+    b->AddChild(a);
+    EXPECT_EQ(ChildCount(a), 1);
+    EXPECT_EQ(ChildCount(b), 0);
+
+    MCNameSpace* c = MakeSpace();
+    MCNameSpace* d = MakeSpace();
+    MCVRefRawAccessor childD(d);
+    MCVRefRawAccessor childC(c);
+    MCSRefRawAccessor ancestorC(c);
+    MCSRefRawAccessor ancestorD(d);
+    c->SetProperty(307, childD, MCPropertyAccessor::accessAdd);
+    d->SetProperty(307, childC, MCPropertyAccessor::accessAdd);
+    d->SetProperty(583, ancestorC, MCPropertyAccessor::accessAdd);
+    c->SetProperty(583, ancestorD, MCPropertyAccessor::accessAdd);
+    MCObject* first = Named("Ring");
+    MCObject* second = Named("Ring");
+    EXPECT_TRUE(c->Insert(first, 0, 0, false));
+    EXPECT_FALSE(d->Insert(second, '_', 0, true));
+    EXPECT_EQ(NameOf(second), "Ring_2");
+    EXPECT_EQ(Find(d, "Ring"), first);
+    EXPECT_EQ(Find(c, "Ring_2"), second);
+    EXPECT_TRUE(c->Delete(first));
+    EXPECT_FALSE(Has(d, "Ring"));
+    d->Expunge(true);
+    EXPECT_FALSE(Has(c, "Ring_2"));
+    EXPECT_EQ(ChildCount(c), 0);
+}
+
 TEST_F(NameSpaceTest, ClearTypeExpungesTheNamesOfThatType) {
     MCNameSpace* space = MakeSpace();
     space->AddValidType(TestNode::c_sType);

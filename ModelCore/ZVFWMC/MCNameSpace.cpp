@@ -31,8 +31,8 @@ ZVTBoolean ReadName(const MCObject* object, ZVTString& name) {
     return true;
 }
 
-MCObject* RefValue(MCProperty* property) {
-    auto* ref = dynamic_cast<MCSRef*>(property);
+MCObject* RefValue(const MCProperty* property) {
+    const auto* ref = dynamic_cast<const MCSRef*>(property);
     // A reference still holding a stored id (a restore that failed before resolving) names nothing.
     return ref && ref->IsBound() ? ref->GetValue() : nullptr;
 }
@@ -71,8 +71,7 @@ bool IsAtOrAbove(const MCObject* object, const MCObject* start) {
     for (const MCObject* space = start; space && visited.Enter(space);) {
         if (space == object)
             return true;
-        const MCProperty* ancestor = space->FindProperty(c_sAncestorNameSpace, false);
-        space = ancestor ? RefValue(const_cast<MCProperty*>(ancestor)) : nullptr;
+        space = RefValue(space->FindProperty(c_sAncestorNameSpace, false));
     }
     return false;
 }

@@ -176,8 +176,10 @@ MCProperty** SlotOfType(MCProperty** first, short type) {
 // ---------------------------------------------------------------------------------------------------
 // MCPropertySet
 
+static_assert(MCPropertySet::c_nSegmentSlots == PropertyChain::c_nSlots, "one segment layout");
+
 MCPropertySet::~MCPropertySet() {
-    PropertyChain::Free(m_ppxFirstSegment);
+    PropertyChain::Free(PropertyChain::Next(First()));
 }
 
 ZVTBoolean MCPropertySet::Insert(MCProperty* property) {
@@ -191,10 +193,12 @@ ZVTBoolean MCPropertySet::Insert(MCProperty* property) {
             freeSlot = slot;
         return false;
     };
-    if (PropertyChain::Find(m_ppxFirstSegment, duplicate))
+    if (PropertyChain::Find(First(), duplicate))
         return false;
-    if (!freeSlot)
-        freeSlot = PropertyChain::Grow(m_ppxFirstSegment);
+    if (!freeSlot) {
+        MCProperty** first = First();
+        freeSlot = PropertyChain::Grow(first);
+    }
     *freeSlot = property;
     ++m_uCount;
     return true;
@@ -203,8 +207,7 @@ ZVTBoolean MCPropertySet::Insert(MCProperty* property) {
 ZVTBoolean MCPropertySet::Delete(MCProperty* property) {
     if (!property)
         return false;
-    MCProperty** slot =
-        PropertyChain::Find(m_ppxFirstSegment, [property](MCProperty** at) { return *at == property; });
+    MCProperty** slot = PropertyChain::Find(First(), [property](MCProperty** at) { return *at == property; });
     if (!slot)
         return false;
     *slot = nullptr;
@@ -213,7 +216,7 @@ ZVTBoolean MCPropertySet::Delete(MCProperty* property) {
 }
 
 ZVTBoolean MCPropertySet::Delete(short type) {
-    MCProperty** slot = SlotOfType(m_ppxFirstSegment, type);
+    MCProperty** slot = SlotOfType(First(), type);
     if (!slot)
         return false;
     *slot = nullptr;
@@ -222,7 +225,7 @@ ZVTBoolean MCPropertySet::Delete(short type) {
 }
 
 ZVTBoolean MCPropertySet::FindValue(short type, MCProperty*& found) const {
-    MCProperty** slot = SlotOfType(m_ppxFirstSegment, type);
+    MCProperty** slot = SlotOfType(First(), type);
     if (!slot)
         return false;
     found = *slot;
@@ -230,11 +233,11 @@ ZVTBoolean MCPropertySet::FindValue(short type, MCProperty*& found) const {
 }
 
 ZVTBoolean MCPropertySet::Contains(short type) const {
-    return SlotOfType(m_ppxFirstSegment, type) != nullptr;
+    return SlotOfType(First(), type) != nullptr;
 }
 
 ZVTBoolean MCPropertySetIter::operator++() {
-    return PropertyChain::Step(m_pxSet->m_ppxFirstSegment, m_pxSet->GetCount(), m_ppxCurrent, m_uLeft);
+    return PropertyChain::Step(m_pxSet->First(), m_pxSet->GetCount(), m_ppxCurrent, m_uLeft);
 }
 
 // ---------------------------------------------------------------------------------------------------

@@ -199,6 +199,9 @@ class MCPropertySetIter;
 /// properties. At most one property per type; lookups are linear.
 class MODELCORE_API MCPropertySet {
 public:
+    /// Property slots per segment of the set.
+    static constexpr int c_nSegmentSlots = 4;
+
     MCPropertySet() = default;
     /// Frees the segments, not the properties.
     ~MCPropertySet();
@@ -221,9 +224,13 @@ public:
 private:
     friend class MCPropertySetIter;
 
-    // Segments of four property slots, then the link to the next segment.
+    // The first segment; its slots are filled in place.
+    MCProperty** First() const { return const_cast<MCProperty**>(m_apxFirstSegment); }
+
+    // Segments of four property slots, then the link to the next segment. The first lives in the set:
+    // every object fills it (its id takes slot 0), and there it shares the object's cache lines.
     unsigned short m_uCount = 0;
-    MCProperty** m_ppxFirstSegment = nullptr;
+    MCProperty* m_apxFirstSegment[c_nSegmentSlots + 1] = {};
 };
 
 /// A cursor over the used slots of a set in slot order. Slot 0 of the first segment is taken as used:

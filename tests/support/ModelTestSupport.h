@@ -2,8 +2,9 @@
 #define MODELTESTSUPPORT_H
 
 // Shared pieces of the object store tests: a fixture on the initialized core metamodel that takes down
-// every tree a test made, an observer that renders what it hears as one string, and TestNode, a host
-// object class written the way a host writes one (own factory, both constructors, an embedded property).
+// every tree a test made, an observer that renders what it hears as one string, TestNode, a host object
+// class written the way a host writes one (own factory, both constructors, an embedded property), and a
+// runner that gives a test of call depth a small stack.
 
 #include <pthread.h>
 

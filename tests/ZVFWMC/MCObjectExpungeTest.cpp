@@ -1,6 +1,7 @@
 // The end of a tree: rules and events from the top down, memory from the leaves up, and the quiet ways of
 // going (a persistence unit's root, a subtree marked to go without ceremony).
 
+#include <stdexcept>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -46,8 +47,11 @@ public:
             if (MCObject* object = MCObject::ResolveId(next->second))
                 object->Expunge(true);
         }
+        if (dying == m_lThrowAt)
+            throw std::runtime_error("stop");
     }
     std::unordered_map<long, long> m_xNext;  // id to id
+    long m_lThrowAt = 0;
     std::vector<long> m_xOrder;
 };
 
@@ -209,4 +213,33 @@ TEST_F(ObjectExpungeTest, NestedExpungesOfAnyDepthEachGoOnceInOrder) {
         ASSERT_NE(MCObject::ResolveId(root->GetId()), nullptr);
         root->Expunge(true);
     }
+}
+
+// A subscriber that throws ends the whole expunge where it stands; an object that was waiting stays, and a
+// later, unrelated expunge does not take it along.
+TEST_F(ObjectExpungeTest, AThrowDropsWhatWaitsForTheExpungeItEnds) {
+    MCObject* root = Make();
+    std::vector<long> ids;
+    Domino domino;
+    for (int i = 0; i < 100; ++i) {
+        MCObject* object = Make(root);
+        ids.push_back(object->GetId());
+        object->AddSubscriber(&domino, MCEvent::subscriberObserver);
+        if (i > 0)
+            domino.m_xNext[ids[i - 1]] = ids[i];
+    }
+    // The 64th expunge deep asks for the next object, which waits, and then its subscriber throws.
+    domino.m_lThrowAt = ids[63];
+    EXPECT_THROW(MCObject::ResolveId(ids[0])->Expunge(true), std::runtime_error);
+    ASSERT_NE(MCObject::ResolveId(ids[64]), nullptr);
+
+    Make()->Expunge(true);
+    EXPECT_NE(MCObject::ResolveId(ids[64]), nullptr);
+    EXPECT_NE(MCObject::ResolveId(ids[65]), nullptr);
+
+    // What the throw left half gone still goes with its owner, while the observer is there to hear it.
+    domino.m_lThrowAt = 0;
+    root->Expunge(true);
+    for (long id : ids)
+        ASSERT_EQ(MCObject::ResolveId(id), nullptr);
 }

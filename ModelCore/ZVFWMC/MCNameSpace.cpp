@@ -65,17 +65,6 @@ private:
     std::unordered_set<const MCObject*> m_xFar;
 };
 
-// Whether `object` is `start` or above it along the ancestor references.
-bool IsAtOrAbove(const MCObject* object, const MCObject* start) {
-    Visited visited;
-    for (const MCObject* space = start; space && visited.Enter(space);) {
-        if (space == object)
-            return true;
-        space = RefValue(space->FindProperty(c_sAncestorNameSpace, false));
-    }
-    return false;
-}
-
 // Moves a name space between the child lists of its old and new ancestor as property 583 changes.
 class MCAncestorNameSpacePS : public MCPropertySemantic {
 public:
@@ -87,11 +76,12 @@ public:
             return resultContinue;
         if (nMode == PreEdit) {
             // A name space under itself would make its branch a ring.
+            auto* nameSpace = dynamic_cast<MCNameSpace*>(object);
             if ((active->m_lFlags & (MCPropertyAccessor::accessAdd | MCPropertyAccessor::accessReplace)) &&
-                IsAtOrAbove(object, accessor->GetValue()))
+                nameSpace && nameSpace->Encloses(dynamic_cast<MCNameSpace*>(accessor->GetValue())))
                 return resultRefused;
             if (MCObject* oldAncestor = RefValue(property)) {
-                if (auto* nameSpace = dynamic_cast<MCNameSpace*>(object))
+                if (nameSpace)
                     nameSpace->DropInheritedNames();
                 MCVRefRawAccessor remove(object);
                 oldAncestor->SetProperty(c_sNameSpaces, remove, MCPropertyAccessor::accessRemove);
@@ -235,8 +225,11 @@ ZVTBoolean MCNameSpace::IsType_(short type) const {
 }
 
 MCNameSpace* MCNameSpace::Ancestor() const {
-    return m_xAncestorNameSpace.IsBound() ? dynamic_cast<MCNameSpace*>(m_xAncestorNameSpace.GetValue())
-                                          : nullptr;
+    return dynamic_cast<MCNameSpace*>(RefValue(&m_xAncestorNameSpace));
+}
+
+ZVTBoolean MCNameSpace::Encloses(MCNameSpace* space) {
+    return space && space->WalkUp([this](MCNameSpace& above, std::size_t) { return &above == this; });
 }
 
 ZVTBoolean MCNameSpace::Insert(MCObject* object, char separator, long maxLength, ZVTBoolean makeUnique) {
@@ -246,22 +239,14 @@ ZVTBoolean MCNameSpace::Insert(MCObject* object, char separator, long maxLength,
     if (!IsValidFor(object->GetType()) || name.IsNull())
         return false;
 
+    long count = 1;
+    ZVTBoolean result = true;
     if (!makeUnique) {
         if (Contains(name))
             return false;
-        if (MCStringInfo* info = CreateStringInfo(name)) {
-            info->SetObject(object);
-            info->SetCount(1);
-            info->SetDiffCount(1);
-        }
-        return true;
-    }
-
-    MCStringInfo* baseInfo = nullptr;
-    m_xDictionary.Find(name, baseInfo);
-    long count = 1;
-    ZVTBoolean result = true;
-    if (TestAndSetCount_(name, count)) {
+    } else if (TestAndSetCount_(name, count)) {
+        MCStringInfo* baseInfo = nullptr;
+        m_xDictionary.Find(name, baseInfo);
         result = false;
         ZVTString candidate;
         do {
@@ -308,19 +293,19 @@ ZVTBoolean MCNameSpace::Delete(MCObject* object) {
 template <class Visit>
 ZVTBoolean MCNameSpace::WalkDown(Visit visit) {
     Visited visited;
-    std::vector<MCNameSpace*> pending{this};
+    std::vector<std::pair<MCNameSpace*, std::size_t>> pending{{this, 0}};
     while (!pending.empty()) {
-        MCNameSpace* space = pending.back();
+        const auto [space, depth] = pending.back();
         pending.pop_back();
         if (!visited.Enter(space))
             continue;
-        if (visit(*space))
+        if (visit(*space, depth))
             return true;
         const ZVTSList<MCObject*> children = BoundEntries(space->m_xNameSpaces);
         // Pushed last first, so children are visited in list order.
         for (std::size_t i = children.Entries(); i-- > 0;) {
             if (auto* child = dynamic_cast<MCNameSpace*>(children.At(i)))
-                pending.push_back(child);
+                pending.emplace_back(child, depth + 1);
         }
     }
     return false;
@@ -329,15 +314,16 @@ ZVTBoolean MCNameSpace::WalkDown(Visit visit) {
 template <class Visit>
 ZVTBoolean MCNameSpace::WalkUp(Visit visit) {
     Visited visited;
-    for (MCNameSpace* space = this; space && visited.Enter(space); space = space->Ancestor()) {
-        if (visit(*space))
+    std::size_t steps = 0;
+    for (MCNameSpace* space = this; space && visited.Enter(space); space = space->Ancestor(), ++steps) {
+        if (visit(*space, steps))
             return true;
     }
     return false;
 }
 
 ZVTBoolean MCNameSpace::Contains(ZVTString& name) {
-    auto holds = [&name](MCNameSpace& space) { return space.m_xDictionary.Contains(name); };
+    auto holds = [&name](MCNameSpace& space, std::size_t) { return space.m_xDictionary.Contains(name); };
     return WalkDown(holds) || WalkUp(holds);
 }
 
@@ -357,7 +343,7 @@ MCStringInfo* MCNameSpace::CreateStringInfo(ZVTString& name) {
 void MCNameSpace::InsertIntoDictionary(ZVTString& name, MCStringInfo* info) {
     if (info)
         info->m_xEnteredName = name;
-    WalkDown([&](MCNameSpace& space) {
+    WalkDown([&](MCNameSpace& space, std::size_t) {
         space.m_xDictionary.Insert(name, info);
         return false;
     });
@@ -365,7 +351,7 @@ void MCNameSpace::InsertIntoDictionary(ZVTString& name, MCStringInfo* info) {
 
 ZVTBoolean MCNameSpace::DeleteFromDictionary(ZVTString& name) {
     ZVTBoolean result = true;
-    WalkDown([&](MCNameSpace& space) {
+    WalkDown([&](MCNameSpace& space, std::size_t) {
         MCStringInfo* info = nullptr;
         if (space.m_xDictionary.Find(name, info) && info)
             info->m_xEnteredName = ZVTString();
@@ -377,32 +363,22 @@ ZVTBoolean MCNameSpace::DeleteFromDictionary(ZVTString& name) {
 }
 
 void MCNameSpace::DropInheritedNames() {
-    // Depth first with the path from here down: a name stays where its info's name space is on the path.
-    Visited visited;
+    // The path from here down to the name space visited: a name stays where its info's name space is on it.
     std::vector<const MCObject*> path;
-    std::vector<std::pair<MCNameSpace*, std::size_t>> pending{{this, 0}};
-    while (!pending.empty()) {
-        auto [space, depth] = pending.back();
-        pending.pop_back();
-        if (!visited.Enter(space))
-            continue;
+    WalkDown([&path](MCNameSpace& space, std::size_t depth) {
         path.resize(depth);
-        path.push_back(space);
+        path.push_back(&space);
         std::vector<ZVTString> stale;
-        for (ZVTHDictIter<ZVTString, MCStringInfo*> it(space->m_xDictionary); ++it;) {
+        for (ZVTHDictIter<ZVTString, MCStringInfo*> it(space.m_xDictionary); ++it;) {
             MCStringInfo* info = it.Value();
             const MCObject* owner = info ? info->GetOwner(0, MCItem::rttiExact) : nullptr;
             if (std::find(path.begin(), path.end(), owner) == path.end())
                 stale.push_back(it.Key());
         }
         for (const ZVTString& name : stale)
-            space->m_xDictionary.Remove(name);
-        const ZVTSList<MCObject*> children = BoundEntries(space->m_xNameSpaces);
-        for (std::size_t i = children.Entries(); i-- > 0;) {
-            if (auto* child = dynamic_cast<MCNameSpace*>(children.At(i)))
-                pending.emplace_back(child, depth + 1);
-        }
-    }
+            space.m_xDictionary.Remove(name);
+        return false;
+    });
 }
 
 void MCNameSpace::AddValidType(short type) {
@@ -453,7 +429,7 @@ void MCNameSpace::ClearType(short type, ZVTBoolean removeValidType) {
 
 ZVTBoolean MCNameSpace::TestAndSetCount_(ZVTString const& name, long& count) {
     ZVTBoolean found = false;
-    auto take = [&](MCNameSpace& space) {
+    auto take = [&](MCNameSpace& space, std::size_t) {
         found = space.SetCountFromSelf(name, found, count);
         return false;
     };

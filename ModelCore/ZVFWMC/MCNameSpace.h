@@ -52,6 +52,8 @@ public:
     virtual void RemoveValidType(short type);
     /// Whether property 304 holds `type`; an empty list admits nothing.
     virtual ZVTBoolean IsValidFor(short type) const;
+    /// Whether `space` is this name space or lies below it along the ancestor references.
+    ZVTBoolean Encloses(MCNameSpace* space);
     /// Makes this the ancestor of `child` (its property 583, active); nothing for null.
     virtual void AddChild(MCNameSpace* child);
     /// Clears the ancestor of `child` (its property 583, active); nothing for null.
@@ -73,7 +75,7 @@ private:
     void RegisterRules(MCFactoryContext* context);
     MCNameSpace* Ancestor() const;
     // The walks visit each name space once, without recursion: a damaged file can make the tree a ring.
-    // `visit` returns true to stop; the walk then returns true.
+    // `visit(space, levels from here)` returns true to stop; the walk then returns true.
     template <class Visit>
     ZVTBoolean WalkDown(Visit visit);
     template <class Visit>

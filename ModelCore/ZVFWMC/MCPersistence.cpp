@@ -142,14 +142,12 @@ MCPersHeader::result MCPersHeader::RestoreFrom(MCStream& stream) {
             return resultStreamFailed;
         if (company != m_xCompanyCode)
             return resultOtherCompany;
-        m_xCompanyCode = company;
 
         ZVTString product;
         if (!Read(stream, product))
             return resultStreamFailed;
         if (product != m_xProductCode)
             return resultOtherProduct;
-        m_xProductCode = product;
 
         ZVTString version;
         if (!Read(stream, version))

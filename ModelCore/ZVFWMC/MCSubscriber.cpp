@@ -328,6 +328,11 @@ std::vector<Delivery>& Queued() {
     return queued;
 }
 
+// Whether the subscriber of `entry` is to hear `event`: a live entry sharing a type bit with it.
+bool Hears(const MCSubscriberReference& entry, const MCEvent& event) {
+    return entry.GetReferenceCount() != 0 && (entry.GetSubscriberType() & event.GetSubscriberType()) != 0;
+}
+
 struct DepthGuard {
     DepthGuard() : m_nDepth(++t_nDepth) {}
     ~DepthGuard() { --t_nDepth; }
@@ -361,10 +366,8 @@ void MCSubject::Deliver(std::size_t nBase) {
             rTop.m_pxCurrent = pEntry;
             const MCSubscriberReference xEntry(*pEntry);
             MCEvent& rEvent = *rTop.m_pxEvent;
-            if (xEntry.GetReferenceCount() == 0 ||
-                (xEntry.GetSubscriberType() & rEvent.GetSubscriberType()) == 0)
-                continue;
-            xEntry.GetSubscriber()->Notify(rEvent);
+            if (Hears(xEntry, rEvent))
+                xEntry.GetSubscriber()->Notify(rEvent);
         }
     } catch (...) {
         while (rQueued.size() > nBase)
@@ -384,9 +387,7 @@ void MCSubject::NotifySubscribers(MCEvent& rEvent) {
     // removes subscribers; the next link is read only after the call.
     for (MCSubscriberReference* pEntry = First(); pEntry != nullptr; pEntry = pEntry->m_pxNext) {
         const MCSubscriberReference xEntry(*pEntry);
-        if (xEntry.GetReferenceCount() == 0)
-            continue;
-        if ((xEntry.GetSubscriberType() & rEvent.GetSubscriberType()) == 0)
+        if (!Hears(xEntry, rEvent))
             continue;
         xEntry.GetSubscriber()->Notify(rEvent);
         if (pQueued && pQueued->size() > nBase)

@@ -109,18 +109,6 @@ private:
     MCIdSpace& m_rSpace;
 };
 
-template <class F>
-void ForEachObject(MCObject* root, F visit) {
-    std::vector<MCObject*> pending{root};
-    while (!pending.empty()) {
-        MCObject* object = pending.back();
-        pending.pop_back();
-        visit(object);
-        for (MCObject* child = object->GetFirstOwnee(); child; child = child->GetNextSibling())
-            pending.push_back(child);
-    }
-}
-
 }  // namespace
 
 // --- object classes ---------------------------------------------------------------------------------
@@ -147,15 +135,15 @@ ZVTBoolean CMPackage::IsType_(short type) const {
     return type == C::tPackage || MCObject::IsType_(type);
 }
 
-// Rules go in before RegisterLevel, while the context's ancestor slot still names the supertype.
 CMClass::CMClass(short type, MCFactorySignature& signature, MCFactoryContext* context)
     : MCObject(type, signature, context) {
-    MCPropertySemanticRegistry::Register(C::tClass, context, C::pName, &c_xClassRevision, false, false);
-    MCPropertySemanticRegistry::Register(C::tClass, context, C::pSuperclasses, &c_xNoSelfGeneralization,
-                                         false, false);
-    RegisterLevel(C::tClass, context);
+    RegisterRules(context);
 }
 CMClass::CMClass(MCObject* owner, MCFactoryContext* context) : MCObject(C::tClass, owner, context) {
+    RegisterRules(context);
+}
+// Rules go in before RegisterLevel, while the context's ancestor slot still names the supertype.
+void CMClass::RegisterRules(MCFactoryContext* context) {
     MCPropertySemanticRegistry::Register(C::tClass, context, C::pName, &c_xClassRevision, false, false);
     MCPropertySemanticRegistry::Register(C::tClass, context, C::pSuperclasses, &c_xNoSelfGeneralization,
                                          false, false);
@@ -167,11 +155,13 @@ ZVTBoolean CMClass::IsType_(short type) const {
 
 CMAttribute::CMAttribute(short type, MCFactorySignature& signature, MCFactoryContext* context)
     : MCObject(type, signature, context) {
-    MCPropertySemanticRegistry::Register(C::tAttribute, context, C::pName, &c_xNamedAttribute, false, false);
-    RegisterLevel(C::tAttribute, context);
+    RegisterRules(context);
 }
 CMAttribute::CMAttribute(MCObject* owner, MCFactoryContext* context)
     : MCObject(C::tAttribute, owner, context) {
+    RegisterRules(context);
+}
+void CMAttribute::RegisterRules(MCFactoryContext* context) {
     MCPropertySemanticRegistry::Register(C::tAttribute, context, C::pName, &c_xNamedAttribute, false, false);
     RegisterLevel(C::tAttribute, context);
 }
@@ -367,8 +357,9 @@ long ClassModel::IntegerOf(const MCObject* object, short type, long absent) {
 
 CMCensus ClassModel::Census(MCObject* root) {
     CMCensus census;
-    if (root)
-        ForEachObject(root, [&census](MCObject* object) { ++census[object->GetType()]; });
+    MCDepthFirstWalker walker(root, nullptr);
+    while (walker.Traverse())
+        ++census[walker.GetValue()->GetType()];
     return census;
 }
 
@@ -406,9 +397,9 @@ std::string ClassModel::CompareRestored(MCObject* original, MCObject* restored, 
     std::string difference;
     if (equal.Counterpart(original) != restored)
         return "the restored root is not the counterpart of the original root";
-    ForEachObject(original, [&](MCObject* mine) {
-        if (!difference.empty())
-            return;
+    MCDepthFirstWalker walker(original, nullptr);
+    while (difference.empty() && walker.Traverse()) {
+        MCObject* mine = walker.GetValue();
         const std::string where =
             "object " + std::to_string(mine->GetId()) + " (type " + std::to_string(mine->GetType()) + "): ";
         MCObject* theirs = equal.Counterpart(mine);
@@ -424,6 +415,6 @@ std::string ClassModel::CompareRestored(MCObject* original, MCObject* restored, 
         } else if (!mine->IsEqualTo(theirs, nullptr, &equal)) {
             difference = where + "properties differ";
         }
-    });
+    }
     return difference;
 }

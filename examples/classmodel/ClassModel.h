@@ -64,6 +64,7 @@ private:
     CMClass(MCObject* owner, MCFactoryContext* context);
     ~CMClass() override = default;
     ZVTBoolean IsType_(short type) const override;
+    static void RegisterRules(MCFactoryContext* context);
 };
 
 /// An attribute of a class; its name may not be empty.
@@ -74,6 +75,7 @@ private:
     CMAttribute(MCObject* owner, MCFactoryContext* context);
     ~CMAttribute() override = default;
     ZVTBoolean IsType_(short type) const override;
+    static void RegisterRules(MCFactoryContext* context);
 };
 
 /// An association between two classes of a package; an end goes null when its class is expunged.

@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "ModelCore/ModelCore.h"
+#include "foundation/ZVTPool.h"
 
 #if defined(__GLIBC__) && (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 33))
 #define MC_BENCH_HAVE_MALLINFO2 1
@@ -30,11 +31,11 @@ inline double ResidentBytes() {
     return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE));
 }
 
-/// Heap bytes in use, chunk headers included; 0 without mallinfo2.
+/// Heap bytes in use, chunk headers included, with the pool's own mappings; 0 without mallinfo2.
 inline double HeapBytes() {
 #ifdef MC_BENCH_HAVE_MALLINFO2
     const struct mallinfo2 info = mallinfo2();
-    return static_cast<double>(info.uordblks + info.hblkhd);
+    return static_cast<double>(info.uordblks + info.hblkhd + ZVTPool::MappedBytes());
 #else
     return 0;
 #endif

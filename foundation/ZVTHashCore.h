@@ -10,6 +10,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "foundation/ZVTPool.h"
+
 namespace zvt_detail {
 
 /// Spreads a caller's hash over all 64 bits (a 64-bit finalizer): identity hashes of ids and pointers
@@ -223,10 +225,12 @@ private:
         }
     }
 
+    static size_t Bytes(size_t capacity) { return capacity * (sizeof(Entry) + 1); }
+
     void Allocate(size_t capacity) {
         static_assert(alignof(Entry) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__, "over-aligned entries");
         // One block: the slots, then their control bytes.
-        void* block = ::operator new(capacity*(sizeof(Entry) + 1));
+        void* block = ZVTPool::AllocateLarge(Bytes(capacity));
         m_pxSlots = static_cast<Entry*>(block);
         m_pcCtrl = reinterpret_cast<std::uint8_t*>(m_pxSlots + capacity);
         std::memset(m_pcCtrl, 0, capacity);
@@ -248,7 +252,7 @@ private:
             m_pcCtrl[j] = oldCtrl[i];
             oldSlots[i].~Entry();
         }
-        ::operator delete(oldSlots);
+        ZVTPool::ReleaseLarge(oldSlots, Bytes(oldCapacity));
     }
 
     void Destroy(size_t slot) {
@@ -263,7 +267,7 @@ private:
             if (m_pcCtrl[i] != 0)
                 m_pxSlots[i].~Entry();
         }
-        ::operator delete(m_pxSlots);
+        ZVTPool::ReleaseLarge(m_pxSlots, Bytes(Capacity()));
         m_pxSlots = nullptr;
         m_pcCtrl = nullptr;
         m_nMask = 0;

@@ -1,7 +1,12 @@
 #include "foundation/ZVTPool.h"
 
+#include <cstdint>
 #include <new>
 #include <vector>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
 
 namespace {
 
@@ -14,7 +19,8 @@ constexpr bool c_bPool = true;
 constexpr std::size_t c_nGrain = 16;
 constexpr std::size_t c_nLargest = 512;
 constexpr std::size_t c_nClasses = c_nLargest / c_nGrain;
-constexpr std::size_t c_nSlab = 64 * 1024;
+constexpr std::size_t c_nFirstSlab = 64 * 1024;
+constexpr std::size_t c_nHuge = 2 * 1024 * 1024;
 
 struct FreeBlock {
     FreeBlock* m_pxNext;
@@ -24,14 +30,60 @@ struct SizeClass {
     FreeBlock* m_pxFree = nullptr;
     char* m_pcNext = nullptr;  // the unused rest of the newest slab
     char* m_pcEnd = nullptr;
+    std::size_t m_nSlab = c_nFirstSlab;  // the size of the next slab
 };
 
 SizeClass c_axClasses[c_nClasses];
+std::size_t c_nMapped = 0;
 
 // The slabs stay listed, and so reachable, until the process ends.
 std::vector<void*>& Slabs() {
     static std::vector<void*>* slabs = new std::vector<void*>;
     return *slabs;
+}
+
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+constexpr bool c_bHugePages = c_bPool;
+#else
+constexpr bool c_bHugePages = false;
+#endif
+
+// `size` bytes, a multiple of c_nHuge, on huge-page boundaries and marked for huge pages; null when the
+// system has no memory for it.
+void* MapHuge(std::size_t size) {
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+    // Map one huge page more than asked, then cut the ends off so that the rest starts on a boundary.
+    void* mapped = mmap(nullptr, size + c_nHuge, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped == MAP_FAILED)
+        return nullptr;
+    const auto begin = reinterpret_cast<std::uintptr_t>(mapped);
+    const std::uintptr_t aligned = (begin + c_nHuge - 1) & ~static_cast<std::uintptr_t>(c_nHuge - 1);
+    if (aligned != begin)
+        munmap(mapped, aligned - begin);
+    if (const std::size_t tail = begin + c_nHuge - aligned)
+        munmap(reinterpret_cast<void*>(aligned + size), tail);
+    void* block = reinterpret_cast<void*>(aligned);
+    madvise(block, size, MADV_HUGEPAGE);  // a hint: where it is not taken the pages are merely small
+    c_nMapped += size;
+    return block;
+#else
+    (void)size;
+    return nullptr;
+#endif
+}
+
+void UnmapHuge(void* block, std::size_t size) {
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+    munmap(block, size);
+    c_nMapped -= size;
+#else
+    (void)block;
+    (void)size;
+#endif
+}
+
+std::size_t RoundToHuge(std::size_t size) {
+    return (size + c_nHuge - 1) & ~(c_nHuge - 1);
 }
 
 }  // namespace
@@ -48,10 +100,16 @@ void* ZVTPool::Allocate(std::size_t size) {
     const std::size_t blockSize = (index + 1) * c_nGrain;
     if (sizeClass.m_pcNext == nullptr ||
         static_cast<std::size_t>(sizeClass.m_pcEnd - sizeClass.m_pcNext) < blockSize) {
-        char* slab = static_cast<char*>(::operator new(c_nSlab));
-        Slabs().push_back(slab);
+        const std::size_t bytes = sizeClass.m_nSlab;
+        char* slab = c_bHugePages && bytes == c_nHuge ? static_cast<char*>(MapHuge(bytes)) : nullptr;
+        if (slab == nullptr) {
+            slab = static_cast<char*>(::operator new(bytes));
+            Slabs().push_back(slab);
+        }
         sizeClass.m_pcNext = slab;
-        sizeClass.m_pcEnd = slab + c_nSlab;
+        sizeClass.m_pcEnd = slab + bytes;
+        if (bytes < c_nHuge)
+            sizeClass.m_nSlab = bytes * 2;
     }
     void* block = sizeClass.m_pcNext;
     sizeClass.m_pcNext += blockSize;
@@ -67,4 +125,27 @@ void ZVTPool::Release(void* block, std::size_t size) noexcept {
     }
     SizeClass& sizeClass = c_axClasses[(size - 1) / c_nGrain];
     sizeClass.m_pxFree = ::new (block) FreeBlock{sizeClass.m_pxFree};
+}
+
+void* ZVTPool::AllocateLarge(std::size_t size) {
+    if (!c_bHugePages || size < c_nHuge)
+        return ::operator new(size);
+    void* block = MapHuge(RoundToHuge(size));
+    if (block == nullptr)
+        throw std::bad_alloc();
+    return block;
+}
+
+void ZVTPool::ReleaseLarge(void* block, std::size_t size) noexcept {
+    if (block == nullptr)
+        return;
+    if (!c_bHugePages || size < c_nHuge) {
+        ::operator delete(block);
+        return;
+    }
+    UnmapHuge(block, RoundToHuge(size));
+}
+
+std::size_t ZVTPool::MappedBytes() {
+    return c_nMapped;
 }

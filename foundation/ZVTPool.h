@@ -11,12 +11,26 @@
 /// kept for reuse until the process ends, so memory once used by a model stays with the pool. Larger
 /// blocks go to the general heap. Single-threaded like the rest of the library. Builds with address
 /// sanitizing use the general heap for every block, so that a late use of a freed block is caught.
+///
+/// A class's slabs double from 64 KB up to 2 MB. Slabs of 2 MB, and the large blocks of AllocateLarge,
+/// are asked of the system as huge pages where it offers them: a large model is reached at random, and
+/// with small pages nearly every such access also misses the address translation cache.
 class MODELCORE_API ZVTPool {
 public:
     /// A block of at least `size` bytes, aligned for any object of up to 16-byte alignment.
     static void* Allocate(std::size_t size);
     /// Gives back a block from Allocate with the same `size`.
     static void Release(void* block, std::size_t size) noexcept;
+
+    /// A block of `size` bytes for a large table, aligned as ::operator new aligns; from the general heap
+    /// below 2 MB.
+    static void* AllocateLarge(std::size_t size);
+    /// Gives back a block from AllocateLarge with the same `size`.
+    static void ReleaseLarge(void* block, std::size_t size) noexcept;
+
+    /// The bytes held in mappings of their own (huge slabs and large blocks), which the general heap's
+    /// statistics do not count.
+    static std::size_t MappedBytes();
 };
 
 #endif

@@ -1,5 +1,6 @@
 // The small-block pool: blocks of every class are aligned, never overlap and keep what is written to them
-// while alive, also across release and reuse; sizes beyond the pooled ones work the same way.
+// while alive, also across release and reuse; sizes beyond the pooled ones work the same way, and so do
+// the huge slabs of a class that has grown and the blocks for large tables.
 
 #include "foundation/ZVTPool.h"
 
@@ -42,4 +43,39 @@ TEST(ZVTPoolTest, BlocksAreAlignedDistinctAndKeepTheirContents) {
         ZVTPool::Release(block, size);
     }
     ZVTPool::Release(nullptr, 8);
+}
+
+// Enough blocks of one class to go through every slab size into several huge slabs, where a slab cut
+// wrongly from its mapping would overlap another or end before its last block.
+TEST(ZVTPoolTest, AClassGrowsIntoHugeSlabsWithoutOverlap) {
+    constexpr std::size_t size = 48;
+    std::vector<std::uint32_t*> blocks(150000);
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+        blocks[i] = static_cast<std::uint32_t*>(ZVTPool::Allocate(size));
+        ASSERT_EQ(reinterpret_cast<std::uintptr_t>(blocks[i]) % 16, 0u) << i;
+        std::fill(blocks[i], blocks[i] + size / 4, static_cast<std::uint32_t>(i));
+    }
+    for (std::size_t i = 0; i < blocks.size(); ++i)
+        ASSERT_EQ(std::count(blocks[i], blocks[i] + size / 4, static_cast<std::uint32_t>(i)), 12) << i;
+    std::vector<std::uint32_t*> sorted(blocks);
+    std::sort(sorted.begin(), sorted.end());
+    for (std::size_t i = 1; i < sorted.size(); ++i)
+        ASSERT_LE(reinterpret_cast<char*>(sorted[i - 1]) + size, reinterpret_cast<char*>(sorted[i]));
+    for (std::uint32_t* block : blocks)
+        ZVTPool::Release(block, size);
+}
+
+TEST(ZVTPoolTest, LargeBlocksAreWholeOnEitherSideOfTheHugeSize) {
+    for (std::size_t size : {std::size_t{1000}, std::size_t{2} << 20, (std::size_t{5} << 20) + 3}) {
+        auto* first = static_cast<unsigned char*>(ZVTPool::AllocateLarge(size));
+        auto* second = static_cast<unsigned char*>(ZVTPool::AllocateLarge(size));
+        ASSERT_EQ(reinterpret_cast<std::uintptr_t>(first) % 16, 0u) << size;
+        std::memset(first, 0xA5, size);
+        std::memset(second, 0x5A, size);
+        EXPECT_EQ(std::count(first, first + size, 0xA5), static_cast<std::ptrdiff_t>(size)) << size;
+        EXPECT_EQ(std::count(second, second + size, 0x5A), static_cast<std::ptrdiff_t>(size)) << size;
+        ZVTPool::ReleaseLarge(first, size);
+        ZVTPool::ReleaseLarge(second, size);
+    }
+    ZVTPool::ReleaseLarge(nullptr, 8);
 }

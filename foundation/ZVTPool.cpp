@@ -44,14 +44,10 @@ std::vector<void*>& Slabs() {
 
 #if defined(__linux__) && defined(MADV_HUGEPAGE)
 constexpr bool c_bHugePages = c_bPool;
-#else
-constexpr bool c_bHugePages = false;
-#endif
 
 // `size` bytes, a multiple of c_nHuge, on huge-page boundaries and marked for huge pages; null when the
 // system has no memory for it.
 void* MapHuge(std::size_t size) {
-#if defined(__linux__) && defined(MADV_HUGEPAGE)
     // Map one huge page more than asked, then cut the ends off so that the rest starts on a boundary.
     void* mapped = mmap(nullptr, size + c_nHuge, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (mapped == MAP_FAILED)
@@ -66,21 +62,20 @@ void* MapHuge(std::size_t size) {
     madvise(block, size, MADV_HUGEPAGE);  // a hint: where it is not taken the pages are merely small
     c_nMapped += size;
     return block;
-#else
-    (void)size;
-    return nullptr;
-#endif
 }
 
 void UnmapHuge(void* block, std::size_t size) {
-#if defined(__linux__) && defined(MADV_HUGEPAGE)
     munmap(block, size);
     c_nMapped -= size;
-#else
-    (void)block;
-    (void)size;
-#endif
 }
+#else
+// Never called: every caller asks c_bHugePages first.
+constexpr bool c_bHugePages = false;
+void* MapHuge(std::size_t) {
+    return nullptr;
+}
+void UnmapHuge(void*, std::size_t) {}
+#endif
 
 std::size_t RoundToHuge(std::size_t size) {
     return (size + c_nHuge - 1) & ~(c_nHuge - 1);

@@ -4,6 +4,7 @@
 // Everything a host needs, in one include.
 
 #include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCClipboard.h"
 #include "ModelCore/ZVFWMC/MCEnvironment.h"
 #include "ModelCore/ZVFWMC/MCEvent.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"

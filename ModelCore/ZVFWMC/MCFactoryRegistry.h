@@ -47,6 +47,13 @@ public:
     /// 4 (follow under conversion), or one of the two markers below.
     using clip_reference = std::uint32_t;
 
+    /// Clip bits: the referred object joins the clip.
+    static constexpr clip_reference clipFollow = 0x1;
+    /// Clip bits: the referring object stays in the clip only with the referred one (or one a converter
+    /// knows in its place).
+    static constexpr clip_reference clipDepend = 0x2;
+    /// Clip bits: with a converter, the referred object joins the clip when the converter does not know it.
+    static constexpr clip_reference clipFollowUnconverted = 0x4;
     /// The answer of GetClipFlag for an undeclared pair.
     static constexpr clip_reference clipNoUsage = 0x1000;
     /// The clip value of a usage declared without a decision.

@@ -95,7 +95,7 @@ void AnnounceCreation(MCObject* object) {
                                                    MCEvent::subscriberOwner | MCEvent::subscriberObserver));
 }
 
-MCObjectSem::result MCObjectOS::Fire(mode nMode, MCObject* object, MCObjectSemContext* /*context*/) {
+MCObjectSem::result MCObjectOS::Fire(mode nMode, MCObject* object, MCObjectSemContext* context) {
     switch (nMode) {
         case PostCreation:
             AnnounceCreation(object);
@@ -121,8 +121,16 @@ MCObjectSem::result MCObjectOS::Fire(mode nMode, MCObject* object, MCObjectSemCo
             }
             return resultContinue;
         }
+        case PostPaste: {
+            auto* paste = dynamic_cast<MCPasteObjectContext*>(context);
+            if (!paste)
+                return resultFailed;
+            // Only the top of what was pasted is news to the owner; the rest came with it.
+            if (paste->GetLevel() < 1)
+                AnnounceCreation(object);
+            return resultContinue;
+        }
         default:
-            // Seam: a pasted object announces itself here once the paste context joins.
             return resultContinue;
     }
 }

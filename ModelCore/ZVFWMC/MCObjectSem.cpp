@@ -33,6 +33,8 @@ void MCObjectSem::Register(short nType, MCFactoryContext* context) {
 
 MCObjectSemContext::~MCObjectSemContext() = default;
 
+MCPasteObjectContext::~MCPasteObjectContext() = default;
+
 ZVTBoolean MCObjectSemContext::PropsExist() const {
     return false;
 }

@@ -66,6 +66,21 @@ private:
     MCFactoryContext* m_pxFactoryContext;
 };
 
+/// The context of PostPaste: the level of the pasted object in its buffer, 0 for an object placed under a
+/// target, -1 for one placed before the targets, more for one that followed its owner. An object below
+/// level 1 announces its creation to its subscribers.
+class MODELCORE_API MCPasteObjectContext : public MCObjectSemContext {
+public:
+    MCPasteObjectContext() = default;
+    ~MCPasteObjectContext() override;
+
+    long GetLevel() const { return m_lLevel; }
+    void SetLevel(long level) { m_lLevel = level; }
+
+private:
+    long m_lLevel = 0;
+};
+
 /// The rules of one object type and the link to its ancestor's handler. Interests spread down: a handler's
 /// masks hold the bits of every ancestor's rules, so a late rule on a base type reaches its derived types
 /// at once. Owns its external rules, not the others.

@@ -223,6 +223,7 @@ MCPersRestoreVisitor::~MCPersRestoreVisitor() = default;
 void MCPersRestoreVisitor::Visit(MCObject* object) {
     const ZVTBoolean flush = m_bFlush;
     m_bFlush = false;
+    m_bRecordComplete = false;
     if (!object)
         throw MCPersExBadTree();
 
@@ -235,8 +236,12 @@ void MCPersRestoreVisitor::Visit(MCObject* object) {
 
     while (!stream.eof()) {
         char token = 0;
-        if (!Read(stream, token) || token != MCStream::tokenProperty)
+        if (!Read(stream, token))
             break;
+        if (token != MCStream::tokenProperty) {
+            m_bRecordComplete = token == MCStream::tokenObjectEnd;
+            break;
+        }
         short type = 0;
         if (!Read(stream, type))
             break;

@@ -156,10 +156,14 @@ public:
     /// In flush mode the stored id is overwritten in the id property directly, not through SetId; it
     /// holds for the next Visit only.
     void SetFlush(ZVTBoolean flush) { m_bFlush = flush; }
+    /// Whether the last Visit read its record up to the object end token; false for a record cut off or
+    /// broken by a foreign token, which the visit consumed.
+    ZVTBoolean IsRecordComplete() const { return m_bRecordComplete; }
 
 private:
     MCStream* m_pxStream;
     ZVTBoolean m_bFlush = false;
+    ZVTBoolean m_bRecordComplete = false;
 };
 
 /// Saves a tree to a stream and restores one from it. One controller serves one restore: the list of

@@ -8,6 +8,8 @@ MCPropertyAccessor::~MCPropertyAccessor() = default;
 MCVPropertyAccessor::~MCVPropertyAccessor() = default;
 MCPropertySemanticContext::~MCPropertySemanticContext() = default;
 
+MCPastePropertyContext::~MCPastePropertyContext() = default;
+
 MCPropertySemantic::result MCPropertyAccessor::FirePreSemantics(short type, MCObject* object,
                                                                 MCProperty* property,
                                                                 MCPropertySemanticContext* context,

@@ -72,6 +72,19 @@ private:
     MCActiveAccessor* m_pxActiveAccessor;
 };
 
+/// The context of PostPaste for each property of a pasted object: the object's level in its buffer.
+class MODELCORE_API MCPastePropertyContext : public MCPropertySemanticContext {
+public:
+    MCPastePropertyContext() = default;
+    ~MCPastePropertyContext() override;
+
+    long GetLevel() const { return m_lLevel; }
+    void SetLevel(long level) { m_lLevel = level; }
+
+private:
+    long m_lLevel = 0;
+};
+
 /// The process-wide table of property semantics: one handler per object type, made as the class levels of
 /// the type register and chained to the handler of the level above. Made on first use, deleted by
 /// MdlCore::Terminate; it does not own the semantics.

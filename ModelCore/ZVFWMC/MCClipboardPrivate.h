@@ -1,0 +1,196 @@
+#ifndef MCCLIPBOARDPRIVATE_H
+#define MCCLIPBOARDPRIVATE_H
+
+// The internals of the clipboard unit: the clip entries, the writer of the buffer and the paste stream.
+// Included by MCClipboard.cpp and its tests only.
+
+#include <deque>
+#include <memory>
+#include <sstream>
+#include <streambuf>
+#include <string>
+#include <vector>
+
+#include "ModelCore/ZVFWMC/MCClipboard.h"
+#include "ModelCore/ZVFWMC/MCFactory.h"
+#include "ModelCore/ZVFWMC/MCPersistence.h"
+#include "ModelCore/ZVFWMC/MCStreams.h"
+#include "foundation/ZVTHSet.h"
+#include "foundation/ZVTString.h"
+
+class MCProperty;
+class MCUDPMap;
+
+/// One object of a clip.
+struct MCClipEntry {
+    MCObject* m_pxObject = nullptr;
+    /// The object's id, to tell whether it still lives without touching it.
+    long m_lId = 0;
+    /// What brought the object in: its real owner, or the referring object; may be null.
+    MCObject* m_pxOwner = nullptr;
+    /// Distance from the selection: 0 for a selected object, one more per step of ownership or reference.
+    short m_sLevel = 0;
+    MCClip::entry_type m_eType = MCClip::entryCopy;
+};
+
+/// The closure's storage: every entry ever made, in creation order (the dictionary only points into it),
+/// and the insertions still to run, so that the depth of a closure costs no call depth.
+struct MCClipListWork {
+    struct InsertCall {
+        MCObject* m_pxOwner;
+        MCObject* m_pxObject;
+        short m_sLevel;
+        MCClip::entry_type m_eType;
+        ZVTBoolean m_bInherited;
+    };
+    std::deque<MCClipEntry> m_xEntries;
+    std::vector<InsertCall> m_xPending;
+    // Where the calls of the object being expanded start, so they can be put in order once it is done.
+    std::size_t m_nExpansionStart = 0;
+};
+
+/// The object record writer of a clip buffer: the owner id of an object that has a clip entry is the
+/// entry's owner, and references an object inherits from above the clip are written as its own.
+class MCClipSaveVisitor : public MCPersSaveVisitor {
+public:
+    MCClipSaveVisitor(MCStream& stream, ZVTHDict<MCObject*, MCClipEntry*>* entries)
+        : MCPersSaveVisitor(stream), m_pxEntries(entries) {}
+    ~MCClipSaveVisitor() override;
+
+    void Visit(MCObject* object) override;
+
+protected:
+    void SaveObjectHeader(MCPersObjectHeader& header, MCObject& object) override;
+    void SaveProperties(MCObject& object) override;
+
+private:
+    ZVTHDict<MCObject*, MCClipEntry*>* m_pxEntries;
+};
+
+/// Writes the frame and the entries of a clip buffer into memory.
+class MCCopyStream {
+public:
+    /// A writer that reads the owners of entries from `entries`, which it does not own.
+    explicit MCCopyStream(ZVTHDict<MCObject*, MCClipEntry*>* entries);
+    MCCopyStream(const MCCopyStream&) = delete;
+    MCCopyStream& operator=(const MCCopyStream&) = delete;
+    virtual ~MCCopyStream();
+
+    /// The head token, the source's id and address token, and the global section of its persistence root;
+    /// EXUnexpected when there is no such root or no environment.
+    void WriteHead(MCObject& source);
+    /// The level mark before the first entry of level 0 or more, the entry's frame, the PostCopy rules of
+    /// its object, and the object record. True.
+    ZVTBoolean WriteEntry(MCClipEntry& entry);
+    /// The end token; from then on the bytes are final.
+    void WriteEnd();
+
+    /// The bytes written; empty when a write was refused (a value that does not fit its width).
+    const std::string& GetBytes() const { return m_sBytes; }
+
+private:
+    ZVTHDict<MCObject*, MCClipEntry*>* m_pxEntries;
+    std::stringstream m_xBuffer;
+    std::unique_ptr<MCStream> m_pxStream;
+    ZVTBoolean m_bLevelMarkPending = true;
+    std::unique_ptr<MCClipSaveVisitor> m_pxVisitor;
+    std::string m_sBytes;
+};
+
+/// The factory context of pasted objects: no creation rules, fresh ids, and the pasting flag set.
+class MCClipCreateContext : public MCFactoryContext {
+public:
+    ~MCClipCreateContext() override;
+    ZVTBoolean SemanticsNeeded() override;
+    long RequestId() override;
+};
+
+/// Reads a buffer in place: a streambuf over memory the caller keeps, with seeking for the passes.
+class MCClipMemoryBuffer : public std::streambuf {
+public:
+    MCClipMemoryBuffer(const char* data, std::size_t size);
+
+protected:
+    pos_type seekoff(off_type offset, std::ios_base::seekdir way, std::ios_base::openmode which) override;
+    pos_type seekpos(pos_type position, std::ios_base::openmode which) override;
+};
+
+/// Reads one clip buffer and pastes it under a target: head, prelude, entries for each target, finish.
+class MCPasteStream {
+public:
+    MCPasteStream(MCObject& target, void* buffer, int size, ZVTOrderedVectorT<long>* ids,
+                  MCClipIdConverter* converter);
+    MCPasteStream(const MCPasteStream&) = delete;
+    MCPasteStream& operator=(const MCPasteStream&) = delete;
+    virtual ~MCPasteStream();
+
+    void ReadHead();
+    void ReadPrelude();
+    void ReadEntries(ZVTSList<MCObject*>& targets);
+    void Finish();
+    /// After an exception: takes every object the paste made out of the model again, without rules or
+    /// events, as nobody has heard of them.
+    void Rollback();
+
+    ZVTBoolean HasFailed() const { return m_bFailed; }
+
+private:
+    struct Frame {
+        short m_sLevel = 0;
+        long m_lId = 0;
+        char m_cFlag = 0;
+        ZVTString m_xName;
+        short m_sType = 0;
+    };
+    struct Created {
+        MCObject* m_pxObject;
+        long m_lId;  // the object's own id, to tell whether it still lives
+        long m_lLevel;
+        bool m_bResolved;
+    };
+    // A reference of a merged record, set once every id of the buffer is bound.
+    struct MergedReference {
+        MCObject* m_pxObject;
+        long m_lObjectId;
+        short m_sType;
+        bool m_bList;
+        std::vector<long> m_xIds;
+    };
+
+    ZVTBoolean CreateFromRecord(long level, MCObject* targetObject);
+    ZVTBoolean MergeRecord(MCObject* existing);
+    void DiscardRecord(ZVTBoolean headRead, long id);
+    void MatchByName(long id, short type, const ZVTString& name);
+
+    // The entry frame and the object token behind it; false, with failed set, otherwise.
+    ZVTBoolean ReadFrame(Frame& frame);
+    // Reads the rest of a record, from the flags on, into a new scratch object; null with failed set when
+    // the record is cut off or broken.
+    MCObject* ReadScratch();
+    static void DropScratch(MCObject* scratch);
+    // Binds a buffer id in the stream's id space and notes it for the unbinding between targets.
+    void Bind(long id, MCObject* object);
+    // Resolves the references of the objects made so far.
+    void ResolveCreated();
+    void SetMergedReferences();
+
+    ZVTBoolean m_bFailed = false;
+    MCObject* m_pxTarget;
+    MCClipMemoryBuffer m_xBuffer;
+    std::unique_ptr<MCStream> m_pxStream;
+    MCIdSpace* m_pxIdSpace;
+    ZVTSList<long> m_xPerTargetIds;
+    ZVTBoolean m_bSamePlace = false;
+    std::vector<Created> m_xCreated;
+    ZVTHSetT<long> m_xPlacedOnce;
+    std::unique_ptr<MCUDPMap> m_pxUDPMap;
+    ZVTBoolean m_bAdoptionPending = true;
+    ZVTOrderedVectorT<long>* m_pxIds;
+    MCClipIdConverter* m_pxConverter;
+    std::unique_ptr<MCPersRestoreVisitor> m_pxVisitor;
+    // The buffer ids bound while pasting under the current target of the list.
+    std::vector<long> m_xPassIds;
+    std::vector<MergedReference> m_xMergedReferences;
+};
+
+#endif

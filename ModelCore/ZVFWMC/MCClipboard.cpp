@@ -693,6 +693,13 @@ ZVTBoolean MCPasteStream::CreateFromRecord(long level, MCObject* targetObject) {
     if (level != 0 && m_xPlacedOnce.Contains(ownerId))
         once = true;
 
+    // A property code in an object's place would be made on the owner, which may be an object of the
+    // model that a discarded record bound: a buffer never adds a property to what it did not make.
+    unsigned long flags = 0;
+    if (!MCFactoryRegistry::GetFlags(type, flags) || !(flags & MCFactoryRegistry::flagObject)) {
+        m_bFailed = true;
+        return false;
+    }
     MCClipCreateContext context;
     context.SetFlag(MCFactoryContext::flagPasting, true);
     MCObject* object = dynamic_cast<MCObject*>(MCFactoryRegistry::CreateItem(type, owner, &context, nullptr));

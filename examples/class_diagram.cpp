@@ -1,19 +1,25 @@
 // The sample host: builds a class diagram of a few thousand objects, edits it under the class model's
-// rules, saves it, restores it into a fresh tree and checks that the two are equal.
+// rules, saves it, restores it into a fresh tree and checks that the two are equal; then copies a
+// package and a few classes and pastes them into other packages and into a second model.
 //
-//   class_diagram [--out FILE] [--packages N] [--classes N]
+//   class_diagram [--out FILE] [--packages N] [--classes N] [--clip-out FILE]
 //
-// Exits 0 when the restored model equals the saved one, 1 when it does not, 2 when the model cannot
-// be saved or read back, 3 for bad arguments.
+// --clip-out writes the clip buffer of the copied package to FILE. Exits 0 when the restored model
+// equals the saved one and the pasted copies check out, 1 when not, 2 when the model cannot be saved or
+// read back or the clip buffer cannot be written, 3 for bad arguments.
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "ModelCore/ZVFWMC/MCClipboard.h"
 #include "ModelCore/ZVFWMC/MCNameSpace.h"
 #include "examples/classmodel/ClassModel.h"
 
@@ -32,6 +38,7 @@ struct Options {
     std::string m_sOut = "class_diagram.mdl";
     int m_nPackages = 12;
     int m_nClasses = 50;
+    std::string m_sClipOut;
 };
 
 struct Tally {
@@ -128,19 +135,40 @@ void Edit(MCObject* model, Lcg& random, Tally& tally) {
     }
 }
 
-// Every class of every restored package is found in its package's name space under its name.
-bool NamesRebuilt(MCObject* restored) {
-    for (MCObject* package : Ownees(restored, C::tPackage)) {
-        MCNameSpace* names = ClassModel::ClassNames(package);
-        if (!names)
-            return false;
-        for (MCObject* cls : Ownees(package, C::tClass)) {
-            ZVTString name(ClassModel::NameOf(cls));
-            if (names->FindObject(name) != cls)
+// Every package and class under `owner`, all the way down, is found under its name in the name space
+// of its owner.
+bool NamesKept(MCObject* owner) {
+    MCNameSpace* names = ClassModel::MemberNames(owner);
+    if (!names)
+        return false;
+    for (short type : {C::tPackage, C::tClass}) {
+        for (MCObject* member : Ownees(owner, type)) {
+            ZVTString name(ClassModel::NameOf(member));
+            if (names->FindObject(name) != member || (type == C::tPackage && !NamesKept(member)))
                 return false;
         }
     }
     return true;
+}
+
+MCObject* Target(const MCObject* object, short type) {
+    MCSRefRawAccessor target;
+    return object->GetProperty(type, target) ? target.GetValue() : nullptr;
+}
+
+std::vector<MCObject*> Superclasses(const MCObject* cls) {
+    MCVRefRawAccessor list;
+    if (!cls->GetProperty(C::pSuperclasses, list))
+        return {};
+    const ZVTSList<MCObject*>& found = *list.GetList();
+    std::vector<MCObject*> superclasses;
+    for (size_t i = 0; i < found.Entries(); ++i)
+        superclasses.push_back(found.At(i));
+    return superclasses;
+}
+
+bool Holds(const std::vector<MCObject*>& objects, const MCObject* object) {
+    return std::find(objects.begin(), objects.end(), object) != objects.end();
 }
 
 bool ParseOptions(int argc, char** argv, Options& options) {
@@ -152,6 +180,8 @@ bool ParseOptions(int argc, char** argv, Options& options) {
             options.m_nPackages = std::atoi(argv[++i]);
         } else if (std::strcmp(argv[i], "--classes") == 0 && hasValue) {
             options.m_nClasses = std::atoi(argv[++i]);
+        } else if (std::strcmp(argv[i], "--clip-out") == 0 && hasValue) {
+            options.m_sClipOut = argv[++i];
         } else {
             return false;
         }
@@ -170,6 +200,240 @@ long Total(const CMCensus& census) {
 long CountOf(const CMCensus& census, short type) {
     auto found = census.find(type);
     return found == census.end() ? 0 : found->second;
+}
+
+// The clip buffer of `selection`, which a host could put on the system clipboard as it is.
+std::vector<char> Copy(const std::vector<MCObject*>& selection, MCObject* model) {
+    ZVTSList<MCObject*> objects;
+    for (MCObject* object : selection)
+        objects.Append(object);
+    MCClipList copy(objects, *model, MCClipList::modeCopy, nullptr);
+    std::vector<char> buffer(static_cast<size_t>(copy.GetBufferSize()));
+    copy.CopyBuffer(buffer.data());
+    return buffer;
+}
+
+// Which original each pasted object copies: the paste reports every object it makes with its id in the
+// buffer, the original's. It knows no counterparts in the target, so the paste merges nothing.
+class PasteLog final : public MCClipIdConverter {
+public:
+    long ConvertId(long) override { return 0; }
+    void AddConversion(long oldId, long newId) override { m_xOriginals[newId] = oldId; }
+    MCObject* OriginalOf(const MCObject* copy) const {
+        auto found = m_xOriginals.find(copy->GetId());
+        return found == m_xOriginals.end() ? nullptr : MCObject::ResolveId(found->second);
+    }
+
+private:
+    std::map<long, long> m_xOriginals;
+};
+
+// Pastes `buffer` under `target` alone; the objects placed there.
+std::vector<MCObject*> Paste(std::vector<char>& buffer, MCObject* target, PasteLog* log = nullptr) {
+    // The paste makes one pass per listed target; `target` itself takes each entry once.
+    ZVTSList<MCObject*> targets;
+    targets.Append(target);
+    ZVTOrderedVectorT<long> ids;
+    MCClipList paste(targets, *target, buffer.data(), static_cast<int>(buffer.size()), &ids, log);
+    std::vector<MCObject*> pasted;
+    for (size_t i = 0; i < ids.Length(); ++i) {
+        if (MCObject* object = MCObject::ResolveId(ids[i]))
+            pasted.push_back(object);
+    }
+    return pasted;
+}
+
+// Every association end that is set is a class of the association's own package.
+bool EndsInOwnPackage(MCObject* package) {
+    const std::vector<MCObject*> classes = Ownees(package, C::tClass);
+    for (MCObject* association : Ownees(package, C::tAssociation)) {
+        for (short end : {C::pEndA, C::pEndB}) {
+            MCObject* cls = Target(association, end);
+            if (cls && !Holds(classes, cls))
+                return false;
+        }
+    }
+    return true;
+}
+
+// A pasted package is its original again: as many objects of each type as the original had when copied,
+// each association joining the classes of the names its original joins, each superclass a class of the
+// copy.
+bool SameAsOriginal(MCObject* original, const CMCensus& copied, MCObject* copy) {
+    if (ClassModel::Census(copy) != copied)
+        return false;
+    std::map<std::string, MCObject*> originals;
+    for (MCObject* association : Ownees(original, C::tAssociation))
+        originals[ClassModel::NameOf(association)] = association;
+    for (MCObject* association : Ownees(copy, C::tAssociation)) {
+        MCObject* source = originals[ClassModel::NameOf(association)];
+        if (!source)
+            return false;
+        for (short end : {C::pEndA, C::pEndB}) {
+            MCObject* mine = Target(association, end);
+            MCObject* theirs = Target(source, end);
+            if ((mine == nullptr) != (theirs == nullptr) ||
+                ClassModel::NameOf(mine) != ClassModel::NameOf(theirs))
+                return false;
+        }
+    }
+    const std::vector<MCObject*> classes = Ownees(copy, C::tClass);
+    for (MCObject* cls : classes) {
+        for (MCObject* superclass : Superclasses(cls)) {
+            if (!Holds(classes, superclass))
+                return false;
+        }
+    }
+    return true;
+}
+
+// Two classes of `package` that an association joins, that association, and another one that leaves the
+// pair; empty when there is no pair. Names without a number and a superclass outside the pair show best
+// what a paste does, so such a pair comes first.
+std::vector<MCObject*> PickClasses(MCObject* package) {
+    const std::vector<MCObject*> associations = Ownees(package, C::tAssociation);
+    std::vector<MCObject*> picked;
+    int best = -1;
+    for (MCObject* joining : associations) {
+        MCObject* a = Target(joining, C::pEndA);
+        MCObject* b = Target(joining, C::pEndB);
+        if (!a || !b || a == b)
+            continue;
+        const std::vector<MCObject*> pair = {a, b};
+        std::vector<MCObject*> selection = {a, b, joining};
+        for (MCObject* leaving : associations) {
+            MCObject* c = Target(leaving, C::pEndA);
+            MCObject* d = Target(leaving, C::pEndB);
+            if (c && d && Holds(pair, c) != Holds(pair, d)) {
+                selection.push_back(leaving);
+                break;
+            }
+        }
+        int score = 0;
+        for (MCObject* cls : pair) {
+            score += ClassModel::NameOf(cls).find('_') == std::string::npos ? 2 : 0;
+            for (MCObject* superclass : Superclasses(cls))
+                score += Holds(pair, superclass) ? 0 : 1;
+        }
+        if (score > best) {
+            best = score;
+            picked = selection;
+        }
+    }
+    return picked;
+}
+
+// Copies two classes of `source` with the association between them and one that leaves them, and pastes
+// them into `target`: the classes meet its names, the leaving association stays behind, and superclasses
+// outside the pair are dropped. True when the paste checks out or there was no pair to copy.
+bool CopyClasses(MCObject* model, MCObject* source, MCObject* target) {
+    const std::vector<MCObject*> selection = PickClasses(source);
+    if (selection.empty())
+        return true;
+    const std::vector<MCObject*> classes(selection.begin(), selection.begin() + 2);
+    const size_t associations = selection.size() - classes.size();
+    std::vector<char> buffer = Copy(selection, model);
+    PasteLog log;
+    std::vector<MCObject*> pasted = Paste(buffer, target, &log);
+
+    // Each pasted object copies one of the selection; an association joins the copies of its original's
+    // ends; a superclass is kept exactly when it was one of the pair, and then leads to its copy.
+    bool checked = pasted.size() == classes.size() + 1;
+    std::string renamed;
+    size_t dropped = 0;
+    for (MCObject* copy : pasted) {
+        MCObject* original = log.OriginalOf(copy);
+        if (!Holds(selection, original) || copy->GetType() != original->GetType()) {
+            checked = false;
+            continue;
+        }
+        if (copy->IsType(C::tAssociation, MCItem::rttiExact)) {
+            for (short end : {C::pEndA, C::pEndB}) {
+                MCObject* cls = Target(copy, end);
+                checked =
+                    checked && cls && Holds(pasted, cls) && log.OriginalOf(cls) == Target(original, end);
+            }
+            continue;
+        }
+        renamed +=
+            (renamed.empty() ? "" : ", ") + ClassModel::NameOf(original) + " -> " + ClassModel::NameOf(copy);
+        std::vector<MCObject*> kept;
+        for (MCObject* superclass : Superclasses(original)) {
+            if (Holds(classes, superclass))
+                kept.push_back(superclass);
+            else
+                ++dropped;
+        }
+        const std::vector<MCObject*> superclasses = Superclasses(copy);
+        checked = checked && superclasses.size() == kept.size();
+        for (size_t i = 0; checked && i < kept.size(); ++i)
+            checked = Holds(pasted, superclasses[i]) && log.OriginalOf(superclasses[i]) == kept[i];
+    }
+    std::printf("pasted 2 classes into %s: %s\n", ClassModel::NameOf(target).c_str(), renamed.c_str());
+    std::printf(
+        "associations: %zu selected, %zu left out (an end outside the copy); superclasses outside the "
+        "copy dropped: %zu\n",
+        associations, associations + classes.size() - pasted.size(), dropped);
+    return checked;
+}
+
+// Copies the first package and pastes it twice into the last one and once into a new model, then copies
+// two of its classes into the last package. 0 when every paste checks out, 1 when one does not, 2 when
+// the clip buffer cannot be written to the --clip-out file.
+int CopyAndPaste(MCObject* model, const Options& options) {
+    const std::vector<MCObject*> packages = Ownees(model, C::tPackage);
+    if (packages.empty())
+        return 0;
+    MCObject* source = packages.front();
+    MCObject* target = packages.back();
+    const std::string targetName = ClassModel::NameOf(target);
+
+    // Pasting into the source's own subtree grows it: the copies are compared with it as it was.
+    const CMCensus copied = ClassModel::Census(source);
+    Clock::time_point start = Clock::now();
+    std::vector<char> buffer = Copy({source}, model);
+    std::printf("copied %s, %ld objects, into a clip buffer of %zu bytes (%.1f ms)\n",
+                ClassModel::NameOf(source).c_str(), Total(copied), buffer.size(), Milliseconds(start));
+    if (!options.m_sClipOut.empty()) {
+        std::ofstream clip(options.m_sClipOut, std::ios::binary | std::ios::trunc);
+        if (!clip.write(buffer.data(), static_cast<std::streamsize>(buffer.size())).flush()) {
+            std::fprintf(stderr, "class_diagram: cannot write %s\n", options.m_sClipOut.c_str());
+            return 2;
+        }
+    }
+
+    // Taken down also when a paste throws: no tree may outlive the session.
+    const auto expunge = [](MCObject* root) { root->Expunge(true); };
+    std::unique_ptr<MCObject, decltype(expunge)> second(ClassModel::NewModel("Second diagram"), expunge);
+    const std::string again = targetName + " again";
+    const struct {
+        const char* m_pcWhere;
+        MCObject* m_pxTarget;
+    } pastes[] = {{targetName.c_str(), target}, {again.c_str(), target}, {"a new model", second.get()}};
+    bool same = true, ownEnds = true;
+    for (const auto& paste : pastes) {
+        start = Clock::now();
+        const std::vector<MCObject*> pasted = Paste(buffer, paste.m_pxTarget);
+        const double pasteMs = Milliseconds(start);
+        MCObject* copy = pasted.size() == 1 ? pasted.front() : nullptr;
+        const bool alike = copy && SameAsOriginal(source, copied, copy);
+        same = same && alike;
+        ownEnds = ownEnds && copy && EndsInOwnPackage(copy);
+        std::printf("pasted into %s: %s, %ld objects%s (%.1f ms)\n", paste.m_pcWhere,
+                    copy ? ClassModel::NameOf(copy).c_str() : "nothing",
+                    copy ? Total(ClassModel::Census(copy)) : 0L, alike ? "" : ", unlike the original",
+                    pasteMs);
+    }
+    const bool secondNames = NamesKept(second.get());
+    second.reset();
+
+    const bool classes = CopyClasses(model, source, target);
+    const bool names = secondNames && NamesKept(target);
+    std::printf("associations in each copy join that copy's classes: %s\n", ownEnds ? "yes" : "no");
+    std::printf("pasted names unique: %s\n", names ? "yes" : "no");
+    const bool checked = same && ownEnds && classes && names && EndsInOwnPackage(target);
+    std::printf("paste checked: %s\n", checked ? "yes" : "no");
+    return checked ? 0 : 1;
 }
 
 int Run(const Options& options) {
@@ -233,12 +497,20 @@ int Run(const Options& options) {
                         header.GetProductVersion().data(), header.GetCompanyCode().data(),
                         header.GetFileMajorVersion(), header.GetFileMinorVersion());
             const std::string difference = ClassModel::CompareRestored(model, restored, stream.GetIdSpace());
-            const bool names = NamesRebuilt(restored);
+            const bool names = NamesKept(restored);
             std::printf("name spaces rebuilt: %s\n", names ? "yes" : "no");
             std::printf("equal: %s\n", difference.empty() ? "yes" : ("no, " + difference).c_str());
             status = difference.empty() && names ? 0 : 1;
         }
         created.ExpungeStrays(nullptr);
+    }
+    try {
+        const int pasted = CopyAndPaste(model, options);
+        status = status == 0 ? pasted : status;
+    } catch (const EXBase& failure) {
+        std::fprintf(stderr, "class_diagram: copy and paste failed (exception %ld)\n",
+                     failure.GetExceptionCode());
+        status = status == 0 ? 1 : status;
     }
     model->Expunge(true);
     return status;
@@ -249,7 +521,9 @@ int Run(const Options& options) {
 int main(int argc, char** argv) {
     Options options;
     if (!ParseOptions(argc, argv, options)) {
-        std::fprintf(stderr, "usage: class_diagram [--out FILE] [--packages 0-1000] [--classes 1-1000]\n");
+        std::fprintf(
+            stderr,
+            "usage: class_diagram [--out FILE] [--packages 0-1000] [--classes 1-1000] [--clip-out FILE]\n");
         return 3;
     }
     CMSession session;

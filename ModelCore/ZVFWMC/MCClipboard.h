@@ -54,8 +54,8 @@ public:
 
     MCClip() = delete;
 
-    /// Copies the closure of `objects` (in the tree whose copy source is `source`) and pastes it under each
-    /// of `targets`, objects that can't be placed there going once under `target`. With a converter the
+    /// Copies the closure of `objects` (in the tree whose copy source is `source`) and pastes it as the
+    /// paste form of MCClipList does, under each of `targets` or once under `target`. With a converter the
     /// copy also follows references whose clip value has bit 4, and entries the converter knows are merged
     /// into their existing objects. `ids`, when not null, is emptied and receives the ids of the pasted
     /// objects at level 0 and of the merged ones. True exactly when at least one id resulted. Throws what
@@ -122,12 +122,15 @@ public:
     /// The converter, not owned, may be null. Throws EXUnexpected when there is no persistence root at or
     /// above `source` or no environment is installed; the rules' PostCopy run while entries are written.
     MCClipList(ZVTSList<MCObject*>& objects, MCObject& source, mode nMode, MCClipIdConverter* converter);
-    /// Pastes the `size` bytes at `buffer` under each of `targets`, and under `target` what can't be
-    /// placed there or belongs to no target; `ids`, when not null, is emptied and receives the ids of the
-    /// pasted objects at level 0 and of the merged ones. A damaged buffer stops the paste, and what was
-    /// pasted whole before the damage stays, resolved and announced. A factory, the record reader
-    /// (EXUnexpected) or a duplicate id in the buffer (EXDuplicateResolution) throws through the
-    /// constructor, and then every object the paste had made is gone again.
+    /// Pastes the `size` bytes at `buffer`: the buffer is read once for each of `targets`, and each
+    /// selected object is made under that target, or, when it can't be placed there, once under `target`
+    /// (list `target` itself to paste only there). An empty list pastes only what stands before the level
+    /// mark. A reference to an object outside the buffer is cleared (a list loses that entry). `ids`, when
+    /// not null, is emptied and receives the ids of the pasted objects at level 0 and of the merged ones.
+    /// A damaged buffer stops the paste, and what was pasted whole before the damage stays, resolved and
+    /// announced. A factory, the record reader (EXUnexpected) or a duplicate id in the buffer
+    /// (EXDuplicateResolution) throws through the constructor, and then every object the paste had made
+    /// is gone again.
     MCClipList(ZVTSList<MCObject*>& targets, MCObject& target, void* buffer, int size,
                ZVTOrderedVectorT<long>* ids, MCClipIdConverter* converter);
     MCClipList(const MCClipList&) = delete;

@@ -52,9 +52,62 @@ public:
     unsigned long GetInterests() const override { return PreEdit; }
 };
 
+// Enters `object` in the names of its owner, as a new one is: a taken name gets a number.
+void EnterName(MCObject* object) {
+    if (MCNameSpace* names = ClassModel::MemberNames(object->GetOwner(0, MCItem::rttiExact)))
+        names->Insert(object, '_', 0, true);
+}
+
+// A pasted object at level 0 or below was placed under a target, among names it has not met; one
+// deeper came with its owner, whose name space came too and holds its name.
+bool PlacedByPaste(MCObjectSem::mode nMode, MCObjectSemContext* context) {
+    auto* paste = dynamic_cast<MCPasteObjectContext*>(context);
+    return nMode == MCObjectSem::PostPaste && paste && paste->GetLevel() < 1;
+}
+
+// A class pasted on its own keeps the names of its new package unique.
+class PastedClassRule : public MCObjectSem {
+public:
+    result Fire(mode nMode, MCObject* object, MCObjectSemContext* context) override {
+        if (object && PlacedByPaste(nMode, context))
+            EnterName(object);
+        return resultContinue;
+    }
+    unsigned long GetInterests() const override { return PostPaste; }
+};
+
+// A pasted package brings its name space along, but a paste writes the name infos raw and fires no
+// rule of theirs, so the dictionary that answers "is this name taken" starts empty: it is filled here
+// from the pasted infos, as a restore fills it. They already name every class and subpackage of the
+// copy; dropping them and naming all afresh would make and take down as many objects again.
+class PastedPackageRule : public MCObjectSem {
+public:
+    result Fire(mode nMode, MCObject* object, MCObjectSemContext* context) override {
+        if (nMode != PostPaste || !object)
+            return resultContinue;
+        if (MCNameSpace* names = ClassModel::ClassNames(object)) {
+            for (MCObject* ownee = names->GetFirstOwnee(); ownee; ownee = ownee->GetNextSibling()) {
+                auto* info = dynamic_cast<MCStringInfo*>(ownee);
+                MCObject* named = info ? info->GetObjectA() : nullptr;
+                MCSPropertyRawAccessorT<ZVTString> name;
+                if (named && named->GetProperty(C::pName, name)) {
+                    ZVTString key = name.GetValue();
+                    names->InsertIntoDictionary(key, info);
+                }
+            }
+        }
+        if (PlacedByPaste(nMode, context))
+            EnterName(object);
+        return resultContinue;
+    }
+    unsigned long GetInterests() const override { return PostPaste; }
+};
+
 NamedAttributeRule c_xNamedAttribute;
 ClassRevisionRule c_xClassRevision;
 NoSelfGeneralizationRule c_xNoSelfGeneralization;
+PastedClassRule c_xPastedClass;
+PastedPackageRule c_xPastedPackage;
 
 MCObject* Create(short type, MCObject* owner) {
     return static_cast<MCObject*>(MCFactoryRegistry::CreateItem(type, owner, nullptr, nullptr));
@@ -126,9 +179,13 @@ ZVTBoolean CMModel::IsType_(short type) const {
 
 CMPackage::CMPackage(short type, MCFactorySignature& signature, MCFactoryContext* context)
     : MCObject(type, signature, context) {
-    RegisterLevel(C::tPackage, context);
+    RegisterRules(context);
 }
 CMPackage::CMPackage(MCObject* owner, MCFactoryContext* context) : MCObject(C::tPackage, owner, context) {
+    RegisterRules(context);
+}
+void CMPackage::RegisterRules(MCFactoryContext* context) {
+    MCObjectSemReg::Register(C::tPackage, context, &c_xPastedPackage, false);
     RegisterLevel(C::tPackage, context);
 }
 ZVTBoolean CMPackage::IsType_(short type) const {
@@ -147,6 +204,7 @@ void CMClass::RegisterRules(MCFactoryContext* context) {
     MCPropertySemanticRegistry::Register(C::tClass, context, C::pName, &c_xClassRevision, false, false);
     MCPropertySemanticRegistry::Register(C::tClass, context, C::pSuperclasses, &c_xNoSelfGeneralization,
                                          false, false);
+    MCObjectSemReg::Register(C::tClass, context, &c_xPastedClass, false);
     RegisterLevel(C::tClass, context);
 }
 ZVTBoolean CMClass::IsType_(short type) const {
@@ -240,6 +298,7 @@ void ClassModel::Register() {
     R::RegisterAliasProperty(C::pSuperclasses, "Superclasses", 90, true, false, false, false);
     R::RegisterAliasProperty(C::pRevision, "Revision", 87, true, false, false, false);
     R::RegisterAliasProperty(C::pClassNames, "ClassNames", 89, false, false, false, false);
+    R::RegisterAliasProperty(C::pPackageNames, "PackageNames", 89, false, false, false, false);
 
     // The registry owns the factories.
     new MCObjectFactoryT<CMModel, MCObject>(C::tModel, "Model", 1, 0, 1, 0, true, false);
@@ -249,13 +308,20 @@ void ClassModel::Register() {
                                                 false);
     new MCObjectFactoryT<CMAssociation, MCObject>(C::tAssociation, "Association", 1, C::tPackage, 512, 0,
                                                   true, false);
+    // Packages nest, so that a copied package can be pasted into another.
+    R::AddOwnerType(C::tPackage, C::tPackage);
 
-    const short model[] = {C::pName, 0};
-    const short package[] = {C::pName, 0, C::pClassNames, 0};
-    const short cls[] = {C::pName, 0, C::pVisibility, 0, C::pSuperclasses, 0, C::pRevision, 0};
-    const short attribute[] = {C::pName, 0, C::pTypeName, 0, C::pVisibility, 0};
-    const short association[] = {C::pName, 0, C::pEndA, 0, C::pEndB, 0};
-    R::AddPropertyUsages(C::tModel, model, 1);
+    // A package's name space is its ownee and travels with it anyway. A class keeps its superclasses
+    // only within the copy: copying a class should not drag in its ancestry, and one outside is dropped
+    // on paste. An association means nothing without both its classes.
+    const short none = C::clipNone;
+    const short depend = R::clipDepend;
+    const short model[] = {C::pName, none, C::pPackageNames, none};
+    const short package[] = {C::pName, none, C::pClassNames, none};
+    const short cls[] = {C::pName, none, C::pVisibility, none, C::pSuperclasses, none, C::pRevision, none};
+    const short attribute[] = {C::pName, none, C::pTypeName, none, C::pVisibility, none};
+    const short association[] = {C::pName, none, C::pEndA, depend, C::pEndB, depend};
+    R::AddPropertyUsages(C::tModel, model, 2);
     R::AddPropertyUsages(C::tPackage, package, 2);
     R::AddPropertyUsages(C::tClass, cls, 4);
     R::AddPropertyUsages(C::tAttribute, attribute, 3);
@@ -266,19 +332,26 @@ void ClassModel::Register() {
 
 MCObject* ClassModel::NewModel(const char* name) {
     MCObject* model = Create(C::tModel, nullptr);
-    if (model)
-        SetName(model, name);
+    if (!model)
+        return nullptr;
+    SetName(model, name);
+    if (auto* names = static_cast<MCNameSpace*>(Create(MCNameSpace::c_sType, model))) {
+        names->AddValidType(C::tPackage);
+        SetReference(model, C::pPackageNames, names);
+    }
     return model;
 }
 
-MCObject* ClassModel::AddPackage(MCObject* model, const char* name) {
-    MCObject* package = Create(C::tPackage, model);
+MCObject* ClassModel::AddPackage(MCObject* owner, const char* name) {
+    MCObject* package = Create(C::tPackage, owner);
     if (!package)
         return nullptr;
     SetName(package, name);
-    auto* names = static_cast<MCNameSpace*>(Create(301, package));
-    if (names) {
+    EnterName(package);
+    // A package's classes and subpackages share one scope: a subpackage may not be named like a class.
+    if (auto* names = static_cast<MCNameSpace*>(Create(MCNameSpace::c_sType, package))) {
         names->AddValidType(C::tClass);
+        names->AddValidType(C::tPackage);
         SetReference(package, C::pClassNames, names);
     }
     return package;
@@ -289,8 +362,7 @@ MCObject* ClassModel::AddClass(MCObject* package, const char* name) {
     if (!cls)
         return nullptr;
     SetName(cls, name);
-    if (MCNameSpace* names = ClassNames(package))
-        names->Insert(cls, '_', 0, true);
+    EnterName(cls);
     return cls;
 }
 
@@ -341,6 +413,15 @@ MCNameSpace* ClassModel::ClassNames(MCObject* package) {
         return nullptr;
     MCSRefRawAccessor names;
     if (!package->GetProperty(C::pClassNames, names))
+        return nullptr;
+    return dynamic_cast<MCNameSpace*>(names.GetValue());
+}
+
+MCNameSpace* ClassModel::MemberNames(MCObject* owner) {
+    if (!owner || !owner->IsType(C::tModel, MCItem::rttiExact))
+        return ClassNames(owner);
+    MCSRefRawAccessor names;
+    if (!owner->GetProperty(C::pPackageNames, names))
         return nullptr;
     return dynamic_cast<MCNameSpace*>(names.GetValue());
 }

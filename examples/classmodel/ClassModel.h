@@ -1,9 +1,9 @@
 #ifndef CLASSMODEL_H
 #define CLASSMODEL_H
 
-// The metamodel of a small class-diagram host: models of packages, classes with attributes and
-// generalizations, and associations between classes, with the rules such a host keeps. The sample
-// program, the inspection tool and the restore fuzz target share it.
+// The metamodel of a small class-diagram host: models of packages (which nest), classes with attributes
+// and generalizations, and associations between classes, with the rules such a host keeps, copy and
+// paste included. The sample program, the inspection tool and the restore fuzz target share it.
 
 #include <cstddef>
 #include <map>
@@ -32,8 +32,12 @@ struct CMCodes {
         pEndB = 1523,          ///< Reference: its second end class
         pSuperclasses = 1524,  ///< ReferenceList: the classes a class specializes
         pRevision = 1525,      ///< Integer: how often a class's name was set
-        pClassNames = 1526,    ///< Reference: the name space of a package's classes
+        pClassNames = 1526,    ///< Reference: the name space of a package's classes and subpackages
+        pPackageNames = 1527,  ///< Reference: the name space of a model's packages
     };
+    /// The clip value of a usage with none of MCFactoryRegistry's clip bits: a value, or a reference whose
+    /// target is neither brought into a copy nor needed there; one outside the copy is dropped on paste.
+    enum : short { clipNone = 0 };
 };
 
 /// The root of a class diagram and the unit it is saved as.
@@ -46,7 +50,8 @@ private:
     ZVTBoolean IsType_(short type) const override;
 };
 
-/// A package: owns classes, associations and the name space that keeps its class names unique.
+/// A package: owns classes, associations, subpackages and the name space that keeps their names unique;
+/// its own name is unique under its owner.
 class CMPackage : public MCObject {
 private:
     friend class MCObjectFactoryT<CMPackage, MCObject>;
@@ -54,6 +59,7 @@ private:
     CMPackage(MCObject* owner, MCFactoryContext* context);
     ~CMPackage() override = default;
     ZVTBoolean IsType_(short type) const override;
+    static void RegisterRules(MCFactoryContext* context);
 };
 
 /// A class: owns its attributes; its name is unique in its package and counted in pRevision.
@@ -126,10 +132,11 @@ public:
     /// Registers the types, properties, owners and rules once per initialized core.
     static void Register();
 
-    /// A new, empty model named `name`; the caller expunges it.
+    /// A new, empty model named `name`, with the name space of its packages; the caller expunges it.
     static MCObject* NewModel(const char* name);
-    /// A new package under `model` with its own class-name space.
-    static MCObject* AddPackage(MCObject* model, const char* name);
+    /// A new package under a model or a package, with its own name space, renamed "<name>_<n>" when the
+    /// name is taken there.
+    static MCObject* AddPackage(MCObject* owner, const char* name);
     /// A new class in `package`, renamed "<name>_<n>" when the name is taken there.
     static MCObject* AddClass(MCObject* package, const char* name);
     /// Renames a class, keeping its package's names unique; the final name may carry a suffix.
@@ -141,8 +148,11 @@ public:
     /// Makes `cls` specialize `superclass`; false when refused (a class may not specialize itself).
     static ZVTBoolean AddSuperclass(MCObject* cls, MCObject* superclass);
 
-    /// The name space of a package's classes, null for anything else.
+    /// The name space of a package's classes and subpackages, null for anything else.
     static MCNameSpace* ClassNames(MCObject* package);
+    /// The name space that keeps the names of what `owner` holds unique: a model's package names or a
+    /// package's ClassNames; null for anything else.
+    static MCNameSpace* MemberNames(MCObject* owner);
     /// The Name of `object`, "" when it has none.
     static std::string NameOf(const MCObject* object);
     /// The Integer `type` of `object`, `absent` when it has none.

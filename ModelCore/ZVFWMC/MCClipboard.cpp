@@ -416,8 +416,7 @@ void MCClipSaveVisitor::SaveProperties(MCObject& object) {
 }
 
 MCCopyStream::MCCopyStream(ZVTHDict<MCObject*, MCClipEntry*>* entries)
-    : m_pxEntries(entries),
-      m_pxStream(std::make_unique<MCStream>(m_xBuffer, ZVTStream::binary)),
+    : m_pxStream(std::make_unique<MCStream>(m_xBuffer, ZVTStream::binary)),
       m_pxVisitor(std::make_unique<MCClipSaveVisitor>(*m_pxStream, entries)) {}
 
 MCCopyStream::~MCCopyStream() = default;

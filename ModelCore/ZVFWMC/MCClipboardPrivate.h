@@ -70,7 +70,7 @@ private:
 /// Writes the frame and the entries of a clip buffer into memory.
 class MCCopyStream {
 public:
-    /// A writer that reads the owners of entries from `entries`, which it does not own.
+    /// A writer whose records take the owners of entries from `entries`, which it does not own.
     explicit MCCopyStream(ZVTHDict<MCObject*, MCClipEntry*>* entries);
     MCCopyStream(const MCCopyStream&) = delete;
     MCCopyStream& operator=(const MCCopyStream&) = delete;
@@ -89,7 +89,6 @@ public:
     const std::string& GetBytes() const { return m_sBytes; }
 
 private:
-    ZVTHDict<MCObject*, MCClipEntry*>* m_pxEntries;
     std::stringstream m_xBuffer;
     std::unique_ptr<MCStream> m_pxStream;
     ZVTBoolean m_bLevelMarkPending = true;

@@ -1,0 +1,163 @@
+// Pastes arbitrary bytes as a clip buffer into a small class diagram, under its two packages and the
+// model. Whatever the bytes, the paste returns or throws from the EXBase family; a paste that throws
+// leaves the model as it was; afterwards every object of the tree is registered under its id, every bound
+// reference leads to a live object and every name-space entry to a live info, and nothing lives outside
+// the tree; once the model is expunged no object is left alive.
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "fuzz/clip_model.h"
+
+namespace {
+
+using ObjectSet = std::unordered_set<const MCObject*>;
+
+// A buffer's head: its token, the source's id and the source's address token, in the widths of a model
+// file.
+constexpr std::size_t c_nAddressOffset = sizeof(char) + 4;
+constexpr std::size_t c_nHeadSize = c_nAddressOffset + 4;
+
+void Require(bool holds) {
+    if (!holds)
+        std::abort();
+}
+
+// The objects in the registry's tables: a reference's target is looked up here, never read through.
+ObjectSet LiveSet() {
+    ObjectSet live;
+    ZVTOrderedVectorT<short> types;
+    MCFactoryRegistry::GetObjectTypes(types, ~MCFactoryRegistry::flagProperty);
+    for (std::size_t i = 0; i < types.Length(); ++i) {
+        ZVTHTableT<MCObject*>* table = nullptr;
+        if (MCFactoryRegistry::GetInstances(types[i], table, nullptr) && table) {
+            for (ZVTHTableIterT<MCObject*> it(*table); ++it;)
+                live.insert(it.Key());
+        }
+    }
+    return live;
+}
+
+// What a paste that throws must leave unchanged: which objects there are, where, and of which types.
+struct Snapshot {
+    CMCensus census;
+    std::vector<std::pair<long, long>> placement;  // id and owner id, in walk order
+    long live = 0;
+
+    bool operator==(const Snapshot& other) const {
+        return census == other.census && placement == other.placement && live == other.live;
+    }
+};
+
+Snapshot Take(MCObject* model) {
+    Snapshot snapshot{ClassModel::Census(model), {}, ClassModel::LiveObjects()};
+    for (MCDepthFirstWalker walker(model, nullptr); walker.Traverse();) {
+        const MCObject* owner = walker.GetValue()->GetOwner(0, MCItem::rttiExact);
+        snapshot.placement.emplace_back(walker.GetValue()->GetId(), owner ? owner->GetId() : 0);
+    }
+    return snapshot;
+}
+
+// The targets of a bound reference; nothing for other properties, whose values are no pointers.
+std::vector<MCObject*> BoundTargets(const MCProperty* property) {
+    std::vector<MCObject*> targets;
+    if (const auto* ref = dynamic_cast<const MCSRef*>(property); ref && ref->IsBound()) {
+        targets.push_back(ref->GetValue());
+    } else if (const auto* refs = dynamic_cast<const MCVRef*>(property); refs && refs->IsBound()) {
+        const ZVTSList<MCObject*> values = refs->GetValue();
+        for (std::size_t i = 0; i < values.Entries(); ++i)
+            targets.push_back(values.At(i));
+    }
+    return targets;
+}
+
+// Checks the tree under `model` and answers its objects.
+ObjectSet CheckTree(MCObject* model) {
+    const ObjectSet live = LiveSet();
+    ObjectSet tree;
+    for (MCDepthFirstWalker walker(model, nullptr); walker.Traverse();) {
+        MCObject* object = walker.GetValue();
+        Require(live.count(object) && MCObject::ResolveId(object->GetId()) == object);
+        tree.insert(object);
+        for (MCPropertySetIter it(object->GetPropertySet()); ++it;) {
+            for (const MCObject* target : BoundTargets(it.GetValue()))
+                Require(!target || live.count(target));
+        }
+    }
+    // A paste places everything under a target, so an object outside the tree is one it lost.
+    Require(tree.size() == live.size());
+    return tree;
+}
+
+// A name space has no way to list its dictionary, but DropInheritedNames calls into every info each
+// dictionary below it holds, so the sanitizers see one that is gone (objects live in pools: it is the
+// vptr check that fires). What it drops does not matter: the model goes next.
+void CheckNameSpaces(const ObjectSet& tree) {
+    for (const MCObject* object : tree) {
+        if (auto* names = dynamic_cast<MCNameSpace*>(const_cast<MCObject*>(object)))
+            names->DropInheritedNames();
+    }
+}
+
+// The model's ids are the same for every input, its address is not: an input whose address token is 0
+// stands for a paste into the model it was copied from and gets the token of a copy from this one.
+void TakeAddressOf(MCObject& model, std::uint8_t* buffer, std::size_t size) {
+    if (size < c_nHeadSize ||
+        std::any_of(buffer + c_nAddressOffset, buffer + c_nHeadSize, [](std::uint8_t b) { return b != 0; }))
+        return;
+    ZVTSList<MCObject*> nothing;
+    MCClipList copy(nothing, model, MCClipList::modeCopy, nullptr);
+    std::vector<std::uint8_t> own(static_cast<std::size_t>(copy.GetBufferSize()));
+    copy.CopyBuffer(own.data());
+    std::copy(own.begin() + c_nAddressOffset, own.begin() + c_nHeadSize, buffer + c_nAddressOffset);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    // Lives as long as the process: the registries are not rebuilt for every input.
+    static CMSession* session = new CMSession;
+    (void)session;
+    // Messages of refused edits go to the recorder, not to the terminal.
+    HUBScopedMessageHandler quiet;
+
+    // A model per input: whatever a paste did to the last one goes with it.
+    const ClipModel built = BuildClipModel();
+    const Snapshot before = Take(built.model);
+    ZVTSList<MCObject*> targets;
+    targets.Append(built.first);
+    targets.Append(built.second);
+    // A copy of exactly `size` bytes, so that a read past the end is caught, also for an empty input.
+    const std::unique_ptr<std::uint8_t[]> buffer(new std::uint8_t[size]);
+    std::copy(data, data + size, buffer.get());
+    TakeAddressOf(*built.model, buffer.get(), size);
+    ZVTOrderedVectorT<long> ids;
+    bool thrown = false;
+    try {
+        MCClipList paste(targets, *built.model, buffer.get(), static_cast<int>(size), &ids, nullptr);
+    } catch (const EXBase&) {
+        thrown = true;
+    }
+    if (thrown)
+        Require(Take(built.model) == before);
+
+    const ObjectSet tree = CheckTree(built.model);
+    if (!thrown) {
+        // Pasted objects at level 0 and merged ones: all of them stand in the model.
+        for (std::size_t i = 0; i < ids.Length(); ++i)
+            Require(tree.count(MCObject::ResolveId(ids[i])) == 1);
+    }
+    CheckNameSpaces(tree);
+
+    // A merge may have set itemUndeletable on the model, which only an owner's end overrides.
+    built.model->SetFlag(MCItem::itemUndeletable, false);
+    built.model->Expunge(true);
+    Require(ClassModel::LiveObjects() == 0);
+    return 0;
+}

@@ -24,6 +24,7 @@ public:
     static constexpr short c_sType = 7801;
     static constexpr short c_sFollow = 7811, c_sDepend = 7812, c_sConvert = 7813, c_sUndeclared = 7814,
                            c_sUndecided = 7815, c_sList = 7816, c_sPlain = 7817, c_sCount = 7818;
+    static constexpr short c_sParent = 152;  // the core's Parent, along which Follow is inherited
     static inline int c_nMade = 0;
     static inline int c_nThrowAt = 0;
 
@@ -45,6 +46,8 @@ public:
         R::AddPropertyUsage(c_sType, c_sUndecided, R::clipUndecided);
         R::AddPropertyUsage(c_sType, c_sList, R::clipFollow);
         R::AddPropertyUsage(c_sType, c_sPlain, 0);
+        R::AddPropertyUsage(c_sType, c_sParent, 0);
+        MCMetaInfo::RegisterPropertyInheritance(c_sType, c_sFollow);
     }
 
 private:
@@ -289,6 +292,31 @@ TEST_F(ClipTest, UndeclaredReferenceTellsTheUserAndFollows) {
     EXPECT_EQ(Entries(Copy({a}, *m_pxSource)), "| A/0<S B/1<A end");
     ASSERT_EQ(messages.GetMessages().size(), 1u);
     EXPECT_EQ(messages.GetMessages()[0].m_lMessageId, 607);
+}
+
+TEST_F(ClipTest, InheritedReferencesTravelAsOwnValuesUnlessTheParentComesAlong) {
+    // C inherits Follow from P along Parent; P's Follow leads to X.
+    MCObject* p = Node(m_pxSource, "P");
+    MCObject* c = Node(m_pxSource, "C");
+    Ref(p, ClipNode::c_sFollow, Node(m_pxSource, "X"));
+    Ref(c, ClipNode::c_sParent, p);
+    const struct {
+        std::vector<MCObject*> selected;
+        const char* entries;
+        const char* pasted;
+    } cases[] = {
+        {{c}, "| C/0<S X/1<C end", "T(C{11=X}(X))"},
+        {{p, c}, "| P/0<S C/0<S X/1<P end", "T(P{11=X}(X) C{52=P})"},
+    };
+    for (const auto& k : cases) {
+        SCOPED_TRACE(k.entries);
+        const std::string bytes = Copy(k.selected, *m_pxSource);
+        EXPECT_EQ(Entries(bytes), k.entries);
+        Paste(bytes, {m_pxTarget}, *m_pxTarget);
+        EXPECT_EQ(Tree(m_pxTarget), k.pasted);
+        while (MCObject* pasted = m_pxTarget->GetFirstOwnee())
+            pasted->Expunge(true);
+    }
 }
 
 TEST_F(ClipTest, BufferBytesArePinned) {

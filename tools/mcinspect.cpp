@@ -1,6 +1,7 @@
-// mcinspect: prints what a class-diagram model file holds (head, global section, objects by type) and
-// says where and how a damaged one goes wrong. Property records carry no length, so the class model is
-// registered and each property is read by its own class, into a scratch object.
+// mcinspect: prints what a class-diagram model file or clip buffer holds (head, global section, objects by
+// type, or a buffer's entries by level with what a paste makes of each) and says where and how a damaged
+// one goes wrong. Property records carry no length, so the class model is registered and each property is
+// read by its own class, into a scratch object.
 
 #include <cstdio>
 #include <cstring>
@@ -9,6 +10,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "examples/classmodel/ClassModel.h"
 
@@ -27,14 +29,20 @@ enum Exit : int {
 
 const char c_acHelp[] =
     "usage: mcinspect [--objects] FILE\n"
+    "       mcinspect --clip FILE\n"
     "Prints the head, the global section and a summary of the objects by type of a model file written\n"
-    "by the class-diagram host; --objects also lists every object record.\n"
+    "by the class-diagram host; --objects also lists every object record. --clip reads FILE as a clip\n"
+    "buffer: its source, its global section, its entries by level with what a paste does with each, and\n"
+    "its end token.\n"
     "exit codes:\n"
-    "  0  the file was read to its end\n"
+    "  0  the file was read to its end (a clip buffer: to its end token)\n"
     "  1  bad arguments, or the file cannot be opened\n"
-    "  2  bad head: not a model file, a newer format, another company or product, or cut short\n"
-    "  3  truncated inside an object record\n"
-    "  4  unknown token at top level or inside an object record\n"
+    "  2  bad head: not a model file, a newer format, another company or product, or cut short;\n"
+    "     a clip buffer that does not start with its head token or ends inside its head\n"
+    "  3  truncated inside an object record; a clip buffer that ends anywhere before its end token\n"
+    "  4  unknown token at top level or inside an object record; in a clip buffer also a token a paste\n"
+    "     stops at: an entry of type 1, a shared entry behind the level mark, a second level mark, the\n"
+    "     end token before the level mark\n"
     "  5  unknown object or property type\n"
     "  6  damaged global section\n";
 
@@ -75,6 +83,23 @@ struct TypeSummary {
     std::set<long> m_xOwners;
 };
 
+// What the frame and the record of a clip entry say: enough to tell what a paste does with it.
+struct ClipEntry {
+    char m_cToken = 0;
+    short m_sLevel = 0;
+    long m_lId = 0;
+    bool m_bUndeletable = false;
+    std::string m_sName;
+    short m_sType = 0;
+    MCPersObjectHeader m_xRecord;
+};
+
+std::string Hex(char token) {
+    char text[8];
+    std::snprintf(text, sizeof text, "0x%02x", token & 0xFF);
+    return text;
+}
+
 class Inspector {
 public:
     Inspector(std::istream& file, bool listObjects)
@@ -97,12 +122,9 @@ public:
             header.GetFileMajorVersion(), header.GetFileMinorVersion(), header.GetCompanyCode().data(),
             header.GetProductCode().data(), header.GetProductVersion().data());
 
-        // A model, so that it can stand as the persistence root of the file's user-defined properties.
-        m_pxScratch =
-            static_cast<MCObject*>(MCFactoryRegistry::CreateItem(CMCodes::tModel, nullptr, nullptr, nullptr));
-        if (!m_pxScratch)
-            return Fail(exitUsage, "cannot make the scratch object");
-        int status = exitOk;
+        int status = MakeScratch();
+        if (status != exitOk)
+            return status;
         while (status == exitOk) {
             const long offset = m_xStream.tellg();
             char token = 0;
@@ -110,7 +132,7 @@ public:
             if (m_xStream.fail() || token == MCStream::tokenEndMark)
                 break;  // a model file ends where its data ends
             if (token == MCStream::tokenGlobals)
-                status = ReadGlobals();
+                status = ReadGlobals(offset);
             else if (token == MCStream::tokenObject)
                 status = ReadObject(offset);
             else
@@ -121,18 +143,64 @@ public:
         return status;
     }
 
+    int RunClip() {
+        HUBScopedMessageHandler quiet;
+        char head = 0;
+        long sourceId = 0;
+        unsigned long sourceAddress = 0;
+        m_xStream >> head;
+        if (!m_xStream.fail() && head != MCStream::tokenClipHead)
+            return Fail(exitBadHead, "bad head: token " + Hex(head) + " at offset 0 is no clip head");
+        m_xStream >> sourceId >> sourceAddress;
+        if (m_xStream.fail())
+            return Fail(exitBadHead, "bad head: the clip head is cut short");
+        std::printf("clip head: source object %ld, source address token 0x%08lx\n", sourceId, sourceAddress);
+        if (const int status = MakeScratch(); status != exitOk)
+            return status;
+
+        // A paste reads as many global sections as follow the head, none included.
+        bool globals = false;
+        for (;;) {
+            const long offset = m_xStream.tellg();
+            char token = 0;
+            m_xStream >> token;
+            if (m_xStream.fail())
+                return Fail(exitTruncated, "truncated at offset " + std::to_string(offset) +
+                                               ": the buffer ends before its end token; a paste fails");
+            if (token != MCStream::tokenGlobals) {
+                if (!globals)
+                    std::printf("global section: none\n");
+                return ReadClipEntries(token, offset);
+            }
+            globals = true;
+            if (const int status = ReadGlobals(offset); status != exitOk)
+                return status;
+            // The registry stops at the end of the data as at the section's end token.
+            if (m_xStream.fail() || m_xStream.eof())
+                return Fail(exitTruncated, "truncated: the buffer ends with the global section at offset " +
+                                               std::to_string(offset));
+        }
+    }
+
 private:
     int Fail(int code, const std::string& message) {
         std::fprintf(stderr, "mcinspect: %s\n", message.c_str());
         return code;
     }
 
-    int ReadGlobals() {
+    // A model, so that it can stand as the persistence root of the user-defined properties read.
+    int MakeScratch() {
+        m_pxScratch =
+            static_cast<MCObject*>(MCFactoryRegistry::CreateItem(CMCodes::tModel, nullptr, nullptr, nullptr));
+        return m_pxScratch ? exitOk : Fail(exitUsage, "cannot make the scratch object");
+    }
+
+    int ReadGlobals(long offset) {
         auto map = std::make_unique<MCUDPMap>();
         try {
             MCFactoryRegistry::GetInstance()->RestoreFrom(m_xStream, map.get(), nullptr);
         } catch (const EXBase&) {
-            return Fail(exitBadGlobals, "damaged global section");
+            return Fail(exitBadGlobals, "damaged global section at offset " + std::to_string(offset));
         }
         std::printf("global section: %zu known and %zu unknown user-defined properties\n", map->Entries(),
                     map->m_xUDPInfos.Length());
@@ -159,6 +227,26 @@ private:
 
     int ReadObject(long offset) {
         MCPersObjectHeader object;
+        std::string name;
+        long properties = 0;
+        if (const int status = ReadRecord(offset, object, name, properties); status != exitOk)
+            return status;
+
+        TypeSummary& summary = m_xTypes[object.m_sType];
+        if (summary.m_nCount++ == 0 || object.m_lId < summary.m_lMinId)
+            summary.m_lMinId = object.m_lId;
+        if (summary.m_nCount == 1 || object.m_lId > summary.m_lMaxId)
+            summary.m_lMaxId = object.m_lId;
+        summary.m_xOwners.insert(object.m_lOwnerId);
+        if (m_bListObjects)
+            std::printf("  object %ld %s owner %ld flags 0x%04x, %ld properties%s%s%s\n", object.m_lId,
+                        TypeName(object.m_sType).c_str(), object.m_lOwnerId, object.m_usFlags, properties,
+                        name.empty() ? "" : ", name \"", name.c_str(), name.empty() ? "" : "\"");
+        return exitOk;
+    }
+
+    // Reads an object record whose token, at `offset`, has been read.
+    int ReadRecord(long offset, MCPersObjectHeader& object, std::string& name, long& properties) {
         m_xStream >> object.m_sType >> object.m_lId >> object.m_lOwnerId >> object.m_usFlags;
         const std::string where = "object record at offset " + std::to_string(offset);
         if (m_xStream.fail())
@@ -167,15 +255,13 @@ private:
             return Fail(exitUnknownType,
                         "unknown object type " + std::to_string(object.m_sType) + " in the " + where);
 
-        std::string name;
-        long properties = 0;
         for (;;) {
             char token = 0;
             m_xStream >> token;
             if (m_xStream.fail())
                 return Fail(exitTruncated, "truncated in the " + where);
             if (token == MCStream::tokenObjectEnd)
-                break;
+                return exitOk;
             if (token != MCStream::tokenProperty)
                 return Fail(exitUnknownToken,
                             "unknown token " + std::to_string(token & 0xFF) + " in the " + where);
@@ -194,18 +280,6 @@ private:
                             "truncated in property " + std::to_string(stored) + " of the " + where);
             ++properties;
         }
-
-        TypeSummary& summary = m_xTypes[object.m_sType];
-        if (summary.m_nCount++ == 0 || object.m_lId < summary.m_lMinId)
-            summary.m_lMinId = object.m_lId;
-        if (summary.m_nCount == 1 || object.m_lId > summary.m_lMaxId)
-            summary.m_lMaxId = object.m_lId;
-        summary.m_xOwners.insert(object.m_lOwnerId);
-        if (m_bListObjects)
-            std::printf("  object %ld %s owner %ld flags 0x%04x, %ld properties%s%s%s\n", object.m_lId,
-                        TypeName(object.m_sType).c_str(), object.m_lOwnerId, object.m_usFlags, properties,
-                        name.empty() ? "" : ", name \"", name.c_str(), name.empty() ? "" : "\"");
-        return exitOk;
     }
 
     // Reads one property record through the property's own class; false when the stream gave out.
@@ -252,16 +326,181 @@ private:
         }
     }
 
+    // The tokens behind the global sections, starting with `token` at `offset`, up to the end token.
+    int ReadClipEntries(char token, long offset) {
+        for (;;) {
+            int status = exitOk;
+            switch (token) {
+                case MCStream::tokenClipEntry0:
+                    status = ReadClipEntry(token, offset);
+                    break;
+                case MCStream::tokenClipEntry2:
+                    status = m_bMarked ? Stop(offset, "shared entry (token 0x23) behind the level mark")
+                                       : ReadClipEntry(token, offset);
+                    break;
+                case MCStream::tokenClipEntry1:
+                    status = Stop(offset, "entry of type 1 (token 0x22), which no reader accepts,");
+                    break;
+                case MCStream::tokenClipLevel:
+                    if (m_bMarked) {
+                        status = Stop(offset, "second level mark");
+                        break;
+                    }
+                    FlushGroup();
+                    std::printf("level mark at offset %ld\n", offset);
+                    m_bMarked = true;
+                    break;
+                case MCStream::tokenClipEnd:
+                    if (!m_bMarked) {
+                        status = Stop(offset, "end token before the level mark");
+                        break;
+                    }
+                    FlushGroup();
+                    std::printf("end token at offset %ld\n", offset);
+                    return ReadTrailer();
+                default:
+                    status = Stop(offset, "unknown token " + std::to_string(token & 0xFF));
+            }
+            if (status != exitOk) {
+                FlushGroup();
+                return status;
+            }
+            offset = m_xStream.tellg();
+            m_xStream >> token;
+            if (m_xStream.fail()) {
+                FlushGroup();
+                // Behind the mark a paste takes the end of the data for the end token.
+                return Fail(exitTruncated,
+                            "truncated at offset " + std::to_string(offset) +
+                                ": the buffer ends before its end token; " +
+                                (m_bMarked ? "a paste keeps what came before" : "a paste fails"));
+            }
+        }
+    }
+
+    int Stop(long offset, const std::string& what) {
+        return Fail(exitUnknownToken, what + " at offset " + std::to_string(offset) + ": a paste fails here");
+    }
+
+    int ReadClipEntry(char token, long offset) {
+        ClipEntry entry;
+        entry.m_cToken = token;
+        char flag = 0;
+        ZVTString name;
+        m_xStream >> entry.m_sLevel >> entry.m_lId >> flag >> name >> entry.m_sType;
+        const std::string where = "entry at offset " + std::to_string(offset);
+        if (m_xStream.fail())
+            return Fail(exitTruncated, "truncated in the frame of the " + where);
+        if (!IsConcrete(entry.m_sType, MCFactoryRegistry::flagObject))
+            return Fail(exitUnknownType, "unknown object type " + std::to_string(entry.m_sType) +
+                                             " in the frame of the " + where);
+        const long recordOffset = m_xStream.tellg();
+        char object = 0;
+        m_xStream >> object;
+        if (m_xStream.fail())
+            return Fail(exitTruncated, "truncated in the frame of the " + where);
+        if (object != MCStream::tokenObject)
+            return Fail(exitUnknownToken, "unknown token " + std::to_string(object & 0xFF) +
+                                              " where the object record of the " + where + " starts");
+        std::string recordName;
+        long properties = 0;
+        if (const int status = ReadRecord(recordOffset, entry.m_xRecord, recordName, properties);
+            status != exitOk)
+            return status;
+        entry.m_bUndeletable = flag != 0;
+        entry.m_sName = name.IsNull() ? "" : name.str();
+
+        std::string line = std::string(token == MCStream::tokenClipEntry2 ? "shared" : "copy") + "  level " +
+                           std::to_string(entry.m_sLevel) + "  id " + std::to_string(entry.m_lId) + "  " +
+                           TypeName(entry.m_sType) + " '" + entry.m_sName + "'";
+        if (entry.m_xRecord.m_sType != entry.m_sType)
+            line += " (record: " + TypeName(entry.m_xRecord.m_sType) + ")";
+        line += "  owner " + std::to_string(entry.m_xRecord.m_lOwnerId);
+        if (entry.m_bUndeletable)
+            line += "  undeletable";
+        AddToGroup(entry.m_sLevel, line + "  -> " + PasteAction(entry));
+        // The paste binds the record's id; later records name it as their owner.
+        m_xPlaced.insert(entry.m_xRecord.m_lId);
+        return exitOk;
+    }
+
+    // What a paste does with the entry, from the buffer alone: whether a target can own the type is for
+    // the paste to find out.
+    std::string PasteAction(const ClipEntry& entry) const {
+        const short type = entry.m_xRecord.m_sType;
+        const std::string typeName = TypeName(type);
+        const long ownerId = entry.m_xRecord.m_lOwnerId;
+        // The record goes under what its owner id was bound to, whatever the entry's level.
+        const std::string placed =
+            ownerId != 0 && m_xPlaced.count(ownerId) ? "follows owner " + std::to_string(ownerId) : "";
+        const std::string once = placed.empty() ? "create once under the common target (if it can own a " +
+                                                      typeName + "), else discard it and the deeper entries"
+                                                : placed;
+        const std::string byName = "bind by name to a " + TypeName(entry.m_sType) + " '" + entry.m_sName +
+                                   "' the common target owns, else ";
+        if (!m_bMarked) {
+            // Before the mark every record is placed as level -1: once, and not among the result ids.
+            if (entry.m_cToken == MCStream::tokenClipEntry0)
+                return once + "; no result id";
+            return "into its source: bind to object " + std::to_string(entry.m_lId) +
+                   "; elsewhere: " + (entry.m_bUndeletable ? byName : "") + once + "; no result id";
+        }
+        if (entry.m_bUndeletable)
+            return byName + once + "; no result id";
+        if (!placed.empty())
+            return placed;
+        if (entry.m_sLevel == 0)
+            return "create under each target (if it can own a " + typeName +
+                   "), else once under the common target (if it can), else discard it and the deeper "
+                   "entries";
+        return "owner " + std::to_string(ownerId) + " is not in the buffer: " + once;
+    }
+
+    void AddToGroup(short level, std::string line) {
+        if (!m_xGroup.empty() && level != m_sGroupLevel)
+            FlushGroup();
+        m_sGroupLevel = level;
+        m_xGroup.push_back(std::move(line));
+    }
+
+    void FlushGroup() {
+        if (m_xGroup.empty())
+            return;
+        std::printf("level %d: %zu %s\n", m_sGroupLevel, m_xGroup.size(),
+                    m_xGroup.size() == 1 ? "entry" : "entries");
+        for (const std::string& line : m_xGroup)
+            std::printf("  %s\n", line.c_str());
+        m_xGroup.clear();
+    }
+
+    // A paste stops at the end token; what follows it is reported, not read.
+    int ReadTrailer() {
+        long trailing = 0;
+        char byte = 0;
+        for (m_xStream >> byte; !m_xStream.fail(); m_xStream >> byte)
+            ++trailing;
+        if (trailing > 0)
+            std::printf("%ld bytes after the end token, which a paste ignores\n", trailing);
+        return exitOk;
+    }
+
     MCStream m_xStream;
     bool m_bListObjects;
     MCObject* m_pxScratch = nullptr;
     std::map<short, TypeSummary> m_xTypes;
+    // Clip buffers: whether the level mark was read, the ids of the records read, and the entries of the
+    // level being read.
+    bool m_bMarked = false;
+    std::set<long> m_xPlaced;
+    short m_sGroupLevel = 0;
+    std::vector<std::string> m_xGroup;
 };
 
 }  // namespace
 
 int main(int argc, char** argv) {
     bool listObjects = false;
+    bool clip = false;
     const char* path = nullptr;
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) {
@@ -270,6 +509,8 @@ int main(int argc, char** argv) {
         }
         if (std::strcmp(argv[i], "--objects") == 0) {
             listObjects = true;
+        } else if (std::strcmp(argv[i], "--clip") == 0) {
+            clip = true;
         } else if (!path && argv[i][0] != '-') {
             path = argv[i];
         } else {
@@ -277,7 +518,7 @@ int main(int argc, char** argv) {
             return exitUsage;
         }
     }
-    if (!path) {
+    if (!path || (clip && listObjects)) {
         std::fputs(c_acHelp, stderr);
         return exitUsage;
     }
@@ -291,7 +532,7 @@ int main(int argc, char** argv) {
     int status = exitOk;
     {
         Inspector inspector(file, listObjects);
-        status = inspector.Run();
+        status = clip ? inspector.RunClip() : inspector.Run();
     }
     return status;
 }

@@ -1,9 +1,10 @@
-// mcinspect on a model file written by the class model, intact and damaged at chosen places: the exit
-// code names the damage and the output shows what was read.
+// mcinspect on a model file and a clip buffer written by the class model, intact and damaged at chosen
+// places: the exit code names the damage and the output shows what was read.
 
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -18,9 +19,9 @@ struct Outcome {
     std::string m_sOutput;  // stdout and stderr
 };
 
-Outcome Inspect(const std::string& path) {
+Outcome Inspect(const std::string& path, const char* option = "") {
     Outcome outcome;
-    const std::string command = std::string(MCINSPECT_PATH) + " " + path + " 2>&1";
+    const std::string command = std::string(MCINSPECT_PATH) + " " + option + " " + path + " 2>&1";
     FILE* pipe = popen(command.c_str(), "r");
     if (!pipe)
         return outcome;
@@ -53,9 +54,22 @@ protected:
         ClassModel::AddAssociation(package, order, line, "lines");
         bool written = false;
         ClassModel::Save(model, Path("good").c_str(), written);
+        // A copy of the package: the package at level 0, what it owns below.
+        ZVTSList<MCObject*> selection;
+        selection.Append(package);
+        {
+            MCClipList copy(selection, *model, MCClipList::modeCopy, nullptr);
+            c_sClip.assign(static_cast<size_t>(copy.GetBufferSize()), '\0');
+            copy.CopyBuffer(c_sClip.data());
+        }
+        c_lModelId = model->GetId();
+        c_lPackageId = package->GetId();
+        for (MCObject* ownee = package->GetFirstOwnee(); ownee; ownee = ownee->GetNextSibling())
+            ++c_nPackageOwnees;
         model->Expunge(true);
         ASSERT_TRUE(written);
         c_sGood = ReadAll(Path("good"));
+        WriteAll(Path("clip"), c_sClip);
     }
 
     static std::string Path(const std::string& name) {
@@ -63,6 +77,10 @@ protected:
     }
 
     static inline std::string c_sGood;
+    static inline std::string c_sClip;
+    static inline long c_lModelId = 0;
+    static inline long c_lPackageId = 0;
+    static inline int c_nPackageOwnees = 0;
 };
 
 TEST_F(MCInspectTest, GoodFileListsHeadAndObjectsByType) {
@@ -102,6 +120,83 @@ TEST_F(MCInspectTest, DamagedFilesGiveTheirExitCode) {
         SCOPED_TRACE(c.m_pcName);
         WriteAll(Path(c.m_pcName), c.m_sBytes);
         const Outcome outcome = Inspect(Path(c.m_pcName));
+        EXPECT_EQ(outcome.m_nExit, c.m_nExit) << outcome.m_sOutput;
+        EXPECT_NE(outcome.m_sOutput.find(c.m_pcSays), std::string::npos) << outcome.m_sOutput;
+    }
+}
+
+TEST_F(MCInspectTest, GoodClipListsEntriesByLevelWithWhatAPasteDoes) {
+    const Outcome outcome = Inspect(Path("clip"), "--clip");
+    EXPECT_EQ(outcome.m_nExit, 0) << outcome.m_sOutput;
+    const std::string package = std::to_string(c_lPackageId);
+    const std::string says[] = {
+        "clip head: source object " + std::to_string(c_lModelId) + ",",
+        "level 0: 1 entry\n  copy  level 0  id " + package + "  Package 'shop'",
+        "-> create under each target (if it can own a Package)",
+        "level 1: " + std::to_string(c_nPackageOwnees) + " entries",
+        "Class 'Order'  owner " + package + "  -> follows owner " + package + "\n",
+        "end token at offset " + std::to_string(c_sClip.size() - 1),
+    };
+    for (const std::string& line : says)
+        EXPECT_NE(outcome.m_sOutput.find(line), std::string::npos) << line << "\n" << outcome.m_sOutput;
+}
+
+TEST_F(MCInspectTest, DamagedClipsGiveTheirExitCode) {
+    // The head is its token, the source's id and address token; the class model has no user-defined
+    // property, so its global section is the two tokens, and the closure makes no entry before the mark.
+    constexpr size_t c_nHeadBytes = 1 + 4 + 4;
+    const size_t mark = c_nHeadBytes + 2;
+    ASSERT_EQ(c_sClip[c_nHeadBytes], MCStream::tokenGlobals);
+    ASSERT_EQ(c_sClip[mark], MCStream::tokenClipLevel);
+    ASSERT_EQ(c_sClip[mark + 1], MCStream::tokenClipEntry0);
+    // The package's frame ends with its type, little-endian, before the record's token.
+    const char packageFrameEnd[] = {static_cast<char>(CMCodes::tPackage & 0xFF),
+                                    static_cast<char>(CMCodes::tPackage >> 8), MCStream::tokenObject};
+    const size_t frameType = c_sClip.find(std::string(packageFrameEnd, sizeof packageFrameEnd), mark);
+    ASSERT_NE(frameType, std::string::npos);
+
+    auto with = [](size_t at, char token) {
+        std::string bytes = c_sClip;
+        bytes[at] = token;
+        return bytes;
+    };
+    std::string noMark = c_sClip;
+    noMark.erase(mark, 1);
+    // A user-defined property record in the global section whose code is not negative.
+    constexpr short c_sPositiveCode = 5;
+    constexpr short c_sIntegerType = 87;
+    std::stringstream record;
+    {
+        MCStream stream(record, ZVTStream::binary);
+        stream << static_cast<char>(MCStream::tokenProperty) << c_sPositiveCode << ZVTString("")
+               << c_sIntegerType << static_cast<unsigned short>(0);
+    }
+    std::string positiveCode = c_sClip;
+    positiveCode.insert(c_nHeadBytes + 1, record.str());
+    const struct {
+        const char* m_pcName;
+        std::string m_sBytes;
+        int m_nExit;
+        const char* m_pcSays;
+    } cases[] = {
+        {"cut_in_head", c_sClip.substr(0, c_nHeadBytes - 1), 2, "clip head is cut short"},
+        {"bad_head", with(0, MCStream::tokenObject), 2, "token 0x02 at offset 0 is no clip head"},
+        {"cut_in_globals", c_sClip.substr(0, c_nHeadBytes + 1), 3, "ends with the global section"},
+        // Inside the first entry's id; before the last record's end token.
+        {"cut_in_frame", c_sClip.substr(0, mark + 4), 3, "truncated in the frame of the entry"},
+        {"cut_in_record", c_sClip.substr(0, c_sClip.size() - 2), 3, "truncated in the object record"},
+        {"no_end_token", c_sClip.substr(0, c_sClip.size() - 1), 3, "a paste keeps what came before"},
+        {"type_1_entry", with(mark + 1, MCStream::tokenClipEntry1), 4, "token 0x22"},
+        {"shared_behind_mark", with(mark + 1, MCStream::tokenClipEntry2), 4, "behind the level mark"},
+        {"no_level_mark", noMark, 4, "end token before the level mark"},
+        // Type 0x77e6 is nobody's.
+        {"unknown_entry_type", with(frameType + 1, 0x77), 5, "unknown object type 30694 in the frame"},
+        {"positive_udp_code", positiveCode, 6, "damaged global section"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.m_pcName);
+        WriteAll(Path(c.m_pcName), c.m_sBytes);
+        const Outcome outcome = Inspect(Path(c.m_pcName), "--clip");
         EXPECT_EQ(outcome.m_nExit, c.m_nExit) << outcome.m_sOutput;
         EXPECT_NE(outcome.m_sOutput.find(c.m_pcSays), std::string::npos) << outcome.m_sOutput;
     }

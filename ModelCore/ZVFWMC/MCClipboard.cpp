@@ -495,6 +495,7 @@ MCPasteStream::MCPasteStream(MCObject& target, void* buffer, int size, ZVTOrdere
       m_pxStream(std::make_unique<MCStream>(m_xBuffer, ZVTStream::binary)),
       m_pxIdSpace(&m_pxStream->GetIdSpace()),
       m_xPlacedOnce(MCIdSpace::HashId, c_nPasteBuckets),
+      m_xReferenceOnly(MCIdSpace::HashId, c_nPasteBuckets),
       m_pxIds(ids),
       m_pxConverter(converter),
       m_pxVisitor(std::make_unique<MCPersRestoreVisitor>(*m_pxStream)) {
@@ -605,8 +606,10 @@ void MCPasteStream::ReadEntries(ZVTSList<MCObject*>& targets) {
             // that the next pass binds them to its own objects.
             ResolveCreated();
             for (long id : m_xPassIds) {
-                if (!m_xPlacedOnce.Contains(id))
+                if (!m_xPlacedOnce.Contains(id)) {
                     m_pxIdSpace->RemoveId(id);
+                    m_xReferenceOnly.Remove(id);
+                }
             }
             m_xPassIds.clear();
             stream.clear();
@@ -624,7 +627,7 @@ void MCPasteStream::ReadEntries(ZVTSList<MCObject*>& targets) {
                     if (!ReadFrame(frame))
                         return;
                     if (frame.m_sLevel > barrier || m_xPlacedOnce.Contains(frame.m_lId))
-                        DiscardRecord(false, 0);
+                        DiscardRecord(false, 0, false);
                     else if (frame.m_cFlag != 0)
                         MatchByName(frame.m_lId, frame.m_sType, frame.m_xName);
                     else if (CreateFromRecord(frame.m_sLevel, perTarget))
@@ -671,7 +674,10 @@ ZVTBoolean MCPasteStream::CreateFromRecord(long level, MCObject* targetObject) {
         m_bFailed = true;
         return false;
     }
-    MCObject* owner = ownerId != 0 ? m_pxIdSpace->ResolveId(ownerId) : nullptr;
+    // An object of the model that a record was discarded for serves the buffer's references, never as an
+    // owner: the entries below that record would otherwise land in the model where they were copied from.
+    MCObject* owner =
+        ownerId != 0 && !m_xReferenceOnly.Contains(ownerId) ? m_pxIdSpace->ResolveId(ownerId) : nullptr;
     bool once = false;
     if (owner && level == 0)
         once = true;  // it follows its owner, which came from the buffer
@@ -685,7 +691,7 @@ ZVTBoolean MCPasteStream::CreateFromRecord(long level, MCObject* targetObject) {
             owner = m_pxTarget;
             once = true;
         } else {
-            DiscardRecord(true, id);
+            DiscardRecord(true, id, false);
             return false;
         }
     }
@@ -761,7 +767,7 @@ void MCPasteStream::DropScratch(MCObject* scratch) {
     scratch->Expunge(true);
 }
 
-void MCPasteStream::DiscardRecord(ZVTBoolean headRead, long id) {
+void MCPasteStream::DiscardRecord(ZVTBoolean headRead, long id, ZVTBoolean mayOwn) {
     MCStream& stream = *m_pxStream;
     long readId = id;
     if (!headRead) {
@@ -782,8 +788,11 @@ void MCPasteStream::DiscardRecord(ZVTBoolean headRead, long id) {
     // to the one the caller chose.
     // A binding made earlier (an object pasted for this id) stands.
     MCObject* standIn = MCObject::ResolveId(id != 0 ? id : readId);
-    if (standIn && !m_pxIdSpace->ResolveId(readId))
+    if (standIn && !m_pxIdSpace->ResolveId(readId)) {
         Bind(readId, standIn);
+        if (!mayOwn)
+            m_xReferenceOnly.Insert(readId);
+    }
 }
 
 void MCPasteStream::MatchByName(long id, short type, const ZVTString& name) {

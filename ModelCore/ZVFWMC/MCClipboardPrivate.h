@@ -158,7 +158,9 @@ private:
 
     ZVTBoolean CreateFromRecord(long level, MCObject* targetObject);
     ZVTBoolean MergeRecord(MCObject* existing);
-    void DiscardRecord(ZVTBoolean headRead, long id);
+    // Reads a record and keeps only the binding of its id to the model's object of that id (or `id`);
+    // without `mayOwn` the binding serves references only, and entries below the record find no owner.
+    void DiscardRecord(ZVTBoolean headRead, long id, ZVTBoolean mayOwn = true);
     void MatchByName(long id, short type, const ZVTString& name);
 
     // The entry frame and the object token behind it; false, with failed set, otherwise.
@@ -182,6 +184,8 @@ private:
     ZVTBoolean m_bSamePlace = false;
     std::vector<Created> m_xCreated;
     ZVTHSetT<long> m_xPlacedOnce;
+    // Buffer ids bound to objects of the model for the references to them only.
+    ZVTHSetT<long> m_xReferenceOnly;
     std::unique_ptr<MCUDPMap> m_pxUDPMap;
     ZVTBoolean m_bAdoptionPending = true;
     ZVTOrderedVectorT<long>* m_pxIds;

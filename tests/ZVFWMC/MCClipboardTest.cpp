@@ -374,6 +374,25 @@ TEST_F(ClipTest, PasteRebindsInnerReferencesPerTargetAndClearsOuterOnes) {
     EXPECT_EQ(Tree(a), "A(B{12=C} C{16=B 17=^Out})");
 }
 
+TEST_F(ClipTest, ARecordWithoutAPlaceIsDiscardedWithWhatItOwns) {
+    // D is purged (it depends on an object left out), so B1, which no target may own, has no owner in
+    // the buffer and is discarded; F, on B1's level, is pasted next. B2 must not follow B1 into the
+    // model it was copied from, nor land anywhere else.
+    MCObject* a = Node(m_pxSource, "A");
+    MCObject* d = Node(a, "D");
+    Ref(d, ClipNode::c_sDepend, Node(m_pxSource, "Out"));
+    MCObject* b1 = MakeNode(d);
+    Name(b1, "B1");
+    Name(MakeNode(b1), "B2");
+    Node(Node(a, "E"), "F");
+    const std::string source = Tree(m_pxSource);
+    const std::string bytes = Copy({a}, *m_pxSource);
+    EXPECT_EQ(Entries(bytes), "| A/0<S E/1<A B1/2<D F/2<E B2/3<B1 end");
+    Paste(bytes, {m_pxTarget}, *m_pxTarget);
+    EXPECT_EQ(Tree(m_pxTarget), "T(A(E(F)))");
+    EXPECT_EQ(Tree(m_pxSource), source);
+}
+
 TEST_F(ClipTest, PostPasteRunsAfterEveryReferenceIsBoundAndAnnouncesOnlyTheTop) {
     MCObject* a = Node(m_pxSource, "A");
     MCObject* b = Node(a, "B");

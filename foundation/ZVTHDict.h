@@ -46,6 +46,13 @@ public:
         const size_t slot = m_xCore.Find(key);
         return slot == Core::npos ? nullptr : &m_xCore.At(slot).second;
     }
+    /// The value of key in place, storing value under key first when key had none; the flag tells whether
+    /// it did. The pointer is valid until the next insertion or removal. One probe where Find and Insert
+    /// take two.
+    std::pair<V*, bool> FindOrInsert(const K& key, const V& value) {
+        auto placed = m_xCore.Emplace(true, key, key, value);
+        return {&placed.first->second, placed.second};
+    }
     /// The number of entries.
     size_t Entries() const { return m_xCore.Size(); }
     /// Stores value under key, replacing the value that key had.

@@ -86,13 +86,6 @@ private:
     std::unordered_set<const MCObject*> m_xSeen;
 };
 
-ZVTOrderedVectorT<short> InheritableTypes(short objectType) {
-    ZVTOrderedVectorT<short> types(c_nInheritableCapacity);
-    if (!MCMetaInfo::GetInheritableProperties(objectType, types))
-        types.Clear();
-    return types;
-}
-
 // The nearest object above `object` along Parent that carries `type`, and its property; null when none
 // does. With `entries`, the climb stops at the first ancestor that is itself in the clip.
 const MCProperty* InheritedProperty(MCObject* object, short type,
@@ -193,6 +186,8 @@ MCClipList::MCClipList(ZVTSList<MCObject*>& objects, MCObject& source, mode nMod
       m_pxConverter(converter),
       m_pxWork(std::make_unique<MCClipListWork>()) {
     m_pxCopyStream = std::make_unique<MCCopyStream>(&m_xEntries);
+    const MCObjectSemReg* rules = MCObjectSemReg::GetInstance();
+    m_pxCopyStream->SetPrepare(!rules || !rules->HasInterest(MCObjectSem::PostCopy));
     for (std::size_t i = 0; i < objects.Entries(); ++i) {
         MCObject* object = objects.At(i);
         Insert(object ? object->GetOwner(0, MCItem::rttiDerived) : nullptr, object, 0, MCClip::entryCopy,
@@ -205,13 +200,13 @@ MCClipList::MCClipList(ZVTSList<MCObject*>& objects, MCObject& source, mode nMod
     std::vector<MCClipEntry*> sorted;
     sorted.reserve(m_xEntries.Entries());
     for (MCClipEntry& entry : m_pxWork->m_xEntries) {
-        MCClipEntry* listed = nullptr;
-        if (m_xEntries.Find(entry.m_pxObject, listed) && listed == &entry)
+        if (entry.m_bListed)
             sorted.push_back(&entry);
     }
     std::stable_sort(sorted.begin(), sorted.end(),
                      [](const MCClipEntry* a, const MCClipEntry* b) { return a->m_sLevel < b->m_sLevel; });
 
+    m_pxCopyStream->Reserve(sorted.size());
     m_pxCopyStream->WriteHead(source);
     for (MCClipEntry* entry : sorted)
         m_pxCopyStream->WriteEntry(*entry);
@@ -237,15 +232,18 @@ ZVTBoolean MCClipList::Insert(MCObject* owner, MCObject* object, short level, MC
                               ZVTBoolean inherited) {
     if (!object)
         return false;
-    MCClipEntry* entry = nullptr;
-    if (m_xEntries.Find(object, entry)) {
+    const std::pair<MCClipEntry**, bool> slot = m_xEntries.FindOrInsert(object, nullptr);
+    if (!slot.second) {
+        MCClipEntry* entry = *slot.first;
         // What the object brought in keeps its levels: it was expanded once, when its entry was made. A
         // selected object (level 0 comes only from the selection) is placed by its real owner, whatever
         // reached it first.
         if (level < entry->m_sLevel) {
             entry->m_sLevel = level;
-            if (level == 0)
+            if (level == 0) {
                 entry->m_pxOwner = owner;
+                entry->m_lOwnerId = owner ? owner->GetId() : 0;
+            }
         }
         if (entry->m_eType != MCClip::entryCopy && type == MCClip::entryCopy)
             entry->m_eType = MCClip::entryCopy;
@@ -255,14 +253,22 @@ ZVTBoolean MCClipList::Insert(MCObject* owner, MCObject* object, short level, MC
                 MCObject* parent = climb.Up();
                 if (parent && parent == owner) {
                     entry->m_pxOwner = owner;
+                    entry->m_lOwnerId = owner->GetId();
                     break;
                 }
             }
         }
         return true;
     }
-    m_pxWork->m_xEntries.push_back(MCClipEntry{object, object->GetId(), owner, level, type});
-    m_xEntries.Insert(object, &m_pxWork->m_xEntries.back());
+    MCClipEntry& entry = m_pxWork->m_xEntries.emplace_back();
+    entry.m_pxObject = object;
+    entry.m_lId = object->GetId();
+    entry.m_pxOwner = owner;
+    entry.m_lOwnerId = owner ? owner->GetId() : 0;
+    entry.m_sLevel = level;
+    entry.m_eType = type;
+    *slot.first = &entry;
+    m_pxCopyStream->Prepare(entry);
 
     // The calls the expansion makes go on the work stack in reverse, so that they run in the order a
     // recursion would run them, each new object expanded before the next call of its expander.
@@ -294,7 +300,7 @@ void MCClipList::AddReferences(MCObject* object, short level, MCClip::entry_type
         if (MCProperty* property = properties.GetValue())
             AddReference(object, property, level, type, false);
     }
-    const ZVTOrderedVectorT<short> inheritable = InheritableTypes(object->GetType());
+    const ZVTOrderedVectorT<short>& inheritable = m_pxCopyStream->Inheritance().Of(object->GetType());
     for (std::size_t i = 0; i < inheritable.Length(); ++i) {
         // The object's own value was dealt with above and does not stop the climb.
         if (const MCProperty* property = InheritedProperty(object, inheritable[i]))
@@ -375,7 +381,11 @@ void MCClipList::PurgeUnresolved() {
                 (m_pxConverter && m_pxConverter->ConvertId(provider->GetId()) != 0)) {
                 other->Append(dependency);
             } else {
-                m_xEntries.Remove(dependency.GetDependent());
+                MCClipEntry* entry = nullptr;
+                if (m_xEntries.Find(dependency.GetDependent(), entry)) {
+                    entry->m_bListed = false;
+                    m_xEntries.Remove(dependency.GetDependent());
+                }
                 ++removed;
             }
         }
@@ -388,6 +398,17 @@ void MCClipList::PurgeUnresolved() {
 
 // --- the writer -------------------------------------------------------------------------------------
 
+const ZVTOrderedVectorT<short>& MCClipInheritance::Of(short objectType) {
+    auto found = m_xTypes.find(objectType);
+    if (found == m_xTypes.end()) {
+        ZVTOrderedVectorT<short> types(c_nInheritableCapacity);
+        if (!MCMetaInfo::GetInheritableProperties(objectType, types))
+            types.Clear();
+        found = m_xTypes.emplace(objectType, std::move(types)).first;
+    }
+    return found->second;
+}
+
 MCClipSaveVisitor::~MCClipSaveVisitor() = default;
 
 void MCClipSaveVisitor::Visit(MCObject* object) {
@@ -395,9 +416,11 @@ void MCClipSaveVisitor::Visit(MCObject* object) {
 }
 
 void MCClipSaveVisitor::SaveObjectHeader(MCPersObjectHeader& header, MCObject& object) {
-    MCClipEntry* entry = nullptr;
-    if (m_pxEntries->Find(&object, entry) && entry->m_pxOwner)
-        header.m_lOwnerId = entry->m_pxOwner->GetId();
+    MCClipEntry* entry = m_pxEntry && m_pxEntry->m_pxObject == &object ? m_pxEntry : nullptr;
+    if (!entry)
+        m_pxEntries->Find(&object, entry);
+    if (entry && entry->m_pxOwner)
+        header.m_lOwnerId = entry->m_lOwnerId;
     MCPersSaveVisitor::SaveObjectHeader(header, object);
 }
 
@@ -405,7 +428,7 @@ void MCClipSaveVisitor::SaveProperties(MCObject& object) {
     MCPersSaveVisitor::SaveProperties(object);
     // An object that leaves its inheritance chain behind takes what it inherits from above the clip along
     // as values of its own.
-    const ZVTOrderedVectorT<short> inheritable = InheritableTypes(object.GetType());
+    const ZVTOrderedVectorT<short>& inheritable = m_pxInheritance->Of(object.GetType());
     for (std::size_t i = 0; i < inheritable.Length(); ++i) {
         const MCProperty* property = InheritedProperty(&object, inheritable[i], m_pxEntries);
         if (!property)
@@ -415,9 +438,56 @@ void MCClipSaveVisitor::SaveProperties(MCObject& object) {
     }
 }
 
+std::streamsize MCClipGrowingBuffer::xsputn(const char* data, std::streamsize count) {
+    m_sBytes.append(data, static_cast<std::size_t>(count));
+    return count;
+}
+
+MCClipGrowingBuffer::int_type MCClipGrowingBuffer::overflow(int_type c) {
+    if (!traits_type::eq_int_type(c, traits_type::eof()))
+        m_sBytes.push_back(traits_type::to_char_type(c));
+    return traits_type::not_eof(c);
+}
+
+MCClipGrowingBuffer::pos_type MCClipGrowingBuffer::seekoff(off_type offset, std::ios_base::seekdir way,
+                                                           std::ios_base::openmode which) {
+    // Only where the writing stands can be asked; the bytes are never rewritten through the stream.
+    if (offset != 0 || way == std::ios_base::beg || !(which & std::ios_base::out))
+        return pos_type(off_type(-1));
+    return pos_type(static_cast<off_type>(m_sBytes.size()));
+}
+
 MCCopyStream::MCCopyStream(ZVTHDict<MCObject*, MCClipEntry*>* entries)
     : m_pxStream(std::make_unique<MCStream>(m_xBuffer, ZVTStream::binary)),
-      m_pxVisitor(std::make_unique<MCClipSaveVisitor>(*m_pxStream, entries)) {}
+      m_pxVisitor(std::make_unique<MCClipSaveVisitor>(*m_pxStream, entries, m_xInheritance)),
+      m_pxPreparedStream(std::make_unique<MCStream>(m_xPrepared, ZVTStream::binary)),
+      m_pxPreparedVisitor(std::make_unique<MCClipSaveVisitor>(*m_pxPreparedStream, entries, m_xInheritance)) {
+}
+
+void MCCopyStream::Reserve(std::size_t entries) {
+    // An entry's frame before its prepared record: token, level, id, flag; the head and globals are small.
+    constexpr std::size_t c_nFrame = 1 + 2 + 4 + 1;
+    constexpr std::size_t c_nHead = 256;
+    m_xBuffer.Bytes().reserve(m_xPrepared.Bytes().size() + entries * c_nFrame + c_nHead);
+}
+
+void MCCopyStream::Prepare(MCClipEntry& entry) {
+    MCObject* object = entry.m_pxObject;
+    if (!m_bPrepare || m_xInheritance.Of(object->GetType()).Length() > 0)
+        return;
+    std::string& bytes = m_xPrepared.Bytes();
+    entry.m_lRecord = static_cast<long>(bytes.size());
+    entry.m_bUndeletable = object->GetFlag(MCItem::itemUndeletable);
+    MCSPropertyAccessorT<ZVTString> name{ZVTString("")};
+    object->GetProperty(c_sNameProperty, name);
+    *m_pxPreparedStream << name.GetValue() << object->GetType();
+    // The object token, type and id precede the owner id.
+    entry.m_lOwnerAt = static_cast<long>(bytes.size()) + 1 + 2 + 4;
+    m_pxPreparedVisitor->SetEntry(&entry);
+    m_pxPreparedVisitor->Visit(object);
+    m_pxPreparedVisitor->SetEntry(nullptr);
+    entry.m_lRecordEnd = static_cast<long>(bytes.size());
+}
 
 MCCopyStream::~MCCopyStream() = default;
 
@@ -438,9 +508,23 @@ ZVTBoolean MCCopyStream::WriteEntry(MCClipEntry& entry) {
         m_bLevelMarkPending = false;
         *m_pxStream << static_cast<char>(MCStream::tokenClipLevel);
     }
+    const char token = static_cast<char>(MCStream::tokenClipEntry0 + entry.m_eType);
+    if (entry.m_lRecord >= 0) {
+        // Prepared during the closure, when the object was at hand; only its owner may have changed.
+        *m_pxStream << token << entry.m_sLevel << entry.m_lId << static_cast<char>(entry.m_bUndeletable);
+        std::string& prepared = m_xPrepared.Bytes();
+        if (entry.m_pxOwner) {
+            const auto owner = static_cast<unsigned long>(entry.m_lOwnerId);
+            for (int i = 0; i < 4; ++i)
+                prepared[static_cast<std::size_t>(entry.m_lOwnerAt + i)] =
+                    static_cast<char>(owner >> (8 * i));
+        }
+        m_xBuffer.Bytes().append(prepared, static_cast<std::size_t>(entry.m_lRecord),
+                                 static_cast<std::size_t>(entry.m_lRecordEnd - entry.m_lRecord));
+        return true;
+    }
     MCSPropertyAccessorT<ZVTString> name{ZVTString("")};
     object->GetProperty(c_sNameProperty, name);
-    const char token = static_cast<char>(MCStream::tokenClipEntry0 + entry.m_eType);
     const char undeletable = object->GetFlag(MCItem::itemUndeletable) ? 1 : 0;
     *m_pxStream << token << entry.m_sLevel << object->GetId() << undeletable << name.GetValue()
                 << object->GetType();
@@ -448,17 +532,22 @@ ZVTBoolean MCCopyStream::WriteEntry(MCClipEntry& entry) {
     MCObjectSemContext context(nullptr);
     MCObjectSem* failed = nullptr;
     MCObjectSemReg::FireSemantics(MCObjectSem::PostCopy, object, failed, &context, false);
-    if (MCObject::ResolveId(entry.m_lId) == object)
+    if (MCObject::ResolveId(entry.m_lId) == object) {
+        m_pxVisitor->SetEntry(&entry);
         m_pxVisitor->Visit(object);
+        m_pxVisitor->SetEntry(nullptr);
+    }
     return true;
 }
 
 void MCCopyStream::WriteEnd() {
     *m_pxStream << static_cast<char>(MCStream::tokenClipEnd);
     // A refused write leaves a buffer no reader could trust: none is given out.
-    if (!m_pxStream->fail())
-        m_sBytes = m_xBuffer.str();
-    m_xBuffer.str(std::string());
+    if (!m_pxStream->fail() && !m_pxPreparedStream->fail())
+        m_sBytes = std::move(m_xBuffer.Bytes());
+    m_xBuffer.Bytes().clear();
+    m_xPrepared.Bytes().clear();
+    m_xPrepared.Bytes().shrink_to_fit();
 }
 
 // --- the paste --------------------------------------------------------------------------------------

@@ -9,6 +9,7 @@
 #include <sstream>
 #include <streambuf>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "ModelCore/ZVFWMC/MCClipboard.h"
@@ -28,9 +29,33 @@ struct MCClipEntry {
     long m_lId = 0;
     /// What brought the object in: its real owner, or the referring object; may be null.
     MCObject* m_pxOwner = nullptr;
+    /// The id of m_pxOwner, 0 for none.
+    long m_lOwnerId = 0;
     /// Distance from the selection: 0 for a selected object, one more per step of ownership or reference.
     short m_sLevel = 0;
     MCClip::entry_type m_eType = MCClip::entryCopy;
+    /// False once the purge has taken the entry out of the clip.
+    bool m_bListed = true;
+    /// Where the record prepared during the closure starts in the copy stream's store, -1 for none; it
+    /// ends at m_lRecordEnd and holds the owner id at m_lOwnerAt.
+    long m_lRecord = -1;
+    long m_lRecordEnd = 0;
+    long m_lOwnerAt = 0;
+    bool m_bUndeletable = false;
+};
+
+/// A streambuf that appends to a string it owns, so that the bytes are taken without a copy.
+class MCClipGrowingBuffer : public std::streambuf {
+public:
+    std::string& Bytes() { return m_sBytes; }
+
+protected:
+    std::streamsize xsputn(const char* data, std::streamsize count) override;
+    int_type overflow(int_type c) override;
+    pos_type seekoff(off_type offset, std::ios_base::seekdir way, std::ios_base::openmode which) override;
+
+private:
+    std::string m_sBytes;
 };
 
 /// The closure's storage: every entry ever made, in creation order (the dictionary only points into it),
@@ -49,15 +74,27 @@ struct MCClipListWork {
     std::size_t m_nExpansionStart = 0;
 };
 
+/// The inheritable property types of each object type met by one copy, looked up once per type.
+class MCClipInheritance {
+public:
+    const ZVTOrderedVectorT<short>& Of(short objectType);
+
+private:
+    std::unordered_map<short, ZVTOrderedVectorT<short>> m_xTypes;
+};
+
 /// The object record writer of a clip buffer: the owner id of an object that has a clip entry is the
 /// entry's owner, and references an object inherits from above the clip are written as its own.
 class MCClipSaveVisitor : public MCPersSaveVisitor {
 public:
-    MCClipSaveVisitor(MCStream& stream, ZVTHDict<MCObject*, MCClipEntry*>* entries)
-        : MCPersSaveVisitor(stream), m_pxEntries(entries) {}
+    MCClipSaveVisitor(MCStream& stream, ZVTHDict<MCObject*, MCClipEntry*>* entries,
+                      MCClipInheritance& inheritance)
+        : MCPersSaveVisitor(stream), m_pxEntries(entries), m_pxInheritance(&inheritance) {}
     ~MCClipSaveVisitor() override;
 
     void Visit(MCObject* object) override;
+    /// The entry of the object visited next, so that its header needs no look-up; null looks it up.
+    void SetEntry(MCClipEntry* entry) { m_pxEntry = entry; }
 
 protected:
     void SaveObjectHeader(MCPersObjectHeader& header, MCObject& object) override;
@@ -65,6 +102,8 @@ protected:
 
 private:
     ZVTHDict<MCObject*, MCClipEntry*>* m_pxEntries;
+    MCClipInheritance* m_pxInheritance;
+    MCClipEntry* m_pxEntry = nullptr;
 };
 
 /// Writes the frame and the entries of a clip buffer into memory.
@@ -84,16 +123,32 @@ public:
     ZVTBoolean WriteEntry(MCClipEntry& entry);
     /// The end token; from then on the bytes are final.
     void WriteEnd();
+    /// With `prepare`, Prepare writes records ahead: only when nothing listens to PostCopy, so that no
+    /// rule can change an object between the closure and the writing.
+    void SetPrepare(ZVTBoolean prepare) { m_bPrepare = prepare; }
+    /// Writes the name, type and record of a new entry's object while the closure has it at hand, for
+    /// WriteEntry to copy; objects that inherit properties wait, as their records depend on the clip.
+    void Prepare(MCClipEntry& entry);
+    /// Makes room for `entries` entries beside the prepared records, so that the buffer grows once.
+    void Reserve(std::size_t entries);
 
     /// The bytes written; empty when a write was refused (a value that does not fit its width).
     const std::string& GetBytes() const { return m_sBytes; }
+    /// The inheritable property types by object type, shared with the closure.
+    MCClipInheritance& Inheritance() { return m_xInheritance; }
 
 private:
-    std::stringstream m_xBuffer;
+    MCClipInheritance m_xInheritance;
+    MCClipGrowingBuffer m_xBuffer;
     std::unique_ptr<MCStream> m_pxStream;
     ZVTBoolean m_bLevelMarkPending = true;
     std::unique_ptr<MCClipSaveVisitor> m_pxVisitor;
     std::string m_sBytes;
+    // Records written ahead, on a stream of their own.
+    ZVTBoolean m_bPrepare = false;
+    MCClipGrowingBuffer m_xPrepared;
+    std::unique_ptr<MCStream> m_pxPreparedStream;
+    std::unique_ptr<MCClipSaveVisitor> m_pxPreparedVisitor;
 };
 
 /// The factory context of pasted objects: no creation rules, fresh ids, and the pasting flag set.

@@ -256,6 +256,19 @@ ZVTBoolean MCObjectSemReg::IsRegistered(short nType, const MCObjectSem* pSemanti
     return handler && handler->IsRegistered(pSemantic);
 }
 
+ZVTBoolean MCObjectSemReg::HasInterest(MCObjectSem::mode nMode) const {
+    ZVTHDictIter<short, MCObjectSemHandler*> handlers(
+        const_cast<ZVTHDict<short, MCObjectSemHandler*>&>(m_xHandlers));
+    while (++handlers) {
+        const MCObjectSemHandler* handler = handlers.Value();
+        if ((handler->GetInterests(MCObjectSemHandler::typeInternal) |
+             handler->GetInterests(MCObjectSemHandler::typeExternal)) &
+            nMode)
+            return true;
+    }
+    return false;
+}
+
 ZVTBoolean MCObjectSemReg::IsRegistered(const MCObjectSem* pSemantic) const {
     ZVTHDictIter<short, MCObjectSemHandler*> handlers(
         const_cast<ZVTHDict<short, MCObjectSemHandler*>&>(m_xHandlers));

@@ -171,6 +171,9 @@ public:
     ZVTBoolean IsRegistered(short nType, const MCObjectSem* pSemantic) const;
     /// Whether the rule stands in any handler.
     ZVTBoolean IsRegistered(const MCObjectSem* pSemantic) const;
+    /// Whether any type's rules, its own or inherited, were ever interested in `nMode`; masks keep their
+    /// bits when rules leave, so a true answer may be stale, a false one never is.
+    ZVTBoolean HasInterest(MCObjectSem::mode nMode) const;
 
     /// Fires the rules of `pObject`'s type chain in `nMode`; 1 when a rule failed (named in `rpFailed`),
     /// also for a null object, 0 otherwise, a stop included.

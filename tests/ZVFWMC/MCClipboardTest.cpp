@@ -47,7 +47,6 @@ public:
         R::AddPropertyUsage(c_sType, c_sList, R::clipFollow);
         R::AddPropertyUsage(c_sType, c_sPlain, 0);
         R::AddPropertyUsage(c_sType, c_sParent, 0);
-        MCMetaInfo::RegisterPropertyInheritance(c_sType, c_sFollow);
     }
 
 private:
@@ -60,6 +59,30 @@ private:
         RegisterLevel(c_sType, context);
         if (++c_nMade == c_nThrowAt)
             throw EXUnexpected("host", "constructor");
+    }
+};
+
+/// A ClipNode that inherits Follow along Parent; its clip values are ClipNode's.
+class ClipHeir : public MCObject {
+public:
+    static constexpr short c_sType = 7802;
+
+    static void Register() {
+        if (R::IsRegistered(c_sType, nullptr))
+            return;
+        new MCObjectFactoryT<ClipHeir, MCObject>(c_sType, "ClipHeir", ClipNode::c_sType, PersRoot::c_sType,
+                                                 10, 0, true, false);
+        MCMetaInfo::RegisterPropertyInheritance(c_sType, ClipNode::c_sFollow);
+    }
+
+private:
+    friend class MCObjectFactoryT<ClipHeir, MCObject>;
+    ClipHeir(short type, MCFactorySignature& signature, MCFactoryContext* context)
+        : MCObject(type, signature, context) {
+        RegisterLevel(c_sType, context);
+    }
+    ClipHeir(MCObject* owner, MCFactoryContext* context) : MCObject(c_sType, owner, context) {
+        RegisterLevel(c_sType, context);
     }
 };
 
@@ -91,6 +114,7 @@ protected:
     void SetUp() override {
         PersTest::SetUp();
         ClipNode::Register();
+        ClipHeir::Register();
         ClipNode::c_nThrowAt = 0;
         m_pxSource = Make(nullptr, PersRoot::c_sType);
         m_pxTarget = Make(nullptr, PersRoot::c_sType);
@@ -297,7 +321,8 @@ TEST_F(ClipTest, UndeclaredReferenceTellsTheUserAndFollows) {
 TEST_F(ClipTest, InheritedReferencesTravelAsOwnValuesUnlessTheParentComesAlong) {
     // C inherits Follow from P along Parent; P's Follow leads to X.
     MCObject* p = Node(m_pxSource, "P");
-    MCObject* c = Node(m_pxSource, "C");
+    MCObject* c = Make(m_pxSource, ClipHeir::c_sType);
+    Name(c, "C");
     Ref(p, ClipNode::c_sFollow, Node(m_pxSource, "X"));
     Ref(c, ClipNode::c_sParent, p);
     const struct {
@@ -349,6 +374,35 @@ TEST_F(ClipTest, BufferBytesArePinned) {
                               "01" + "9300" + "0001" + "0100000041" +       // Name, itemFlag100
                               "01" + "8a1e" + "0000" + "05000000" + "12" +  // Count 5, record end
                               "25");
+}
+
+TEST_F(ClipTest, PostCopyRulesSeeEachEntryInBufferOrderAndChangeNoByte) {
+    MCObject* a = Node(m_pxSource, "A");
+    MCObject* b = Node(a, "B");
+    Node(b, "b1");
+    Ref(Node(a, "C"), ClipNode::c_sDepend, b);
+    // X is reached by reference before the selection names it, so its owner changes after its record
+    // was first written.
+    MCObject* x = Node(m_pxSource, "X");
+    Ref(a, ClipNode::c_sFollow, x);
+    // Without any PostCopy rule the records are written while the closure walks; with one, each after
+    // its rule has run. A host must not be able to tell the two apart.
+    const std::string quiet = Copy({a, x}, *m_pxSource);
+    static std::string seen;
+    seen.clear();
+    struct Rule : MCObjectSem {
+        result Fire(mode nMode, MCObject* object, MCObjectSemContext*) override {
+            if (nMode == PostCopy)
+                seen += NameOf(object) + " ";
+            return resultContinue;
+        }
+        unsigned long GetInterests() const override { return PostCopy; }
+    } rule;
+    AddRule(ClipNode::c_sType, rule);
+    const std::string watched = Copy({a, x}, *m_pxSource);
+    EXPECT_EQ(seen, "A X B C b1 ");
+    EXPECT_EQ(Entries(watched), "| A/0<S X/0<S B/1<A C/1<A b1/2<B end");
+    EXPECT_EQ(watched, quiet);
 }
 
 TEST_F(ClipTest, PasteRebindsInnerReferencesPerTargetAndClearsOuterOnes) {

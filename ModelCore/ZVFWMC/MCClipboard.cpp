@@ -812,6 +812,12 @@ ZVTBoolean MCPasteStream::CreateFromRecord(long level, MCObject* targetObject) {
         m_bFailed = true;
         return false;
     }
+    // Looked at now, while the record's properties are at hand: most objects hold no reference, and
+    // the resolving pass then need not come back to them.
+    bool references = false;
+    for (MCPropertySetIter properties(object->GetPropertySet()); !references && ++properties;)
+        references = properties.GetValue() && properties.GetValue()->IsReference();
+    m_xCreated.back().m_bResolved = !references;
     if (perTarget)
         m_xPerTargetIds.Append(id);
     if (once)

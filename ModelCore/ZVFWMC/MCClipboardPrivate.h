@@ -200,7 +200,7 @@ private:
         MCObject* m_pxObject;
         long m_lId;  // the object's own id, to tell whether it still lives
         long m_lLevel;
-        bool m_bResolved;
+        bool m_bResolved;  // also true for an object without references, which has nothing to resolve
     };
     // A reference of a merged record, set once every id of the buffer is bound.
     struct MergedReference {

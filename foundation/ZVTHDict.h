@@ -53,6 +53,8 @@ public:
         auto placed = m_xCore.Emplace(true, key, key, value);
         return {&placed.first->second, placed.second};
     }
+    /// Loads the place of key ahead of a look-up that is coming; changes nothing.
+    void Prefetch(const K& key) const { m_xCore.Prefetch(key); }
     /// The number of entries.
     size_t Entries() const { return m_xCore.Size(); }
     /// Stores value under key, replacing the value that key had.

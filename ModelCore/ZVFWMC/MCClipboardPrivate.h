@@ -48,6 +48,7 @@ struct MCClipEntry {
 class MCClipGrowingBuffer : public std::streambuf {
 public:
     std::string& Bytes() { return m_sBytes; }
+    const std::string& Bytes() const { return m_sBytes; }
 
 protected:
     std::streamsize xsputn(const char* data, std::streamsize count) override;
@@ -129,6 +130,8 @@ public:
     /// Writes the name, type and record of a new entry's object while the closure has it at hand, for
     /// WriteEntry to copy; objects that inherit properties wait, as their records depend on the clip.
     void Prepare(MCClipEntry& entry);
+    /// Loads the prepared record of an entry that is written soon; changes nothing.
+    void Prefetch(const MCClipEntry& entry) const;
     /// Makes room for `entries` entries beside the prepared records, so that the buffer grows once.
     void Reserve(std::size_t entries);
 

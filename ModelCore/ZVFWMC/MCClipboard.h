@@ -137,10 +137,11 @@ public:
     MCClipList& operator=(const MCClipList&) = delete;
     virtual ~MCClipList();
 
-    /// The number of bytes the copying form wrote; 0 for the paste form.
+    /// The number of bytes the copying form wrote; 0 for the paste form, and 0 when a value did not fit
+    /// its stored width (the buffer is then not given out at all).
     long GetBufferSize() const;
-    /// Copies the buffer to `target`, which holds at least GetBufferSize() bytes, and lets the list free
-    /// its own copy; a second call copies nothing.
+    /// Copies the buffer to `target`, which holds at least GetBufferSize() bytes; the list keeps its own
+    /// copy until it is destroyed. Nothing for a null `target`.
     void CopyBuffer(void* target);
 
 private:

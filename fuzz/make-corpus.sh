@@ -6,7 +6,8 @@
 #   clip buffers copied from the model paste_fuzz pastes into (fuzz/clip_model.h), namely a package,
 #   some classes, an empty selection, the package cut after its head and global section and inside its
 #   last record, and the classes with a prelude entry (also one whose id stands twice, and one marked
-#   as pasted into its own source).
+#   as pasted into its own source); the package and the classes once more with a byte after the end,
+#   which makes paste_fuzz merge them into the model's objects.
 # MODELCORE_BUILD_DIR names the build tree, configured with the examples, tests and tools (default: build/).
 set -euo pipefail
 
@@ -26,4 +27,8 @@ size="$(stat -c %s "$restore/small.mdl")"
 head -c "$((size - 9))" "$restore/small.mdl" >"$restore/truncated.mdl"
 
 "$build/tests/tools/PasteFuzzSeeds" "$paste"
+# An input of odd length pastes with a converter that knows the model's ids: these merge.
+for seed in package classes; do
+    { cat "$paste/$seed.clip"; printf '\0'; } >"$paste/$seed-merged.clip"
+done
 ls -l "$restore" "$paste"

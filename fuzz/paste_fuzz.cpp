@@ -1,13 +1,15 @@
 // Pastes arbitrary bytes as a clip buffer into a small class diagram, under its two packages and the
-// model. Whatever the bytes, the paste returns or throws from the EXBase family; a paste that throws
-// leaves the model as it was; afterwards every object of the tree is registered under its id, every bound
-// reference leads to a live object and every name-space entry to a live info, and nothing lives outside
-// the tree; once the model is expunged no object is left alive.
+// model, with a converter that merges records into the model's objects for inputs of odd length. Whatever the
+// bytes, the paste returns or throws from the EXBase family; a paste that throws leaves the model as it was;
+// afterwards every object of the tree is registered under its id, every bound reference leads to a live
+// object and every name-space entry to a live info, and nothing lives outside the tree; once the model is
+// expunged no object is left alive.
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <unordered_set>
 #include <utility>
@@ -105,6 +107,24 @@ void CheckNameSpaces(const ObjectSet& tree) {
     }
 }
 
+// Takes a buffer id for the model's object of that id, as a host that pastes a buffer a second time
+// would, so that records merge into existing objects; ids it is told of come first.
+class SameIdConverter : public MCClipIdConverter {
+public:
+    explicit SameIdConverter(const ObjectSet& model) : m_rModel(model) {}
+    long ConvertId(long id) override {
+        const auto told = m_xTold.find(id);
+        if (told != m_xTold.end())
+            return told->second;
+        return m_rModel.count(MCObject::ResolveId(id)) ? id : 0;
+    }
+    void AddConversion(long oldId, long newId) override { m_xTold[oldId] = newId; }
+
+private:
+    const ObjectSet& m_rModel;
+    std::map<long, long> m_xTold;
+};
+
 // The model's ids are the same for every input, its address is not: an input whose address token is 0
 // stands for a paste into the model it was copied from and gets the token of a copy from this one.
 void TakeAddressOf(MCObject& model, std::uint8_t* buffer, std::size_t size) {
@@ -138,9 +158,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::copy(data, data + size, buffer.get());
     TakeAddressOf(*built.model, buffer.get(), size);
     ZVTOrderedVectorT<long> ids;
+    // Inputs of odd length paste with a converter, so that merges are reached too.
+    const ObjectSet model = CheckTree(built.model);
+    SameIdConverter converter(model);
     bool thrown = false;
     try {
-        MCClipList paste(targets, *built.model, buffer.get(), static_cast<int>(size), &ids, nullptr);
+        MCClipList paste(targets, *built.model, buffer.get(), static_cast<int>(size), &ids,
+                         size % 2 ? &converter : nullptr);
     } catch (const EXBase&) {
         thrown = true;
     }

@@ -578,6 +578,19 @@ TEST_F(ClipTest, PasteThatThrowsPartWayLeavesTheModelAsItWas) {
     EXPECT_EQ(Tree(m_pxTarget), "T(T1(A(B{12=C} C)) T2(A(B{12=C} C)))");
 }
 
+TEST_F(ClipTest, UserDefinedPropertiesTravelWithTheBufferIntoTheTargetModel) {
+    const short colour = R::RegisterUDP("ClipColour", 87, m_pxSource, true);
+    ASSERT_LT(colour, 0);
+    MCObject* a = Node(m_pxSource, "A");
+    SetLong(a, colour, 12);
+    const std::string bytes = Copy({a}, *m_pxSource);
+    ASSERT_FALSE(R::IsRegistered(colour, m_pxTarget));
+    const std::vector<long> ids = Paste(bytes, {m_pxTarget}, *m_pxTarget);
+    ASSERT_EQ(ids.size(), 1u);
+    EXPECT_TRUE(R::IsRegistered(colour, m_pxTarget)) << "the target's model now holds the property";
+    EXPECT_EQ(GetLong(MCObject::ResolveId(ids[0]), colour), "12");
+}
+
 TEST_F(ClipTest, CopyToAnswersWhetherAnyIdResulted) {
     MCObject* a = Node(m_pxSource, "A");
     ZVTSList<MCObject*> selection, targets, none;

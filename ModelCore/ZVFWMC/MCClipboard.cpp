@@ -133,6 +133,22 @@ MCObject* MakeScratch() {
         MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, nullptr, nullptr, nullptr));
 }
 
+// The passes over what a paste made go in creation order, which after a large expunge is anywhere in
+// memory: they ask for an object some steps ahead, and for its properties once the object is there.
+constexpr std::size_t c_nObjectsAhead = 16;
+constexpr std::size_t c_nPropertiesAhead = 8;
+
+void PrefetchObject(const MCObject* object) {
+    const char* bytes = reinterpret_cast<const char*>(object);
+    for (std::size_t at = 0; at < sizeof(MCObject); at += 64)
+        __builtin_prefetch(bytes + at);
+}
+
+void PrefetchProperties(const MCObject* object) {
+    for (MCPropertySetIter properties(object->GetPropertySet()); ++properties;)
+        __builtin_prefetch(properties.GetValue());
+}
+
 long StoredId(MCObject* stored) {
     return static_cast<long>(reinterpret_cast<std::intptr_t>(stored));
 }
@@ -196,15 +212,24 @@ MCClipList::MCClipList(ZVTSList<MCObject*>& objects, MCObject& source, mode nMod
     }
     PurgeUnresolved();
 
-    // Creation order within a level keeps the buffer the same from run to run.
-    std::vector<MCClipEntry*> sorted;
-    sorted.reserve(m_xEntries.Entries());
+    // By level, and within a level in creation order, so the buffer is the same from run to run: a
+    // counting sort, as levels are small numbers.
+    std::vector<std::size_t> starts;
+    for (const MCClipEntry& entry : m_pxWork->m_xEntries) {
+        if (!entry.m_bListed)
+            continue;
+        const auto level = static_cast<std::size_t>(entry.m_sLevel);
+        if (level + 1 >= starts.size())
+            starts.resize(level + 2, 0);
+        ++starts[level + 1];
+    }
+    for (std::size_t level = 1; level < starts.size(); ++level)
+        starts[level] += starts[level - 1];
+    std::vector<MCClipEntry*> sorted(starts.empty() ? 0 : starts.back());
     for (MCClipEntry& entry : m_pxWork->m_xEntries) {
         if (entry.m_bListed)
-            sorted.push_back(&entry);
+            sorted[starts[static_cast<std::size_t>(entry.m_sLevel)]++] = &entry;
     }
-    std::stable_sort(sorted.begin(), sorted.end(),
-                     [](const MCClipEntry* a, const MCClipEntry* b) { return a->m_sLevel < b->m_sLevel; });
 
     m_pxCopyStream->Reserve(sorted.size());
     m_pxCopyStream->WriteHead(source);
@@ -413,6 +438,8 @@ void MCClipList::PurgeUnresolved() {
 // --- the writer -------------------------------------------------------------------------------------
 
 const ZVTOrderedVectorT<short>& MCClipInheritance::Of(short objectType) {
+    if (m_pxLast && objectType == m_sLastType)
+        return *m_pxLast;
     auto found = m_xTypes.find(objectType);
     if (found == m_xTypes.end()) {
         ZVTOrderedVectorT<short> types(c_nInheritableCapacity);
@@ -420,6 +447,8 @@ const ZVTOrderedVectorT<short>& MCClipInheritance::Of(short objectType) {
             types.Clear();
         found = m_xTypes.emplace(objectType, std::move(types)).first;
     }
+    m_sLastType = objectType;
+    m_pxLast = &found->second;
     return found->second;
 }
 
@@ -452,6 +481,39 @@ void MCClipSaveVisitor::SaveProperties(MCObject& object) {
     }
 }
 
+std::size_t MCClipRecordStore::BeginRecord(long& offset) {
+    // Blocks double from 64 KB to 4 MB; a record is far smaller than the headroom kept.
+    constexpr std::size_t c_nFirstBlock = std::size_t{64} << 10;
+    constexpr std::size_t c_nLargestBlock = std::size_t{4} << 20;
+    constexpr std::size_t c_nHeadroom = std::size_t{4} << 10;
+    if (m_xBlocks.empty() || m_xBlocks.back().capacity() - m_xBlocks.back().size() < c_nHeadroom) {
+        const std::size_t size =
+            m_xBlocks.empty() ? c_nFirstBlock : std::min(2 * m_xBlocks.back().capacity(), c_nLargestBlock);
+        m_xBlocks.emplace_back();
+        m_xBlocks.back().reserve(size);
+    }
+    offset = Offset();
+    return m_xBlocks.size() - 1;
+}
+
+std::size_t MCClipRecordStore::Size() const {
+    std::size_t size = 0;
+    for (const std::string& block : m_xBlocks)
+        size += block.size();
+    return size;
+}
+
+std::streamsize MCClipRecordStore::xsputn(const char* data, std::streamsize count) {
+    m_xBlocks.back().append(data, static_cast<std::size_t>(count));
+    return count;
+}
+
+MCClipRecordStore::int_type MCClipRecordStore::overflow(int_type c) {
+    if (!traits_type::eq_int_type(c, traits_type::eof()))
+        m_xBlocks.back().push_back(traits_type::to_char_type(c));
+    return traits_type::not_eof(c);
+}
+
 std::streamsize MCClipGrowingBuffer::xsputn(const char* data, std::streamsize count) {
     m_sBytes.append(data, static_cast<std::size_t>(count));
     return count;
@@ -481,7 +543,7 @@ MCCopyStream::MCCopyStream(ZVTHDict<MCObject*, MCClipEntry*>* entries)
 void MCCopyStream::Prefetch(const MCClipEntry& entry) const {
     if (entry.m_lRecord < 0)
         return;
-    const char* record = m_xPrepared.Bytes().data() + entry.m_lRecord;
+    const char* record = m_xPrepared.Block(entry.m_nBlock).data() + entry.m_lRecord;
     for (long at = 0; at < entry.m_lRecordEnd - entry.m_lRecord; at += 64)
         __builtin_prefetch(record + at);
 }
@@ -490,25 +552,24 @@ void MCCopyStream::Reserve(std::size_t entries) {
     // An entry's frame before its prepared record: token, level, id, flag; the head and globals are small.
     constexpr std::size_t c_nFrame = 1 + 2 + 4 + 1;
     constexpr std::size_t c_nHead = 256;
-    m_xBuffer.Bytes().reserve(m_xPrepared.Bytes().size() + entries * c_nFrame + c_nHead);
+    m_xBuffer.Bytes().reserve(m_xPrepared.Size() + entries * c_nFrame + c_nHead);
 }
 
 void MCCopyStream::Prepare(MCClipEntry& entry) {
     MCObject* object = entry.m_pxObject;
     if (!m_bPrepare || m_xInheritance.Of(object->GetType()).Length() > 0)
         return;
-    std::string& bytes = m_xPrepared.Bytes();
-    entry.m_lRecord = static_cast<long>(bytes.size());
+    entry.m_nBlock = m_xPrepared.BeginRecord(entry.m_lRecord);
     entry.m_bUndeletable = object->GetFlag(MCItem::itemUndeletable);
     MCSPropertyAccessorT<ZVTString> name{ZVTString("")};
     object->GetProperty(c_sNameProperty, name);
     *m_pxPreparedStream << name.GetValue() << object->GetType();
     // The object token, type and id precede the owner id.
-    entry.m_lOwnerAt = static_cast<long>(bytes.size()) + 1 + 2 + 4;
+    entry.m_lOwnerAt = m_xPrepared.Offset() + 1 + 2 + 4;
     m_pxPreparedVisitor->SetEntry(&entry);
     m_pxPreparedVisitor->Visit(object);
     m_pxPreparedVisitor->SetEntry(nullptr);
-    entry.m_lRecordEnd = static_cast<long>(bytes.size());
+    entry.m_lRecordEnd = m_xPrepared.Offset();
 }
 
 MCCopyStream::~MCCopyStream() = default;
@@ -534,7 +595,7 @@ ZVTBoolean MCCopyStream::WriteEntry(MCClipEntry& entry) {
     if (entry.m_lRecord >= 0) {
         // Prepared during the closure, when the object was at hand; only its owner may have changed.
         *m_pxStream << token << entry.m_sLevel << entry.m_lId << static_cast<char>(entry.m_bUndeletable);
-        std::string& prepared = m_xPrepared.Bytes();
+        std::string& prepared = m_xPrepared.Block(entry.m_nBlock);
         if (entry.m_pxOwner) {
             const auto owner = static_cast<unsigned long>(entry.m_lOwnerId);
             for (int i = 0; i < 4; ++i)
@@ -568,8 +629,7 @@ void MCCopyStream::WriteEnd() {
     if (!m_pxStream->fail() && !m_pxPreparedStream->fail())
         m_sBytes = std::move(m_xBuffer.Bytes());
     m_xBuffer.Bytes().clear();
-    m_xPrepared.Bytes().clear();
-    m_xPrepared.Bytes().shrink_to_fit();
+    m_xPrepared.Clear();
 }
 
 // --- the paste --------------------------------------------------------------------------------------
@@ -1015,6 +1075,16 @@ ZVTBoolean MCPasteStream::MergeRecord(MCObject* existing) {
     return true;
 }
 
+void MCPasteStream::Prefetch(std::size_t index) const {
+    // Only objects that still live: the id space answers without touching the object.
+    const std::size_t far = index + c_nObjectsAhead, near = index + c_nPropertiesAhead;
+    if (far < m_xCreated.size() && MCObject::ResolveId(m_xCreated[far].m_lId) == m_xCreated[far].m_pxObject)
+        PrefetchObject(m_xCreated[far].m_pxObject);
+    if (near < m_xCreated.size() &&
+        MCObject::ResolveId(m_xCreated[near].m_lId) == m_xCreated[near].m_pxObject)
+        PrefetchProperties(m_xCreated[near].m_pxObject);
+}
+
 void MCPasteStream::ResolveCreated() {
     for (Created& created : m_xCreated) {
         if (created.m_bResolved)
@@ -1063,10 +1133,12 @@ void MCPasteStream::Finish() {
     }
     MCPasteObjectContext objectContext;
     MCPastePropertyContext propertyContext;
-    for (const Created& created : m_xCreated) {
+    for (std::size_t i = 0; i < m_xCreated.size(); ++i) {
+        const Created& created = m_xCreated[i];
         // A rule of an object pasted earlier may have taken this one down.
         if (MCObject::ResolveId(created.m_lId) != created.m_pxObject)
             continue;
+        Prefetch(i);
         MCObject* object = created.m_pxObject;
         objectContext.SetLevel(created.m_lLevel);
         propertyContext.SetLevel(created.m_lLevel);

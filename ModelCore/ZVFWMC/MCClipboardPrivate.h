@@ -36,12 +36,36 @@ struct MCClipEntry {
     MCClip::entry_type m_eType = MCClip::entryCopy;
     /// False once the purge has taken the entry out of the clip.
     bool m_bListed = true;
-    /// Where the record prepared during the closure starts in the copy stream's store, -1 for none; it
-    /// ends at m_lRecordEnd and holds the owner id at m_lOwnerAt.
+    /// Where the record prepared during the closure starts in block m_nBlock of the copy stream's store,
+    /// -1 for none; it ends at m_lRecordEnd and holds the owner id at m_lOwnerAt, in the same block.
+    std::size_t m_nBlock = 0;
     long m_lRecord = -1;
     long m_lRecordEnd = 0;
     long m_lOwnerAt = 0;
     bool m_bUndeletable = false;
+};
+
+/// The records a copy writes ahead, in blocks that are never moved: a store that grew by doubling would copy
+/// every record again at each step and touch twice its size in fresh pages.
+class MCClipRecordStore : public std::streambuf {
+public:
+    /// The block the next record goes to and where it starts there; a block near its end makes room for
+    /// a new one first, so that a record stays in one block.
+    std::size_t BeginRecord(long& offset);
+    /// Where the writing stands in the current block.
+    long Offset() const { return static_cast<long>(m_xBlocks.back().size()); }
+    std::string& Block(std::size_t index) { return m_xBlocks[index]; }
+    const std::string& Block(std::size_t index) const { return m_xBlocks[index]; }
+    /// The bytes of all blocks.
+    std::size_t Size() const;
+    void Clear() { m_xBlocks.clear(); }
+
+protected:
+    std::streamsize xsputn(const char* data, std::streamsize count) override;
+    int_type overflow(int_type c) override;
+
+private:
+    std::vector<std::string> m_xBlocks;
 };
 
 /// A streambuf that appends to a string it owns, so that the bytes are taken without a copy.
@@ -82,6 +106,9 @@ public:
 
 private:
     std::unordered_map<short, ZVTOrderedVectorT<short>> m_xTypes;
+    // Objects of one type tend to come together.
+    short m_sLastType = 0;
+    const ZVTOrderedVectorT<short>* m_pxLast = nullptr;
 };
 
 /// The object record writer of a clip buffer: the owner id of an object that has a clip entry is the
@@ -149,7 +176,7 @@ private:
     std::string m_sBytes;
     // Records written ahead, on a stream of their own.
     ZVTBoolean m_bPrepare = false;
-    MCClipGrowingBuffer m_xPrepared;
+    MCClipRecordStore m_xPrepared;
     std::unique_ptr<MCStream> m_pxPreparedStream;
     std::unique_ptr<MCClipSaveVisitor> m_pxPreparedVisitor;
 };
@@ -231,6 +258,8 @@ private:
     void Bind(long id, MCObject* object);
     // Resolves the references of the objects made so far.
     void ResolveCreated();
+    // Asks early for what the pass over m_xCreated needs a few objects after `index`.
+    void Prefetch(std::size_t index) const;
     void SetMergedReferences();
 
     ZVTBoolean m_bFailed = false;

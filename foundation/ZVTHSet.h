@@ -34,6 +34,8 @@ public:
     ZVTBoolean Contains(const T& value) const { return m_xCore.Find(value) != Core::npos; }
     /// Removes one equal value; false when there is none.
     ZVTBoolean Remove(const T& value) { return m_xCore.Erase(value); }
+    /// Loads the place of value ahead of an insertion or look-up that is coming; changes nothing.
+    void Prefetch(const T& value) const { m_xCore.Prefetch(value); }
     /// The number of values, counting repeats.
     size_t Entries() const { return m_xCore.Size(); }
     /// True when there is no value.

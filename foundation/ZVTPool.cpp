@@ -126,6 +126,18 @@ void ZVTPool::Release(void* block, std::size_t size) noexcept {
     sizeClass.m_pxFree = ::new (block) FreeBlock{sizeClass.m_pxFree};
 }
 
+const void* ZVTPool::NextBlock(std::size_t size) {
+    if (!c_bPool || size == 0 || size > c_nLargest)
+        return nullptr;
+    const SizeClass& sizeClass = c_axClasses[(size - 1) / c_nGrain];
+    if (sizeClass.m_pxFree)
+        return sizeClass.m_pxFree;
+    const std::size_t blockSize = ((size - 1) / c_nGrain + 1) * c_nGrain;
+    if (sizeClass.m_pcNext && static_cast<std::size_t>(sizeClass.m_pcEnd - sizeClass.m_pcNext) >= blockSize)
+        return sizeClass.m_pcNext;
+    return nullptr;
+}
+
 void* ZVTPool::AllocateLarge(std::size_t size) {
     if (!c_bHugePages || size < c_nHuge)
         return ::operator new(size);

@@ -21,6 +21,9 @@ public:
     static void* Allocate(std::size_t size);
     /// Gives back a block from Allocate with the same `size`.
     static void Release(void* block, std::size_t size) noexcept;
+    /// The block the next Allocate of `size` will give, when the pool knows it already; null otherwise.
+    /// Only for asking the processor to load what goes with it: the block is not reserved.
+    static const void* NextBlock(std::size_t size);
 
     /// A block of `size` bytes for a large table, aligned as ::operator new aligns; from the general heap
     /// below 2 MB.

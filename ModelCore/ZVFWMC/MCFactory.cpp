@@ -8,6 +8,7 @@
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "ModelCore/ZVFWMC/MCUDPMap.h"
 #include "foundation/ZVTHSet.h"
+#include "foundation/ZVTPool.h"
 
 namespace {
 
@@ -185,6 +186,14 @@ void MCFactoryRegistry::RegisterInstance(MCObject* object, ZVTBoolean add) {
         return;
     }
     (*slot)->Insert(object);
+    // After a large expunge the pool's free blocks lie anywhere, and so do their places in this table:
+    // the place of the block the next object of this type will take is loaded while this one is made.
+    if (MCMetaInfoEntry* entry = impl->FindEntry(object->GetType())) {
+        if (MCMetaInfoConcreteEntry* concrete = entry->AsConcrete()) {
+            if (const void* next = ZVTPool::NextBlock(concrete->m_uItemSize))
+                (*slot)->Prefetch(static_cast<MCObject*>(const_cast<void*>(next)));
+        }
+    }
 }
 
 // Defined here rather than with the rest of the user-defined properties: finding the persistence root

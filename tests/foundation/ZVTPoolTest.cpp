@@ -91,3 +91,26 @@ TEST(ZVTPoolTest, LargeBlocksAreWholeOnEitherSideOfTheHugeSize) {
     }
     ZVTPool::ReleaseLarge(nullptr, 8);
 }
+
+TEST(ZVTPoolTest, NextBlockNamesTheBlockTheNextAllocationGives) {
+    for (std::size_t size : {8u, 16u, 24u, 200u, 512u}) {
+        SCOPED_TRACE(size);
+        void* first = ZVTPool::Allocate(size);
+        const void* announced = ZVTPool::NextBlock(size);
+        void* second = ZVTPool::Allocate(size);
+        ZVTPool::Release(first, size);
+        const void* reused = ZVTPool::NextBlock(size);
+        if (reused == nullptr) {
+            // A build that bypasses the pool knows no next block.
+            EXPECT_EQ(announced, nullptr);
+        } else {
+            EXPECT_EQ(reused, first) << "a released block is the next one given";
+            EXPECT_TRUE(announced == nullptr || announced == second);
+            EXPECT_EQ(ZVTPool::Allocate(size), first);
+            ZVTPool::Release(first, size);
+        }
+        ZVTPool::Release(second, size);
+    }
+    EXPECT_EQ(ZVTPool::NextBlock(0), nullptr);
+    EXPECT_EQ(ZVTPool::NextBlock(4096), nullptr) << "large blocks come from the general heap";
+}

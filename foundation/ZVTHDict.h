@@ -17,6 +17,9 @@ public:
 
     /// An empty dictionary that will start with room for about buckets slots.
     explicit ZVTHDict(HashFn hash, size_t buckets = 64) : m_xCore(hash, buckets) {}
+    /// The same, keeping keys whose hashes differ only in their low `localityBits` bits side by side (see
+    /// LocalHash), so that keys met together are placed together.
+    ZVTHDict(HashFn hash, size_t buckets, unsigned int localityBits) : m_xCore(hash, buckets, localityBits) {}
 
     /// Removes every entry and frees the table.
     void Clear() { m_xCore.Clear(); }

@@ -149,6 +149,13 @@ void PrefetchProperties(const MCObject* object) {
         __builtin_prefetch(properties.GetValue());
 }
 
+// Objects made together lie together: their entries do too, so that a closure over a subtree, and the
+// growing of the dictionary, touch it in runs rather than at random. 16-byte steps in 4 KB blocks.
+unsigned int HashAddress(MCObject* const& object) {
+    return static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(object) >> 4);
+}
+constexpr unsigned int c_nAddressLocalityBits = 8;
+
 long StoredId(MCObject* stored) {
     return static_cast<long>(reinterpret_cast<std::intptr_t>(stored));
 }
@@ -197,7 +204,7 @@ long MCClipCreateContext::RequestId() {
 MCClipList::MCClipList(ZVTSList<MCObject*>& objects, MCObject& source, mode nMode,
                        MCClipIdConverter* converter)
     : m_eMode(nMode),
-      m_xEntries(MCFactoryRegistry::HashPointer, 3 * objects.Entries() + 1),
+      m_xEntries(HashAddress, 3 * objects.Entries() + 1, c_nAddressLocalityBits),
       m_lSelectionSize(static_cast<long>(objects.Entries())),
       m_pxConverter(converter),
       m_pxWork(std::make_unique<MCClipListWork>()) {

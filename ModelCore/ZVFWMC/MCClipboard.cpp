@@ -31,7 +31,8 @@ constexpr short c_sNameProperty = 147;
 constexpr short c_sParentProperty = 152;
 constexpr short c_sPersistenceRootType = 530;
 
-// "The pair of object type %1 and property type %2 has no clip value."
+// Told for a reference whose pair of object and property type has no clip value; the user's text for it
+// lies with the host's message catalogue.
 constexpr long c_nUndeclaredClipMessage = 607;
 constexpr long c_nMessageKindInformation = 1;
 constexpr long c_nMessageStyle = 0x30;

@@ -462,10 +462,6 @@ const ZVTOrderedVectorT<short>& MCClipInheritance::Of(short objectType) {
 
 MCClipSaveVisitor::~MCClipSaveVisitor() = default;
 
-void MCClipSaveVisitor::Visit(MCObject* object) {
-    MCPersSaveVisitor::Visit(object);
-}
-
 void MCClipSaveVisitor::SaveObjectHeader(MCPersObjectHeader& header, MCObject& object) {
     MCClipEntry* entry = m_pxEntry && m_pxEntry->m_pxObject == &object ? m_pxEntry : nullptr;
     if (!entry)
@@ -511,25 +507,14 @@ std::size_t MCClipRecordStore::Size() const {
     return size;
 }
 
-std::streamsize MCClipRecordStore::xsputn(const char* data, std::streamsize count) {
-    m_xBlocks.back().append(data, static_cast<std::size_t>(count));
+std::streamsize MCClipAppendingBuffer::xsputn(const char* data, std::streamsize count) {
+    Tail().append(data, static_cast<std::size_t>(count));
     return count;
 }
 
-MCClipRecordStore::int_type MCClipRecordStore::overflow(int_type c) {
+MCClipAppendingBuffer::int_type MCClipAppendingBuffer::overflow(int_type c) {
     if (!traits_type::eq_int_type(c, traits_type::eof()))
-        m_xBlocks.back().push_back(traits_type::to_char_type(c));
-    return traits_type::not_eof(c);
-}
-
-std::streamsize MCClipGrowingBuffer::xsputn(const char* data, std::streamsize count) {
-    m_sBytes.append(data, static_cast<std::size_t>(count));
-    return count;
-}
-
-MCClipGrowingBuffer::int_type MCClipGrowingBuffer::overflow(int_type c) {
-    if (!traits_type::eq_int_type(c, traits_type::eof()))
-        m_sBytes.push_back(traits_type::to_char_type(c));
+        Tail().push_back(traits_type::to_char_type(c));
     return traits_type::not_eof(c);
 }
 
@@ -709,13 +694,11 @@ void MCPasteStream::ReadHead() {
             throw;
         }
     }
-    m_pxUDPMap.reset(map);
-    if (m_pxUDPMap) {
-        MCFactoryRegistry::RegisterUDPs(*m_pxTarget, m_pxUDPMap.get());
+    if (map) {
         // Adopted at once, so that records discarded or merged before the first new object read their
-        // user-defined properties under this model's codes too.
-        stream.AdoptUDPMap(m_pxUDPMap.release());
-        m_bAdoptionPending = false;
+        // user-defined properties under this model's codes too; the stream owns it from here.
+        stream.AdoptUDPMap(map);
+        MCFactoryRegistry::RegisterUDPs(*m_pxTarget, map);
     }
 }
 
@@ -860,12 +843,10 @@ ZVTBoolean MCPasteStream::CreateFromRecord(long level, MCObject* targetObject) {
     bool once = false;
     if (owner && level == 0)
         once = true;  // it follows its owner, which came from the buffer
-    bool perTarget = false;
     if (!owner) {
         if (level == 0 && targetObject && targetObject != m_pxTarget &&
             MCFactoryRegistry::IsValidOwner(type, targetObject->GetType())) {
             owner = targetObject;
-            perTarget = true;
         } else if (MCFactoryRegistry::IsValidOwner(type, m_pxTarget->GetType())) {
             owner = m_pxTarget;
             once = true;
@@ -908,8 +889,6 @@ ZVTBoolean MCPasteStream::CreateFromRecord(long level, MCObject* targetObject) {
     for (MCPropertySetIter properties(object->GetPropertySet()); !references && ++properties;)
         references = properties.GetValue() && properties.GetValue()->IsReference();
     m_xCreated.back().m_bResolved = !references;
-    if (perTarget)
-        m_xPerTargetIds.Append(id);
     if (once)
         m_xPlacedOnce.Insert(id);
     if (m_pxConverter)

@@ -19,9 +19,6 @@
 #include "foundation/ZVTHSet.h"
 #include "foundation/ZVTString.h"
 
-class MCProperty;
-class MCUDPMap;
-
 /// One object of a clip.
 struct MCClipEntry {
     MCObject* m_pxObject = nullptr;
@@ -45,9 +42,18 @@ struct MCClipEntry {
     bool m_bUndeletable = false;
 };
 
+/// A streambuf that appends what is written to a string of its owner's: no buffer of its own, no copy.
+class MCClipAppendingBuffer : public std::streambuf {
+protected:
+    /// The string the bytes go to.
+    virtual std::string& Tail() = 0;
+    std::streamsize xsputn(const char* data, std::streamsize count) override;
+    int_type overflow(int_type c) override;
+};
+
 /// The records a copy writes ahead, in blocks that are never moved: a store that grew by doubling would copy
 /// every record again at each step and touch twice its size in fresh pages.
-class MCClipRecordStore : public std::streambuf {
+class MCClipRecordStore : public MCClipAppendingBuffer {
 public:
     /// The block the next record goes to and where it starts there; a block near its end makes room for
     /// a new one first, so that a record stays in one block.
@@ -61,22 +67,20 @@ public:
     void Clear() { m_xBlocks.clear(); }
 
 protected:
-    std::streamsize xsputn(const char* data, std::streamsize count) override;
-    int_type overflow(int_type c) override;
+    std::string& Tail() override { return m_xBlocks.back(); }
 
 private:
     std::vector<std::string> m_xBlocks;
 };
 
-/// A streambuf that appends to a string it owns, so that the bytes are taken without a copy.
-class MCClipGrowingBuffer : public std::streambuf {
+/// A streambuf that appends to one string it owns, so that the bytes are taken without a copy.
+class MCClipGrowingBuffer : public MCClipAppendingBuffer {
 public:
     std::string& Bytes() { return m_sBytes; }
     const std::string& Bytes() const { return m_sBytes; }
 
 protected:
-    std::streamsize xsputn(const char* data, std::streamsize count) override;
-    int_type overflow(int_type c) override;
+    std::string& Tail() override { return m_sBytes; }
     pos_type seekoff(off_type offset, std::ios_base::seekdir way, std::ios_base::openmode which) override;
 
 private:
@@ -95,8 +99,6 @@ struct MCClipListWork {
     };
     std::deque<MCClipEntry> m_xEntries;
     std::vector<InsertCall> m_xPending;
-    // Where the calls of the object being expanded start, so they can be put in order once it is done.
-    std::size_t m_nExpansionStart = 0;
 };
 
 /// The inheritable property types of each object type met by one copy, looked up once per type.
@@ -120,7 +122,6 @@ public:
         : MCPersSaveVisitor(stream), m_pxEntries(entries), m_pxInheritance(&inheritance) {}
     ~MCClipSaveVisitor() override;
 
-    void Visit(MCObject* object) override;
     /// The entry of the object visited next, so that its header needs no look-up; null looks it up.
     void SetEntry(MCClipEntry* entry) { m_pxEntry = entry; }
 
@@ -267,14 +268,11 @@ private:
     MCClipMemoryBuffer m_xBuffer;
     std::unique_ptr<MCStream> m_pxStream;
     MCIdSpace* m_pxIdSpace;
-    ZVTSList<long> m_xPerTargetIds;
     ZVTBoolean m_bSamePlace = false;
     std::vector<Created> m_xCreated;
     ZVTHSetT<long> m_xPlacedOnce;
     // Buffer ids bound to objects of the model for the references to them only.
     ZVTHSetT<long> m_xReferenceOnly;
-    std::unique_ptr<MCUDPMap> m_pxUDPMap;
-    ZVTBoolean m_bAdoptionPending = true;
     ZVTOrderedVectorT<long>* m_pxIds;
     MCClipIdConverter* m_pxConverter;
     std::unique_ptr<MCPersRestoreVisitor> m_pxVisitor;

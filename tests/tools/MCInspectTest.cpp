@@ -42,6 +42,14 @@ void WriteAll(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
 }
 
+/// Damaged bytes, the exit code they must give and a piece of what the tool must say.
+struct Damage {
+    const char* m_pcName;
+    std::string m_sBytes;
+    int m_nExit;
+    const char* m_pcSays;
+};
+
 class MCInspectTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
@@ -76,6 +84,14 @@ protected:
         return ::testing::TempDir() + "mcinspect_" + name + ".mdl";
     }
 
+    static void ExpectDamage(const Damage& damage, const char* option = "") {
+        SCOPED_TRACE(damage.m_pcName);
+        WriteAll(Path(damage.m_pcName), damage.m_sBytes);
+        const Outcome outcome = Inspect(Path(damage.m_pcName), option);
+        EXPECT_EQ(outcome.m_nExit, damage.m_nExit) << outcome.m_sOutput;
+        EXPECT_NE(outcome.m_sOutput.find(damage.m_pcSays), std::string::npos) << outcome.m_sOutput;
+    }
+
     static inline std::string c_sGood;
     static inline std::string c_sClip;
     static inline long c_lModelId = 0;
@@ -103,12 +119,7 @@ TEST_F(MCInspectTest, DamagedFilesGiveTheirExitCode) {
     unknownType[record + 1] = 0x77;  // type 0x0277 is nobody's
     std::string badPrefix = c_sGood;
     badPrefix[0] = 'X';
-    const struct {
-        const char* m_pcName;
-        std::string m_sBytes;
-        int m_nExit;
-        const char* m_pcSays;
-    } cases[] = {
+    const Damage cases[] = {
         {"head_only", c_sGood.substr(0, record), 0, "objects: 0"},
         {"truncated", c_sGood.substr(0, c_sGood.size() - 7), 3, "truncated"},
         {"cut_in_head", c_sGood.substr(0, 10), 2, "bad head"},
@@ -116,13 +127,8 @@ TEST_F(MCInspectTest, DamagedFilesGiveTheirExitCode) {
         {"trailing_token", c_sGood + "\x33", 4, "unknown token 51"},
         {"unknown_type", unknownType, 5, "unknown object type 631"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.m_pcName);
-        WriteAll(Path(c.m_pcName), c.m_sBytes);
-        const Outcome outcome = Inspect(Path(c.m_pcName));
-        EXPECT_EQ(outcome.m_nExit, c.m_nExit) << outcome.m_sOutput;
-        EXPECT_NE(outcome.m_sOutput.find(c.m_pcSays), std::string::npos) << outcome.m_sOutput;
-    }
+    for (const Damage& damage : cases)
+        ExpectDamage(damage);
 }
 
 TEST_F(MCInspectTest, GoodClipListsEntriesByLevelWithWhatAPasteDoes) {
@@ -173,12 +179,7 @@ TEST_F(MCInspectTest, DamagedClipsGiveTheirExitCode) {
     }
     std::string positiveCode = c_sClip;
     positiveCode.insert(c_nHeadBytes + 1, record.str());
-    const struct {
-        const char* m_pcName;
-        std::string m_sBytes;
-        int m_nExit;
-        const char* m_pcSays;
-    } cases[] = {
+    const Damage cases[] = {
         {"cut_in_head", c_sClip.substr(0, c_nHeadBytes - 1), 2, "clip head is cut short"},
         {"bad_head", with(0, MCStream::tokenObject), 2, "token 0x02 at offset 0 is no clip head"},
         {"cut_in_globals", c_sClip.substr(0, c_nHeadBytes + 1), 3, "ends with the global section"},
@@ -193,13 +194,8 @@ TEST_F(MCInspectTest, DamagedClipsGiveTheirExitCode) {
         {"unknown_entry_type", with(frameType + 1, 0x77), 5, "unknown object type 30694 in the frame"},
         {"positive_udp_code", positiveCode, 6, "damaged global section"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.m_pcName);
-        WriteAll(Path(c.m_pcName), c.m_sBytes);
-        const Outcome outcome = Inspect(Path(c.m_pcName), "--clip");
-        EXPECT_EQ(outcome.m_nExit, c.m_nExit) << outcome.m_sOutput;
-        EXPECT_NE(outcome.m_sOutput.find(c.m_pcSays), std::string::npos) << outcome.m_sOutput;
-    }
+    for (const Damage& damage : cases)
+        ExpectDamage(damage, "--clip");
 }
 
 }  // namespace

@@ -21,11 +21,13 @@
 #include "ModelCore/ZVFWMC/MCPersistence.h"
 #include "ModelCore/ZVFWMC/MCProperty.h"
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
+#include "ModelCore/ZVFWMC/MCPropertyConverter.h"
 #include "ModelCore/ZVFWMC/MCPropertySemantics.h"
 #include "ModelCore/ZVFWMC/MCRefProperty.h"
 #include "ModelCore/ZVFWMC/MCStreams.h"
 #include "ModelCore/ZVFWMC/MCSubscriber.h"
 #include "ModelCore/ZVFWMC/MCUDPMap.h"
+#include "ModelCore/ZVFWMC/MCVRefIter.h"
 #include "ModelCore/ZVFWMC/MCVisitor.h"
 #include "ModelCore/ZVFWMC/MdlCore.h"
 
@@ -43,5 +45,6 @@
 #include "foundation/ZvUCId.h"
 #include "platform/HUB.h"
 #include "platform/TGT.h"
+#include "platform/ZVM.h"
 
 #endif

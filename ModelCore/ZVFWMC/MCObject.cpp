@@ -14,6 +14,7 @@
 #include "ModelCore/ZVFWMC/MCObjectFilters.h"
 #include "ModelCore/ZVFWMC/MCObjectSem.h"
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
+#include "ModelCore/ZVFWMC/MCPropertyConverter.h"
 #include "ModelCore/ZVFWMC/MCPropertySemantics.h"
 #include "ModelCore/ZVFWMC/MCRefProperty.h"
 #include "ModelCore/ZVFWMC/MCVisitor.h"
@@ -464,8 +465,9 @@ ZVTBoolean MCObject::GetPropertyString_(short /*type*/, short concreteType, cons
         text = typed->GetValue();
         return true;
     }
-    // Seam: other value types are turned into text by the property converters once they join.
-    return false;
+    auto* converter = dynamic_cast<const MCToStringConverter*>(
+        MCPropertyConverterRegistry::GetConverter(concreteType, c_sStringProperty));
+    return converter != nullptr && converter->AsString(property, text);
 }
 
 ZVTBoolean MCObject::SetPropertyFlag(MCProperty* property, unsigned short flag, ZVTBoolean on) {

@@ -140,17 +140,19 @@ protected:
     virtual MCiVPropertyIterT<T>* AllocateImplementation_(MCVPropertyT<T>* property, ZVTFilter<T>* filter,
                                                           ZVTSorter<T>* sorter);
 
-private:
-    // The lookup of the first use; the implementation, or null when there is nothing to walk.
-    MCiVPropertyIterT<T>* Implementation() const;
-
-    mutable MCiVPropertyIterT<T>* m_pxImplementation = nullptr;
+    // What the walk runs over, kept for the lookup of the first use (and for a derived copy).
     ZVTBoolean m_bFromObject;
     MCObject* m_pxObject;
     short m_sPropertyType;
     ZVTSList<T>* m_pxList;
     ZVTFilter<T>* m_pxFilter;
     ZVTSorter<T>* m_pxSorter;
+
+private:
+    // The lookup of the first use; the implementation, or null when there is nothing to walk.
+    MCiVPropertyIterT<T>* Implementation() const;
+
+    mutable MCiVPropertyIterT<T>* m_pxImplementation = nullptr;
 };
 
 // ---------------------------------------------------------------------------------------------------
@@ -172,6 +174,13 @@ public:
     T Current_() const override;
     void CurrentTo_(T& value) const override { value = Current_(); }
     void Rewind_() override;
+
+protected:
+    /// Holds `cursor` without taking a count or snapshot, for a class whose snapshot has another form:
+    /// the base's constructor cannot reach its overrides. The maker resets it before use.
+    struct DeferReset {};
+    MCiVPropertyIterT(ZVTSListRCIterT<T>* cursor, ZVTFilter<T>* filter, ZVTSorter<T>* sorter, DeferReset)
+        : ZVTIter<T>(filter, sorter), m_xCursor(cursor) {}
 
 private:
     ZVTSListRCIterT<T>* Cursor() const { return static_cast<ZVTSListRCIterT<T>*>(m_xCursor()); }

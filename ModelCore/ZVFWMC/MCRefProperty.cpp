@@ -8,6 +8,7 @@
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "ModelCore/ZVFWMC/MCStreams.h"
+#include "ModelCore/ZVFWMC/MCVRefIter.h"
 
 namespace {
 
@@ -144,8 +145,9 @@ MCPropertyAccessor* MCSRef::CreateRawAccessor() const {
     return new MCSRefRawAccessor;
 }
 
-void MCSRef::AcceptVisitor(MCVisitor* /*visitor*/) {
-    // Seam: an MCRefVisitor visits the single kind here once the reference visitors join.
+void MCSRef::AcceptVisitor(MCVisitor* visitor) {
+    if (auto* references = dynamic_cast<MCRefVisitor*>(visitor))
+        references->VisitType(this);
 }
 
 void MCSRef::UnsubscribeTargets_(MCObject& holder, unsigned int type) {
@@ -246,8 +248,9 @@ MCPropertyAccessor* MCVRef::CreateRawAccessor() const {
     return new MCVRefRawAccessor;
 }
 
-void MCVRef::AcceptVisitor(MCVisitor* /*visitor*/) {
-    // Seam: an MCRefVisitor visits the list kind here once the reference visitors join.
+void MCVRef::AcceptVisitor(MCVisitor* visitor) {
+    if (auto* references = dynamic_cast<MCRefVisitor*>(visitor))
+        references->VisitType(this);
 }
 
 long MCVRef::Occurrences(const MCObject* target) const {

@@ -9,6 +9,7 @@
 #include "ModelCore/ZVFWMC/MCNotification.h"
 #include "ModelCore/ZVFWMC/MCObjectSem.h"
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
+#include "ModelCore/ZVFWMC/MCPropertyConverter.h"
 #include "ModelCore/ZVFWMC/MCRefProperty.h"
 
 namespace {
@@ -101,7 +102,9 @@ void MdlCore::Initialize() {
     if (m_bInitialized)
         return;
     RegisterCoreMetamodel();
-    // Seam: the property converters are registered here once they join.
+    MCPropertyConverterRegistry::Register(new MCFromStringConverter);
+    MCPropertyConverterRegistry::Register(new MCFromIntegerConverter);
+    MCPropertyConverterRegistry::Register(new MCFromStringListConverter);
     RegisterCoreUsages();
     m_bInitialized = true;
 }
@@ -113,7 +116,7 @@ void MdlCore::Terminate() {
     MCObjectSemReg::DeleteInstance();
     MCPropertySemanticRegistry::DeleteInstance();
     MCNotificationDirectory::DeleteInstance();
-    // Seam: MCPropertyConverterRegistry is deleted here, once the property converter unit joins.
+    MCPropertyConverterRegistry::DeleteInstance();
     MCMetaInfo::DeleteInstance();
     MCIdSpace::Global().Reset();
     // m_bInitialized stays true: a later Initialize must not bring the library back.

@@ -1,0 +1,131 @@
+#include "ModelCore/ZVFWMC/MCPropertyConverter.h"
+
+#include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+#include "ModelCore/ZVFWMC/MCProperty.h"
+
+namespace {
+
+// The core's value types that have a text form.
+constexpr short c_sIntegerType = 87;
+constexpr short c_sStringType = 91;
+constexpr short c_sStringListType = 92;
+
+}  // namespace
+
+MCPropertyConverter::~MCPropertyConverter() = default;
+
+MCToStringConverter::~MCToStringConverter() = default;
+
+MCFromStringConverter::MCFromStringConverter() : MCPropertyConverter(c_sStringType) {}
+
+ZVTBoolean MCFromStringConverter::Supports(short toType) const {
+    return toType == c_sStringType;
+}
+
+ZVTBoolean MCFromStringConverter::AsString(const MCProperty* property, ZVTString& text) const {
+    auto* typed = dynamic_cast<const MCSPropertyT<ZVTString>*>(property);
+    if (!typed)
+        return false;
+    text = typed->GetValue();
+    return true;
+}
+
+MCFromIntegerConverter::MCFromIntegerConverter() : MCPropertyConverter(c_sIntegerType) {}
+
+ZVTBoolean MCFromIntegerConverter::Supports(short toType) const {
+    return toType == c_sStringType;
+}
+
+ZVTBoolean MCFromIntegerConverter::AsString(const MCProperty* property, ZVTString& text) const {
+    auto* typed = dynamic_cast<const MCSPropertyT<long>*>(property);
+    if (!typed)
+        return false;
+    text = typed->GetValue();
+    return true;
+}
+
+MCFromStringListConverter::MCFromStringListConverter() : MCPropertyConverter(c_sStringListType) {}
+
+ZVTBoolean MCFromStringListConverter::Supports(short toType) const {
+    return toType == c_sStringType;
+}
+
+ZVTBoolean MCFromStringListConverter::AsString(const MCProperty* property, ZVTString& text) const {
+    auto* typed =
+        const_cast<MCVPropertyT<ZVTString>*>(dynamic_cast<const MCVPropertyT<ZVTString>*>(property));
+    if (!typed)
+        return false;
+    ZVTReferenceUser hold;
+    ZVTSListRCIterT<ZVTString>* cursor = typed->GetIterator(hold);
+    if (!cursor)
+        return true;
+    text = "";
+    bool first = true;
+    while (++*cursor) {
+        if (!first)
+            text += ", ";
+        text += cursor->Key();
+        first = false;
+    }
+    return true;
+}
+
+MCPropertyConverterRegistry* MCPropertyConverterRegistry::c_pxSingleton = nullptr;
+
+MCPropertyConverterRegistry::MCPropertyConverterRegistry()
+    : m_xConverters(&MCFactoryRegistry::HashFactoryKey) {}
+
+MCPropertyConverterRegistry::~MCPropertyConverterRegistry() {
+    ZVTHDictIter<short, ZVTSList<MCPropertyConverter*>*> entry(m_xConverters);
+    while (++entry) {
+        ZVTSList<MCPropertyConverter*>* list = entry.Value();
+        ZVTSListIter<MCPropertyConverter*> converter(*list);
+        while (++converter)
+            delete converter.Key();
+        delete list;
+    }
+}
+
+MCPropertyConverterRegistry* MCPropertyConverterRegistry::GetInstance() {
+    return c_pxSingleton;
+}
+
+MCPropertyConverterRegistry* MCPropertyConverterRegistry::Instance() {
+    if (!c_pxSingleton)
+        c_pxSingleton = new MCPropertyConverterRegistry;
+    return c_pxSingleton;
+}
+
+void MCPropertyConverterRegistry::DeleteInstance() {
+    delete c_pxSingleton;
+    c_pxSingleton = nullptr;
+}
+
+void MCPropertyConverterRegistry::Register(MCPropertyConverter* converter) {
+    if (!converter)
+        return;
+    auto& converters = Instance()->m_xConverters;
+    auto slot = converters.FindOrInsert(converter->GetFromType(), nullptr);
+    if (!*slot.first)
+        *slot.first = new ZVTSList<MCPropertyConverter*>;
+    (*slot.first)->Append(converter);
+}
+
+const MCPropertyConverter* MCPropertyConverterRegistry::GetConverter(short fromType, short toType) {
+    MCPropertyConverterRegistry* registry = Instance();
+    if (const MCPropertyConverter* converter = registry->GetConverter_(fromType, toType))
+        return converter;
+    return registry->GetConverter_(MCFactoryRegistry::Translate(fromType, false), toType);
+}
+
+const MCPropertyConverter* MCPropertyConverterRegistry::GetConverter_(short fromType, short toType) const {
+    ZVTSList<MCPropertyConverter*>* list = nullptr;
+    if (!m_xConverters.Find(fromType, list))
+        return nullptr;
+    ZVTSListIter<MCPropertyConverter*> converter(*list);
+    while (++converter) {
+        if (converter.Key()->Supports(toType))
+            return converter.Key();
+    }
+    return nullptr;
+}

@@ -46,5 +46,6 @@
 #include "platform/HUB.h"
 #include "platform/TGT.h"
 #include "platform/ZVM.h"
+#include "platform/ZVMTemplate.h"
 
 #endif

@@ -1,12 +1,16 @@
 // The sample host: builds a class diagram of a few thousand objects, edits it under the class model's
 // rules, saves it, restores it into a fresh tree and checks that the two are equal; then copies a
-// package and a few classes and pastes them into other packages and into a second model.
+// package and a few classes and pastes them into other packages and into a second model. With --import it
+// reads a class model from an Ecore file instead, prints what it holds, and saves, restores and compares
+// that model alone.
 //
 //   class_diagram [--out FILE] [--packages N] [--classes N] [--clip-out FILE]
+//   class_diagram --import FILE.ecore [--out FILE]
 //
 // --clip-out writes the clip buffer of the copied package to FILE. Exits 0 when the restored model
 // equals the saved one and the pasted copies check out, 1 when not, 2 when the model cannot be saved or
-// read back or the clip buffer cannot be written, 3 for bad arguments.
+// read back or the clip buffer cannot be written, 3 for bad arguments, 4 when the Ecore file cannot be
+// imported (its name, the line and the reason go to standard error).
 
 #include <algorithm>
 #include <chrono>
@@ -22,6 +26,7 @@
 #include "ModelCore/ZVFWMC/MCClipboard.h"
 #include "ModelCore/ZVFWMC/MCNameSpace.h"
 #include "examples/classmodel/ClassModel.h"
+#include "examples/classmodel/EcoreImport.h"
 
 namespace {
 
@@ -39,6 +44,17 @@ struct Options {
     int m_nPackages = 12;
     int m_nClasses = 50;
     std::string m_sClipOut;
+    std::string m_sImport;
+    bool m_bBuildOptions = false;  // --packages, --classes or --clip-out given
+};
+
+// The exit codes of the program; scripts and tests read them.
+enum Exit : int {
+    exitEqual = 0,
+    exitDiffers = 1,
+    exitCannotStore = 2,
+    exitBadArguments = 3,
+    exitImportFailed = 4,
 };
 
 struct Tally {
@@ -178,14 +194,22 @@ bool ParseOptions(int argc, char** argv, Options& options) {
             options.m_sOut = argv[++i];
         } else if (std::strcmp(argv[i], "--packages") == 0 && hasValue) {
             options.m_nPackages = std::atoi(argv[++i]);
+            options.m_bBuildOptions = true;
         } else if (std::strcmp(argv[i], "--classes") == 0 && hasValue) {
             options.m_nClasses = std::atoi(argv[++i]);
+            options.m_bBuildOptions = true;
         } else if (std::strcmp(argv[i], "--clip-out") == 0 && hasValue) {
             options.m_sClipOut = argv[++i];
+            options.m_bBuildOptions = true;
+        } else if (std::strcmp(argv[i], "--import") == 0 && hasValue) {
+            options.m_sImport = argv[++i];
         } else {
             return false;
         }
     }
+    // An imported model is neither built nor copied.
+    if (!options.m_sImport.empty())
+        return !options.m_bBuildOptions;
     return options.m_nPackages >= 0 && options.m_nPackages <= 1000 && options.m_nClasses > 0 &&
            options.m_nClasses <= 1000;
 }
@@ -436,39 +460,23 @@ int CopyAndPaste(MCObject* model, const Options& options) {
     return checked ? 0 : 1;
 }
 
-int Run(const Options& options) {
-    Lcg random;
-    Tally tally;
+// Saves `model` to `out`, restores the file into a fresh tree, compares the two and takes the copy down.
+// exitEqual when they are equal and the name spaces found their names again; `written` is false when the
+// file could not be written.
+int RoundTrip(MCObject* model, const std::string& out, bool& written) {
     Clock::time_point start = Clock::now();
-    MCObject* model = Build(options, random, tally);
-    Edit(model, random, tally);
-    const double buildMs = Milliseconds(start);
-    const CMCensus census = ClassModel::Census(model);
-
-    std::printf("class diagram: %ld packages, %ld classes, %ld attributes, %ld associations, %ld objects\n",
-                CountOf(census, C::tPackage), CountOf(census, C::tClass), CountOf(census, C::tAttribute),
-                CountOf(census, C::tAssociation), Total(census));
-    std::printf(
-        "edits: %ld renamed, %ld classes and %ld attributes removed; refused: %ld empty names, "
-        "%ld self-generalizations (%.1f ms)\n",
-        tally.m_nRenamed, tally.m_nClassesRemoved, tally.m_nAttributesRemoved, tally.m_nRefusedNames,
-        tally.m_nRefusedGeneralizations, buildMs);
-
-    start = Clock::now();
-    bool written = false;
-    ClassModel::Save(model, options.m_sOut.c_str(), written);
+    ClassModel::Save(model, out.c_str(), written);
     const double saveMs = Milliseconds(start);
     if (!written) {
-        std::fprintf(stderr, "class_diagram: cannot write %s\n", options.m_sOut.c_str());
-        model->Expunge(true);
-        return 2;
+        std::fprintf(stderr, "class_diagram: cannot write %s\n", out.c_str());
+        return exitCannotStore;
     }
-    std::ifstream file(options.m_sOut, std::ios::binary | std::ios::ate);
+    std::ifstream file(out, std::ios::binary | std::ios::ate);
     const long size = static_cast<long>(file.tellg());
     file.seekg(0);
-    std::printf("saved %ld bytes to %s (%.1f ms)\n", size, options.m_sOut.c_str(), saveMs);
+    std::printf("saved %ld bytes to %s (%.1f ms)\n", size, out.c_str(), saveMs);
 
-    int status = 0;
+    int status = exitEqual;
     {
         MCStream stream(*file.rdbuf(), ZVTStream::binary);
         MCPersController controller;
@@ -488,9 +496,9 @@ int Run(const Options& options) {
         }
         const double restoreMs = Milliseconds(start);
         if (result != MCPersController::resultOk || !restored) {
-            std::fprintf(stderr, "class_diagram: cannot read %s back (result %d)\n", options.m_sOut.c_str(),
+            std::fprintf(stderr, "class_diagram: cannot read %s back (result %d)\n", out.c_str(),
                          static_cast<int>(result));
-            status = 2;
+            status = exitCannotStore;
         } else {
             std::printf("restored %ld objects (%.1f ms); file written by %s %s of %s, format %ld.%ld\n",
                         Total(ClassModel::Census(restored)), restoreMs, header.GetProductCode().data(),
@@ -500,9 +508,36 @@ int Run(const Options& options) {
             const bool names = NamesKept(restored);
             std::printf("name spaces rebuilt: %s\n", names ? "yes" : "no");
             std::printf("equal: %s\n", difference.empty() ? "yes" : ("no, " + difference).c_str());
-            status = difference.empty() && names ? 0 : 1;
+            status = difference.empty() && names ? exitEqual : exitDiffers;
         }
         created.ExpungeStrays(nullptr);
+    }
+    return status;
+}
+
+int Run(const Options& options) {
+    Lcg random;
+    Tally tally;
+    Clock::time_point start = Clock::now();
+    MCObject* model = Build(options, random, tally);
+    Edit(model, random, tally);
+    const double buildMs = Milliseconds(start);
+    const CMCensus census = ClassModel::Census(model);
+
+    std::printf("class diagram: %ld packages, %ld classes, %ld attributes, %ld associations, %ld objects\n",
+                CountOf(census, C::tPackage), CountOf(census, C::tClass), CountOf(census, C::tAttribute),
+                CountOf(census, C::tAssociation), Total(census));
+    std::printf(
+        "edits: %ld renamed, %ld classes and %ld attributes removed; refused: %ld empty names, "
+        "%ld self-generalizations (%.1f ms)\n",
+        tally.m_nRenamed, tally.m_nClassesRemoved, tally.m_nAttributesRemoved, tally.m_nRefusedNames,
+        tally.m_nRefusedGeneralizations, buildMs);
+
+    bool written = false;
+    int status = RoundTrip(model, options.m_sOut, written);
+    if (!written) {
+        model->Expunge(true);
+        return status;
     }
     try {
         const int pasted = CopyAndPaste(model, options);
@@ -516,6 +551,35 @@ int Run(const Options& options) {
     return status;
 }
 
+// Imports the Ecore file, prints what the model holds, then saves, restores and compares it.
+int RunImport(const Options& options) {
+    const Clock::time_point start = Clock::now();
+    const EcoreImportResult imported = ImportEcore(options.m_sImport.c_str());
+    const double importMs = Milliseconds(start);
+    if (!imported.m_pxModel) {
+        std::fprintf(stderr, "class_diagram: %s\n", imported.m_sError.c_str());
+        return exitImportFailed;
+    }
+    MCObject* model = imported.m_pxModel;
+    const CMCensus census = ClassModel::Census(model);
+    long generalizations = 0;
+    for (MCDepthFirstWalker walker(model, nullptr); walker.Traverse();) {
+        if (walker.GetValue()->IsType(C::tClass, MCItem::rttiExact))
+            generalizations += static_cast<long>(Superclasses(walker.GetValue()).size());
+    }
+    std::printf(
+        "imported %s: %ld packages, %ld classes, %ld attributes, %ld associations, %ld data types, %ld "
+        "enums, "
+        "%ld generalizations, %ld objects (%.1f ms)\n",
+        options.m_sImport.c_str(), CountOf(census, C::tPackage), CountOf(census, C::tClass),
+        CountOf(census, C::tAttribute), CountOf(census, C::tAssociation), CountOf(census, C::tDataType),
+        CountOf(census, C::tEnum), generalizations, Total(census), importMs);
+    bool written = false;
+    const int status = RoundTrip(model, options.m_sOut, written);
+    model->Expunge(true);
+    return status;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -523,9 +587,10 @@ int main(int argc, char** argv) {
     if (!ParseOptions(argc, argv, options)) {
         std::fprintf(
             stderr,
-            "usage: class_diagram [--out FILE] [--packages 0-1000] [--classes 1-1000] [--clip-out FILE]\n");
-        return 3;
+            "usage: class_diagram [--out FILE] [--packages 0-1000] [--classes 1-1000] [--clip-out FILE]\n"
+            "       class_diagram --import FILE.ecore [--out FILE]\n");
+        return exitBadArguments;
     }
     CMSession session;
-    return Run(options);
+    return options.m_sImport.empty() ? Run(options) : RunImport(options);
 }

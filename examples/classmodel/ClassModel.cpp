@@ -8,6 +8,10 @@ namespace {
 
 using C = CMCodes;
 constexpr short c_sId = 132;
+// The core's value types the class model's properties alias.
+constexpr short c_sInteger = 87;
+constexpr short c_sString = 91;
+constexpr short c_sReference = 89;
 
 // An attribute without a name could not be told apart in a diagram.
 class NamedAttributeRule : public MCPropertySemantic {
@@ -58,6 +62,18 @@ void EnterName(MCObject* object) {
         names->Insert(object, '_', 0, true);
 }
 
+// Data types share the scope of their package's classes and subpackages, as they do in a C++ namespace;
+// a package's name space admits them when its first one comes, so that diagrams without types keep the
+// name spaces they always had.
+void EnterTypeName(MCObject* type) {
+    MCNameSpace* names = ClassModel::ClassNames(type->GetOwner(0, MCItem::rttiExact));
+    if (!names)
+        return;
+    if (!names->IsValidFor(type->GetType()))
+        names->AddValidType(type->GetType());
+    names->Insert(type, '_', 0, true);
+}
+
 // A pasted object at level 0 or below was placed under a target, among names it has not met; one
 // deeper came with its owner, whose name space came too and holds its name.
 bool PlacedByPaste(MCObjectSem::mode nMode, MCObjectSemContext* context) {
@@ -71,6 +87,25 @@ public:
     result Fire(mode nMode, MCObject* object, MCObjectSemContext* context) override {
         if (object && PlacedByPaste(nMode, context))
             EnterName(object);
+        return resultContinue;
+    }
+    unsigned long GetInterests() const override { return PostPaste; }
+};
+
+// A data type or enumeration pasted on its own takes a free name in its new package, as a class does; a
+// type that C++ spells by its name (an enumeration, an opaque type) is then spelled by the new one.
+class PastedTypeRule : public MCObjectSem {
+public:
+    result Fire(mode nMode, MCObject* object, MCObjectSemContext* context) override {
+        if (!object || !PlacedByPaste(nMode, context))
+            return resultContinue;
+        const std::string before = ClassModel::NameOf(object);
+        EnterTypeName(object);
+        const std::string after = ClassModel::NameOf(object);
+        if (after != before && ClassModel::StringOf(object, C::pCppType) == before) {
+            MCSPropertyAccessorT<ZVTString> spelling{ZVTString(after.c_str())};
+            object->SetProperty(C::pCppType, spelling, MCPropertyAccessor::accessAdd);
+        }
         return resultContinue;
     }
     unsigned long GetInterests() const override { return PostPaste; }
@@ -107,6 +142,7 @@ NamedAttributeRule c_xNamedAttribute;
 ClassRevisionRule c_xClassRevision;
 NoSelfGeneralizationRule c_xNoSelfGeneralization;
 PastedClassRule c_xPastedClass;
+PastedTypeRule c_xPastedType;
 PastedPackageRule c_xPastedPackage;
 
 MCObject* Create(short type, MCObject* owner) {
@@ -239,6 +275,45 @@ ZVTBoolean CMAssociation::IsType_(short type) const {
     return type == C::tAssociation || MCObject::IsType_(type);
 }
 
+CMDataType::CMDataType(short type, MCFactorySignature& signature, MCFactoryContext* context)
+    : MCObject(type, signature, context) {
+    RegisterRules(context);
+}
+CMDataType::CMDataType(MCObject* owner, MCFactoryContext* context, short type)
+    : MCObject(type, owner, context) {
+    RegisterRules(context);
+}
+void CMDataType::RegisterRules(MCFactoryContext* context) {
+    MCObjectSemReg::Register(C::tDataType, context, &c_xPastedType, false);
+    RegisterLevel(C::tDataType, context);
+}
+ZVTBoolean CMDataType::IsType_(short type) const {
+    return type == C::tDataType || MCObject::IsType_(type);
+}
+
+CMEnum::CMEnum(short type, MCFactorySignature& signature, MCFactoryContext* context)
+    : CMDataType(type, signature, context) {
+    RegisterLevel(C::tEnum, context);
+}
+CMEnum::CMEnum(MCObject* owner, MCFactoryContext* context) : CMDataType(owner, context, C::tEnum) {
+    RegisterLevel(C::tEnum, context);
+}
+ZVTBoolean CMEnum::IsType_(short type) const {
+    return type == C::tEnum || CMDataType::IsType_(type);
+}
+
+CMEnumLiteral::CMEnumLiteral(short type, MCFactorySignature& signature, MCFactoryContext* context)
+    : MCObject(type, signature, context) {
+    RegisterLevel(C::tEnumLiteral, context);
+}
+CMEnumLiteral::CMEnumLiteral(MCObject* owner, MCFactoryContext* context)
+    : MCObject(C::tEnumLiteral, owner, context) {
+    RegisterLevel(C::tEnumLiteral, context);
+}
+ZVTBoolean CMEnumLiteral::IsType_(short type) const {
+    return type == C::tEnumLiteral || MCObject::IsType_(type);
+}
+
 // --- session and creation log -----------------------------------------------------------------------
 
 CMSession::CMSession() {
@@ -326,6 +401,33 @@ void ClassModel::Register() {
     R::AddPropertyUsages(C::tClass, cls, 4);
     R::AddPropertyUsages(C::tAttribute, attribute, 3);
     R::AddPropertyUsages(C::tAssociation, association, 3);
+
+    // What an imported class model adds: data types and enumerations beside the classes, and what a
+    // C++ header of a class needs to know of its members. An attribute's data type travels like a
+    // superclass: only within the copy.
+    R::RegisterAliasProperty(C::pCppType, "CppType", c_sString, true, false, false, false);
+    R::RegisterAliasProperty(C::pOpaque, "Opaque", c_sInteger, true, false, false, false);
+    R::RegisterAliasProperty(C::pAttributeType, "AttributeType", c_sReference, true, false, false, false);
+    R::RegisterAliasProperty(C::pUpperBound, "UpperBound", c_sInteger, true, false, false, false);
+    R::RegisterAliasProperty(C::pContainment, "Containment", c_sInteger, true, false, false, false);
+    R::RegisterAliasProperty(C::pAbstract, "Abstract", c_sInteger, true, false, false, false);
+    R::RegisterAliasProperty(C::pInterface, "Interface", c_sInteger, true, false, false, false);
+    R::RegisterAliasProperty(C::pLiteralValue, "LiteralValue", c_sInteger, true, false, false, false);
+    new MCObjectFactoryT<CMDataType, MCObject>(C::tDataType, "DataType", 1, C::tPackage, 256, 0, true, false);
+    new MCObjectFactoryT<CMEnum, MCObject>(C::tEnum, "Enum", C::tDataType, C::tPackage, 64, 0, true, false);
+    new MCObjectFactoryT<CMEnumLiteral, MCObject>(C::tEnumLiteral, "EnumLiteral", 1, C::tEnum, 256, 0, true,
+                                                  false);
+    const short dataType[] = {C::pName, none, C::pCppType, none, C::pOpaque, none};
+    const short literal[] = {C::pName, none, C::pLiteralValue, none};
+    const short classKind[] = {C::pAbstract, none, C::pInterface, none};
+    const short typed[] = {C::pAttributeType, none, C::pUpperBound, none};
+    const short end[] = {C::pUpperBound, none, C::pContainment, none};
+    R::AddPropertyUsages(C::tDataType, dataType, 3);
+    R::AddPropertyUsages(C::tEnum, dataType, 3);
+    R::AddPropertyUsages(C::tEnumLiteral, literal, 2);
+    R::AddPropertyUsages(C::tClass, classKind, 2);
+    R::AddPropertyUsages(C::tAttribute, typed, 2);
+    R::AddPropertyUsages(C::tAssociation, end, 2);
 }
 
 // --- building and editing ---------------------------------------------------------------------------
@@ -406,6 +508,55 @@ ZVTBoolean ClassModel::AddSuperclass(MCObject* cls, MCObject* superclass) {
     return cls->SetProperty(C::pSuperclasses, accessor, MCPropertyAccessor::accessAdd);
 }
 
+MCObject* ClassModel::AddDataType(MCObject* package, const char* name, const char* cppType) {
+    MCObject* type = Create(C::tDataType, package);
+    if (!type)
+        return nullptr;
+    SetName(type, name);
+    EnterTypeName(type);
+    // An opaque type is spelled as it is finally called, once its name is unique.
+    MCSPropertyAccessorT<ZVTString> spelling{ZVTString(cppType ? cppType : NameOf(type).c_str())};
+    type->SetProperty(C::pCppType, spelling, MCPropertyAccessor::accessAdd);
+    SetInteger(type, C::pOpaque, cppType ? 0 : 1);
+    return type;
+}
+
+MCObject* ClassModel::AddEnum(MCObject* package, const char* name) {
+    MCObject* enumeration = Create(C::tEnum, package);
+    if (!enumeration)
+        return nullptr;
+    SetName(enumeration, name);
+    EnterTypeName(enumeration);
+    MCSPropertyAccessorT<ZVTString> spelling{ZVTString(NameOf(enumeration).c_str())};
+    enumeration->SetProperty(C::pCppType, spelling, MCPropertyAccessor::accessAdd);
+    SetInteger(enumeration, C::pOpaque, 0);
+    return enumeration;
+}
+
+MCObject* ClassModel::AddEnumLiteral(MCObject* enumeration, const char* name, long value) {
+    MCObject* literal = Create(C::tEnumLiteral, enumeration);
+    if (!literal)
+        return nullptr;
+    SetName(literal, name);
+    SetInteger(literal, C::pLiteralValue, value);
+    return literal;
+}
+
+MCObject* ClassModel::AddTypedAttribute(MCObject* cls, const char* name, MCObject* dataType,
+                                        long upperBound) {
+    MCObject* attribute = AddAttribute(cls, name, StringOf(dataType, C::pCppType).c_str(), 0);
+    if (!attribute)
+        return nullptr;
+    SetReference(attribute, C::pAttributeType, dataType);
+    SetInteger(attribute, C::pUpperBound, upperBound);
+    return attribute;
+}
+
+ZVTBoolean ClassModel::SetInteger(MCObject* object, short type, long value) {
+    MCSPropertyAccessorT<long> accessor(value);
+    return object->SetProperty(type, accessor, MCPropertyAccessor::accessAdd);
+}
+
 // --- reading ----------------------------------------------------------------------------------------
 
 MCNameSpace* ClassModel::ClassNames(MCObject* package) {
@@ -429,6 +580,16 @@ MCNameSpace* ClassModel::MemberNames(MCObject* owner) {
 std::string ClassModel::NameOf(const MCObject* object) {
     MCSPropertyRawAccessorT<ZVTString> name;
     return object && object->GetProperty(C::pName, name) ? name.GetValue().str() : std::string();
+}
+
+std::string ClassModel::StringOf(const MCObject* object, short type) {
+    MCSPropertyRawAccessorT<ZVTString> value;
+    return object && object->GetProperty(type, value) ? value.GetValue().str() : std::string();
+}
+
+MCObject* ClassModel::TargetOf(const MCObject* object, short type) {
+    MCSRefRawAccessor target;
+    return object && object->GetProperty(type, target) ? target.GetValue() : nullptr;
 }
 
 long ClassModel::IntegerOf(const MCObject* object, short type, long absent) {

@@ -2,8 +2,9 @@
 #define CLASSMODEL_H
 
 // The metamodel of a small class-diagram host: models of packages (which nest), classes with attributes
-// and generalizations, and associations between classes, with the rules such a host keeps, copy and
-// paste included. The sample program, the inspection tool and the restore fuzz target share it.
+// and generalizations, associations between classes, and the data types and enumerations that type the
+// attributes, with the rules such a host keeps, copy and paste included. The sample program, the
+// inspection tool and the fuzz targets share it.
 
 #include <cstddef>
 #include <map>
@@ -23,18 +24,31 @@ struct CMCodes {
         tClass = 1511,
         tAttribute = 1512,
         tAssociation = 1513,
+        tDataType = 1514,     ///< a value type of a package's attributes
+        tEnum = 1515,         ///< an enumeration: a DataType that owns its literals
+        tEnumLiteral = 1516,  ///< one literal of an enumeration
     };
     enum : short {
-        pName = 147,           ///< the core's Name, which name spaces read
-        pVisibility = 1520,    ///< Integer: 0 public, 1 protected, 2 private
-        pTypeName = 1521,      ///< String: an attribute's type
-        pEndA = 1522,          ///< Reference: an association's first end class
-        pEndB = 1523,          ///< Reference: its second end class
-        pSuperclasses = 1524,  ///< ReferenceList: the classes a class specializes
-        pRevision = 1525,      ///< Integer: how often a class's name was set
-        pClassNames = 1526,    ///< Reference: the name space of a package's classes and subpackages
-        pPackageNames = 1527,  ///< Reference: the name space of a model's packages
+        pName = 147,            ///< the core's Name, which name spaces read
+        pVisibility = 1520,     ///< Integer: 0 public, 1 protected, 2 private
+        pTypeName = 1521,       ///< String: an attribute's type
+        pEndA = 1522,           ///< Reference: an association's first end class
+        pEndB = 1523,           ///< Reference: its second end class
+        pSuperclasses = 1524,   ///< ReferenceList: the classes a class specializes
+        pRevision = 1525,       ///< Integer: how often a class's name was set
+        pClassNames = 1526,     ///< Reference: the name space of a package's classes and subpackages
+        pPackageNames = 1527,   ///< Reference: the name space of a model's packages
+        pCppType = 1528,        ///< String: how C++ spells a data type
+        pOpaque = 1529,         ///< Integer: 1 when pCppType names a type that no standard header declares
+        pAttributeType = 1530,  ///< Reference: an attribute's data type
+        pUpperBound = 1531,     ///< Integer: how many values an attribute or association end holds, -1 many
+        pContainment = 1532,    ///< Integer: 1 when an association's first end owns what its second holds
+        pAbstract = 1533,       ///< Integer: 1 for a class without instances of its own
+        pInterface = 1534,      ///< Integer: 1 for a class that only declares what others implement
+        pLiteralValue = 1535,   ///< Integer: the value of an enumeration literal
     };
+    /// The pUpperBound of an attribute or end that holds any number of values.
+    enum : long { upperUnbounded = -1 };
     /// The clip value of a usage with none of MCFactoryRegistry's clip bits: a value, or a reference whose
     /// target is neither brought into a copy nor needed there; one outside the copy is dropped on paste.
     enum : short { clipNone = 0 };
@@ -94,6 +108,37 @@ private:
     ZVTBoolean IsType_(short type) const override;
 };
 
+/// A data type of a package: its name, its C++ spelling and whether that spelling needs a declaration.
+class CMDataType : public MCObject {
+protected:
+    friend class MCObjectFactoryT<CMDataType, MCObject>;
+    CMDataType(short type, MCFactorySignature& signature, MCFactoryContext* context);
+    CMDataType(MCObject* owner, MCFactoryContext* context, short type = CMCodes::tDataType);
+    ~CMDataType() override = default;
+    ZVTBoolean IsType_(short type) const override;
+    static void RegisterRules(MCFactoryContext* context);
+};
+
+/// An enumeration: a data type that owns its literals.
+class CMEnum : public CMDataType {
+private:
+    friend class MCObjectFactoryT<CMEnum, MCObject>;
+    CMEnum(short type, MCFactorySignature& signature, MCFactoryContext* context);
+    CMEnum(MCObject* owner, MCFactoryContext* context);
+    ~CMEnum() override = default;
+    ZVTBoolean IsType_(short type) const override;
+};
+
+/// One literal of an enumeration, with its value.
+class CMEnumLiteral : public MCObject {
+private:
+    friend class MCObjectFactoryT<CMEnumLiteral, MCObject>;
+    CMEnumLiteral(short type, MCFactorySignature& signature, MCFactoryContext* context);
+    CMEnumLiteral(MCObject* owner, MCFactoryContext* context);
+    ~CMEnumLiteral() override = default;
+    ZVTBoolean IsType_(short type) const override;
+};
+
 /// The library's life in one scope for a class-diagram program: installs the environment, sets the
 /// product identity, initializes the core and registers the class model; the destructor shuts all down.
 /// One per process at a time; every tree must be expunged before it ends.
@@ -147,6 +192,20 @@ public:
     static MCObject* AddAssociation(MCObject* package, MCObject* endA, MCObject* endB, const char* name);
     /// Makes `cls` specialize `superclass`; false when refused (a class may not specialize itself).
     static ZVTBoolean AddSuperclass(MCObject* cls, MCObject* superclass);
+    /// A new data type in `package` spelled `cppType` in C++; with a null `cppType` it is opaque, spelled
+    /// by its final name, which a header must declare. Renamed "<name>_<n>" when the name is taken by a
+    /// class, subpackage or type of the package.
+    static MCObject* AddDataType(MCObject* package, const char* name, const char* cppType);
+    /// A new enumeration in `package`, spelled by its name; named as AddDataType names.
+    static MCObject* AddEnum(MCObject* package, const char* name);
+    /// A new literal of `enumeration` with `value`.
+    static MCObject* AddEnumLiteral(MCObject* enumeration, const char* name, long value);
+    /// A new attribute of `cls` holding up to `upperBound` values (upperUnbounded for any number) of
+    /// `dataType`, whose C++ spelling becomes its TypeName; null, and nothing made, when the name is
+    /// refused.
+    static MCObject* AddTypedAttribute(MCObject* cls, const char* name, MCObject* dataType, long upperBound);
+    /// Sets the Integer `type` of `object` through the rules; false when one refuses.
+    static ZVTBoolean SetInteger(MCObject* object, short type, long value);
 
     /// The name space of a package's classes and subpackages, null for anything else.
     static MCNameSpace* ClassNames(MCObject* package);
@@ -155,6 +214,10 @@ public:
     static MCNameSpace* MemberNames(MCObject* owner);
     /// The Name of `object`, "" when it has none.
     static std::string NameOf(const MCObject* object);
+    /// The String `type` of `object`, "" when it has none.
+    static std::string StringOf(const MCObject* object, short type);
+    /// The target of the Reference `type` of `object`, null when it has none.
+    static MCObject* TargetOf(const MCObject* object, short type);
     /// The Integer `type` of `object`, `absent` when it has none.
     static long IntegerOf(const MCObject* object, short type, long absent = 0);
     /// Counts the objects of the tree by type.

@@ -5,6 +5,8 @@
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCClipboard.h"
+#include "ModelCore/ZVFWMC/MCDataButler.h"
+#include "ModelCore/ZVFWMC/MCDataButlerBase.h"
 #include "ModelCore/ZVFWMC/MCEnvironment.h"
 #include "ModelCore/ZVFWMC/MCEvent.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"

@@ -2,15 +2,18 @@
 // rules, saves it, restores it into a fresh tree and checks that the two are equal; then copies a
 // package and a few classes and pastes them into other packages and into a second model. With --import it
 // reads a class model from an Ecore file instead, prints what it holds, and saves, restores and compares
-// that model alone.
+// that model alone; with --generate it also writes a C++ header for each of its classes, through the data
+// butler and the templates cpp_types.tpl and cpp_class.tpl (of --templates DIR, by default those in
+// examples/templates of the source tree).
 //
 //   class_diagram [--out FILE] [--packages N] [--classes N] [--clip-out FILE]
-//   class_diagram --import FILE.ecore [--out FILE]
+//   class_diagram --import FILE.ecore [--out FILE] [--generate DIR [--templates DIR]]
 //
 // --clip-out writes the clip buffer of the copied package to FILE. Exits 0 when the restored model
 // equals the saved one and the pasted copies check out, 1 when not, 2 when the model cannot be saved or
 // read back or the clip buffer cannot be written, 3 for bad arguments, 4 when the Ecore file cannot be
-// imported (its name, the line and the reason go to standard error).
+// imported (its name, the line and the reason go to standard error), 5 when the headers cannot be
+// generated (a template fails or a file cannot be written).
 
 #include <algorithm>
 #include <chrono>
@@ -26,6 +29,7 @@
 #include "ModelCore/ZVFWMC/MCClipboard.h"
 #include "ModelCore/ZVFWMC/MCNameSpace.h"
 #include "examples/classmodel/ClassModel.h"
+#include "examples/classmodel/ClassModelButler.h"
 #include "examples/classmodel/EcoreImport.h"
 
 namespace {
@@ -45,6 +49,8 @@ struct Options {
     int m_nClasses = 50;
     std::string m_sClipOut;
     std::string m_sImport;
+    std::string m_sGenerate;
+    std::string m_sTemplates = MODELCORE_TEMPLATE_DIR;
     bool m_bBuildOptions = false;  // --packages, --classes or --clip-out given
 };
 
@@ -55,6 +61,7 @@ enum Exit : int {
     exitCannotStore = 2,
     exitBadArguments = 3,
     exitImportFailed = 4,
+    exitGenerateFailed = 5,
 };
 
 struct Tally {
@@ -203,13 +210,19 @@ bool ParseOptions(int argc, char** argv, Options& options) {
             options.m_bBuildOptions = true;
         } else if (std::strcmp(argv[i], "--import") == 0 && hasValue) {
             options.m_sImport = argv[++i];
+        } else if (std::strcmp(argv[i], "--generate") == 0 && hasValue) {
+            options.m_sGenerate = argv[++i];
+        } else if (std::strcmp(argv[i], "--templates") == 0 && hasValue) {
+            options.m_sTemplates = argv[++i];
         } else {
             return false;
         }
     }
-    // An imported model is neither built nor copied.
+    // An imported model is neither built nor copied; only an imported one is generated from.
     if (!options.m_sImport.empty())
         return !options.m_bBuildOptions;
+    if (!options.m_sGenerate.empty())
+        return false;
     return options.m_nPackages >= 0 && options.m_nPackages <= 1000 && options.m_nClasses > 0 &&
            options.m_nClasses <= 1000;
 }
@@ -575,7 +588,19 @@ int RunImport(const Options& options) {
         CountOf(census, C::tAttribute), CountOf(census, C::tAssociation), CountOf(census, C::tDataType),
         CountOf(census, C::tEnum), generalizations, Total(census), importMs);
     bool written = false;
-    const int status = RoundTrip(model, options.m_sOut, written);
+    int status = RoundTrip(model, options.m_sOut, written);
+    if (status == exitEqual && !options.m_sGenerate.empty()) {
+        std::vector<std::string> headers;
+        std::string error;
+        const Clock::time_point generating = Clock::now();
+        if (CMCppGenerator::Generate(model, options.m_sTemplates, options.m_sGenerate, headers, error)) {
+            std::printf("generated %zu headers in %s (%.1f ms)\n", headers.size(),
+                        options.m_sGenerate.c_str(), Milliseconds(generating));
+        } else {
+            std::fprintf(stderr, "class_diagram: %s\n", error.c_str());
+            status = exitGenerateFailed;
+        }
+    }
     model->Expunge(true);
     return status;
 }
@@ -588,7 +613,7 @@ int main(int argc, char** argv) {
         std::fprintf(
             stderr,
             "usage: class_diagram [--out FILE] [--packages 0-1000] [--classes 1-1000] [--clip-out FILE]\n"
-            "       class_diagram --import FILE.ecore [--out FILE]\n");
+            "       class_diagram --import FILE.ecore [--out FILE] [--generate DIR [--templates DIR]]\n");
         return exitBadArguments;
     }
     CMSession session;

@@ -1,11 +1,13 @@
 // mcinspect: prints what a class-diagram model file or clip buffer holds (head, global section, objects by
 // type, or a buffer's entries by level with what a paste makes of each) and says where and how a damaged
 // one goes wrong. Property records carry no length, so the class model is registered and each property is
-// read by its own class, into a scratch object.
+// read by its own class, into a scratch object. "expand" restores a model and generates text from it with
+// a template, through the class model's data butler.
 
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <set>
@@ -13,6 +15,8 @@
 #include <vector>
 
 #include "examples/classmodel/ClassModel.h"
+#include "examples/classmodel/ClassModelButler.h"
+#include "platform/ZVMTemplate.h"
 
 namespace {
 
@@ -25,15 +29,18 @@ enum Exit : int {
     exitUnknownToken = 4,
     exitUnknownType = 5,
     exitBadGlobals = 6,
+    exitBadTemplate = 7,
 };
 
 const char c_acHelp[] =
     "usage: mcinspect [--objects] FILE\n"
     "       mcinspect --clip FILE\n"
+    "       mcinspect expand TEMPLATE MODELFILE [-o OUT]\n"
     "Prints the head, the global section and a summary of the objects by type of a model file written\n"
     "by the class-diagram host; --objects also lists every object record. --clip reads FILE as a clip\n"
     "buffer: its source, its global section, its entries by level with what a paste does with each, and\n"
-    "its end token.\n"
+    "its end token. expand restores the model of MODELFILE and writes the text that TEMPLATE makes of it,\n"
+    "anchored at the model's root, to OUT or standard output (the language: docs/templates.md).\n"
     "exit codes:\n"
     "  0  the file was read to its end (a clip buffer: to its end token)\n"
     "  1  bad arguments, or the file cannot be opened\n"
@@ -44,7 +51,9 @@ const char c_acHelp[] =
     "     stops at: an entry of type 1, a shared entry behind the level mark, a second level mark, the\n"
     "     end token before the level mark\n"
     "  5  unknown object or property type\n"
-    "  6  damaged global section\n";
+    "  6  damaged global section\n"
+    "  7  expand: the template cannot be read, does not parse, or calls a macro the butler does not know\n"
+    "     (TEMPLATE:LINE:COLUMN: why, on standard error)\n";
 
 const char* HeadResultName(MCPersHeader::result result) {
     switch (result) {
@@ -496,9 +505,97 @@ private:
     std::vector<std::string> m_xGroup;
 };
 
+bool ReadText(const char* path, std::string& text) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        return false;
+    text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return !in.bad();
+}
+
+// mcinspect expand TEMPLATE MODELFILE [-o OUT]
+int Expand(int argc, char** argv) {
+    const char* templatePath = nullptr;
+    const char* modelPath = nullptr;
+    const char* outPath = nullptr;
+    for (int i = 2; i < argc; ++i) {
+        if (std::strcmp(argv[i], "-o") == 0 && i + 1 < argc && !outPath)
+            outPath = argv[++i];
+        else if (!templatePath && argv[i][0] != '-')
+            templatePath = argv[i];
+        else if (!modelPath && argv[i][0] != '-')
+            modelPath = argv[i];
+        else
+            templatePath = modelPath = nullptr, i = argc;
+    }
+    if (!templatePath || !modelPath) {
+        std::fputs(c_acHelp, stderr);
+        return exitUsage;
+    }
+    std::string text;
+    ZVMTemplate parsed;
+    ZVMTemplateError error;
+    if (!ReadText(templatePath, text)) {
+        std::fprintf(stderr, "mcinspect: cannot read %s\n", templatePath);
+        return exitBadTemplate;
+    }
+    if (!parsed.Parse(text, error)) {
+        std::fprintf(stderr, "%s:%s\n", templatePath, error.Format().c_str());
+        return exitBadTemplate;
+    }
+    std::ifstream file(modelPath, std::ios::binary);
+    if (!file) {
+        std::fprintf(stderr, "mcinspect: cannot open %s\n", modelPath);
+        return exitUsage;
+    }
+    CMSession session;
+    CMCreationLog created;
+    MCObject* model = nullptr;
+    MCPersController::result result = MCPersController::resultUnknownToken;
+    {
+        MCStream stream(*file.rdbuf(), ZVTStream::binary);
+        MCPersController controller;
+        MCPersHeader header;
+        try {
+            result = controller.RestoreFrom(stream, model, header);
+        } catch (const EXBase&) {
+            result = MCPersController::resultUnknownToken;
+        }
+    }
+    if (result != MCPersController::resultOk || !model) {
+        created.ExpungeStrays(nullptr);
+        std::fprintf(stderr, "mcinspect: %s is no model that can be restored (result %d)\n", modelPath,
+                     static_cast<int>(result));
+        return result == MCPersController::resultUnknownToken ? exitUnknownToken : exitBadHead;
+    }
+    std::string out;
+    bool expanded = false;
+    {
+        CMDataButler butler(model);
+        expanded = parsed.Expand(butler, out, error);
+    }
+    created.ExpungeStrays(nullptr);
+    if (!expanded) {
+        std::fprintf(stderr, "%s:%s\n", templatePath, error.Format().c_str());
+        return exitBadTemplate;
+    }
+    if (!outPath) {
+        std::fwrite(out.data(), 1, out.size(), stdout);
+        return exitOk;
+    }
+    std::ofstream target(outPath, std::ios::binary);
+    if (!(target << out) || !target.flush()) {
+        std::fprintf(stderr, "mcinspect: cannot write %s\n", outPath);
+        return exitUsage;
+    }
+    return exitOk;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1 && std::strcmp(argv[1], "expand") == 0)
+        return Expand(argc, argv);
     bool listObjects = false;
     bool clip = false;
     const char* path = nullptr;

@@ -1,6 +1,8 @@
 # Runs class_diagram --import on an Ecore file and checks its exit code and what it prints. With JAR set,
 # INPUT names an entry of that jar (a zip), taken out into WORK_DIR first; a missing jar skips the test.
-#   cmake -DCLASS_DIAGRAM=<exe> -DINPUT=<file or entry> [-DJAR=<jar>] -DWORK_DIR=<dir>
+# With CXX set, the model's C++ headers are generated into WORK_DIR/include and each is compiled on its
+# own with CXX -fsyntax-only, so every header must bring what it needs.
+#   cmake -DCLASS_DIAGRAM=<exe> -DINPUT=<file or entry> [-DJAR=<jar>] -DWORK_DIR=<dir> [-DCXX=<compiler>]
 #         -DEXPECT_EXIT=<code> -DEXPECT=<regex> -P EcoreImportRun.cmake
 file(MAKE_DIRECTORY "${WORK_DIR}")
 if(DEFINED JAR)
@@ -15,7 +17,13 @@ if(DEFINED JAR)
   endif()
   set(INPUT "${WORK_DIR}/${INPUT}")
 endif()
-execute_process(COMMAND "${CLASS_DIAGRAM}" --import "${INPUT}" --out "${WORK_DIR}/imported.mdl"
+set(generate)
+if(DEFINED CXX)
+  file(REMOVE_RECURSE "${WORK_DIR}/include")
+  file(MAKE_DIRECTORY "${WORK_DIR}/include")
+  set(generate --generate "${WORK_DIR}/include")
+endif()
+execute_process(COMMAND "${CLASS_DIAGRAM}" --import "${INPUT}" --out "${WORK_DIR}/imported.mdl" ${generate}
   OUTPUT_VARIABLE out ERROR_VARIABLE err RESULT_VARIABLE status)
 message("${out}${err}")
 if(NOT status EQUAL EXPECT_EXIT)
@@ -23,4 +31,20 @@ if(NOT status EQUAL EXPECT_EXIT)
 endif()
 if(NOT "${out}${err}" MATCHES "${EXPECT}")
   message(FATAL_ERROR "the output does not match: ${EXPECT}")
+endif()
+if(DEFINED CXX)
+  file(GLOB headers RELATIVE "${WORK_DIR}/include" "${WORK_DIR}/include/*.h")
+  list(LENGTH headers count)
+  if(count EQUAL 0)
+    message(FATAL_ERROR "no header was generated")
+  endif()
+  foreach(header IN LISTS headers)
+    file(WRITE "${WORK_DIR}/check.cpp" "#include \"${header}\"\n")
+    execute_process(COMMAND "${CXX}" -std=c++17 -fsyntax-only -Wall -Wextra -Werror -I "${WORK_DIR}/include"
+      "${WORK_DIR}/check.cpp" ERROR_VARIABLE diagnostics RESULT_VARIABLE compiled)
+    if(NOT compiled EQUAL 0)
+      message(FATAL_ERROR "${header} does not compile:\n${diagnostics}")
+    endif()
+  endforeach()
+  message("${count} generated headers compile")
 endif()

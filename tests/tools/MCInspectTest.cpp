@@ -1,5 +1,6 @@
 // mcinspect on a model file and a clip buffer written by the class model, intact and damaged at chosen
-// places: the exit code names the damage and the output shows what was read.
+// places: the exit code names the damage and the output shows what was read; and mcinspect expand on good
+// and bad templates and models.
 
 #include <cstdio>
 #include <fstream>
@@ -196,6 +197,44 @@ TEST_F(MCInspectTest, DamagedClipsGiveTheirExitCode) {
     };
     for (const Damage& damage : cases)
         ExpectDamage(damage, "--clip");
+}
+
+TEST_F(MCInspectTest, ExpandWritesWhatATemplateMakesOfTheModel) {
+    // Each class with the associations it is end A of; the restore lists a package's classes last first.
+    const std::string report =
+        "${foreach ForEachInTree(Class)}${Property(Name)}:"
+        "${foreach ForEachReferrer(Association, EndA)} ${Property(Name)}->${ReferenceProperty(EndB, "
+        "Name)}${end};"
+        "${end}";
+    std::string badPrefix = c_sGood;
+    badPrefix[0] = 'X';
+    WriteAll(Path("expand_bad_prefix"), badPrefix);
+    const std::string out = Path("expanded");
+    const struct {
+        const char* m_pcName;
+        std::string m_sTemplate;
+        std::string m_sArguments;  // after the template
+        int m_nExit;
+        std::string m_sSays;
+    } cases[] = {
+        {"to stdout", report, Path("good"), 0, "Order_2:;Order: lines->Order_2;"},
+        {"to a file", report, Path("good") + " -o " + out, 0, ""},
+        {"parse error", "x\n${forech Class}", Path("good"), 7, ".tpl:2:3: unknown directive 'forech'"},
+        {"unknown macro", "${Proprety(Name)}", Path("good"), 7, ".tpl:1:3: unknown macro 'Proprety'"},
+        {"bad model", report, Path("expand_bad_prefix"), 2, "no model that can be restored"},
+        {"no model", report, Path("missing"), 1, "cannot open"},
+        {"no model given", report, "", 1, "usage"},
+    };
+    std::remove(out.c_str());
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.m_pcName);
+        const std::string templatePath = ::testing::TempDir() + "mcinspect_expand.tpl";
+        WriteAll(templatePath, c.m_sTemplate);
+        const Outcome outcome = Inspect(c.m_sArguments, ("expand " + templatePath).c_str());
+        EXPECT_EQ(outcome.m_nExit, c.m_nExit) << outcome.m_sOutput;
+        EXPECT_NE(outcome.m_sOutput.find(c.m_sSays), std::string::npos) << outcome.m_sOutput;
+    }
+    EXPECT_EQ(ReadAll(out), "Order_2:;Order: lines->Order_2;");
 }
 
 }  // namespace

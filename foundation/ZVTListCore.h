@@ -140,6 +140,12 @@ public:
     ZVTBoolean operator++() { return MoveTo(m_nIndex == c_nOff ? 0 : m_nIndex + 1); }
     /// The current element.
     T& Key() const { return m_pxList->At(m_nIndex); }
+    /// The element `ahead` places after the current one (before the first when off the list), null past
+    /// the end; the cursor stays where it is.
+    const T* Peek(size_t ahead) const {
+        const size_t at = m_nIndex == c_nOff ? ahead - 1 : m_nIndex + ahead;
+        return at < m_pxList->Entries() ? &m_pxList->At(at) : nullptr;
+    }
     /// Goes back off the list.
     void Reset() { m_nIndex = c_nOff; }
     /// Goes off the list and onto another one.

@@ -182,9 +182,9 @@ protected:
     MCiVPropertyIterT(ZVTSListRCIterT<T>* cursor, ZVTFilter<T>* filter, ZVTSorter<T>* sorter, DeferReset)
         : ZVTIter<T>(filter, sorter), m_xCursor(cursor) {}
 
-private:
     ZVTSListRCIterT<T>* Cursor() const { return static_cast<ZVTSListRCIterT<T>*>(m_xCursor()); }
 
+private:
     ZVTReferenceUser m_xCursor;
     long m_lIndex = -1;  // -1 off the list
 };

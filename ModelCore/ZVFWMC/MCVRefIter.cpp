@@ -100,6 +100,18 @@ MCiVRefIter::~MCiVRefIter() {
     ReleaseBuffer();
 }
 
+ZVTBoolean MCiVRefIter::Next_() {
+    if (!MCiVPropertyIterT<MCObject*>::Next_())
+        return false;
+    // Two steps ahead the object, one step ahead (its object asked for a step ago) its properties, so that
+    // the misses of a walk over targets all over the heap overlap instead of following one another.
+    if (MCObject* const* later = Cursor()->Peek(2); later && *later)
+        __builtin_prefetch(*later);
+    if (MCObject* const* next = Cursor()->Peek(1); next && *next)
+        (*next)->GetPropertySet().Prefetch();
+    return true;
+}
+
 void* MCiVRefIter::SetBuffer_(MCObject** values, long count) {
     long* ids = new long[static_cast<size_t>(count)];
     for (long i = 0; i < count; ++i)

@@ -48,6 +48,11 @@ inline void ReleaseFreeMemory() {
 #endif
 }
 
+/// A new object of `type` under `owner` (null: a root), made through the registry as a host makes one.
+inline MCObject* Create(short type, MCObject* owner) {
+    return static_cast<MCObject*>(MCFactoryRegistry::CreateItem(type, owner, nullptr, nullptr));
+}
+
 /// "n" followed by the decimal digits of i.
 inline ZVTString NodeName(long i) {
     char text[24] = {'n'};

@@ -45,16 +45,12 @@ void RegisterTypes() {
     MCFactoryRegistry::AddPropertyUsage(kNodeType, kRef, MCFactoryRegistry::clipDepend);
 }
 
-MCObject* Create(short type, MCObject* owner) {
-    return static_cast<MCObject*>(MCFactoryRegistry::CreateItem(type, owner, nullptr, nullptr));
-}
-
 // The model root with the subtree of n nodes below it; `top` is the subtree's first node.
 MCObject* BuildModel(std::size_t n, MCObject*& top) {
-    MCObject* root = Create(bench::ModelRoot::c_sType, nullptr);
+    MCObject* root = bench::Create(bench::ModelRoot::c_sType, nullptr);
     std::vector<MCObject*> nodes(n);
     for (std::size_t i = 0; i < n; ++i) {
-        nodes[i] = Create(kNodeType, i == 0 ? root : nodes[(i - 1) / 10]);
+        nodes[i] = bench::Create(kNodeType, i == 0 ? root : nodes[(i - 1) / 10]);
         MCSPropertyAccessorT<long> count(static_cast<long>(i));
         MCSPropertyAccessorT<ZVTString> name(bench::NodeName(static_cast<long>(i)));
         nodes[i]->SetProperty(kCount, count, MCPropertyAccessor::accessAdd);
@@ -158,7 +154,7 @@ void BM_ClipPaste(benchmark::State& state) {
     double seconds = 0;
     bool checked = false;
     for (auto _ : state) {
-        MCObject* target = Create(kNodeType, root);
+        MCObject* target = bench::Create(kNodeType, root);
         ZVTSList<MCObject*> targets;
         targets.Append(target);
         ZVTOrderedVectorT<long> ids;

@@ -48,16 +48,12 @@ void RegisterTypes() {
     bench::HostNode<kNodeType>::Register("Node", 1);
 }
 
-MCObject* Create(short type, MCObject* owner) {
-    return static_cast<MCObject*>(MCFactoryRegistry::CreateItem(type, owner, nullptr, nullptr));
-}
-
 MCObject* BuildModel(long n) {
-    MCObject* root = Create(bench::ModelRoot::c_sType, nullptr);
+    MCObject* root = bench::Create(bench::ModelRoot::c_sType, nullptr);
     std::vector<MCObject*> nodes(static_cast<std::size_t>(n));
     ZVTSList<MCObject*> members;
     for (long i = 0; i < n; ++i) {
-        MCObject* node = Create(kNodeType, root);
+        MCObject* node = bench::Create(kNodeType, root);
         nodes[static_cast<std::size_t>(i)] = node;
         MCSPropertyAccessorT<long> count(i);
         MCSPropertyAccessorT<ZVTString> name(bench::NodeName(i));

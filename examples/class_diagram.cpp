@@ -20,6 +20,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -564,7 +565,29 @@ int Run(const Options& options) {
     return status;
 }
 
-// Imports the Ecore file, prints what the model holds, then saves, restores and compares it.
+// Writes the model's C++ headers into the --generate directory, made if need be.
+int GenerateHeaders(MCObject* model, const Options& options) {
+    const Clock::time_point start = Clock::now();
+    std::error_code made;
+    std::filesystem::create_directories(options.m_sGenerate, made);
+    if (made) {
+        std::fprintf(stderr, "class_diagram: cannot make %s: %s\n", options.m_sGenerate.c_str(),
+                     made.message().c_str());
+        return exitGenerateFailed;
+    }
+    std::vector<std::string> headers;
+    std::string error;
+    if (!CMCppGenerator::Generate(model, options.m_sTemplates, options.m_sGenerate, headers, error)) {
+        std::fprintf(stderr, "class_diagram: %s\n", error.c_str());
+        return exitGenerateFailed;
+    }
+    std::printf("generated %zu headers in %s (%.1f ms)\n", headers.size(), options.m_sGenerate.c_str(),
+                Milliseconds(start));
+    return exitEqual;
+}
+
+// Imports the Ecore file, prints what the model holds, then saves, restores and compares it, and
+// generates its headers when asked.
 int RunImport(const Options& options) {
     const Clock::time_point start = Clock::now();
     const EcoreImportResult imported = ImportEcore(options.m_sImport.c_str());
@@ -589,18 +612,8 @@ int RunImport(const Options& options) {
         CountOf(census, C::tEnum), generalizations, Total(census), importMs);
     bool written = false;
     int status = RoundTrip(model, options.m_sOut, written);
-    if (status == exitEqual && !options.m_sGenerate.empty()) {
-        std::vector<std::string> headers;
-        std::string error;
-        const Clock::time_point generating = Clock::now();
-        if (CMCppGenerator::Generate(model, options.m_sTemplates, options.m_sGenerate, headers, error)) {
-            std::printf("generated %zu headers in %s (%.1f ms)\n", headers.size(),
-                        options.m_sGenerate.c_str(), Milliseconds(generating));
-        } else {
-            std::fprintf(stderr, "class_diagram: %s\n", error.c_str());
-            status = exitGenerateFailed;
-        }
-    }
+    if (status == exitEqual && !options.m_sGenerate.empty())
+        status = GenerateHeaders(model, options);
     model->Expunge(true);
     return status;
 }

@@ -112,6 +112,14 @@ ZVTBoolean MCiVRefIter::Next_() {
     return true;
 }
 
+void MCiVRefIter::Rewind_() {
+    MCiVPropertyIterT<MCObject*>::Rewind_();
+    for (size_t ahead = 1; ahead <= 2; ++ahead) {
+        if (MCObject* const* target = Cursor()->Peek(ahead); target && *target)
+            __builtin_prefetch(*target);
+    }
+}
+
 void* MCiVRefIter::SetBuffer_(MCObject** values, long count) {
     long* ids = new long[static_cast<size_t>(count)];
     for (long i = 0; i < count; ++i)

@@ -94,6 +94,8 @@ public:
     /// Steps the live walk and asks the memory for the next target, whose object and properties a
     /// template reads next: in a large model it lies anywhere in the heap.
     ZVTBoolean Next_() override;
+    /// Goes back before the first target and asks the memory for the first two.
+    void Rewind_() override;
     /// Keeps the ids of `values`, which it frees.
     void* SetBuffer_(MCObject** values, long count) override;
     /// The live object of the id at `index`; null when it has died or `index` is outside.

@@ -2,8 +2,9 @@
 // type, or a buffer's entries by level with what a paste makes of each) and says where and how a damaged
 // one goes wrong. Property records carry no length, so the class model is registered and each property is
 // read by its own class, into a scratch object. "expand" restores a model and generates text from it with
-// a template, through the class model's data butler.
+// a template, through the class model's data butler; --dump restores a model and prints its object dumps.
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -11,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -36,20 +38,24 @@ const char c_acHelp[] =
     "usage: mcinspect [--objects] FILE\n"
     "       mcinspect --clip FILE\n"
     "       mcinspect expand TEMPLATE MODELFILE [-o OUT]\n"
+    "       mcinspect --dump FILE\n"
     "Prints the head, the global section and a summary of the objects by type of a model file written\n"
     "by the class-diagram host; --objects also lists every object record. --clip reads FILE as a clip\n"
     "buffer: its source, its global section, its entries by level with what a paste does with each, and\n"
     "its end token. expand restores the model of MODELFILE and writes the text that TEMPLATE makes of it,\n"
     "anchored at the model's root, to OUT or standard output (the language: docs/templates.md).\n"
+    "--dump restores the model of FILE and prints its tree as an indented outline, then the dump of each\n"
+    "object, depth first: its properties with their flags and values, its subscribers, its size.\n"
     "exit codes:\n"
     "  0  the file was read to its end (a clip buffer: to its end token)\n"
     "  1  bad arguments, or the file cannot be opened\n"
     "  2  bad head: not a model file, a newer format, another company or product, or cut short;\n"
-    "     a clip buffer that does not start with its head token or ends inside its head\n"
+    "     a clip buffer that does not start with its head token or ends inside its head;\n"
+    "     expand, --dump: any other model that cannot be restored\n"
     "  3  truncated inside an object record; a clip buffer that ends anywhere before its end token\n"
-    "  4  unknown token at top level or inside an object record; in a clip buffer also a token a paste\n"
-    "     stops at: an entry of type 1, a shared entry behind the level mark, a second level mark, the\n"
-    "     end token before the level mark\n"
+    "  4  unknown token at top level or inside an object record (expand, --dump: the restore fails);\n"
+    "     in a clip buffer also a token a paste stops at: an entry of type 1, a shared entry behind\n"
+    "     the level mark, a second level mark, the end token before the level mark\n"
     "  5  unknown object or property type\n"
     "  6  damaged global section\n"
     "  7  expand: the template cannot be read, does not parse, or calls a macro the butler does not know\n"
@@ -513,6 +519,70 @@ bool ReadText(const char* path, std::string& text) {
     return !in.bad();
 }
 
+// Restores the model of `path` into `model`. On failure says why on standard error, expunges through
+// `created` what the restore made and gives the exit code.
+int RestoreModel(const char* path, CMCreationLog& created, MCObject*& model) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        std::fprintf(stderr, "mcinspect: cannot open %s\n", path);
+        return exitUsage;
+    }
+    MCPersController::result result = MCPersController::resultUnknownToken;
+    {
+        MCStream stream(*file.rdbuf(), ZVTStream::binary);
+        MCPersController controller;
+        MCPersHeader header;
+        try {
+            result = controller.RestoreFrom(stream, model, header);
+        } catch (const EXBase&) {
+            result = MCPersController::resultUnknownToken;
+        }
+    }
+    if (result == MCPersController::resultOk && model)
+        return exitOk;
+    created.ExpungeStrays(nullptr);
+    model = nullptr;
+    std::fprintf(stderr, "mcinspect: %s is no model that can be restored (result %d)\n", path,
+                 static_cast<int>(result));
+    return result == MCPersController::resultUnknownToken ? exitUnknownToken : exitBadHead;
+}
+
+// mcinspect --dump FILE: the outline of the restored tree, then each object's dump, depth first.
+int DumpTree(const char* path) {
+    CMSession session;
+    CMCreationLog created;
+    MCObject* model = nullptr;
+    if (const int status = RestoreModel(path, created, model); status != exitOk)
+        return status;
+    std::stringstream outline;
+    {
+        MCStream stream(outline, ZVTStream::binary);
+        MCDumpableParameter parameter;
+        static_cast<MCDumpable*>(model)->Dump(stream, MCObject::dumpOutline, &parameter);
+    }
+    // An object dump writes to a file stream; this one writes into a string.
+    std::stringbuf objects;
+    std::ofstream out;
+    out.std::ios::rdbuf(&objects);
+    std::vector<MCObject*> pending{model};
+    while (!pending.empty()) {
+        MCObject* object = pending.back();
+        pending.pop_back();
+        out << '\n';
+        object->Dump(out, 0);
+        out << '\n';
+        // The oldest ownee on top, so that it comes next.
+        const size_t first = pending.size();
+        for (MCObject* ownee = object->GetFirstOwnee(); ownee; ownee = ownee->GetNextSibling())
+            pending.push_back(ownee);
+        std::reverse(pending.begin() + static_cast<std::ptrdiff_t>(first), pending.end());
+    }
+    created.ExpungeStrays(nullptr);
+    const std::string text = outline.str() + objects.str();
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    return exitOk;
+}
+
 // mcinspect expand TEMPLATE MODELFILE [-o OUT]
 int Expand(int argc, char** argv) {
     const char* templatePath = nullptr;
@@ -543,31 +613,11 @@ int Expand(int argc, char** argv) {
         std::fprintf(stderr, "%s:%s\n", templatePath, error.Format().c_str());
         return exitBadTemplate;
     }
-    std::ifstream file(modelPath, std::ios::binary);
-    if (!file) {
-        std::fprintf(stderr, "mcinspect: cannot open %s\n", modelPath);
-        return exitUsage;
-    }
     CMSession session;
     CMCreationLog created;
     MCObject* model = nullptr;
-    MCPersController::result result = MCPersController::resultUnknownToken;
-    {
-        MCStream stream(*file.rdbuf(), ZVTStream::binary);
-        MCPersController controller;
-        MCPersHeader header;
-        try {
-            result = controller.RestoreFrom(stream, model, header);
-        } catch (const EXBase&) {
-            result = MCPersController::resultUnknownToken;
-        }
-    }
-    if (result != MCPersController::resultOk || !model) {
-        created.ExpungeStrays(nullptr);
-        std::fprintf(stderr, "mcinspect: %s is no model that can be restored (result %d)\n", modelPath,
-                     static_cast<int>(result));
-        return result == MCPersController::resultUnknownToken ? exitUnknownToken : exitBadHead;
-    }
+    if (const int status = RestoreModel(modelPath, created, model); status != exitOk)
+        return status;
     std::string out;
     bool expanded = false;
     {
@@ -598,6 +648,7 @@ int main(int argc, char** argv) {
         return Expand(argc, argv);
     bool listObjects = false;
     bool clip = false;
+    bool dump = false;
     const char* path = nullptr;
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) {
@@ -608,6 +659,8 @@ int main(int argc, char** argv) {
             listObjects = true;
         } else if (std::strcmp(argv[i], "--clip") == 0) {
             clip = true;
+        } else if (std::strcmp(argv[i], "--dump") == 0) {
+            dump = true;
         } else if (!path && argv[i][0] != '-') {
             path = argv[i];
         } else {
@@ -615,10 +668,12 @@ int main(int argc, char** argv) {
             return exitUsage;
         }
     }
-    if (!path || (clip && listObjects)) {
+    if (!path || (clip + listObjects + dump) > 1) {
         std::fputs(c_acHelp, stderr);
         return exitUsage;
     }
+    if (dump)
+        return DumpTree(path);
     std::ifstream file(path, std::ios::binary);
     if (!file) {
         std::fprintf(stderr, "mcinspect: cannot open %s\n", path);

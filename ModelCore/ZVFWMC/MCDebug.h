@@ -5,6 +5,8 @@
 // what the library has to say about its state it says in these dumps.
 
 #include <iosfwd>
+#include <string>
+#include <typeinfo>
 
 #include "foundation/ZVTExport.h"
 
@@ -21,6 +23,10 @@ public:
     /// Writes a description of the item at `level` and returns the bytes it takes up, as far as it knows.
     virtual unsigned int Dump(std::ofstream& stream, long level) = 0;
     virtual ~MCDebug() = default;
+
+    /// The name of the class `type` describes as the dumps write it: the run-time type information's name,
+    /// demangled when the compiler's ABI can, else as it comes.
+    static std::string ClassName(const std::type_info& type);
 };
 
 /// Report of an object or registry written to a model stream; never deleted through this base.

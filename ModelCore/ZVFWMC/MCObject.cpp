@@ -1,6 +1,9 @@
 #include "ModelCore/ZVFWMC/MCObject.h"
 
+#include <fstream>
 #include <memory>
+#include <string>
+#include <typeinfo>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -17,6 +20,7 @@
 #include "ModelCore/ZVFWMC/MCPropertyConverter.h"
 #include "ModelCore/ZVFWMC/MCPropertySemantics.h"
 #include "ModelCore/ZVFWMC/MCRefProperty.h"
+#include "ModelCore/ZVFWMC/MCStreams.h"
 #include "ModelCore/ZVFWMC/MCVisitor.h"
 #include "platform/HUB.h"
 
@@ -215,12 +219,6 @@ void MCObject::RegisterLevel(short type, MCFactoryContext* context) {
     RegisterNotificationObject(type, context, true);
     MCPropertySemanticRegistry::Register(type, context, 0, nullptr, true, false);
 }
-
-unsigned int MCObject::Dump(std::ofstream& /*stream*/, long /*level*/) {
-    return 0;
-}
-
-void MCObject::Dump(MCStream& /*stream*/, long /*mode*/, MCDumpableParameter* /*pParameter*/) {}
 
 ZVTBoolean MCObject::InvokeCreationSemantics(MCFactoryContext* context) {
     if (context && !context->SemanticsNeeded())
@@ -781,4 +779,186 @@ void MCObject::GetHeirs(const MCHeirSet*& heirs) {
 
 ZVTBoolean MCObject::IsDefinedBy(MCObject* other, long /*kind*/) {
     return other == this;
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Dumps
+
+namespace {
+
+const ZVTString c_xSourceFile("ModelCore/ZVFWMC/MCObject");
+
+constexpr short c_sFloatListProperty = 86;
+constexpr short c_sIntegerListProperty = 88;
+constexpr short c_sReferenceListProperty = 90;
+constexpr short c_sStringListProperty = 92;
+// What one list entry costs on the 32-bit layout the sizes describe.
+constexpr unsigned int c_nListEntryBytes = 4;
+
+// Past this many nested subtree dumps on a thread, a dump writes the rest of its branch in one loop.
+constexpr unsigned c_nDumpDepth = 64;
+thread_local unsigned t_nDumpDepth = 0;
+
+struct DumpDepth {
+    DumpDepth() { ++t_nDumpDepth; }
+    ~DumpDepth() { --t_nDumpDepth; }
+    DumpDepth(const DumpDepth&) = delete;
+    DumpDepth& operator=(const DumpDepth&) = delete;
+};
+
+// The registered size of `type`; a type the registry cannot size counts nothing.
+unsigned int ItemSize(short type) {
+    try {
+        return MCFactoryRegistry::GetItemSize(type);
+    } catch (...) {
+        return 0;
+    }
+}
+
+// What a property's value adds to its item: the text of a string alias, the entries of a list alias.
+// Translate(type, false) gives 0 for a type that is no alias, so that adds nothing.
+unsigned int ValueSize(const MCProperty& property) {
+    switch (MCFactoryRegistry::Translate(property.GetType(), false)) {
+        case c_sStringProperty:
+            if (auto* text = dynamic_cast<const MCSPropertyT<ZVTString>*>(&property))
+                return static_cast<unsigned int>(text->GetValue().Length());
+            return 0;
+        case c_sStringListProperty: {
+            unsigned int size = 0;
+            if (auto* texts = dynamic_cast<const MCVPropertyT<ZVTString>*>(&property)) {
+                const ZVTSList<ZVTString> values = texts->GetValue();
+                for (size_t i = 0; i < values.Entries(); ++i)
+                    size += static_cast<unsigned int>(values.At(i).Length());
+            }
+            return size;
+        }
+        case c_sIntegerListProperty:
+            if (auto* list = dynamic_cast<const MCVPropertyT<long>*>(&property))
+                return c_nListEntryBytes * static_cast<unsigned int>(list->GetCount());
+            return 0;
+        case c_sFloatListProperty:
+            if (auto* list = dynamic_cast<const MCVPropertyT<float>*>(&property))
+                return c_nListEntryBytes * static_cast<unsigned int>(list->GetCount());
+            return 0;
+        case c_sReferenceListProperty:
+            if (auto* list = dynamic_cast<const MCVPropertyT<MCObject*>*>(&property))
+                return c_nListEntryBytes * static_cast<unsigned int>(list->GetCount());
+            return 0;
+        default:
+            return 0;
+    }
+}
+
+// One character at a time, as the metamodel dumps: a binary stream then holds exactly the text.
+void WriteText(MCStream& stream, const std::string& text) {
+    for (char c : text)
+        stream << c;
+}
+
+// The name in the model-stream dumps: read through GetProperty, so a nulled name is "<unknown>".
+std::string ReportName(const MCObject& object) {
+    MCSPropertyAccessorT<ZVTString> accessor;
+    return object.GetProperty(c_sNameProperty, accessor) ? accessor.GetValue().str() : "<unknown>";
+}
+
+// "<class>: <name> [Id=<id>]" and a newline.
+std::string ReportLine(const MCObject& object) {
+    return MCDebug::ClassName(typeid(object)) + ": " + ReportName(object) +
+           " [Id=" + std::to_string(object.GetId()) + "]\n";
+}
+
+void WriteListingHead(MCStream& stream, const MCObject& object) {
+    WriteText(stream, ReportLine(object));
+    if (const MCObject* owner = object.GetOwner(0, MCItem::rttiDerived))
+        WriteText(stream, "\tOwner=" + ReportLine(*owner));
+    else
+        WriteText(stream, "\t<no owner>");
+    WriteText(stream, "\n\n\t***PROPERTIES***\n\n");
+}
+
+void WriteOutlineLine(MCStream& stream, const MCObject& object, long depth) {
+    WriteText(stream, std::string(static_cast<size_t>(depth < 0 ? 0 : depth), '\t') + ReportLine(object));
+}
+
+}  // namespace
+
+ZVTString MCObject::DumpName() const {
+    const MCProperty* name = FindProperty(c_sNameProperty, true);
+    if (!name)
+        return "<can't find name>";
+    // An accessor reads a nulled property's text too.
+    MCSPropertyAccessorT<ZVTString> accessor;
+    accessor.GetPropertyValue(const_cast<MCProperty*>(name), const_cast<MCObject*>(this));
+    return accessor.GetValue();
+}
+
+unsigned int MCObject::Dump(std::ofstream& stream, long /*level*/) {
+    stream << ClassName(typeid(*this)) << '(' << GetType() << "):\tId=" << GetId() << ", Name='" << DumpName()
+           << "'\n";
+    unsigned int size = ItemSize(GetType());
+    MCPropertySetIter properties(m_xProperties);
+    while (++properties) {
+        MCProperty* property = properties.GetValue();
+        if (!property)
+            continue;
+        stream << '\t';
+        property->Dump(stream, 1);
+        size += ItemSize(property->GetType()) + ValueSize(*property);
+        stream << '\n';
+    }
+    stream << "\tSubscriber info:\n";
+    MCSubject::Dump(stream, 1);
+    stream << "\tEffective size (approximate--doesn't include list nodes, etc.): " << size;
+    return size;
+}
+
+void MCObject::Dump(MCStream& stream, long mode, MCDumpableParameter* pParameter) {
+    if (mode == dumpListing)
+        Dump1(stream, pParameter);
+    else if (mode == dumpOutline)
+        Dump2(stream, pParameter);
+}
+
+void MCObject::Dump1(MCStream& stream, MCDumpableParameter* pParameter) {
+    WriteListingHead(stream, *this);
+    DumpOwnees(stream, dumpListing, pParameter);
+}
+
+void MCObject::Dump2(MCStream& stream, MCDumpableParameter* pParameter) {
+    if (!pParameter)
+        MC_THROW_UNEXPECTED(c_xSourceFile);
+    WriteOutlineLine(stream, *this, pParameter->m_lDepth);
+    // Back where it began even when a name's calculation throws.
+    struct Indent {
+        explicit Indent(long& depth) : m_rDepth(depth) { ++m_rDepth; }
+        ~Indent() { --m_rDepth; }
+        long& m_rDepth;
+    } indent(pParameter->m_lDepth);
+    DumpOwnees(stream, dumpOutline, pParameter);
+}
+
+void MCObject::DumpOwnees(MCStream& stream, long mode, MCDumpableParameter* pParameter) {
+    if (t_nDumpDepth < c_nDumpDepth) {
+        DumpDepth depth;
+        for (MCObject* ownee = m_pxFirstOwnee; ownee; ownee = ownee->GetNextSibling())
+            ownee->Dump(stream, mode, pParameter);
+        return;
+    }
+    // Deep down a branch: the rest of it in one loop, each level's next ownee on a stack, in the order and
+    // with the indentation that the calls would give.
+    const long base = mode == dumpOutline ? pParameter->m_lDepth : 0;
+    std::vector<MCObject*> next{m_pxFirstOwnee};
+    while (!next.empty()) {
+        MCObject* object = next.back();
+        if (!object) {
+            next.pop_back();
+            continue;
+        }
+        next.back() = object->GetNextSibling();
+        if (mode == dumpListing)
+            WriteListingHead(stream, *object);
+        else
+            WriteOutlineLine(stream, *object, base + static_cast<long>(next.size()) - 1);
+        next.push_back(object->m_pxFirstOwnee);
+    }
 }

@@ -35,10 +35,17 @@ public:
     MCObject(const MCObject&) = delete;
     MCObject& operator=(const MCObject&) = delete;
 
-    /// Writes a description of the object; object dumps join with the dump unit, until then nothing.
+    /// Mode of MCDumpable::Dump (the model-stream dump of a subtree): each object with its owner.
+    static constexpr long dumpListing = 1;
+    /// Mode of MCDumpable::Dump: one line per object of the subtree, indented by its depth.
+    static constexpr long dumpOutline = 2;
+
+    /// Writes the object's class, type, id and name (the Name property's text, even nulled), one line per
+    /// property, a line per live subscriber and the effective size, with no newline at the end; returns
+    /// that size: the registered item sizes of the object and its properties, plus for an alias of String
+    /// or StringList its text lengths and for an alias of a list type 4 bytes per entry. A type without a
+    /// size counts 0 after message 602. `level` is not read.
     unsigned int Dump(std::ofstream& stream, long level) override;
-    /// Writes a report to a model stream; object reports join with the dump unit, until then nothing.
-    void Dump(MCStream& stream, long mode, MCDumpableParameter* pParameter) override;
 
     /// Runs the creation semantics unless the context declines them or the type has none; true when they
     /// ran.
@@ -209,6 +216,23 @@ protected:
 private:
     friend class MCProperty;
     friend class MCPropertyAccessor;
+    // The subject's dump names a subscribing object as the object's own dump does.
+    friend class MCSubject;
+
+    // Writes the subtree in `mode` (dumpListing or dumpOutline; any other mode writes nothing) to a model
+    // stream; a host reaches it through MCDumpable. The text goes out one character at a time, so a binary
+    // stream holds it byte for byte. The outline indents by `pParameter->m_lDepth`, which it leaves as it
+    // found it; there a null `pParameter` throws EXUnexpected before anything is written. Each ownee
+    // writes itself through this virtual operation, except more than 64 dumps deep, where the rest of a
+    // branch is written in this class's format so that no tree costs more call depth.
+    void Dump(MCStream& stream, long mode, MCDumpableParameter* pParameter) override;
+    // The listing and the outline of the subtree.
+    void Dump1(MCStream& stream, MCDumpableParameter* pParameter);
+    void Dump2(MCStream& stream, MCDumpableParameter* pParameter);
+    void DumpOwnees(MCStream& stream, long mode, MCDumpableParameter* pParameter);
+    // The name in the file-stream dumps: the Name property's text, nulled or not, "<can't find name>"
+    // without one.
+    ZVTString DumpName() const;
 
     ZVTBoolean SetFlag_(unsigned short& flag, ZVTBoolean on) override;
     ZVTBoolean SetFlags_(unsigned short& flags) override;

@@ -1,5 +1,10 @@
 #include "ModelCore/ZVFWMC/MCProperty.h"
 
+#include <cinttypes>
+#include <cstdint>
+#include <cstdio>
+#include <typeinfo>
+
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
@@ -31,8 +36,28 @@ MCProperty::~MCProperty() = default;
 MCSProperty::~MCSProperty() = default;
 MCVProperty::~MCVProperty() = default;
 
-unsigned int MCProperty::Dump(std::ofstream& /*stream*/, long /*level*/) {
+unsigned int MCProperty::Dump(std::ofstream& stream, long /*level*/) {
+    const auto bit = [this](unsigned short flag) { return GetFlag(flag) ? '1' : '0'; };
+    stream << "T=" << bit(itemTemp) << " SA=" << bit(itemSA) << " N=" << bit(itemNulled)
+           << " PF=" << bit(itemPreFetch) << " NL=" << bit(itemNL) << ' ' << ClassName(typeid(*this))
+           << ", Type=" << MCFactoryRegistry::Lookup(GetType(), ZVTString(ZVTString::c_pcNull)) << '('
+           << GetType() << ')';
     return 0;
+}
+
+void mc_detail::DumpValue(std::ostream& stream, const ZvUCObjectId& value) {
+    constexpr int c_nBitsPerByte = 8;
+    constexpr int c_nBytesPerWord = 4;
+    for (int word = 0; word < ZvUCId::c_nWordCount; ++word) {
+        for (int byte = 0; byte < c_nBytesPerWord; ++byte)
+            stream << static_cast<char>((value.GetWord(word) >> (byte * c_nBitsPerByte)) & 0xFF);
+    }
+}
+
+void mc_detail::DumpPointer(std::ostream& stream, const void* value) {
+    char text[2 + 2 * sizeof(std::uintptr_t) + 1];  // "0x", two digits a byte, the end
+    std::snprintf(text, sizeof text, "0x%" PRIxPTR, reinterpret_cast<std::uintptr_t>(value));
+    stream << text;
 }
 
 ZVTBoolean MCProperty::IsEqualTo(const MCProperty& other, ZVTBoolean flag) const {

@@ -8,6 +8,8 @@
 // includes that header (ModelCore.h does).
 
 #include <fstream>
+#include <type_traits>
+#include <utility>
 
 #include "ModelCore/ZVFWMC/MCItem.h"
 #include "ModelCore/ZVFWMC/MCVisitor.h"
@@ -27,7 +29,9 @@ class tgt_target;
 /// Born nulled; made only by its factory, which enters it into its owner's set.
 class MODELCORE_API MCProperty : public MCItem {
 public:
-    /// Writes a description of the property; property dumps join with the dump unit, until then nothing.
+    /// Writes the property line: "T=", " SA=", " N=", " PF=" and " NL=" each with 1 or 0 for the flags
+    /// itemTemp, itemSA, itemNulled, itemPreFetch and itemNL, then the class name, ", Type=", the type's
+    /// name and "(<code>)"; no newline. Every value class adds its value. Returns 0; `level` is not read.
     unsigned int Dump(std::ofstream& stream, long level) override;
 
     /// Same type, same value class and equal value(s); the flag has no effect and flags are not compared.
@@ -130,6 +134,9 @@ public:
         SetFlagRaw(itemNulled, false);
     }
 
+    /// The property line and ", Value=" with the value as a file stream writes it (an origin id as its 20
+    /// bytes); a value type that a std::ostream cannot write shows nothing behind the label. Returns 0.
+    unsigned int Dump(std::ofstream& stream, long level) override;
     ZVTBoolean IsEqualTo(const MCProperty* other, ZVTBoolean flag) const override;
     using MCProperty::IsEqualTo;
     void SaveTo(MCStream& stream) override;
@@ -176,6 +183,9 @@ public:
         return iterator;
     }
 
+    /// The property line and ", Values=" with each value and a blank, as MCSPropertyT writes a value.
+    /// Returns 0.
+    unsigned int Dump(std::ofstream& stream, long level) override;
     ZVTBoolean IsEqualTo(const MCProperty* other, ZVTBoolean flag) const override;
     using MCProperty::IsEqualTo;
     void SaveTo(MCStream& stream) override;
@@ -321,6 +331,49 @@ private:
     MCObject** m_ppxCurrent = nullptr;
     unsigned short m_uLeft = 0;
 };
+
+namespace mc_detail {
+
+// Whether a std::ostream can write a T.
+template <class T, class = void>
+struct IsWritable : std::false_type {};
+template <class T>
+struct IsWritable<T, std::void_t<decltype(std::declval<std::ostream&>() << std::declval<const T&>())>>
+    : std::true_type {};
+
+/// Writes a value as the property dumps show it: through the std::ostream operator when there is one,
+/// else nothing.
+template <class T>
+void DumpValue(std::ostream& stream, const T& value) {
+    if constexpr (IsWritable<T>::value)
+        stream << value;
+}
+
+/// Writes the 20 bytes of the id's five words, each little-endian, as characters.
+MODELCORE_API void DumpValue(std::ostream& stream, const ZvUCObjectId& value);
+/// Writes a pointer as "0x" and its lowercase hexadecimal digits, "0x0" for null.
+MODELCORE_API void DumpPointer(std::ostream& stream, const void* value);
+
+}  // namespace mc_detail
+
+template <class T>
+unsigned int MCSPropertyT<T>::Dump(std::ofstream& stream, long level) {
+    MCProperty::Dump(stream, level);
+    stream << ", Value=";
+    mc_detail::DumpValue(stream, m_xValue);
+    return 0;
+}
+
+template <class T>
+unsigned int MCVPropertyT<T>::Dump(std::ofstream& stream, long level) {
+    MCProperty::Dump(stream, level);
+    stream << ", Values=";
+    for (size_t i = 0; i < m_xValues.Entries(); ++i) {
+        mc_detail::DumpValue(stream, m_xValues.At(i));
+        stream << ' ';
+    }
+    return 0;
+}
 
 // The core's value types are instantiated once, in the library.
 extern template class MCSPropertyT<long>;

@@ -1,6 +1,7 @@
 #include "ModelCore/ZVFWMC/MCRefProperty.h"
 
 #include <cstdint>
+#include <fstream>
 #include <memory>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
@@ -62,6 +63,15 @@ void ReadIds(MCStream& stream, ZVTSList<MCObject*>& ids) {
     }
 }
 
+// A reference's entry as the dumps show it: the id it stands for, "<null reference>" for none.
+void DumpId(std::ofstream& stream, const MCObject* value, unsigned short flags) {
+    const long id = IdOf(value, flags);
+    if (id == 0)
+        stream << "<null reference>";
+    else
+        stream << id;
+}
+
 unsigned short WithoutNL(unsigned short flags) {
     return static_cast<unsigned short>(flags & ~MCItem::itemNL);
 }
@@ -74,6 +84,13 @@ unsigned short WithoutNL(unsigned short flags) {
 MCSRef::MCSRef(short type, MCObject* owner) : MCSPtrPropertyT<MCObject>(type, owner) {}
 
 MCSRef::~MCSRef() = default;
+
+unsigned int MCSRef::Dump(std::ofstream& stream, long level) {
+    MCProperty::Dump(stream, level);
+    stream << ", Id=";
+    DumpId(stream, m_xValue, GetFlags());
+    return 0;
+}
 
 ZVTBoolean MCSRef::IsEqualTo(const MCProperty* other, ZVTBoolean /*flag*/) const {
     if (other == nullptr || other->GetType() != GetType())
@@ -163,6 +180,16 @@ void MCSRef::UnsubscribeTargets_(MCObject& holder, unsigned int type) {
 MCVRef::MCVRef(short type, MCObject* owner) : MCVPtrPropertyT<MCObject>(type, owner) {}
 
 MCVRef::~MCVRef() = default;
+
+unsigned int MCVRef::Dump(std::ofstream& stream, long level) {
+    MCProperty::Dump(stream, level);
+    stream << ", Ids=";
+    for (size_t i = 0; i < m_xValues.Entries(); ++i) {
+        DumpId(stream, m_xValues.At(i), GetFlags());
+        stream << ' ';
+    }
+    return 0;
+}
 
 ZVTBoolean MCVRef::IsEqualTo(const MCProperty* other, ZVTBoolean /*flag*/) const {
     if (other == nullptr || other->GetType() != GetType())

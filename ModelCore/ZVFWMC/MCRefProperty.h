@@ -39,6 +39,14 @@ public:
     /// A nulled property holding null, entered into `owner`'s set.
     MCSPtrPropertyT(short type, MCObject* owner) : MCSPropertyT<T*>(type, owner) {}
 
+    /// The property line and ", Value=" with the pointer in hexadecimal ("0x0" for null). Returns 0.
+    unsigned int Dump(std::ofstream& stream, long level) override {
+        MCProperty::Dump(stream, level);
+        stream << ", Value=";
+        mc_detail::DumpPointer(stream, this->m_xValue);
+        return 0;
+    }
+
     /// Lets an MCPtrPropertyVisitorT<T> visit; other visitors see nothing.
     void AcceptVisitor(MCVisitor* visitor) override {
         if (auto* typed = dynamic_cast<MCPtrPropertyVisitorT<T>*>(visitor))
@@ -52,6 +60,17 @@ class MODELCORE_API MCVPtrPropertyT : public MCVPropertyT<T*> {
 public:
     /// A nulled, empty property entered into `owner`'s set.
     MCVPtrPropertyT(short type, MCObject* owner) : MCVPropertyT<T*>(type, owner) {}
+
+    /// The property line and ", Ptrs=" with each pointer in hexadecimal and a blank. Returns 0.
+    unsigned int Dump(std::ofstream& stream, long level) override {
+        MCProperty::Dump(stream, level);
+        stream << ", Ptrs=";
+        for (size_t i = 0; i < this->m_xValues.Entries(); ++i) {
+            mc_detail::DumpPointer(stream, this->m_xValues.At(i));
+            stream << ' ';
+        }
+        return 0;
+    }
 
     /// Lets an MCPtrPropertyVisitorT<T> visit; other visitors see nothing.
     void AcceptVisitor(MCVisitor* visitor) override {
@@ -68,6 +87,10 @@ public:
     MCSRef(short type, MCObject* owner);
     /// Leaves the subscription alone: the holder's Expunge or NullProperty has dropped it.
     ~MCSRef() override;
+
+    /// The property line and ", Id=" with the target's id (the stored id while unresolved), or
+    /// "<null reference>" for no target or a nulled reference. Reads no target that is not bound. Returns 0.
+    unsigned int Dump(std::ofstream& stream, long level) override;
 
     /// True for an MCSRef of the same type whose target has the same id (both null counts as equal), so
     /// that references in two models compare; stored ids compare as they are.
@@ -115,6 +138,10 @@ public:
     MCVRef(short type, MCObject* owner);
     /// Leaves the subscriptions alone: the holder's Expunge or NullProperty has dropped them.
     ~MCVRef() override;
+
+    /// The property line and ", Ids=" with, for each entry, its id as MCSRef writes it and a blank.
+    /// Returns 0.
+    unsigned int Dump(std::ofstream& stream, long level) override;
 
     /// True for an MCVRef of the same type whose targets have the same ids pair by pair.
     ZVTBoolean IsEqualTo(const MCProperty* other, ZVTBoolean flag) const override;

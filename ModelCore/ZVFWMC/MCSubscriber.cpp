@@ -1,8 +1,5 @@
 #include "ModelCore/ZVFWMC/MCSubscriber.h"
 
-#include <cxxabi.h>
-
-#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -13,6 +10,7 @@
 #include <vector>
 
 #include "ModelCore/ZVFWMC/MCEvent.h"
+#include "ModelCore/ZVFWMC/MCObject.h"
 #include "foundation/ZVTReference.h"
 
 namespace {
@@ -35,20 +33,6 @@ constexpr unsigned int c_nPermanentType = 4;
 bool Before(const MCSubscriber* pLeft, const MCSubscriber* pRight) {
     return std::less<const MCSubscriber*>()(pLeft, pRight);
 }
-
-std::string TypeName(const MCSubscriber& rSubscriber) {
-    const char* pcMangled = typeid(rSubscriber).name();
-    int nStatus = 0;
-    char* pcDemangled = abi::__cxa_demangle(pcMangled, nullptr, nullptr, &nStatus);
-    std::string sName = nStatus == 0 && pcDemangled != nullptr ? pcDemangled : pcMangled;
-    std::free(pcDemangled);
-    return sName;
-}
-
-// Writes the part of a dump line that only a model object has: ":\tId: <id>, Name='<name>'", with
-// "<can't find name>" for an object without a name property. MCObject plugs in here; any other
-// subscriber writes nothing.
-void DumpObjectPart(std::ofstream& /*stream*/, MCSubscriber& /*rSubscriber*/) {}
 
 }  // namespace
 
@@ -411,8 +395,10 @@ unsigned int MCSubject::Dump(std::ofstream& stream, long /*level*/) {
         if (pEntry->m_nReferenceCount == 0)
             continue;  // its subscriber may be gone
         MCSubscriber& rSubscriber = *pEntry->m_pxSubscriber;
-        stream << "\t\t" << TypeName(rSubscriber);
-        DumpObjectPart(stream, rSubscriber);
+        stream << "\t\t" << ClassName(typeid(rSubscriber));
+        // Only a model object has an id and a name to show.
+        if (auto* pObject = dynamic_cast<MCObject*>(&rSubscriber))
+            stream << ":\tId: " << pObject->GetId() << ", Name='" << pObject->DumpName() << "'";
         stream << ", RefCnt=" << pEntry->m_nReferenceCount << '\n';
     }
     return 0;

@@ -102,8 +102,9 @@ public:
     MCSubject(const MCSubject&) : MCSubject() {}
     /// Leaves this subject's subscriptions as they are.
     MCSubject& operator=(const MCSubject&) { return *this; }
-    /// Writes one line per live entry: two tabs, the subscriber's type, for an object its id and name,
-    /// ", RefCnt=" and the count. Returns 0.
+    /// Writes one line per live entry: two tabs, the subscriber's class, for an object ":\tId: <id>,
+    /// Name='<name>'" (the Name property's text, "<can't find name>" without one), ", RefCnt=" and the
+    /// count. Returns 0.
     unsigned int Dump(std::ofstream& stream, long level) override;
     /// Frees every subscription without telling the subscribers.
     ~MCSubject() override;

@@ -1,12 +1,13 @@
 // mcinspect on a model file and a clip buffer written by the class model, intact and damaged at chosen
-// places: the exit code names the damage and the output shows what was read; and mcinspect expand on good
-// and bad templates and models.
+// places: the exit code names the damage and the output shows what was read; mcinspect expand on good
+// and bad templates and models; and mcinspect --dump on good and bad models.
 
 #include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -235,6 +236,41 @@ TEST_F(MCInspectTest, ExpandWritesWhatATemplateMakesOfTheModel) {
         EXPECT_NE(outcome.m_sOutput.find(c.m_sSays), std::string::npos) << outcome.m_sOutput;
     }
     EXPECT_EQ(ReadAll(out), "Order_2:;Order: lines->Order_2;");
+}
+
+TEST_F(MCInspectTest, DumpPrintsTheRestoredTreeThenEachObject) {
+    std::string badPrefix = c_sGood;
+    badPrefix[0] = 'X';
+    WriteAll(Path("dump_bad_prefix"), badPrefix);
+    WriteAll(Path("dump_trailing_token"), c_sGood + "\x33");
+    const struct {
+        const char* m_pcOption;
+        std::string m_sFile;
+        int m_nExit;
+        std::vector<std::string> m_xSays;  // in this order
+    } cases[] = {
+        // The outline (a restore lists a package's classes last first), then each object's dump.
+        {"--dump",
+         Path("good"),
+         0,
+         {"CMModel: inspected [Id=", "\n\tCMPackage: shop [Id=", "\n\t\tCMClass: Order_2 [Id=",
+          "\n\t\tCMClass: Order [Id=", "\n\t\t\tCMAttribute: total [Id=", "\n\nCMModel(530):\tId=",
+          "\n\nCMClass(1511):\tId=",
+          ", Name='Order'\n\tT=0 SA=0 N=0 PF=0 NL=0 MCSPropertyT<long>, Type=Id(132)", "\tSubscriber info:\n",
+          "\t\tCMPackage:\tId: ", ", Name='shop', RefCnt=1\n", "\tEffective size"}},
+        {"--dump", Path("dump_bad_prefix"), 2, {"no model that can be restored"}},
+        {"--dump", Path("dump_trailing_token"), 4, {"no model that can be restored"}},
+        {"--dump --objects", Path("good"), 1, {"usage"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.m_sFile);
+        const Outcome outcome = Inspect(c.m_sFile, c.m_pcOption);
+        EXPECT_EQ(outcome.m_nExit, c.m_nExit) << outcome.m_sOutput;
+        size_t at = 0;
+        for (const std::string& piece : c.m_xSays)
+            ASSERT_NE(at = outcome.m_sOutput.find(piece, at), std::string::npos)
+                << piece << outcome.m_sOutput;
+    }
 }
 
 }  // namespace

@@ -1,0 +1,240 @@
+// Object dumps: the file-stream dump of objects with every core value type (nulled, unbound, user-defined)
+// and their subscriber lines; the listing and outline of a tree in each mode, and of a branch of any depth.
+
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/ModelTestSupport.h"
+
+namespace {
+
+using R = MCFactoryRegistry;
+using std::to_string;
+
+constexpr short c_sName = 147;
+
+template <class Accessor, class Value>
+void Set(MCObject* object, short type, const Value& value) {
+    Accessor accessor(value);
+    ASSERT_TRUE(object->SetProperty(type, accessor, MCPropertyAccessor::accessAdd)) << type;
+}
+
+template <class T>
+ZVTSList<T> List(std::initializer_list<T> values) {
+    ZVTSList<T> list;
+    for (const T& value : values)
+        list.Append(value);
+    return list;
+}
+
+// Reads what `write` puts on a stream into the property of `type` raw, as a restore does.
+void RestoreRaw(MCObject* object, short type, const std::function<void(MCStream&)>& write) {
+    std::stringstream medium;
+    MCStream stream(medium, ZVTStream::binary);
+    write(stream);
+    const_cast<MCProperty*>(object->FindProperty(type, true))->RestoreFrom(stream);
+}
+
+// The file-stream dump of `object` and its result, as "<text> -> <result>".
+std::string FileDump(MCObject* object) {
+    std::stringbuf text;
+    std::ofstream stream;
+    stream.std::ios::rdbuf(&text);
+    const unsigned int result = object->Dump(stream, 0);
+    return text.str() + " -> " + to_string(result);
+}
+
+std::string StreamDump(MCObject* object, long mode, MCDumpableParameter* parameter) {
+    std::stringstream medium;
+    MCStream stream(medium, ZVTStream::binary);
+    static_cast<MCDumpable*>(object)->Dump(stream, mode, parameter);
+    return medium.str();
+}
+
+// A property line with T=0 SA=0 and the flags N, PF and NL given as three characters.
+std::string Line(const char* flags, const std::string& rest) {
+    return std::string("\tT=0 SA=0 N=") + flags[0] + " PF=" + flags[1] + " NL=" + flags[2] + " " + rest +
+           "\n";
+}
+
+// The end of a file dump: the item sizes of `types` plus `extra`, also the dump's result.
+std::string Sized(std::initializer_list<short> types, unsigned int extra) {
+    for (short type : types)
+        extra += R::GetItemSize(type);
+    return "\tEffective size (approximate--doesn't include list nodes, etc.): " + to_string(extra) + " -> " +
+           to_string(extra);
+}
+
+// A tree of root "root", under it A "a" (a TestNode) and an unnamed B, under B a TestNode C whose name
+// property is nulled.
+class ObjectDumpTest : public ModelTest {
+protected:
+    void SetUp() override {
+        ModelTest::SetUp();
+        m_pxRoot = Make();
+        m_pxA = MakeNode(m_pxRoot);
+        m_pxB = Make(m_pxRoot);
+        m_pxC = MakeNode(m_pxB);
+        Set<MCSPropertyAccessorT<ZVTString>>(m_pxRoot, c_sName, ZVTString("root"));
+        Set<MCSPropertyAccessorT<ZVTString>>(m_pxA, c_sName, ZVTString("a"));
+        Set<MCSPropertyAccessorT<ZVTString>>(m_pxC, c_sName, ZVTString("x"));
+        RestoreRaw(m_pxC, c_sName, [](MCStream& s) {
+            s << static_cast<unsigned short>(MCItem::itemNulled) << ZVTString("old");
+        });
+    }
+    static std::string Id(MCObject* object) { return to_string(object->GetId()); }
+
+    MCObject *m_pxRoot = nullptr, *m_pxA = nullptr, *m_pxB = nullptr, *m_pxC = nullptr;
+};
+
+TEST_F(ObjectDumpTest, FileDumpsShowEveryValueTypeTheSubscribersAndTheSize) {
+    MCObject* a = m_pxA;
+    auto property = [a](short type) { return const_cast<MCProperty*>(a->FindProperty(type, true)); };
+    Set<MCSPropertyAccessorT<long>>(a, TestNode::c_sEmbedded, 5L);
+    MCSPropertyAccessorT<long> nuller;
+    ASSERT_TRUE(a->NullProperty(TestNode::c_sEmbedded, nuller));
+    Set<MCSPropertyAccessorT<long>>(a, 1165, 42L);
+    a->SetPropertyFlag(property(1165), MCItem::itemTemp | MCItem::itemSA, true);
+    Set<MCSPropertyAccessorT<double>>(a, 1036, 2.5);
+    Set<MCSPropertyAccessorT<float>>(a, 85, 0.25f);
+    a->SetPropertyFlag(property(85), MCItem::itemPreFetch, true);
+    Set<MCVPropertyAccessorT<long>>(a, 304, List({3L, 4L}));
+    Set<MCVPropertyAccessorT<float>>(a, 86, List({1.5f}));
+    Set<MCVPropertyAccessorT<ZVTString>>(a, 92, List({ZVTString("x"), ZVTString("yz")}));
+    ZvUCObjectId origin;
+    for (int word = 0; word < ZvUCId::c_nWordCount; ++word)
+        origin.SetWord(word, 0x64636261u + 0x04040404u * static_cast<unsigned>(word));  // "abcd", "efgh", ...
+    Set<MCSPropertyAccessorT<ZvUCObjectId>>(a, 93, origin);
+    Set<MCSPropertyAccessorT<tgt_target*>>(a, 248, static_cast<tgt_target*>(nullptr));
+    Set<MCSRefAccessor>(a, 152, m_pxRoot);
+    Set<MCSRefAccessor>(a, 133, static_cast<MCObject*>(nullptr));
+    Set<MCSRefAccessor>(a, 89, static_cast<MCObject*>(nullptr));
+    RestoreRaw(a, 89, [](MCStream& s) { s << static_cast<unsigned short>(0) << 777L; });
+    ZVTSList<MCObject*> targets = List({m_pxRoot, m_pxRoot});
+    Set<MCVRefAccessor>(a, 303, &targets);
+    const short colour = R::RegisterUDP("DumpColour", 91, m_pxRoot, true);
+    Set<MCSPropertyAccessorT<ZVTString>>(a, colour, ZVTString("red"));
+    std::ostringstream nullTarget;
+    nullTarget << static_cast<const void*>(nullptr);
+
+    const std::string id = "MCSPropertyT<long>, Type=Id(132), Value=";
+    const std::string subscribers = "\tSubscriber info:\n\t\t";
+    const struct {
+        MCObject* m_pxObject;
+        std::string m_sDump;
+    } cases[] = {
+        // Three references from A count on one entry.
+        {m_pxRoot, "MCGenericObject(2):\tId=" + Id(m_pxRoot) + ", Name='root'\n" +
+                       Line("000", id + Id(m_pxRoot)) +
+                       Line("000", "MCSPropertyT<ZVTString>, Type=Name(147), Value=root") + subscribers +
+                       "TestNode:\tId: " + Id(a) + ", Name='a', RefCnt=3\n" + Sized({2, 132, 147}, 4)},
+        // Text and list lengths count for aliases only: "a", two integers, two references, "red".
+        {a,
+         "TestNode(7001):\tId=" + Id(a) + ", Name='a'\n" + Line("000", id + Id(a)) +
+             Line("100", "MCSPropertyT<long>, Type=Embedded(7101), Value=5") +
+             Line("000", "MCSPropertyT<ZVTString>, Type=Name(147), Value=a") +
+             "\tT=1 SA=1 N=0 PF=0 NL=0 MCSPropertyT<long>, Type=TypeCode(1165), Value=42\n" +
+             Line("000", "MCSPropertyT<double>, Type=Double(1036), Value=2.5") +
+             Line("010", "MCSPropertyT<float>, Type=Float(85), Value=0.25") +
+             Line("000", "MCVPropertyT<long>, Type=ValidTypeList(304), Values=3 4 ") +
+             Line("000", "MCVPropertyT<float>, Type=FloatList(86), Values=1.5 ") +
+             Line("000", "MCVPropertyT<ZVTString>, Type=StringList(92), Values=x yz ") +
+             Line("000", "MCSPropertyT<ZvUCObjectId>, Type=OriginId(93), Value=abcdefghijklmnopqrst") +
+             Line("000", "MCSPropertyT<tgt_target*>, Type=TargetReference(248), Value=" + nullTarget.str()) +
+             Line("000", "MCSRef, Type=Parent(152), Id=" + Id(m_pxRoot)) +
+             Line("000", "MCSRef, Type=IdSpace(133), Id=<null reference>") +
+             Line("001", "MCSRef, Type=Reference(89), Id=777") +
+             Line("000", "MCVRef, Type=StringInfoList(303), Ids=" + Id(m_pxRoot) + " " + Id(m_pxRoot) + " ") +
+             Line("000", "MCSPropertyT<ZVTString>, Type=DumpColour(" + to_string(colour) + "), Value=red") +
+             subscribers + "MCGenericObject:\tId: " + Id(m_pxRoot) + ", Name='root', RefCnt=1\n" +
+             Sized({TestNode::c_sType, 132, TestNode::c_sEmbedded, 147, 1165, 1036, 85, 304, 86, 92, 93, 248,
+                    152, 133, 89, 303, colour},
+                   1 + 8 + 8 + 3)},
+        {m_pxC, "TestNode(7001):\tId=" + Id(m_pxC) + ", Name='old'\n" + Line("000", id + Id(m_pxC)) +
+                    Line("100", "MCSPropertyT<long>, Type=Embedded(7101), Value=0") +
+                    Line("100", "MCSPropertyT<ZVTString>, Type=Name(147), Value=old") + subscribers +
+                    "MCGenericObject:\tId: " + Id(m_pxB) + ", Name='<can't find name>', RefCnt=1\n" +
+                    Sized({TestNode::c_sType, 132, TestNode::c_sEmbedded, 147}, 3)},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.m_pxObject->GetId());
+        EXPECT_EQ(FileDump(c.m_pxObject), c.m_sDump);
+    }
+}
+
+TEST_F(ObjectDumpTest, ListingAndOutlineOfATreeInEachMode) {
+    const std::string root = "MCGenericObject: root [Id=" + Id(m_pxRoot) + "]\n";
+    const std::string a = "TestNode: a [Id=" + Id(m_pxA) + "]\n";
+    const std::string b = "MCGenericObject: <unknown> [Id=" + Id(m_pxB) + "]\n";
+    const std::string c = "TestNode: <unknown> [Id=" + Id(m_pxC) + "]\n";
+    const std::string properties = "\n\n\t***PROPERTIES***\n\n";
+    const struct {
+        MCObject* m_pxTop;
+        long m_lMode;
+        long m_lDepth;
+        std::string m_sDump;
+    } cases[] = {
+        {m_pxRoot, MCObject::dumpListing, 0,
+         root + "\t<no owner>" + properties + a + "\tOwner=" + root + properties + b + "\tOwner=" + root +
+             properties + c + "\tOwner=" + b + properties},
+        {m_pxRoot, MCObject::dumpOutline, 0, root + "\t" + a + "\t" + b + "\t\t" + c},
+        {m_pxB, MCObject::dumpOutline, 2, "\t\t" + b + "\t\t\t" + c},
+        {m_pxRoot, 3, 0, ""},
+    };
+    for (const auto& x : cases) {
+        SCOPED_TRACE(x.m_sDump);
+        MCDumpableParameter parameter;
+        parameter.m_lDepth = x.m_lDepth;
+        EXPECT_EQ(StreamDump(x.m_pxTop, x.m_lMode, &parameter) + "|" + to_string(parameter.m_lDepth),
+                  x.m_sDump + "|" + to_string(x.m_lDepth));
+    }
+    EXPECT_THROW(StreamDump(m_pxRoot, MCObject::dumpOutline, nullptr), EXUnexpected);
+}
+
+TEST_F(ObjectDumpTest, ABranchOfAnyDepthKeepsOrderAndIndentationOnASmallStack) {
+    // Far deeper than a recursive dump goes on 1 MB. Node i+1, then leaf i+1 under node i: each leaf comes
+    // after the whole deeper branch. Made without creation rules, whose events would climb the branch.
+    constexpr int c_nDepth = 20000;
+    constexpr int c_nOutlineFrom = c_nDepth - 1000;  // an outline grows with the square of its depth
+    struct Quiet : MCFactoryContext {
+        ZVTBoolean SemanticsNeeded() override { return false; }
+    } quiet;
+    auto make = [&quiet](MCObject* owner) {
+        return static_cast<MCObject*>(R::CreateItem(MCGenericObject::c_sType, owner, &quiet, nullptr));
+    };
+    std::vector<MCObject*> nodes{make(m_pxB)}, leaves;
+    for (int i = 0; i < c_nDepth; ++i) {
+        nodes.push_back(make(nodes.back()));
+        leaves.push_back(make(nodes[nodes.size() - 2]));
+    }
+    auto expected = [&](int from, long mode) {
+        std::string text;
+        auto add = [&](MCObject* object, int depth) {
+            const std::string line = "MCGenericObject: <unknown> [Id=" + Id(object) + "]\n";
+            text += mode == MCObject::dumpOutline
+                        ? std::string(static_cast<size_t>(depth - from), '\t') + line
+                        : line + "\tOwner=MCGenericObject: <unknown> [Id=" +
+                              Id(object->GetOwner(0, MCItem::rttiDerived)) + "]\n\n\n\t***PROPERTIES***\n\n";
+        };
+        for (int i = from; i <= c_nDepth; ++i)
+            add(nodes[static_cast<size_t>(i)], i);
+        for (int i = c_nDepth; i > from; --i)
+            add(leaves[static_cast<size_t>(i - 1)], i);
+        return text;
+    };
+    MCDumpableParameter parameter;
+    std::string outlined, listed;
+    ASSERT_TRUE(RunOnStack(1 << 20, [&] {
+        outlined = StreamDump(nodes[c_nOutlineFrom], MCObject::dumpOutline, &parameter);
+        listed = StreamDump(nodes[0], MCObject::dumpListing, nullptr);
+    }));
+    // Compared as booleans: a failure would print megabytes.
+    EXPECT_TRUE(outlined == expected(c_nOutlineFrom, MCObject::dumpOutline)) << outlined.substr(0, 400);
+    EXPECT_TRUE(listed == expected(0, MCObject::dumpListing)) << listed.substr(0, 400);
+    EXPECT_EQ(parameter.m_lDepth, 0);
+}
+
+}  // namespace

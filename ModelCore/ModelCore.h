@@ -39,6 +39,10 @@
 #include "ModelCore/ZVFWMC/MCVisitorAgent.h"
 #include "ModelCore/ZVFWMC/MCWalker.h"
 
+// Add-ins
+#include "ModelCore/ZVFWMC/MCAddInHook.h"
+#include "platform/AIC.h"
+
 #include "foundation/ZVTBoolean.h"
 #include "foundation/ZVTHSet.h"
 #include "foundation/ZVTStream.h"

@@ -222,12 +222,7 @@ ZVTBoolean MCObjectSemReg::CreateHandler(short nType, MCFactoryContext* pContext
     return made;
 }
 
-void MCObjectSemReg::RegisterExternalSemantic(short nType, const MCObjectSem* pSemantic,
-                                              ZVTBoolean bSetContext) {
-    CreateHandler(nType, nullptr, bSetContext);
-    if (MCObjectSemHandler* handler = FindHandler(nType))
-        handler->RegisterExternalSemantic(pSemantic);
-}
+// RegisterExternalSemantic is defined with the proxies it takes, in MCAddInHook.cpp.
 
 void MCObjectSemReg::RemoveHandler(short nType) {
     MCObjectSemHandler* handler = FindHandler(nType);

@@ -12,6 +12,7 @@
 #include "foundation/ZVTSList.h"
 #include "foundation/ZVTString.h"
 
+class MCExternalObjectSem;
 class MCFactoryContext;
 class MCObject;
 class MCObjectSemContext;
@@ -159,8 +160,9 @@ public:
     /// Makes the handler of `nType` under the context's ancestor; an alias is linked under its concrete
     /// type instead. True when the handler was made now.
     ZVTBoolean CreateHandler(short nType, MCFactoryContext* pContext, ZVTBoolean bSetContext);
-    /// Adds a rule that lives outside the host's code and is owned by the handler from then on.
-    void RegisterExternalSemantic(short nType, const MCObjectSem* pSemantic, ZVTBoolean bSetContext);
+    /// Adds the proxy of a rule that lives in an add-in; the handler owns it from then on. A proxy that
+    /// another type's handler already owns is ignored. Defined with the proxy, in MCAddInHook.cpp.
+    void RegisterExternalSemantic(short nType, const MCExternalObjectSem* pSemantic, ZVTBoolean bSetContext);
     /// Removes and deletes the handler of a type; only for a type that no other type derives from.
     void Deregister(short nType);
     /// Takes the rule out of every handler.

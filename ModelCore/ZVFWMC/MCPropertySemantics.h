@@ -135,6 +135,9 @@ public:
     State GetState() const { return m_eState; }
 
 private:
+    // A proxy's destructor asks whether the registry exists without making it.
+    friend class MCExternalPropertySemantic;
+
     MCPropertySemanticRegistry();
     ~MCPropertySemanticRegistry();
     MCPropertySemanticRegistry(const MCPropertySemanticRegistry&) = delete;

@@ -1,5 +1,6 @@
 #include "ModelCore/ZVFWMC/MdlCore.h"
 
+#include "ModelCore/ZVFWMC/MCAddInHook.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCGenericObject.h"
@@ -52,7 +53,7 @@ const CoreAlias c_axCoreAliases[] = {
 };
 
 void RegisterCoreMetamodel() {
-    // Object types. AddInHook (27) comes before GenericObject once its class joins.
+    // Object types.
     MCMetaInfo::SetFlags(MCNameSpace::c_sType, 5);
     Keep(new MCFactoryT<MCNameSpace, MCObject>(MCNameSpace::c_sType, "NameSpace", 1, 0, false, false));
     MCMetaInfo::SetFlags(MCStringInfo::c_sType, 5);
@@ -60,6 +61,8 @@ void RegisterCoreMetamodel() {
     MCMetaInfo::SetFlags(MCGenericObject::c_sType, 5);
     Keep(new MCObjectFactoryT<MCGenericObject, MCObject>(MCGenericObject::c_sType, "GenericObject", 1, 0, 10,
                                                          4000, false, false));
+    MCMetaInfo::SetFlags(MCAddInHook::c_sType, 21);
+    Keep(new MCFactoryT<MCAddInHook, MCObject>(MCAddInHook::c_sType, "AddInHook", 1, 0, false, true));
     // The concrete object types above name this supertype before it exists; the pending table joins them.
     MCFactoryRegistry::RegisterAbstractObject(1, "AbstractObject", 0);
 

@@ -422,3 +422,227 @@ MCObject* MCPersController::CreateObject(MCPersRestoreVisitor& visitor, MCUDPMap
     visitor.Visit(object);
     return object;
 }
+
+// ---- Record chain
+
+MCRecMgrState::MCRecMgrState()
+    : m_lCurrent(MCRecMgr::c_nNoPos),
+      m_lPrevious(MCRecMgr::c_nNoPos),
+      m_lNext(MCRecMgr::c_nNoPos),
+      m_lGetPosition(MCRecMgr::c_nNoPos),
+      m_lPutPosition(MCRecMgr::c_nNoPos) {}
+
+MCRecMgrState::MCRecMgrState(MCRecMgr& manager)
+    : m_lCurrent(manager.m_lCurrent),
+      m_lPrevious(manager.m_lPrevious),
+      m_lNext(manager.m_lNext),
+      m_lGetPosition(manager.m_pxStream->tellg()),
+      m_lPutPosition(manager.m_pxStream->tellp()) {}
+
+int MCRecMgrState::operator==(const MCRecMgrState& other) const {
+    return m_lCurrent == other.m_lCurrent && m_lPrevious == other.m_lPrevious && m_lNext == other.m_lNext &&
+           m_lGetPosition == other.m_lGetPosition && m_lPutPosition == other.m_lPutPosition;
+}
+
+int MCRecMgrState::operator!=(const MCRecMgrState& other) const {
+    return !(*this == other);
+}
+
+MCRecMgr::MCRecMgr(MCStream& stream)
+    : m_pxStream(&stream),
+      m_lFirst(c_nNoPos),
+      m_lPrevious(c_nNoPos),
+      m_lNext(c_nNoPos),
+      m_lLast(c_nNoPos),
+      m_lCurrent(c_nNoPos),
+      m_lWalkStart(c_nNoPos),
+      m_eWalk(walkNone) {
+    ReadRec(0);
+    while (MoveNext() == eOk) {
+    }
+    ReadRec(c_nNoPos);
+}
+
+MCRecMgr::~MCRecMgr() = default;
+
+MCRecMgr::eResult MCRecMgr::WriteRec() {
+    const MCRecMgrState saved = GetState();
+    const long previousId = m_lCurrent;
+    const long newId = saved.m_lPutPosition;
+    if (saved.m_lGetPosition == c_nNoPos || newId == c_nNoPos)
+        return Fail(saved, eStreamFailed);
+
+    // The previous head is read before anything is written, so that bytes which are no longer a record
+    // are never overwritten with one.
+    char token = 0;
+    long previousOfPrevious = c_nNoPos;
+    long unusedNext = c_nNoPos;
+    if (previousId != c_nNoPos) {
+        if (newId < previousId + c_nHeadSize && newId + c_nHeadSize > previousId)
+            return Fail(saved, eBadRecord);
+        m_pxStream->seekg(previousId);
+        *m_pxStream >> token;
+        if (!StreamOk())
+            return Fail(saved, eStreamFailed);
+        if (token != MCStream::tokenRecord)
+            return Fail(saved, eBadRecord);
+        *m_pxStream >> previousOfPrevious >> unusedNext;
+        if (!StreamOk())
+            return Fail(saved, eStreamFailed);
+    }
+
+    m_pxStream->seekp(newId);
+    *m_pxStream << static_cast<char>(MCStream::tokenRecord) << previousId << c_nNoPos;
+    if (!StreamOk())
+        return Fail(saved, eStreamFailed);
+    const long end = m_pxStream->tellp();
+    if (previousId != c_nNoPos) {
+        m_pxStream->seekp(previousId);
+        *m_pxStream << token << previousOfPrevious << newId;
+    }
+    m_pxStream->seekp(end);
+    m_pxStream->seekg(end);
+    // A failed relink leaves the previous record as it was, ending the chain there; the unlinked head is
+    // overwritten by the next write, which starts at the same put position.
+    if (!StreamOk())
+        return Fail(saved, eStreamFailed);
+
+    if (m_lFirst == c_nNoPos)
+        m_lFirst = newId;
+    m_lCurrent = newId;
+    m_lPrevious = previousId;
+    m_lNext = c_nNoPos;
+    m_lLast = newId;
+    m_lWalkStart = newId;
+    m_eWalk = walkNone;
+    return eOk;
+}
+
+MCRecMgr::eResult MCRecMgr::MoveFirst() {
+    return ReadRec(m_lFirst);
+}
+
+MCRecMgr::eResult MCRecMgr::MoveLast() {
+    return ReadRec(m_lLast);
+}
+
+MCRecMgr::eResult MCRecMgr::MoveNext() {
+    if (eof())
+        return eAtEnd;
+    return Step(m_lNext, walkForward);
+}
+
+MCRecMgr::eResult MCRecMgr::MovePrev() {
+    return Step(m_lPrevious, walkBackward);
+}
+
+MCRecMgr::eResult MCRecMgr::MoveToRecId(long id) {
+    return ReadRec(id);
+}
+
+MCRecMgrState MCRecMgr::GetState() {
+    return MCRecMgrState(*this);
+}
+
+void MCRecMgr::SetState(MCRecMgrState& state) {
+    if (GetState() == state)
+        return;
+    const eResult result = ReadRec(state.m_lCurrent);
+    if (result != eOk && result != eNoRecord)
+        return;
+    Restore(state);
+}
+
+MCRecMgr::eResult MCRecMgr::ReadRec(long id) {
+    if (id == c_nNoPos) {
+        m_lCurrent = c_nNoPos;
+        m_lPrevious = c_nNoPos;
+        m_lNext = m_lLast != c_nNoPos ? 0 : c_nNoPos;
+        m_pxStream->seekp(0);
+        m_pxStream->seekg(0);
+        m_lWalkStart = c_nNoPos;
+        m_eWalk = walkNone;
+        return eNoRecord;
+    }
+
+    const MCRecMgrState saved = GetState();
+    // Without both positions a failure could not put the stream back.
+    if (saved.m_lGetPosition == c_nNoPos || saved.m_lPutPosition == c_nNoPos)
+        return Fail(saved, eStreamFailed);
+    m_pxStream->seekg(id);
+    char token = 0;
+    *m_pxStream >> token;
+    if (!StreamOk())
+        return Fail(saved, eStreamFailed);
+    if (token != MCStream::tokenRecord)
+        return Fail(saved, eBadRecord);
+    long previous = c_nNoPos;
+    long next = c_nNoPos;
+    *m_pxStream >> previous >> next;
+    m_pxStream->seekp(m_pxStream->tellg());
+    if (!StreamOk())
+        return Fail(saved, eStreamFailed);
+
+    m_lCurrent = id;
+    m_lPrevious = previous;
+    m_lNext = next;
+    if (m_lFirst == c_nNoPos || id < m_lFirst)
+        m_lFirst = id;
+    // Signed, so the first record read replaces c_nNoPos.
+    if (id > m_lLast)
+        m_lLast = id;
+    m_lWalkStart = id;
+    m_eWalk = walkNone;
+    return eOk;
+}
+
+int MCRecMgr::StreamOk() {
+    m_pxStream->flush();
+    return !m_pxStream->fail() && !m_pxStream->bad() && m_pxStream->tellp() != c_nNoPos;
+}
+
+MCRecMgr::eResult MCRecMgr::Step(long id, walk_type direction) {
+    const MCRecMgrState saved = GetState();
+    if (saved.m_lGetPosition == c_nNoPos || saved.m_lPutPosition == c_nNoPos)
+        return Fail(saved, eStreamFailed);
+    const long from = m_lCurrent;
+    const long first = m_lFirst;
+    const long last = m_lLast;
+    const long walkStart = m_lWalkStart;
+    const walk_type walk = m_eWalk;
+    const long start = walk == direction ? walkStart : from;
+
+    const eResult result = ReadRec(id);
+    if (result != eOk)
+        return result;
+    // Every record of a walk links back to the one before it, so a walk can come round only to where it
+    // began: with these two checks it visits each record once at most.
+    const long back = direction == walkForward ? m_lPrevious : m_lNext;
+    if (back != from || id == start) {
+        m_lFirst = first;
+        m_lLast = last;
+        m_lWalkStart = walkStart;
+        m_eWalk = walk;
+        Restore(saved);
+        return eBadRecord;
+    }
+    m_lWalkStart = start;
+    m_eWalk = direction;
+    return eOk;
+}
+
+MCRecMgr::eResult MCRecMgr::Fail(const MCRecMgrState& saved, eResult result) {
+    m_pxStream->clear(0);
+    Restore(saved);
+    return result;
+}
+
+void MCRecMgr::Restore(const MCRecMgrState& state) {
+    m_lCurrent = state.m_lCurrent;
+    m_lPrevious = state.m_lPrevious;
+    m_lNext = state.m_lNext;
+    if (state.m_lGetPosition != c_nNoPos)
+        m_pxStream->seekg(state.m_lGetPosition);
+    if (state.m_lPutPosition != c_nNoPos)
+        m_pxStream->seekp(state.m_lPutPosition);
+}

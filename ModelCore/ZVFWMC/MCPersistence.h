@@ -223,4 +223,141 @@ private:
     MCPersSemanticContext m_xSemanticContext;
 };
 
+// A record of the chain is the record token 4 (char), the id of the previous record and the id of the next
+// (long each, c_nNoPos for none), then the host's payload, whose length only the host knows. A record's id
+// is the stream position of its token; the chain starts at position 0.
+
+class MCRecMgr;
+
+/// A saved position of a record manager: its current record, the links it holds for that record and its
+/// stream's get and put positions; a plain value.
+class MODELCORE_API MCRecMgrState {
+public:
+    /// A state with all five fields at MCRecMgr::c_nNoPos.
+    MCRecMgrState();
+    /// Where `manager` stands now: its three ids and its stream's tellg and tellp (-1 when they fail).
+    explicit MCRecMgrState(MCRecMgr& manager);
+
+    /// True exactly when all five fields are equal.
+    int operator==(const MCRecMgrState& other) const;
+    /// The opposite of operator==.
+    int operator!=(const MCRecMgrState& other) const;
+
+private:
+    friend class MCRecMgr;
+
+    long m_lCurrent;
+    long m_lPrevious;
+    long m_lNext;
+    long m_lGetPosition;
+    long m_lPutPosition;
+};
+
+/// Keeps a doubly linked chain of records on a host's stream so that the host can append records and move
+/// among them. The stream is not owned and must outlive the manager; it must be binary and seekable for
+/// reading and writing (a head is rewritten in place). The manager reads and writes only the record heads;
+/// after a write or a move both stream positions stand at the payload, which the host writes or reads
+/// through GetStream().
+///
+/// Nothing raises. A move or write that fails clears the stream's error state, leaves the manager and the
+/// stream positions as they were, and says why:
+/// - a position outside the stream (negative, or at or past its end), a head cut short by the end of the
+///   stream, a stream that fails or cannot tell its positions: eStreamFailed;
+/// - a byte other than the record token at the position: eBadRecord;
+/// - a step (MoveNext, MovePrev) that reaches a record whose link back does not name the record it came from
+///   (a crossed link, or the chain cut by writing behind a record that had a successor): eBadRecord;
+/// - a step that comes round to the record where the walk in that direction began (a ring): eBadRecord.
+/// So every walk over any bytes visits each record once at most and ends; the walk of the constructor ends
+/// at the first damage, and first and last cover the records before it.
+class MODELCORE_API MCRecMgr {
+public:
+    /// Outcome of a write or a move; the values must not change.
+    enum eResult {
+        eOk = 0,
+        eAtEnd = 1,         ///< MoveNext on the last record
+        eBadRecord = 2,     ///< no record at the position, or one that does not belong after this step
+        eStreamFailed = 3,  ///< the stream failed or the position lies outside it
+        eNoRecord = 4       ///< the manager now stands before the chain: there is no current record
+    };
+
+    /// The id of no record.
+    static constexpr long c_nNoPos = -1;
+    /// The bytes of a record head in a binary stream: the token and two 32-bit links.
+    static constexpr long c_nHeadSize = 9;
+
+    /// Walks the chain once from position 0 to learn its first and last records, then stands before it.
+    explicit MCRecMgr(MCStream& stream);
+    MCRecMgr(const MCRecMgr&) = delete;
+    MCRecMgr& operator=(const MCRecMgr&) = delete;
+    /// Leaves the stream alone.
+    virtual ~MCRecMgr();
+
+    /// Writes a new record head at the stream's put position and links it behind the current record, whose
+    /// next link it replaces (hosts append from the last record, at the end of its payload); the new record
+    /// becomes current and last. eBadRecord, with nothing written, when the current record is no longer in
+    /// the stream or the new head would overlap its head; on eStreamFailed a head may stand unlinked at
+    /// the put position, where the next write goes again.
+    eResult WriteRec();
+
+    /// Moves to the lowest record seen; eNoRecord when none was.
+    eResult MoveFirst();
+    /// Moves to the highest record seen; eNoRecord when none was.
+    eResult MoveLast();
+    /// Moves to the next record (from before the chain, to position 0); eAtEnd on the last.
+    eResult MoveNext();
+    /// Moves to the previous record; from the first, eNoRecord and the manager stands before the chain.
+    eResult MovePrev();
+    /// Moves to the record at `id`, which the chain's links need not reach; c_nNoPos stands before the
+    /// chain with eNoRecord.
+    eResult MoveToRecId(long id);
+
+    /// The current record's id, c_nNoPos before the chain.
+    long GetCurrRecId() const { return m_lCurrent; }
+    /// True when the current record has no previous one, and before the chain.
+    int bof() const { return m_lPrevious == c_nNoPos; }
+    /// True when the current record has no next one, and before an empty chain.
+    int eof() const { return m_lNext == c_nNoPos; }
+
+    /// Where the manager stands now.
+    MCRecMgrState GetState();
+    /// Returns to `state`: reads its record again, then takes its links and stream positions (one of
+    /// c_nNoPos leaves that position alone); nothing happens when the manager stands there already, or when
+    /// the record cannot be read.
+    void SetState(MCRecMgrState& state);
+
+    /// The stream the records live on, for the payloads.
+    MCStream* GetStream() const { return m_pxStream; }
+
+protected:
+    /// Makes the record at `id` current and leaves the stream at its payload (eOk), or for c_nNoPos stands
+    /// before the chain with the stream at 0 (eNoRecord); records the id as first or last when it lies
+    /// beyond them. A failure changes nothing but the stream's error state, which it clears.
+    eResult ReadRec(long id);
+    /// Flushes the stream; true when it has neither failed nor gone bad and can tell its put position. An
+    /// end of data met by a whole read is no failure: the stream reports a short read as a failure too.
+    int StreamOk();
+
+private:
+    friend class MCRecMgrState;
+
+    enum walk_type { walkNone, walkForward, walkBackward };
+
+    // Reads the record a step in `direction` reaches and refuses it unless it links back and closes no ring.
+    eResult Step(long id, walk_type direction);
+    // Clears the stream, goes back to `saved` and answers `result`.
+    eResult Fail(const MCRecMgrState& saved, eResult result);
+    // Takes the three ids and the known stream positions of `state`.
+    void Restore(const MCRecMgrState& state);
+
+    MCStream* m_pxStream;
+    long m_lFirst;
+    long m_lPrevious;
+    long m_lNext;
+    long m_lLast;
+    long m_lCurrent;
+    // Where the current run of steps in one direction began; a step that comes back there closes a ring.
+    long m_lWalkStart;
+    walk_type m_eWalk;
+};
+
 #endif

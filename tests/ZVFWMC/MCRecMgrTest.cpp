@@ -1,0 +1,212 @@
+// Covers the record chain: appending and moving on a good chain, WriteRec's refusals, the result of each
+// kind of damage (cut heads, bad offsets and tokens, crossed links, rings), and a stream that fails at its
+// Nth operation during a move or a write.
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+#include "ModelCore/ZVFWMC/MCPersistence.h"
+#include "ModelCore/ZVFWMC/MCStreams.h"
+
+namespace {
+
+using R = MCRecMgr;
+constexpr long c_lNone = R::c_nNoPos;
+
+// A record head as stored.
+std::string Rec(long previous, long next, char token = MCStream::tokenRecord) {
+    std::string out(1, token);
+    for (long link : {previous, next}) {
+        for (int i = 0; i < 4; ++i)
+            out += static_cast<char>(static_cast<unsigned long>(link) >> (8 * i));
+    }
+    return out;
+}
+
+// Moves one way until a move answers other than eOk: "id:payload ... |result", cut off as "|loop"; a failed
+// move must change nothing.
+std::string Walk(R& manager, bool forward, bool payloads) {
+    std::string out;
+    for (int step = 0; step < 64; ++step) {
+        const MCRecMgrState before = manager.GetState();
+        const R::eResult result = forward ? manager.MoveNext() : manager.MovePrev();
+        if (result != R::eOk) {
+            EXPECT_TRUE(result == R::eAtEnd || result == R::eNoRecord || manager.GetState() == before);
+            return out + "|" + std::to_string(result);
+        }
+        ZVTString payload;
+        if (payloads)
+            *manager.GetStream() >> payload;
+        out += std::to_string(manager.GetCurrRecId()) + (payloads ? ":" + payload.str() : "") + " ";
+    }
+    return out + "|loop";
+}
+
+// Appends from where the manager stands, as a host does after the last record's payload.
+void Append(R& manager, std::initializer_list<const char*> payloads) {
+    for (const char* payload : payloads) {
+        ASSERT_EQ(manager.WriteRec(), R::eOk);
+        EXPECT_TRUE(manager.eof());
+        *manager.GetStream() << ZVTString(payload);
+    }
+}
+
+TEST(MCRecMgrTest, AppendedRecordsWalkBothWaysCutAndRefuseBadWrites) {
+    std::stringstream medium;
+    MCStream stream(medium, ZVTStream::binary);
+    R writer(stream);
+    EXPECT_TRUE(writer.bof() && writer.eof() && writer.MoveNext() == R::eAtEnd);
+    Append(writer, {"a", "bb", "ccc"});
+
+    R reader(stream);
+    EXPECT_EQ(Walk(reader, true, true), "0:a 14:bb 29:ccc |1");
+    // Off the front the manager stands before the chain, and the next step is the record at 0.
+    EXPECT_EQ(Walk(reader, false, true), "14:bb 0:a |4");
+    EXPECT_TRUE(reader.bof() && !reader.eof() && reader.GetCurrRecId() == c_lNone);
+    EXPECT_EQ(Walk(reader, true, false), "0 14 29 |1");
+    // A position inside a payload is no record; SetState returns to a saved record.
+    ASSERT_EQ(reader.MoveToRecId(14), R::eOk);
+    MCRecMgrState saved = reader.GetState();
+    EXPECT_EQ(reader.MoveToRecId(24), R::eBadRecord);
+    ASSERT_EQ(reader.MoveLast(), R::eOk);
+    reader.SetState(saved);
+    EXPECT_EQ(Walk(reader, true, true), "29:ccc |1");
+
+    // Appending behind a record that has a successor cuts the chain there: what was cut off links back to
+    // a record that no longer leads to it.
+    ASSERT_EQ(reader.MoveFirst(), R::eOk);
+    stream.seekp(static_cast<long>(medium.str().size()));
+    Append(reader, {"d"});
+    EXPECT_EQ(Walk(reader, false, true), "0:a |4");
+    EXPECT_EQ(Walk(reader, true, true), "0:a 45:d |1");
+    ASSERT_EQ(reader.MoveToRecId(14), R::eOk);
+    EXPECT_EQ(Walk(reader, false, false), "|2");
+
+    // WriteRec refuses a head over the current one's, or behind bytes that are no longer a head.
+    const std::string bytes = medium.str();
+    for (long put : {15L, 10L}) {
+        stream.seekp(put);
+        EXPECT_EQ(reader.WriteRec(), R::eBadRecord);
+    }
+    ASSERT_EQ(reader.MoveFirst(), R::eOk);
+    stream.seekp(0);
+    stream << static_cast<char>(0);
+    stream.seekp(static_cast<long>(bytes.size()));
+    EXPECT_EQ(reader.WriteRec(), R::eBadRecord);
+    EXPECT_EQ(medium.str(), std::string(1, '\0') + bytes.substr(1));
+}
+
+TEST(MCRecMgrTest, EachDamageEndsTheWalkWithItsResult) {
+    const std::string two = Rec(c_lNone, 9) + Rec(0, c_lNone);
+    const struct {
+        const char* name;
+        std::string bytes;
+        long start;  // c_lNone: from before the chain
+        const char* forward;
+        const char* backward;  // from where the forward walk ended
+    } cases[] = {
+        {"good, empty payloads", two, c_lNone, "0 9 |1", "0 |4"},
+        {"second head cut", two.substr(0, 14), c_lNone, "0 |3", "|4"},
+        {"first head cut", two.substr(0, 5), c_lNone, "|1", "|4"},
+        {"next beyond the stream", Rec(c_lNone, 100), c_lNone, "0 |3", "|4"},
+        {"negative next", Rec(c_lNone, -7), c_lNone, "0 |3", "|4"},
+        {"bad token", Rec(c_lNone, 9) + Rec(0, c_lNone, 5), c_lNone, "0 |2", "|4"},
+        {"crossed link", Rec(c_lNone, 9) + Rec(5, c_lNone), c_lNone, "0 |2", "|4"},
+        {"next to itself", Rec(c_lNone, 0), c_lNone, "0 |2", "|4"},
+        {"back to the head", Rec(c_lNone, 9) + Rec(0, 0), c_lNone, "0 9 |2", "0 |4"},
+        {"ring off the chain", Rec(c_lNone, c_lNone) + Rec(18, 18) + Rec(9, 9), 9, "18 |2", "9 |2"},
+        {"head at 0 claims a previous", Rec(9, c_lNone) + Rec(c_lNone, 0), c_lNone, "|2", "|4"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::stringstream medium(c.bytes);
+        MCStream stream(medium, ZVTStream::binary);
+        R manager(stream);
+        EXPECT_TRUE(c.start == c_lNone || manager.MoveToRecId(c.start) == R::eOk);
+        EXPECT_EQ(Walk(manager, true, false), c.forward);
+        EXPECT_EQ(Walk(manager, false, false), c.backward);
+        EXPECT_EQ(medium.str(), c.bytes);  // reading writes nothing
+    }
+}
+
+// A string buffer whose Nth operation after Arm fails, once.
+class FaultyBuf : public std::stringbuf {
+public:
+    using std::stringbuf::stringbuf;
+    void Arm(int failAt) { m_nFailAt = failAt, m_nCount = 0, m_bFired = false; }
+    // Whether the armed operation came and failed.
+    bool Disarm() { return m_nFailAt = 0, m_bFired; }
+
+protected:
+    std::streamsize xsgetn(char* s, std::streamsize n) override {
+        return Fails() ? 0 : std::stringbuf::xsgetn(s, n);
+    }
+    std::streamsize xsputn(const char* s, std::streamsize n) override {
+        return Fails() ? 0 : std::stringbuf::xsputn(s, n);
+    }
+    pos_type seekpos(pos_type p, std::ios::openmode m) override {
+        return Fails() ? pos_type(-1) : std::stringbuf::seekpos(p, m);
+    }
+    pos_type seekoff(off_type o, std::ios::seekdir d, std::ios::openmode m) override {
+        return Fails() ? pos_type(-1) : std::stringbuf::seekoff(o, d, m);
+    }
+    int sync() override { return Fails() ? -1 : std::stringbuf::sync(); }
+
+private:
+    bool Fails() { return m_nFailAt != 0 && ++m_nCount == m_nFailAt && (m_bFired = true); }
+    int m_nFailAt = 0;
+    int m_nCount = 0;
+    bool m_bFired = false;
+};
+
+// Runs `op` with the `failAt`th operation failing, which must answer eStreamFailed and leave the manager
+// where it was; whether the fault came.
+template <class Op>
+bool RunFaulted(FaultyBuf& buffer, R& manager, int failAt, Op op) {
+    const MCRecMgrState before = manager.GetState();
+    buffer.Arm(failAt);
+    const R::eResult result = op();
+    const bool fired = buffer.Disarm();
+    EXPECT_EQ(result, fired ? R::eStreamFailed : R::eOk);
+    EXPECT_TRUE(!fired || manager.GetState() == before);
+    return fired;
+}
+
+std::string WalkOf(const std::string& bytes) {
+    std::stringstream medium(bytes);
+    MCStream stream(medium, ZVTStream::binary);
+    R manager(stream);
+    return Walk(manager, true, true);
+}
+
+TEST(MCRecMgrTest, AStreamFailingAtAnyOperationLosesNothing) {
+    std::stringstream medium;
+    MCStream built(medium, ZVTStream::binary);
+    R builder(built);
+    Append(builder, {"a", "bb"});
+    for (int failAt = 1;; ++failAt) {
+        SCOPED_TRACE(failAt);
+        FaultyBuf buffer(medium.str());
+        MCStream stream(buffer, ZVTStream::binary);
+        R manager(stream);
+        ASSERT_EQ(manager.MoveNext(), R::eOk);
+        bool fired = RunFaulted(buffer, manager, failAt, [&] { return manager.MoveNext(); });
+        ZVTString last;
+        ASSERT_EQ(manager.MoveLast(), R::eOk);
+        stream >> last;
+        stream.seekp(stream.tellg());
+        if (RunFaulted(buffer, manager, failAt, [&] { return manager.WriteRec(); })) {
+            fired = true;
+            EXPECT_EQ(WalkOf(buffer.str()).substr(0, 9), "0:a 14:bb");
+            ASSERT_EQ(manager.WriteRec(), R::eOk);  // once the fault has passed
+        }
+        stream << ZVTString("c");
+        EXPECT_EQ(WalkOf(buffer.str()), "0:a 14:bb 29:c |1");
+        if (!fired)
+            break;
+    }
+}
+
+}  // namespace

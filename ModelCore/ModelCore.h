@@ -43,6 +43,9 @@
 #include "ModelCore/ZVFWMC/MCAddInHook.h"
 #include "platform/AIC.h"
 
+// Command queue
+#include "ModelCore/ZVFWMC/MCCommand.h"
+
 #include "foundation/ZVTBoolean.h"
 #include "foundation/ZVTHSet.h"
 #include "foundation/ZVTStream.h"

@@ -6,9 +6,11 @@
 // Phases so far: build, link (pass A sets every `ref` from a seeded generator, pass B adds three drawn
 // targets to the `refs` of every tenth node), notify-edit (an observer on the root hears every node's
 // `count` go up by one), save (the whole tree to a file), restore (that file into a fresh tree, references
-// resolved) and delete (node 1 with its subtree, every reference into it from outside cleared). The run
-// fails unless the drawn targets and the cleared references match the workload's check values, the observer
-// hears N events and the restore brings back every node.
+// resolved), copy (a deep copy of the whole tree, references among its nodes moved onto the copies) and
+// delete (node 1 with its subtree, every reference into it from outside cleared). The run fails unless the
+// drawn targets and the cleared references match the workload's check values, the observer hears N events,
+// the restore brings back every node and the copy has N nodes whose references point at the copies of
+// their sources' targets.
 //
 // A save needs a persistence root above what it saves, so node 0 sits under a model object; it is saved and
 // restored with the tree, one object more in N + 1.
@@ -32,6 +34,8 @@ constexpr short kCount = 7611;  // Integer
 constexpr short kName = 7612;   // String
 constexpr short kRef = 7613;    // Reference
 constexpr short kRefs = 7614;   // ReferenceList
+
+constexpr short kCloneId = 582;  // the core's CloneId: the id of a clone's source
 
 void RegisterTypes() {
     static bool registered = false;
@@ -97,6 +101,45 @@ long HeldReferences(MCObject* node) {
     if (node->GetProperty(kRefs, refs))
         held += static_cast<long>(refs.GetList()->Entries());
     return held;
+}
+
+// The clone's source, through CloneId; null when it has none.
+MCObject* SourceOf(MCObject* clone) {
+    MCSPropertyRawAccessorT<long> cloneId;
+    return clone && clone->GetProperty(kCloneId, cloneId) ? MCObject::ResolveId(cloneId.GetValue()) : nullptr;
+}
+
+// Whether the copy under `copy` has `n` nodes and every reference in it points at an object of the copy
+// that was cloned from the target of the same reference of its source.
+bool IsClosedCopy(MCObject* copy, std::int32_t n) {
+    ZVTHSetT<long> ids(MCIdSpace::HashId, 2 * static_cast<std::size_t>(n));
+    copy->GetAllIdsFromTree(ids, nullptr);
+    if (ids.Entries() != static_cast<std::size_t>(n))
+        return false;
+    auto isCopyOf = [&ids](MCObject* target, MCObject* sourceTarget) {
+        return target && ids.Contains(target->GetId()) && SourceOf(target) == sourceTarget;
+    };
+    MCDepthFirstWalker walker(copy, nullptr);
+    while (walker.Traverse()) {
+        MCObject* clone = walker.GetValue();
+        MCObject* source = SourceOf(clone);
+        if (!source)
+            return false;
+        MCSRefAccessor ref;
+        MCSRefAccessor sourceRef;
+        if (clone->GetProperty(kRef, ref) != source->GetProperty(kRef, sourceRef) ||
+            (ref.GetValue() && !isCopyOf(ref.GetValue(), sourceRef.GetValue())))
+            return false;
+        MCVRefAccessor refs;
+        MCVRefAccessor sourceRefs;
+        if (clone->GetProperty(kRefs, refs) != source->GetProperty(kRefs, sourceRefs) ||
+            refs.GetList()->Entries() != sourceRefs.GetList()->Entries())
+            return false;
+        for (std::size_t k = 0; k < refs.GetList()->Entries(); ++k)
+            if (!isCopyOf(refs.GetList()->At(k), sourceRefs.GetList()->At(k)))
+                return false;
+    }
+    return true;
 }
 
 void BM_ReferenceWorkload(benchmark::State& state) {
@@ -211,6 +254,14 @@ void BM_ReferenceWorkload(benchmark::State& state) {
             restored->Expunge(true);
         std::remove(path.c_str());
 
+        // copy
+        start = Clock::now();
+        MCObject* copy = nodes[0]->CloneTree(nullptr);
+        const double copyTime = std::chrono::duration<double>(Clock::now() - start).count();
+        const bool copyClosed = copy && IsClosedCopy(copy, n);
+        if (copy)
+            copy->Expunge(true);
+
         // delete: what the survivors hold before and after tells how many references were cleared.
         long heldBefore = 0;
         for (std::int32_t i = 0; i < n; ++i)
@@ -224,11 +275,11 @@ void BM_ReferenceWorkload(benchmark::State& state) {
             if (!InDeletedSubtree(i))
                 heldAfter += HeldReferences(nodes[static_cast<std::size_t>(i)]);
 
-        state.SetIterationTime(build + link + notifyEdit + save + restore + remove);
+        state.SetIterationTime(build + link + notifyEdit + save + restore + copyTime + remove);
         model->Expunge(true);
 
         bool checks = refSum == check.m_llRefSum && refsAdded == check.m_lRefsAdded && heard == n &&
-                      restoredObjects == static_cast<std::size_t>(n) + 1 &&
+                      restoredObjects == static_cast<std::size_t>(n) + 1 && copyClosed &&
                       heldBefore - heldAfter == check.m_lCleared;
         for (int k = 0; k < 5; ++k)
             checks &= firstRefs[k] == check.m_anFirstRefs[k];
@@ -242,6 +293,7 @@ void BM_ReferenceWorkload(benchmark::State& state) {
         state.counters["notify_edit_ns_per_node"] = notifyEdit * perNode;
         state.counters["save_ns_per_node"] = save * perNode;
         state.counters["restore_ns_per_node"] = restore * perNode;
+        state.counters["copy_ns_per_node"] = copyTime * perNode;
         state.counters["delete_ns_per_node"] = remove * perNode;
         state.counters["file_B_per_node"] = static_cast<double>(fileBytes) / n;
         state.counters["rss_B_per_node_after_build_link"] = (rssAfterLink - rssBefore) / n;

@@ -124,6 +124,21 @@ public:
     /// The same, making the property first when it is absent.
     void CreateAndVisitProperty(short type, MCVisitor* visitor);
 
+    // --- the subtree as a whole (defined with the traversal, MCTreeCloner.cpp) ----------------------
+
+    /// Adds to `ids` the id of every object of the subtree under `start`, or under this object when
+    /// `start` is null, the start included; the set is not emptied first.
+    void GetAllIdsFromTree(ZVTHSetT<long>& ids, MCObject* start);
+    /// Deep-copies the subtree under this object into a new root that the caller owns (it ends through
+    /// Expunge): each clone is made by its type's factory with a fresh id and no creation semantics, its
+    /// valued properties but the id are copied through active accessors (rules fire, PropertySet goes
+    /// out), CloneId names its source, and a reference to an object of the copied subtree is moved to
+    /// that object's clone while one to any other object is kept. `filter` (not owned, may be null)
+    /// leaves out the whole subtree of each object it refuses; null when it refuses this object. A clone
+    /// that its own rules destroy while it is being copied is left out with its subtree. An exception
+    /// ends the copy and leaves the clones made so far alive and unbound.
+    MCObject* CloneTree(ZVTFilter<MCObject*>* filter);
+
     // --- equality and inheritance -----------------------------------------------------------------
 
     using MCItem::IsEqualTo;

@@ -1,0 +1,152 @@
+// The object's operations on a whole subtree: collecting its ids and cloning it. Both are passes of a
+// depth-first walker with a visitor, so they live on the traversal layer although they are members of
+// MCObject, the way CreateItem lives with the factories.
+//
+// A clone is made in two passes. The first makes every clone under its owner's clone and copies the
+// properties through active accessors, so references still point at the sources' targets; the second
+// moves each reference whose target has a clone onto that clone, raw. The second pass must wait for the
+// first to end, since any object of the subtree can be a target. Both passes are loops over explicit
+// lists, and the only map is the pass's own id space, so the work grows with the subtree alone and the
+// call depth not at all. (Each copied value still tells the clone's owners, one level at a time up to the
+// root clone, as every edit does.)
+
+#include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCDepthFirstWalker.h"
+#include "ModelCore/ZVFWMC/MCFactory.h"
+#include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+#include "ModelCore/ZVFWMC/MCIdSpace.h"
+#include "ModelCore/ZVFWMC/MCObject.h"
+#include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
+#include "ModelCore/ZVFWMC/MCVisitor.h"
+#include "ModelCore/ZVFWMC/MCVisitorAgent.h"
+#include "foundation/ZVTReference.h"
+#include "foundation/ZVTSList.h"
+
+namespace {
+
+// The tree operations belong to the object module, and their failures name it.
+const char* const c_pcSourceFile = "ModelCore/ZVFWMC/MCObject";
+
+constexpr short c_sIdProperty = 132;
+constexpr short c_sCloneIdProperty = 582;
+
+// Every creation of a clone: no creation semantics, and an id from the global space.
+class MCTreeClonerFactoryContext : public MCFactoryContext {
+public:
+    ZVTBoolean SemanticsNeeded() override { return false; }
+    long RequestId() override { return 0; }
+};
+
+// Clones each object it visits under the clone of its owner, which `space` (not owned) knows by the
+// source's id, and records the clones in order of creation. It owns none of them.
+class MCTreeClonerVisitor : public MCVisitor {
+public:
+    explicit MCTreeClonerVisitor(MCIdSpace& space) : m_pxIdSpace(&space) {}
+
+    void Visit(MCObject* object) override;
+
+    // The clone of the first object visited; null before, or once its own rules destroyed it.
+    MCObject* GetRootClone() { return m_pxRootClone; }
+    // Every clone alive at the end of its copy, in order of creation.
+    ZVTSList<MCObject*>& GetClones() { return m_xClones; }
+
+private:
+    // Copies the valued properties of `source` but the id, then CloneId; false once the clone's rules
+    // report it destroyed.
+    static ZVTBoolean CopyProperties(MCObject& source, MCObject& clone, long sourceId);
+
+    MCIdSpace* m_pxIdSpace;
+    MCTreeClonerFactoryContext m_xFactoryContext;
+    MCObject* m_pxRootClone = nullptr;
+    ZVTSList<MCObject*> m_xClones;
+    // Whether the first object was visited: only that one may go without its owner's clone.
+    ZVTBoolean m_bStarted = false;
+};
+
+void MCTreeClonerVisitor::Visit(MCObject* object) {
+    if (!object)
+        MC_THROW_UNEXPECTED(c_pcSourceFile);
+    const short type = object->GetType();
+    const long id = object->GetId();
+    MCObject* owner = object->GetOwner(0, MCItem::rttiDerived);
+    // Pre-order: the owner's clone exists whenever the owner was cloned; the start's owner never was, so
+    // the root clone has no owner.
+    if (owner)
+        owner = m_pxIdSpace->ResolveId(owner->GetId());
+    if (m_bStarted && !owner)
+        return;  // below a clone that its rules destroyed
+    m_bStarted = true;
+
+    m_xFactoryContext.Reset();
+    auto* clone =
+        static_cast<MCObject*>(MCFactoryRegistry::CreateItem(type, owner, &m_xFactoryContext, nullptr));
+    if (!clone)
+        MC_THROW_UNEXPECTED(c_pcSourceFile);
+    if (!m_pxRootClone)
+        m_pxRootClone = clone;
+    m_xClones.Append(clone);
+    m_pxIdSpace->RegisterPointer(id, clone);
+
+    if (!CopyProperties(*object, *clone, id)) {
+        // Nothing touches it again: its ownees are left out and the second pass does not see it.
+        m_pxIdSpace->RemoveId(id);
+        m_xClones.RemoveLast();
+        if (m_pxRootClone == clone)
+            m_pxRootClone = nullptr;
+    }
+}
+
+ZVTBoolean MCTreeClonerVisitor::CopyProperties(MCObject& source, MCObject& clone, long sourceId) {
+    constexpr long c_lCopyFlags = MCPropertyAccessor::accessReplace | MCPropertyAccessor::accessFlags;
+    MCPropertySetIter properties(source.GetPropertySet());
+    while (++properties) {
+        MCProperty* property = properties.GetValue();
+        // A property without a value is not carried over, and the id is the one thing a clone does not
+        // share.
+        if (!property || property->GetFlag(MCItem::itemNulled) || property->GetType() == c_sIdProperty)
+            continue;
+        MCPropertyAccessor* accessor = property->CreateAccessor();
+        const ZVTReferenceUser holder(accessor);
+        accessor->GetPropertyValue(property, &source);
+        accessor->SetFlags(property->GetFlags());
+        // A refusal leaves the property as the clone's constructor made it, and the copy goes on.
+        clone.SetProperty(property->GetType(), *accessor, c_lCopyFlags);
+        if (accessor->GetObjectDestroyed())
+            return false;
+    }
+    // Last, so that a CloneId copied from a source that is itself a clone names the immediate source.
+    MCSPropertyAccessorT<long> cloneId(sourceId);
+    clone.SetProperty(c_sCloneIdProperty, cloneId, MCPropertyAccessor::accessAdd);
+    return !cloneId.GetObjectDestroyed();
+}
+
+}  // namespace
+
+void MCObject::GetAllIdsFromTree(ZVTHSetT<long>& ids, MCObject* start) {
+    MCTreeVisitor visitor(ids);
+    MCDepthFirstWalker walker(start ? start : this, nullptr);
+    MCVisitorAgent agent(walker, visitor);
+    agent.Execute();
+}
+
+MCObject* MCObject::CloneTree(ZVTFilter<MCObject*>* filter) {
+    // Declared so that they go agent, walker, visitor, space: the space lives exactly as long as the
+    // operation, and no clone keeps a tie to it.
+    MCIdSpace space(0);
+    MCTreeClonerVisitor visitor(space);
+    MCDepthFirstWalker walker(this, filter);
+    MCVisitorAgent agent(walker, visitor);
+    agent.Execute();
+
+    ZVTSList<MCObject*>& clones = visitor.GetClones();
+    for (size_t i = 0; i < clones.Entries(); ++i) {
+        MCObject* clone = clones.At(i);
+        // Rebinding moves values only, raw, so the set does not change under the cursor.
+        MCPropertySetIter properties(clone->GetPropertySet());
+        while (++properties) {
+            if (MCProperty* property = properties.GetValue())
+                property->Rebind(space, *clone);
+        }
+    }
+    return visitor.GetRootClone();
+}

@@ -1,0 +1,107 @@
+// The command queue: order of posting, posts and flushes from inside a flush, an aborted flush, holders, and
+// expunge commands whose object went first.
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/ModelTestSupport.h"
+
+namespace {
+
+std::string g_sRan;    // the names of the commands that ran, in order
+int g_nDestroyed = 0;  // commands destroyed since the test began
+
+// Logs its name when it runs, then runs its action, which may post, flush or throw.
+class Logged : public MCCommand {
+public:
+    Logged(std::string name, std::function<void()> act) : m_sName(std::move(name)), m_xAct(std::move(act)) {}
+    ZVTBoolean Do() override {
+        g_sRan += m_sName;
+        if (m_xAct)
+            m_xAct();
+        return true;
+    }
+
+private:
+    ~Logged() override { ++g_nDestroyed; }
+    std::string m_sName;
+    std::function<void()> m_xAct;
+};
+
+MCCommand& Post(const char* name, std::function<void()> act = nullptr) {
+    auto* command = new Logged(name, std::move(act));
+    MCCommandHandler::PostCommand(*command);
+    return *command;
+}
+
+class CommandTest : public ModelTest {
+protected:
+    void SetUp() override {
+        ModelTest::SetUp();
+        g_sRan.clear();
+        g_nDestroyed = 0;
+    }
+    // The handler outlives every test and must be left idle and empty.
+    static bool Idle() {
+        MCCommandHandler* handler = MCCommandHandler::GetInstance();
+        return handler && handler->Entries() == 0 && !handler->IsFlushing();
+    }
+};
+
+TEST_F(CommandTest, CommandsRunInOrderOfPostingThosePostedDuringTheFlushAfterTheRest) {
+    // 1 posts 4 and flushes from inside, which does nothing; 3 posts 5; 4, in the second round, posts 6.
+    Post("1", [] {
+        Post("4", [] { Post("6"); });
+        MCCommandHandler::FlushQueue();
+    });
+    const MCCommandUser held(Post("2"));
+    Post("3", [] { Post("5"); });
+    MCCommandHandler::FlushQueue();
+    EXPECT_EQ(g_sRan, "123456");
+    EXPECT_EQ(g_nDestroyed, 5) << "the held command outlives its run";
+    EXPECT_TRUE(Idle());
+}
+
+TEST_F(CommandTest, AnExceptionReleasesAllThatWaitsAndReachesTheHost) {
+    // Of any type; 1 posted a command that still waits apart when 3 throws.
+    Post("1", [] { Post("p"); });
+    Post("2");
+    Post("3", [] { throw 42; });
+    Post("4");
+    Post("5");
+    EXPECT_THROW(MCCommandHandler::FlushQueue(), int);
+    EXPECT_EQ(g_sRan + " " + std::to_string(g_nDestroyed), "123 6");
+    EXPECT_TRUE(Idle());
+    Post("a");
+    MCCommandHandler::FlushQueue();
+    EXPECT_EQ(g_sRan, "123a") << "a later flush starts empty";
+}
+
+TEST_F(CommandTest, AnExpungeCommandTouchesItsObjectOnlyWhileItLives) {
+    // Objects 0 (owning 1) and 2; the commands name them in order of posting (-1 for null), `before` is
+    // expunged ahead of the flush; the result lists the objects left.
+    struct Case {
+        std::vector<int> m_xPosted;
+        int m_nBefore;
+        const char* m_pcLeft;
+    } cases[] = {{{-1}, -1, "012"},  {{0}, -1, "2"},    {{2}, 2, "01"},
+                 {{2, 2}, -1, "01"}, {{0, 1}, -1, "2"}, {{1, 0}, -1, "2"}};
+    for (const Case& c : cases) {
+        MCObject* objects[3] = {Make(), nullptr, Make()};
+        objects[1] = Make(objects[0]);
+        const long ids[3] = {objects[0]->GetId(), objects[1]->GetId(), objects[2]->GetId()};
+        for (int posted : c.m_xPosted)
+            MCCommandHandler::PostCommand(*new MCExpungeCommand(posted < 0 ? nullptr : objects[posted]));
+        if (c.m_nBefore >= 0)
+            objects[c.m_nBefore]->Expunge(true);
+        MCCommandHandler::FlushQueue();
+        std::string left;
+        for (int i = 0; i < 3; ++i)
+            left += MCObject::ResolveId(ids[i]) ? std::to_string(i) : "";
+        EXPECT_EQ(left, c.m_pcLeft) << "case " << &c - cases;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,203 @@
+// Cloning a subtree: shape and order of the copy, CloneId, references moved onto the clones or kept, the
+// rules and events a copy fires, clones their own rules destroy, and a deep chain on a small stack.
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "support/RuleTestSupport.h"
+
+namespace {
+
+constexpr short c_sCloneId = 582;
+constexpr short c_sRef = 7821;   // a Reference
+constexpr short c_sRefs = 7822;  // a ReferenceList
+
+class CloneTest : public RuleTest {
+protected:
+    void SetUp() override {
+        RuleTest::SetUp();
+        MCFactoryRegistry::RegisterAliasProperty(c_sRef, "CloneTestRef", 89, true, false, false, false);
+        MCFactoryRegistry::RegisterAliasProperty(c_sRefs, "CloneTestRefs", 90, true, false, false, false);
+    }
+    MCObject* Named(const char* name, MCObject* owner = nullptr, short type = MCGenericObject::c_sType) {
+        MCObject* object = Make(owner, type);
+        m_xNames[object] = name;
+        return object;
+    }
+    MCObject* Clone(MCObject* start, ZVTFilter<MCObject*>* filter = nullptr) {
+        MCObject* clone = start->CloneTree(filter);
+        if (clone)
+            m_xRoots.emplace_back(clone, clone->GetId());  // expunged at the end
+        return clone;
+    }
+    static MCObject* Source(const MCObject* clone) {
+        MCSPropertyRawAccessorT<long> cloneId;
+        return clone->GetProperty(c_sCloneId, cloneId) ? MCObject::ResolveId(cloneId.GetValue()) : nullptr;
+    }
+    /// A clone is named by its source with a prime ("b'"), with "!" when its id is not fresh and its own or
+    /// its type is not its source's.
+    std::string Name(const MCObject* object) const {
+        if (!object || m_xNames.count(object))
+            return object ? m_xNames.at(object) : "null";
+        const MCObject* source = Source(object);
+        if (!source)
+            return "?";
+        const bool fresh =
+            source->GetId() != object->GetId() && MCObject::ResolveId(object->GetId()) == object;
+        return Name(source) + "'" + (fresh && source->GetType() == object->GetType() ? "" : "!");
+    }
+    /// "name(ownee ownee(...))" in list order, then the references: "name>ref[refs]".
+    std::string Tree(const MCObject* object) const {
+        std::string text = Name(object);
+        MCSRefRawAccessor ref;
+        MCVRefRawAccessor refs;
+        if (object && object->GetProperty(c_sRef, ref))
+            text += ">" + Name(ref.GetValue());
+        for (size_t i = 0; object && object->GetProperty(c_sRefs, refs) && i < refs.GetList()->Entries(); ++i)
+            text += (i ? " " : "[") + Name(refs.GetList()->At(i)) +
+                    (i + 1 < refs.GetList()->Entries() ? "" : "]");
+        for (MCObject* ownee = object ? object->GetFirstOwnee() : nullptr; ownee;
+             ownee = ownee->GetNextSibling())
+            text += (ownee == object->GetFirstOwnee() ? "(" : " ") + Tree(ownee) +
+                    (ownee->GetNextSibling() ? "" : ")");
+        return text;
+    }
+    /// The first target goes to the single reference, the others, if any, to the list.
+    static void Refer(MCObject* holder, std::vector<MCObject*> targets) {
+        MCSRefAccessor ref(targets.front());
+        holder->SetProperty(c_sRef, ref, MCPropertyAccessor::accessAdd);
+        ZVTSList<MCObject*> list;
+        for (size_t i = 1; i < targets.size(); ++i)
+            list.Append(targets[i]);
+        MCVRefAccessor refs(&list);
+        if (targets.size() > 1)
+            holder->SetProperty(c_sRefs, refs, MCPropertyAccessor::accessReplace);
+    }
+
+    std::map<const MCObject*, std::string> m_xNames;
+};
+
+TEST_F(CloneTest, TheCopyIsANewRootWithOwneesReversedAndCloneIdNamesTheImmediateSource) {
+    MCObject* start = Named("S", Named("P"));
+    Named("a", start);
+    Named("d", Named("b", start, TestNode::c_sType));
+    Named("c", start);
+    MCObject* clone = Clone(start);
+    EXPECT_EQ(Tree(clone), "S'(c' b'(d') a')");
+    EXPECT_EQ(clone->GetOwner(0, MCItem::rttiDerived), nullptr);
+    EXPECT_EQ(Tree(Clone(clone)), "S''(a'' b''(d'') c'')");
+
+    struct : ZVTFilter<MCObject*> {
+        ZVTBoolean Test(MCObject*&) override { return false; }
+    } refuseAll;
+    EXPECT_EQ(Clone(start, &refuseAll), nullptr);
+}
+
+TEST_F(CloneTest, ReferencesInsideMoveOntoTheClonesWithTheirSubscriptionsAndThoseLeavingStay) {
+    MCObject* outside = Named("O");
+    MCObject* start = Named("S");
+    MCObject* x = Named("x", start);
+    MCObject* y = Named("y", start);
+    Refer(start, {x});
+    Refer(x, {y, y, outside, start, outside});
+    Refer(y, {outside});
+    MCObject* clone = Clone(start);
+    EXPECT_EQ(Tree(clone), "S'>x'(y'>O x'>y'[y' O S' O])");
+    EXPECT_EQ(Tree(start), "S>x(x>y[y O S O] y>O)");
+
+    // Each clone hears of the end of what it now refers to, and no longer of what its source refers to.
+    MCObject* x1 = clone->GetFirstOwnee()->GetNextSibling();
+    outside->Expunge(true);
+    clone->GetFirstOwnee()->Expunge(true);
+    EXPECT_EQ(Tree(x1), "x'>null[S']");
+}
+
+TEST_F(CloneTest, CopiesRunTheEditRulesAndEventsButNoCreationRules) {
+    MCObject* source = Make(nullptr, Shape::c_sType);
+    SetLong(source, Shape::c_sWidth, 3);
+    MCSPropertyAccessorT<ZVTString> label(ZVTString("box"));
+    source->SetProperty(Shape::c_sLabel, label, MCPropertyAccessor::accessAdd);
+    ObjectRule created("created", MCObjectSem::PostCreation);
+    PropertyRule width("width", MCPropertySemantic::PreEdit | MCPropertySemantic::PostEdit);
+    PropertyRule refused("label", MCPropertySemantic::PreEdit, MCPropertySemantic::resultRefused);
+    PropertyRule cloneId("cloneid", MCPropertySemantic::PreEdit | MCPropertySemantic::PostEdit);
+    AddRule(Shape::c_sType, created);
+    AddRule(Shape::c_sType, Shape::c_sWidth, width);
+    AddRule(Shape::c_sType, Shape::c_sLabel, refused);
+    AddRule(Shape::c_sType, c_sCloneId, cloneId);
+    struct Hook : MCCreationHook {
+        void ItemCreated(MCObject* object) override {
+            object->AddSubscriber(m_pxLog, MCEvent::subscriberObserver);
+        }
+        EventLog* m_pxLog;
+    } hook;
+    hook.m_pxLog = &m_xLog;
+    MCFactoryRegistry::HookCreateItem(hook, true);
+    TakeLog();
+
+    MCObject* clone = Clone(source);
+    // A nulled property is not carried over: TestNode's embedded one stays as its constructor made it.
+    MCObject* node = Clone(MakeNode());
+    MCFactoryRegistry::HookCreateItem(hook, false);
+    const std::string id = std::to_string(clone->GetId());
+    EXPECT_EQ(TakeLog(), "width:1 width:2 label:1 cloneid:1 cloneid:2");
+    EXPECT_EQ(m_xLog.Take(), "PropertySet(" + id + ",7711,0) PropertySet(" + id + ",582,0) PropertySet(" +
+                                 std::to_string(node->GetId()) + ",582,0)");
+    EXPECT_EQ(GetLong(clone, Shape::c_sWidth), "3");
+    EXPECT_EQ(clone->FindProperty(Shape::c_sLabel, false), nullptr) << "refused, and the copy went on";
+}
+
+TEST_F(CloneTest, AClonesOwnRulesThatDestroyItLeaveItOutWithItsSubtree) {
+    MCObject* start = Named("S", nullptr, Shape::c_sType);
+    MCObject* m = Named("m", start, Shape::c_sType);
+    Named("k", m, Shape::c_sType);
+    Named("n", start, Shape::c_sType);
+    PropertyRule destroyer("destroy", MCPropertySemantic::PostEdit);
+    destroyer.m_xAct = [](MCPropertySemantic::mode, MCObject* object, MCProperty*,
+                          MCPropertySemanticContext*) {
+        object->Expunge(true);
+        return MCPropertySemantic::resultObjectDestroyed;
+    };
+    AddRule(Shape::c_sType, Shape::c_sWidth, destroyer);
+    SetLong(m, Shape::c_sWidth, 1, MCPropertyAccessor::accessAdd, false);  // raw: no rule on the source
+    EXPECT_EQ(Tree(Clone(start)), "S'(n')");
+    SetLong(start, Shape::c_sWidth, 1, MCPropertyAccessor::accessAdd, false);
+    EXPECT_EQ(Clone(start), nullptr);
+}
+
+TEST_F(CloneTest, ADeepChainIsClonedOnASmallStack) {
+    // Crates keep their ownees' edits here rather than pass them up, so that an edit in a long chain of
+    // them costs one delivery, not one per level; creation in the chain fires nothing.
+    static struct Keep : MCNotification {
+        result Notify(MCObject*, MCEvent&) override { return resultHandled; }
+    } keep;
+    MCNotificationDirectory::GetInstance()->RegisterNotification(Crate::c_sType, 0, MCEvent::PropertySet,
+                                                                 &keep);
+    std::vector<MCObject*> chain;
+    for (long i = 0; i < 100000; ++i) {
+        struct : MCFactoryContext {
+            ZVTBoolean SemanticsNeeded() override { return false; }
+        } quiet;
+        chain.push_back(static_cast<MCObject*>(MCFactoryRegistry::CreateItem(
+            Crate::c_sType, chain.empty() ? nullptr : chain.back(), &quiet, nullptr)));
+    }
+    Refer(chain.back(), {chain.front()});
+    MCObject* clone = nullptr;
+    ASSERT_TRUE(RunOnStack(256 * 1024, [&] { clone = chain.front()->CloneTree(nullptr); }));
+    std::vector<MCObject*> clones;
+    for (MCObject* link = clone; link; link = link->GetFirstOwnee())
+        clones.push_back(link);
+    MCSRefRawAccessor ref;
+    EXPECT_EQ(clones.size(), chain.size());
+    EXPECT_TRUE(Source(clones.back()) == chain.back() && clones.back()->GetProperty(c_sRef, ref) &&
+                ref.GetValue() == clone);
+    // Deaths climb the owners one call per level too, so both chains go quietly from the leaf up.
+    for (std::vector<MCObject*>* links : {&clones, &chain})
+        for (auto it = links->rbegin(); it != links->rend(); ++it) {
+            (*it)->SetFlag(MCItem::itemTreeExpunge, true);
+            (*it)->Expunge(true);
+        }
+}
+
+}  // namespace

@@ -104,4 +104,22 @@ TEST_F(CommandTest, AnExpungeCommandTouchesItsObjectOnlyWhileItLives) {
     }
 }
 
+TEST_F(CommandTest, ASubscriberDefersAnExpungeOfTheObjectItHearsUntilTheHostFlushes) {
+    // Expunging the subject inside its own PropertySet delivery would pull the object from under the
+    // edit; posted, it waits for the host.
+    MCObject* object = Make();
+    const long id = object->GetId();
+    m_xLog.m_pxOnNotify = [](MCEvent& event) {
+        if (event.GetEventType() == MCEvent::PropertySet)
+            MCCommandHandler::PostCommand(*new MCExpungeCommand(static_cast<MCObject*>(event.GetSubject())));
+    };
+    object->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
+    EXPECT_TRUE(SetLong(object, 87, 5));
+    EXPECT_EQ(MCObject::ResolveId(id), object) << "nothing runs before the flush";
+    m_xLog.m_pxOnNotify = nullptr;
+    MCCommandHandler::FlushQueue();
+    EXPECT_EQ(MCObject::ResolveId(id), nullptr);
+    EXPECT_TRUE(Idle());
+}
+
 }  // namespace

@@ -557,8 +557,7 @@ int Run(const Options& options) {
         const int pasted = CopyAndPaste(model, options);
         status = status == 0 ? pasted : status;
     } catch (const EXBase& failure) {
-        std::fprintf(stderr, "class_diagram: copy and paste failed (exception %ld)\n",
-                     failure.GetExceptionCode());
+        std::fprintf(stderr, "class_diagram: copy and paste failed: %s\n", failure.what());
         status = status == 0 ? 1 : status;
     }
     model->Expunge(true);

@@ -1,5 +1,7 @@
 #include "ModelCore/ZVFWMC/EXBase.h"
 
+#include <cstdio>
+#include <cstring>
 #include <utility>
 
 #include "platform/HUB.h"
@@ -7,7 +9,25 @@
 EXMsgData::EXMsgData() = default;
 EXMsgData::~EXMsgData() = default;
 
-EXBase::EXBase(long code) : m_lCode(code) {}
+EXBase::EXBase(long code) : EXBase(code, "EXBase") {}
+
+EXBase::EXBase(long code, const char* className) : m_lCode(code) {
+    std::snprintf(m_acWhat, c_nWhatCapacity, "%s (code %ld)", className ? className : "EXBase", code);
+}
+
+const char* EXBase::what() const noexcept {
+    return m_acWhat;
+}
+
+void EXBase::SetWhatLocation(const char* file, const char* line) noexcept {
+    if (file == nullptr || *file == '\0')
+        return;
+    const std::size_t used = std::strlen(m_acWhat);
+    if (line != nullptr && *line != '\0')
+        std::snprintf(m_acWhat + used, c_nWhatCapacity - used, " at %s:%s", file, line);
+    else
+        std::snprintf(m_acWhat + used, c_nWhatCapacity - used, " at %s", file);
+}
 
 long EXBase::GetExceptionCode() const {
     return m_lCode;
@@ -17,51 +37,58 @@ int EXBase::StandardMessage(EXMsgData*) const {
     return 0;
 }
 
-EXProgrammer::EXProgrammer(long code) : EXBase(code) {}
+EXProgrammer::EXProgrammer(long code) : EXBase(code, "EXProgrammer") {}
 
-EXUser::EXUser(long code) : EXBase(code) {}
+EXProgrammer::EXProgrammer(long code, const char* className) : EXBase(code, className) {}
 
-EXDuplicateFactory::EXDuplicateFactory(short type) : EXProgrammer(1), m_sType(type) {}
+EXUser::EXUser(long code) : EXBase(code, "EXUser") {}
+
+EXUser::EXUser(long code, const char* className) : EXBase(code, className) {}
+
+EXDuplicateFactory::EXDuplicateFactory(short type) : EXProgrammer(1, "EXDuplicateFactory"), m_sType(type) {}
 
 int EXDuplicateFactory::StandardMessage(EXMsgData*) const {
     ZVTString xText(static_cast<long>(m_sType), 10);
     return HUBMessage::DisplayMessage(60505, xText, 0x40, nullptr, HUBMessage::textPlain);
 }
 
-EXDuplicateProperty::EXDuplicateProperty() : EXProgrammer(2) {}
+EXDuplicateProperty::EXDuplicateProperty() : EXProgrammer(2, "EXDuplicateProperty") {}
 
 EXDuplicateResolution::EXDuplicateResolution(void* existing, void* incoming)
-    : EXProgrammer(3), m_pxExisting(existing), m_pxIncoming(incoming) {}
+    : EXProgrammer(3, "EXDuplicateResolution"), m_pxExisting(existing), m_pxIncoming(incoming) {}
 
 EXDuplicateSemantic::EXDuplicateSemantic(void* existing, void* incoming)
-    : EXProgrammer(4), m_pxExisting(existing), m_pxIncoming(incoming) {}
+    : EXProgrammer(4, "EXDuplicateSemantic"), m_pxExisting(existing), m_pxIncoming(incoming) {}
 
-EXGenericObject::EXGenericObject() : EXProgrammer(5) {}
+EXGenericObject::EXGenericObject() : EXProgrammer(5, "EXGenericObject") {}
 
-EXInvalidIter::EXInvalidIter() : EXProgrammer(6) {}
+EXInvalidIter::EXInvalidIter() : EXProgrammer(6, "EXInvalidIter") {}
 
 EXMissingFactory::EXMissingFactory(short type, MCFactoryContext* context)
-    : EXProgrammer(7), m_sType(type), m_pxContext(context) {}
+    : EXProgrammer(7, "EXMissingFactory"), m_sType(type), m_pxContext(context) {}
 
-EXMissingSemanticHandler::EXMissingSemanticHandler(short type) : EXProgrammer(8), m_sType(type) {}
+EXMissingSemanticHandler::EXMissingSemanticHandler(short type)
+    : EXProgrammer(8, "EXMissingSemanticHandler"), m_sType(type) {}
 
-EXNoMapPointer::EXNoMapPointer() : EXProgrammer(9) {}
+EXNoMapPointer::EXNoMapPointer() : EXProgrammer(9, "EXNoMapPointer") {}
 
-EXNonOwnedObject::EXNonOwnedObject() : EXProgrammer(10) {}
+EXNonOwnedObject::EXNonOwnedObject() : EXProgrammer(10, "EXNonOwnedObject") {}
 
-EXNullOwner::EXNullOwner() : EXProgrammer(11) {}
+EXNullOwner::EXNullOwner() : EXProgrammer(11, "EXNullOwner") {}
 
 EXRequiredProperty::EXRequiredProperty(short objectType, short propertyType)
-    : EXProgrammer(12), m_sObjectType(objectType), m_sPropertyType(propertyType) {}
+    : EXProgrammer(12, "EXRequiredProperty"), m_sObjectType(objectType), m_sPropertyType(propertyType) {}
 
 EXUnexpected::EXUnexpected(ZVTString file, ZVTString line)
-    : EXProgrammer(13), m_xFile(std::move(file)), m_xLine(std::move(line)) {}
+    : EXProgrammer(13, "EXUnexpected"), m_xFile(std::move(file)), m_xLine(std::move(line)) {
+    SetWhatLocation(m_xFile.data(), m_xLine.data());
+}
 
-EXUnknownToken::EXUnknownToken() : EXProgrammer(14) {}
+EXUnknownToken::EXUnknownToken() : EXProgrammer(14, "EXUnknownToken") {}
 
-EXMissingComparisonObject::EXMissingComparisonObject() : EXProgrammer(15) {}
+EXMissingComparisonObject::EXMissingComparisonObject() : EXProgrammer(15, "EXMissingComparisonObject") {}
 
-EXInvalidComparison::EXInvalidComparison() : EXProgrammer(16) {}
+EXInvalidComparison::EXInvalidComparison() : EXProgrammer(16, "EXInvalidComparison") {}
 
 void MCThrowUnexpected(const ZVTString& file, long line) {
     throw EXUnexpected(file, ZVTString(line, 10));

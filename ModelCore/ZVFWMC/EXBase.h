@@ -2,8 +2,13 @@
 #define EXBASE_H
 
 // The exception family: small values thrown by value and caught by reference.
-// None has a virtual destructor; nothing in the library deletes one through a
-// base pointer. The codes are part of the interface and must not change.
+// The codes are part of the interface and must not change. Every class is also a
+// std::exception, so a host that knows nothing of the family still gets a text;
+// a handler that wants the code must put catch (const EXBase&) before any
+// catch (const std::exception&) of the same try, which would otherwise take it.
+
+#include <cstddef>
+#include <exception>
 
 #include "foundation/ZVTExport.h"
 #include "foundation/ZVTReference.h"
@@ -19,33 +24,58 @@ public:
     ~EXMsgData() override;
 };
 
-/// The base of every exception of the library and of its hosts: a code and an optional standard message.
-class MODELCORE_API EXBase {
+/// The base of every exception of the library and of its hosts: a code, an optional standard message and a
+/// what() text.
+class MODELCORE_API EXBase : public std::exception {
 public:
-    /// An exception with the given code.
+    /// An exception with the given code; what() names it "EXBase".
     explicit EXBase(long code);
     /// The code given at construction.
     long GetExceptionCode() const;
     /// Shows the exception's standard message, if it has one, and returns the answer; the base shows nothing
     /// and returns 0.
     virtual int StandardMessage(EXMsgData* pData) const;
+    /// "EXUnexpected (code 13) at ModelCore/ZVFWMC/MCObject:42": the class, the code given at construction
+    /// and the place when the class carries one; held by the exception (copies hold their own), never null,
+    /// cut short rather than overflow.
+    const char* what() const noexcept override;
 
 protected:
+    /// For subclasses: an exception whose what() text begins with `className` (copied; null reads as
+    /// "EXBase").
+    EXBase(long code, const char* className);
+    /// For subclasses that know where they were raised: appends " at file" and, when `line` is not empty,
+    /// ":line" to the what() text; a null or empty `file` adds nothing.
+    void SetWhatLocation(const char* file, const char* line) noexcept;
+
     long m_lCode;
+
+private:
+    // Built when the exception is made, so that what() neither allocates nor fails.
+    static constexpr std::size_t c_nWhatCapacity = 192;
+    char m_acWhat[c_nWhatCapacity];
 };
 
 /// A fault of the calling code; every concrete exception of the library derives from it.
 class MODELCORE_API EXProgrammer : public EXBase {
 public:
-    /// A programmer fault with the given code.
+    /// A programmer fault with the given code; what() names it "EXProgrammer".
     explicit EXProgrammer(long code);
+
+protected:
+    /// For subclasses: a programmer fault whose what() text names `className` (null reads as "EXBase").
+    EXProgrammer(long code, const char* className);
 };
 
 /// A fault that a user caused; the library throws none, hosts derive from it.
 class MODELCORE_API EXUser : public EXBase {
 public:
-    /// A user fault with the given code.
+    /// A user fault with the given code; what() names it "EXUser".
     explicit EXUser(long code);
+
+protected:
+    /// For host subclasses: a user fault whose what() text names `className` (null reads as "EXBase").
+    EXUser(long code, const char* className);
 };
 
 // The sixteen concrete classes. Constructor arguments are kept in public
@@ -148,7 +178,7 @@ public:
 };
 
 /// Code 13: a state the code holds to be impossible, named by source file ("ModelCore/ZVFWMC/MCObject") and
-/// line.
+/// line, which what() shows.
 class MODELCORE_API EXUnexpected : public EXProgrammer {
 public:
     /// Remembers where it was raised; the line is decimal text.

@@ -240,8 +240,8 @@ EcoreImportResult Importer::Run() {
     } catch (const Failure& failure) {
         result.m_sError = m_sName + ":" + std::to_string(failure.m_nLine) + ": " + failure.m_sMessage;
     } catch (const EXBase& exception) {
-        result.m_sError = m_sName + ":" + std::to_string(m_nLine) + ": the class model failed (exception " +
-                          std::to_string(exception.GetExceptionCode()) + ")";
+        result.m_sError =
+            m_sName + ":" + std::to_string(m_nLine) + ": the class model failed: " + exception.what();
     }
     if (m_pxModel)
         m_pxModel->Expunge(true);

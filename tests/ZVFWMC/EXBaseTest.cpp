@@ -1,12 +1,15 @@
 // Covers the exception family: each concrete class's code and the side it is caught
-// on, the kept constructor arguments, the one standard message and the EXUnexpected helper.
+// on, the kept constructor arguments, the one standard message, the EXUnexpected helper
+// and the what() text every class gives as a std::exception.
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 
 #include <gtest/gtest.h>
 
+#include <exception>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "platform/HUB.h"
 
@@ -107,6 +110,50 @@ TEST(EXBaseTest, ThrowUnexpectedNamesTheUnitAndTheCurrentLineAndCopiesKeepThem) 
     EXPECT_EQ(copy.m_xFile, "ModelCore/ZVFWMC/EXBaseTest");
     EXPECT_EQ(copy.m_xLine, ZVTString(expectedLine, 10));
     EXPECT_EQ(copy.GetExceptionCode(), 13);
+    // The thrown object is gone: the copy's text must be its own.
+    EXPECT_EQ(std::string(copy.what()),
+              "EXUnexpected (code 13) at ModelCore/ZVFWMC/EXBaseTest:" + std::to_string(expectedLine));
+}
+
+TEST(EXBaseTest, EveryClassIsCaughtAsStdExceptionWithItsClassCodeAndPlaceInWhat) {
+    struct WhatCase {
+        std::function<void()> m_xThrow;
+        std::string m_sWhat;
+    };
+    std::vector<WhatCase> cases = {
+        {[] { throw EXBase(99); }, "EXBase (code 99)"},
+        {[] { throw EXProgrammer(-1); }, "EXProgrammer (code -1)"},
+        {[] { throw EXUser(42); }, "EXUser (code 42)"},
+        {[] { MCThrowUnexpected("ModelCore/ZVFWMC/MCObject", 42); },
+         "EXUnexpected (code 13) at ModelCore/ZVFWMC/MCObject:42"},
+        {[] { throw EXUnexpected("ModelCore/ZVFWMC/MCObject", ""); },
+         "EXUnexpected (code 13) at ModelCore/ZVFWMC/MCObject"},
+        {[] { throw EXUnexpected(ZVTString(), "42"); }, "EXUnexpected (code 13)"},
+    };
+    for (const ThrowCase& c : c_axConcrete) {
+        if (c.m_lCode != 13)  // EXUnexpected's place is covered above
+            cases.push_back(
+                {c.m_xThrow, std::string(c.m_pcName) + " (code " + std::to_string(c.m_lCode) + ")"});
+    }
+    for (const WhatCase& c : cases) {
+        SCOPED_TRACE(c.m_sWhat);
+        try {
+            c.m_xThrow();
+            ADD_FAILURE() << "nothing thrown";
+        } catch (const std::exception& e) {
+            EXPECT_EQ(std::string(e.what()), c.m_sWhat);
+        }
+    }
+}
+
+TEST(EXBaseTest, AnOverlongPlaceIsCutShortInWhat) {
+    const std::string file(1000, 'd');
+    const EXUnexpected e(file.c_str(), "42");
+    const std::string full = "EXUnexpected (code 13) at " + file + ":42";
+    const std::string what = e.what();
+    EXPECT_GT(what.size(), std::string("EXUnexpected (code 13) at d").size());
+    EXPECT_LT(what.size(), full.size());
+    EXPECT_EQ(full.compare(0, what.size(), what), 0);
 }
 
 }  // namespace

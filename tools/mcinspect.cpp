@@ -2,7 +2,8 @@
 // type, or a buffer's entries by level with what a paste makes of each) and says where and how a damaged
 // one goes wrong. Property records carry no length, so the class model is registered and each property is
 // read by its own class, into a scratch object. "expand" restores a model and generates text from it with
-// a template, through the class model's data butler; --dump restores a model and prints its object dumps.
+// a template, through the class model's data butler; --dump restores a model and prints its object dumps;
+// --dot restores a model and writes it as a Graphviz graph.
 
 #include <algorithm>
 #include <cstdio>
@@ -19,6 +20,7 @@
 #include "examples/classmodel/ClassModel.h"
 #include "examples/classmodel/ClassModelButler.h"
 #include "platform/ZVMTemplate.h"
+#include "tools/DotWriter.h"
 
 namespace {
 
@@ -39,6 +41,7 @@ const char c_acHelp[] =
     "       mcinspect --clip FILE\n"
     "       mcinspect expand TEMPLATE MODELFILE [-o OUT]\n"
     "       mcinspect --dump FILE\n"
+    "       mcinspect --dot FILE [-o OUT]\n"
     "Prints the head, the global section and a summary of the objects by type of a model file written\n"
     "by the class-diagram host; --objects also lists every object record. --clip reads FILE as a clip\n"
     "buffer: its source, its global section, its entries by level with what a paste does with each, and\n"
@@ -46,14 +49,19 @@ const char c_acHelp[] =
     "anchored at the model's root, to OUT or standard output (the language: docs/templates.md).\n"
     "--dump restores the model of FILE and prints its tree as an indented outline, then the dump of each\n"
     "object, depth first: its properties with their flags and values, its subscribers, its size.\n"
+    "--dot restores the model of FILE and writes it as a Graphviz graph to OUT or standard output: a\n"
+    "class diagram (packages as clusters, classes with their attributes, generalizations, associations)\n"
+    "when its root is a class model, otherwise the owner tree with its references as dashed edges.\n"
+    "Render it with: dot -Tsvg\n"
     "exit codes:\n"
     "  0  the file was read to its end (a clip buffer: to its end token)\n"
-    "  1  bad arguments, or the file cannot be opened\n"
+    "  1  bad arguments, the file cannot be opened, or OUT cannot be written\n"
     "  2  bad head: not a model file, a newer format, another company or product, or cut short;\n"
     "     a clip buffer that does not start with its head token or ends inside its head;\n"
-    "     expand, --dump: any other model that cannot be restored\n"
+    "     expand, --dump, --dot: any other model that cannot be restored\n"
     "  3  truncated inside an object record; a clip buffer that ends anywhere before its end token\n"
-    "  4  unknown token at top level or inside an object record (expand, --dump: the restore fails);\n"
+    "  4  unknown token at top level or inside an object record (expand, --dump, --dot: the restore\n"
+    "     fails);\n"
     "     in a clip buffer also a token a paste stops at: an entry of type 1, a shared entry behind\n"
     "     the level mark, a second level mark, the end token before the level mark\n"
     "  5  unknown object or property type\n"
@@ -547,6 +555,32 @@ int RestoreModel(const char* path, CMCreationLog& created, MCObject*& model) {
     return result == MCPersController::resultUnknownToken ? exitUnknownToken : exitBadHead;
 }
 
+// Writes `text` to the file at `outPath`, or to standard output when it is null.
+int WriteOut(const std::string& text, const char* outPath) {
+    if (!outPath) {
+        std::fwrite(text.data(), 1, text.size(), stdout);
+        return exitOk;
+    }
+    std::ofstream target(outPath, std::ios::binary);
+    if (!(target << text) || !target.flush()) {
+        std::fprintf(stderr, "mcinspect: cannot write %s\n", outPath);
+        return exitUsage;
+    }
+    return exitOk;
+}
+
+// mcinspect --dot FILE [-o OUT]
+int WriteDot(const char* path, const char* outPath) {
+    CMSession session;
+    CMCreationLog created;
+    MCObject* model = nullptr;
+    if (const int status = RestoreModel(path, created, model); status != exitOk)
+        return status;
+    const std::string text = DotWriter::Write(model);
+    created.ExpungeStrays(nullptr);
+    return WriteOut(text, outPath);
+}
+
 // mcinspect --dump FILE: the outline of the restored tree, then each object's dump, depth first.
 int DumpTree(const char* path) {
     CMSession session;
@@ -629,16 +663,7 @@ int Expand(int argc, char** argv) {
         std::fprintf(stderr, "%s:%s\n", templatePath, error.Format().c_str());
         return exitBadTemplate;
     }
-    if (!outPath) {
-        std::fwrite(out.data(), 1, out.size(), stdout);
-        return exitOk;
-    }
-    std::ofstream target(outPath, std::ios::binary);
-    if (!(target << out) || !target.flush()) {
-        std::fprintf(stderr, "mcinspect: cannot write %s\n", outPath);
-        return exitUsage;
-    }
-    return exitOk;
+    return WriteOut(out, outPath);
 }
 
 }  // namespace
@@ -649,7 +674,9 @@ int main(int argc, char** argv) {
     bool listObjects = false;
     bool clip = false;
     bool dump = false;
+    bool dot = false;
     const char* path = nullptr;
+    const char* outPath = nullptr;
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) {
             std::fputs(c_acHelp, stdout);
@@ -661,6 +688,10 @@ int main(int argc, char** argv) {
             clip = true;
         } else if (std::strcmp(argv[i], "--dump") == 0) {
             dump = true;
+        } else if (std::strcmp(argv[i], "--dot") == 0) {
+            dot = true;
+        } else if (std::strcmp(argv[i], "-o") == 0 && i + 1 < argc && !outPath) {
+            outPath = argv[++i];
         } else if (!path && argv[i][0] != '-') {
             path = argv[i];
         } else {
@@ -668,12 +699,14 @@ int main(int argc, char** argv) {
             return exitUsage;
         }
     }
-    if (!path || (clip + listObjects + dump) > 1) {
+    if (!path || (clip + listObjects + dump + dot) > 1 || (outPath && !dot)) {
         std::fputs(c_acHelp, stderr);
         return exitUsage;
     }
     if (dump)
         return DumpTree(path);
+    if (dot)
+        return WriteDot(path, outPath);
     std::ifstream file(path, std::ios::binary);
     if (!file) {
         std::fprintf(stderr, "mcinspect: cannot open %s\n", path);

@@ -1,6 +1,7 @@
 // mcinspect on a model file and a clip buffer written by the class model, intact and damaged at chosen
 // places: the exit code names the damage and the output shows what was read; mcinspect expand on good
-// and bad templates and models; and mcinspect --dump on good and bad models.
+// and bad templates and models; mcinspect --dump on good and bad models; and mcinspect --dot on a class
+// model, on a saved package (an owner tree), on names that need escaping and on bad models.
 
 #include <cstdio>
 #include <fstream>
@@ -80,6 +81,24 @@ protected:
         ASSERT_TRUE(written);
         c_sGood = ReadAll(Path("good"));
         WriteAll(Path("clip"), c_sClip);
+        SaveDotModels();
+    }
+
+    // For --dot: a class whose name needs every escape and an attribute name that is no UTF-8, and their
+    // package saved on its own, so that its file's root is no class model.
+    static void SaveDotModels() {
+        MCObject* model = ClassModel::NewModel("odd");
+        MCObject* package = ClassModel::AddPackage(model, "p");
+        MCObject* base = ClassModel::AddClass(package, "Base");
+        MCObject* odd = ClassModel::AddClass(package, "Say \"hi\" \\ {x|y} <z>\nagain");
+        ClassModel::AddAttribute(odd, "caf\xe9", "int", 0);
+        const bool derived = ClassModel::AddSuperclass(odd, base);
+        bool modelWritten = false;
+        bool packageWritten = false;
+        ClassModel::Save(model, Path("dot_odd").c_str(), modelWritten);
+        ClassModel::Save(package, Path("dot_package").c_str(), packageWritten);
+        model->Expunge(true);
+        ASSERT_TRUE(derived && modelWritten && packageWritten);
     }
 
     static std::string Path(const std::string& name) {
@@ -271,6 +290,65 @@ TEST_F(MCInspectTest, DumpPrintsTheRestoredTreeThenEachObject) {
             ASSERT_NE(at = outcome.m_sOutput.find(piece, at), std::string::npos)
                 << piece << outcome.m_sOutput;
     }
+}
+
+TEST_F(MCInspectTest, DotDrawsTheClassDiagramOrTheOwnerTree) {
+    std::string badPrefix = c_sGood;
+    badPrefix[0] = 'X';
+    WriteAll(Path("dot_bad_prefix"), badPrefix);
+    const std::string out = ::testing::TempDir() + "mcinspect.dot";
+    const struct {
+        const char* m_pcName;
+        std::string m_sArguments;
+        int m_nExit;
+        std::vector<std::string> m_xSays;  // in this order
+    } cases[] = {
+        // Siblings by name, whatever order the restore gave them.
+        {"class diagram", "--dot " + Path("good"), 0, {R"(digraph "inspected" {
+    graph [rankdir=BT, labelloc=t, label="inspected", fontname="Helvetica"];
+    node [shape=record, fontname="Helvetica", fontsize=10];
+    edge [fontname="Helvetica", fontsize=9];
+    subgraph cluster_1 {
+        label="shop"; labelloc=b;
+        n1 [label="{Order|total : money\l}"];
+        n2 [label="{Order_2|}"];
+    }
+    n1 -> n2 [arrowhead=vee, label="lines"];
+}
+)"}},
+        {"escaped",
+         "--dot " + Path("dot_odd"),
+         0,
+         {R"(n2 [label="{Say \"hi\" \\ \{x\|y\} \<z\>\nagain|caf? : int\l}"];)",
+          "n2 -> n1 [arrowhead=empty];"}},
+        {"owner tree",
+         "--dot " + Path("dot_package"),
+         0,
+         {R"(n1 [label="Package\np"];)", R"(n2 [label="Class\nSay \"hi\" \\ {x|y} <z>\nagain"];
+    n1 -> n2;)",
+          R"(n1 -> n5 [style=dashed, label="ClassNames"];
+    n2 -> n4 [style=dashed, label="Superclasses"];)"}},
+        {"to a file", "--dot " + Path("good") + " -o " + out, 0, {}},
+        {"bad model", "--dot " + Path("dot_bad_prefix"), 2, {"no model that can be restored"}},
+        {"no model", "--dot " + Path("missing"), 1, {"cannot open"}},
+        {"cannot write",
+         "--dot " + Path("good") + " -o " + ::testing::TempDir() + "none/x.dot",
+         1,
+         {"cannot write"}},
+        {"-o without --dot", "--dump -o " + out + " " + Path("good"), 1, {"usage"}},
+    };
+    std::remove(out.c_str());
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.m_pcName);
+        const Outcome outcome = Inspect(c.m_sArguments);
+        EXPECT_EQ(outcome.m_nExit, c.m_nExit) << outcome.m_sOutput;
+        size_t at = 0;
+        for (const std::string& piece : c.m_xSays)
+            ASSERT_NE(at = outcome.m_sOutput.find(piece, at), std::string::npos)
+                << piece << outcome.m_sOutput;
+    }
+    // The same file gives the same bytes, to a file as to standard output.
+    EXPECT_EQ(ReadAll(out), Inspect("--dot " + Path("good")).m_sOutput);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCClipboard.h"
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCDataButler.h"
 #include "ModelCore/ZVFWMC/MCDataButlerBase.h"
 #include "ModelCore/ZVFWMC/MCEnvironment.h"

@@ -106,7 +106,7 @@ protected:
 };
 
 /// The host's persistence root: a save needs one at or above the object saved.
-using ModelRoot = HostNode<530>;
+using ModelRoot = HostNode<MCCodes::tPersistenceRoot>;
 
 /// The environment a save writes its global section through, installed once per process.
 class Environment : public MCEnvironment {

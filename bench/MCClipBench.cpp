@@ -14,6 +14,7 @@
 
 #include "BenchSupport.h"
 #include "ModelCore/ZVFWMC/MCClipboard.h"
+#include "ModelCore/ZVFWMC/MCCodes.h"
 
 namespace {
 
@@ -22,10 +23,6 @@ using Clock = std::chrono::steady_clock;
 constexpr short kNodeType = 7641;
 constexpr short kCount = 7651;  // Integer
 constexpr short kRef = 7652;    // Reference
-// The core's property types: a clip entry's frame carries the Name.
-constexpr short kIntegerType = 87;
-constexpr short kReferenceType = 89;
-constexpr short kNameType = 147;
 constexpr std::size_t kReferenceEvery = 10;
 constexpr long kBaseSize = 1000;
 
@@ -36,8 +33,8 @@ void RegisterTypes() {
     registered = true;
     MdlCore::Initialize();
     bench::Environment::Install();
-    MCFactoryRegistry::RegisterAliasProperty(kCount, "count", kIntegerType, true, false, false, false);
-    MCFactoryRegistry::RegisterAliasProperty(kRef, "ref", kReferenceType, true, false, false, false);
+    MCFactoryRegistry::RegisterAliasProperty(kCount, "count", MCCodes::pInteger, true, false, false, false);
+    MCFactoryRegistry::RegisterAliasProperty(kRef, "ref", MCCodes::pReference, true, false, false, false);
     bench::ModelRoot::Register("Model", 1);
     bench::HostNode<kNodeType>::Register("Node", 1);
     // A paste places its top entries only under targets the registry lists as owners.
@@ -54,7 +51,7 @@ MCObject* BuildModel(std::size_t n, MCObject*& top) {
         MCSPropertyAccessorT<long> count(static_cast<long>(i));
         MCSPropertyAccessorT<ZVTString> name(bench::NodeName(static_cast<long>(i)));
         nodes[i]->SetProperty(kCount, count, MCPropertyAccessor::accessAdd);
-        nodes[i]->SetProperty(kNameType, name, MCPropertyAccessor::accessAdd);
+        nodes[i]->SetProperty(MCCodes::pName, name, MCPropertyAccessor::accessAdd);
     }
     std::mt19937 rng(42);
     std::uniform_int_distribution<std::size_t> pick(0, n - 1);

@@ -3,6 +3,7 @@
 // holders of references to it, so the per-node cost shows whether anything on that path grows with the
 // tree; it must stay flat from 10^4 to 10^6.
 #include <benchmark/benchmark.h>
+#include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include <chrono>
 #include <random>
@@ -11,8 +12,6 @@
 #include "BenchSupport.h"
 
 namespace {
-
-constexpr short kReference = 89;
 
 void BM_MCObjectExpungeTree(benchmark::State& state) {
     MdlCore::Initialize();
@@ -27,7 +26,7 @@ void BM_MCObjectExpungeTree(benchmark::State& state) {
         std::uniform_int_distribution<std::size_t> pick(0, n - 1);
         for (std::size_t i = 0; i < n; i += 10) {
             MCSRefAccessor reference(nodes[pick(rng)]);
-            nodes[i]->SetProperty(kReference, reference, MCPropertyAccessor::accessAdd);
+            nodes[i]->SetProperty(MCCodes::pReference, reference, MCPropertyAccessor::accessAdd);
         }
         const long rootId = nodes[0]->GetId();
         const long lastId = nodes[n - 1]->GetId();

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "BenchSupport.h"
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCEvent.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCGenericObject.h"
@@ -38,9 +39,6 @@ using bench::ReleaseFreeMemory;
 using bench::ResidentBytes;
 
 using Clock = std::chrono::steady_clock;
-
-constexpr short kInteger = 87;
-constexpr short kString = 91;
 
 // Enough probes that a cold run reads the large trees all over.
 constexpr std::size_t kProbeCount = std::size_t{1} << 20;
@@ -64,8 +62,8 @@ bool BuildTree(std::vector<MCObject*>& nodes) {
         const long value = static_cast<long>(i);
         MCSPropertyAccessorT<ZVTString> name(NodeName(value));
         MCSPropertyAccessorT<long> count(value);
-        if (node == nullptr || !node->SetProperty(kString, name, MCPropertyAccessor::accessAdd) ||
-            !node->SetProperty(kInteger, count, MCPropertyAccessor::accessAdd)) {
+        if (node == nullptr || !node->SetProperty(MCCodes::pString, name, MCPropertyAccessor::accessAdd) ||
+            !node->SetProperty(MCCodes::pInteger, count, MCPropertyAccessor::accessAdd)) {
             if (nodes.size() > 1)
                 nodes.back() = nullptr;
             return false;
@@ -79,8 +77,9 @@ bool LastNodeIsIntact(const std::vector<MCObject*>& nodes) {
     const long last = static_cast<long>(nodes.size()) - 1;
     MCSPropertyRawAccessorT<long> count;
     MCSPropertyRawAccessorT<ZVTString> name;
-    return nodes.back()->GetProperty(kInteger, count) && count.GetValue() == last &&
-           nodes.back()->GetProperty(kString, name) && name.GetValue().str() == NodeName(last).str() &&
+    return nodes.back()->GetProperty(MCCodes::pInteger, count) && count.GetValue() == last &&
+           nodes.back()->GetProperty(MCCodes::pString, name) &&
+           name.GetValue().str() == NodeName(last).str() &&
            MCObject::ResolveId(nodes.back()->GetId()) == nodes.back();
 }
 
@@ -212,7 +211,7 @@ void BM_MCObjectActiveEdit(benchmark::State& state) {
         const Clock::time_point start = Clock::now();
         for (std::size_t i = 0; i < nodes.size(); ++i) {
             MCSPropertyAccessorT<long> count(static_cast<long>(i) + offset);
-            accepted &= nodes[i]->SetProperty(kInteger, count, MCPropertyAccessor::accessAdd) != 0;
+            accepted &= nodes[i]->SetProperty(MCCodes::pInteger, count, MCPropertyAccessor::accessAdd) != 0;
         }
         seconds += Seconds(Clock::now() - start);
         const long expected = changing ? static_cast<long>(nodes.size()) : 0;
@@ -275,7 +274,7 @@ void BM_MCObjectFindProperty(benchmark::State& state, std::size_t distinct) {
     const std::vector<std::size_t> indices = RandomIndices(tree.Nodes().size(), distinct);
     std::vector<Probe> probes(kProbeCount);
     for (std::size_t i = 0; i < kProbeCount; ++i)
-        probes[i] = {tree.Nodes()[indices[i]], (i & 1) != 0 ? kString : kInteger};
+        probes[i] = {tree.Nodes()[indices[i]], (i & 1) != 0 ? MCCodes::pString : MCCodes::pInteger};
     if (probes[0].m_pxObject->FindProperty(probes[0].m_sType, false) == nullptr) {
         state.SkipWithError("FindProperty misses a property that was set");
         return;

@@ -28,9 +28,9 @@ void RegisterTypes() {
     registered = true;
     MdlCore::Initialize();
     bench::Environment::Install();
-    MCFactoryRegistry::RegisterAliasProperty(kCount, "count", 87, true, false, false, false);
-    MCFactoryRegistry::RegisterAliasProperty(kName, "name", 91, true, false, false, false);
-    MCFactoryRegistry::RegisterAliasProperty(kRef, "ref", 89, true, false, false, false);
+    MCFactoryRegistry::RegisterAliasProperty(kCount, "count", MCCodes::pInteger, true, false, false, false);
+    MCFactoryRegistry::RegisterAliasProperty(kName, "name", MCCodes::pString, true, false, false, false);
+    MCFactoryRegistry::RegisterAliasProperty(kRef, "ref", MCCodes::pReference, true, false, false, false);
     bench::ModelRoot::Register("Model", 1);
     bench::HostNode<kNodeType>::Register("Node", 1);
 }

@@ -4,6 +4,7 @@
 // from the property's own: a second reference property with the same targets finds each subscription in
 // place and only raises its count, so the difference of the two heap growths is the subscriptions.
 #include <benchmark/benchmark.h>
+#include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include <chrono>
 #include <cstddef>
@@ -16,8 +17,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr short kReference = 89;
-constexpr short kReferenceList = 90;
 constexpr short kSecondReference = 7801;
 constexpr short kSecondReferenceList = 7802;
 constexpr long kListLength = 10;
@@ -28,10 +27,10 @@ void RegisterTypes() {
         return;
     registered = true;
     MdlCore::Initialize();
-    MCFactoryRegistry::RegisterAliasProperty(kSecondReference, "SecondReference", kReference, true, false,
-                                             false, false);
-    MCFactoryRegistry::RegisterAliasProperty(kSecondReferenceList, "SecondReferenceList", kReferenceList,
-                                             true, false, false, false);
+    MCFactoryRegistry::RegisterAliasProperty(kSecondReference, "SecondReference", MCCodes::pReference, true,
+                                             false, false, false);
+    MCFactoryRegistry::RegisterAliasProperty(kSecondReferenceList, "SecondReferenceList",
+                                             MCCodes::pReferenceList, true, false, false, false);
 }
 
 // A root with `count` GenericObjects under it; the root goes when the scope ends.
@@ -97,7 +96,7 @@ void BM_MCRefSetSingle(benchmark::State& state) {
         double withSubscription = 0, withoutSubscription = 0;
         const double seconds = TimedPass(count, 1, withSubscription, ok, [&](std::size_t i) {
             MCSRefAccessor accessor(targets[i]);
-            return nodes[i]->SetProperty(kReference, accessor, MCPropertyAccessor::accessAdd);
+            return nodes[i]->SetProperty(MCCodes::pReference, accessor, MCPropertyAccessor::accessAdd);
         });
         TimedPass(count, 1, withoutSubscription, ok, [&](std::size_t i) {
             MCSRefAccessor accessor(targets[i]);
@@ -129,7 +128,7 @@ void BM_MCRefSetList(benchmark::State& state) {
         double withSubscription = 0, withoutSubscription = 0;
         const double seconds = TimedPass(holders, kListLength, withSubscription, ok, [&](std::size_t i) {
             MCVRefAccessor accessor(&lists[i]);
-            return nodes[i]->SetProperty(kReferenceList, accessor, MCPropertyAccessor::accessAdd);
+            return nodes[i]->SetProperty(MCCodes::pReferenceList, accessor, MCPropertyAccessor::accessAdd);
         });
         TimedPass(holders, kListLength, withoutSubscription, ok, [&](std::size_t i) {
             MCVRefAccessor accessor(&lists[i]);

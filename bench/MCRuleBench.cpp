@@ -3,6 +3,7 @@
 // and one on its supertype. The host types are two class levels, registered as a host registers them;
 // node i is owned by node (i-1)/10, so depth 6 holds nodes 111111 to 1111110.
 #include <benchmark/benchmark.h>
+#include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include <chrono>
 #include <cstddef>
@@ -16,7 +17,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr short kBaseType = 7501;
 constexpr short kNodeType = 7502;
-constexpr short kInteger = 87;
 constexpr std::size_t kTreeSize = 1000000;
 constexpr std::size_t kFirstAtDepth6 = 111111;
 constexpr std::size_t kEditsPerIteration = 100000;
@@ -57,8 +57,9 @@ void BM_MCRuleActiveEditAtDepth6(benchmark::State& state) {
     PassingRule onType, onSupertype;
     if (withRules) {
         MCFactoryContext context;
-        MCPropertySemanticRegistry::Register(kNodeType, &context, kInteger, &onType, false, false);
-        MCPropertySemanticRegistry::Register(kBaseType, &context, kInteger, &onSupertype, false, false);
+        MCPropertySemanticRegistry::Register(kNodeType, &context, MCCodes::pInteger, &onType, false, false);
+        MCPropertySemanticRegistry::Register(kBaseType, &context, MCCodes::pInteger, &onSupertype, false,
+                                             false);
     }
 
     long value = 0;
@@ -69,7 +70,8 @@ void BM_MCRuleActiveEditAtDepth6(benchmark::State& state) {
         const Clock::time_point start = Clock::now();
         for (std::size_t i = 0; i < kEditsPerIteration; ++i) {
             MCSPropertyAccessorT<long> accessor(++value);
-            nodes[kFirstAtDepth6 + i]->SetProperty(kInteger, accessor, MCPropertyAccessor::accessAdd);
+            nodes[kFirstAtDepth6 + i]->SetProperty(MCCodes::pInteger, accessor,
+                                                   MCPropertyAccessor::accessAdd);
         }
         seconds += std::chrono::duration<double>(Clock::now() - start).count();
         edits += static_cast<long>(kEditsPerIteration);

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "BenchSupport.h"
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCDataButler.h"
 #include "platform/ZVMTemplate.h"
 
@@ -22,9 +23,6 @@ constexpr short kNodeType = 7661;
 constexpr short kCount = 7671;    // Integer
 constexpr short kMembers = 7672;  // ReferenceList
 constexpr short kLinks = 7673;    // ReferenceList
-constexpr short kIntegerType = 87;
-constexpr short kReferenceListType = 90;
-constexpr short kNameType = 147;
 constexpr long kBaseSize = 1000;
 
 const char* const kTemplate =
@@ -40,10 +38,11 @@ void RegisterTypes() {
     registered = true;
     MdlCore::Initialize();
     bench::Environment::Install();
-    MCFactoryRegistry::RegisterAliasProperty(kCount, "count", kIntegerType, true, false, false, false);
-    MCFactoryRegistry::RegisterAliasProperty(kMembers, "members", kReferenceListType, true, false, false,
+    MCFactoryRegistry::RegisterAliasProperty(kCount, "count", MCCodes::pInteger, true, false, false, false);
+    MCFactoryRegistry::RegisterAliasProperty(kMembers, "members", MCCodes::pReferenceList, true, false, false,
                                              false);
-    MCFactoryRegistry::RegisterAliasProperty(kLinks, "links", kReferenceListType, true, false, false, false);
+    MCFactoryRegistry::RegisterAliasProperty(kLinks, "links", MCCodes::pReferenceList, true, false, false,
+                                             false);
     bench::ModelRoot::Register("Model", 1);
     bench::HostNode<kNodeType>::Register("Node", 1);
 }
@@ -58,7 +57,7 @@ MCObject* BuildModel(long n) {
         MCSPropertyAccessorT<long> count(i);
         MCSPropertyAccessorT<ZVTString> name(bench::NodeName(i));
         node->SetProperty(kCount, count, MCPropertyAccessor::accessAdd);
-        node->SetProperty(kNameType, name, MCPropertyAccessor::accessAdd);
+        node->SetProperty(MCCodes::pName, name, MCPropertyAccessor::accessAdd);
         members.Append(node);
     }
     for (long i = 0; i < n; ++i) {

@@ -15,6 +15,7 @@
 // A save needs a persistence root above what it saves, so node 0 sits under a model object; it is saved and
 // restored with the tree, one object more in N + 1.
 #include <benchmark/benchmark.h>
+#include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include <chrono>
 #include <cstdint>
@@ -35,18 +36,17 @@ constexpr short kName = 7612;   // String
 constexpr short kRef = 7613;    // Reference
 constexpr short kRefs = 7614;   // ReferenceList
 
-constexpr short kCloneId = 582;  // the core's CloneId: the id of a clone's source
-
 void RegisterTypes() {
     static bool registered = false;
     if (registered)
         return;
     registered = true;
     MdlCore::Initialize();
-    MCFactoryRegistry::RegisterAliasProperty(kCount, "count", 87, true, false, false, false);
-    MCFactoryRegistry::RegisterAliasProperty(kName, "name", 91, true, false, false, false);
-    MCFactoryRegistry::RegisterAliasProperty(kRef, "ref", 89, true, false, false, false);
-    MCFactoryRegistry::RegisterAliasProperty(kRefs, "refs", 90, true, false, false, false);
+    MCFactoryRegistry::RegisterAliasProperty(kCount, "count", MCCodes::pInteger, true, false, false, false);
+    MCFactoryRegistry::RegisterAliasProperty(kName, "name", MCCodes::pString, true, false, false, false);
+    MCFactoryRegistry::RegisterAliasProperty(kRef, "ref", MCCodes::pReference, true, false, false, false);
+    MCFactoryRegistry::RegisterAliasProperty(kRefs, "refs", MCCodes::pReferenceList, true, false, false,
+                                             false);
     bench::HostNode<kNodeType>::Register("Node", 1);
     bench::ModelRoot::Register("Model", 1);
     bench::Environment::Install();
@@ -106,7 +106,8 @@ long HeldReferences(MCObject* node) {
 // The clone's source, through CloneId; null when it has none.
 MCObject* SourceOf(MCObject* clone) {
     MCSPropertyRawAccessorT<long> cloneId;
-    return clone && clone->GetProperty(kCloneId, cloneId) ? MCObject::ResolveId(cloneId.GetValue()) : nullptr;
+    return clone && clone->GetProperty(MCCodes::pCloneId, cloneId) ? MCObject::ResolveId(cloneId.GetValue())
+                                                                   : nullptr;
 }
 
 // Whether the copy under `copy` has `n` nodes and every reference in it points at an object of the copy

@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "ModelCore/ZVFWMC/MCClipboard.h"
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCNameSpace.h"
 #include "examples/classmodel/ClassModel.h"
 #include "examples/classmodel/ClassModelButler.h"
@@ -98,7 +99,7 @@ std::vector<MCObject*> Ownees(MCObject* owner, short type) {
 MCObject* Build(const Options& options, Lcg& random, Tally& tally) {
     MCObject* model = ClassModel::NewModel("Sample diagram");
     // A property the user made up; the model's global section carries it to the next session.
-    const short stereotype = MCFactoryRegistry::RegisterUDP("Stereotype", 91, model, true);
+    const short stereotype = MCFactoryRegistry::RegisterUDP("Stereotype", MCCodes::pString, model, true);
     MCFactoryRegistry::AddPropertyUsage(C::tClass, stereotype, MCFactoryRegistry::clipUndecided);
     for (int p = 0; p < options.m_nPackages; ++p) {
         MCObject* package = ClassModel::AddPackage(model, ("package" + std::to_string(p)).c_str());

@@ -70,11 +70,11 @@ void RegisterMetamodel() {
     R::RegisterAliasObject(tModule, "Module", 0, tPackage, true, false);
 
     // Host properties as aliases of the core's value types (Integer 87, String 91, ...).
-    R::RegisterAliasProperty(pName, "Name", 91, true, false, false, true);
-    R::RegisterAliasProperty(pVisibility, "Visibility", 87, true, false, false, false);
-    R::RegisterAliasProperty(pMultiplicity, "Multiplicity", 91, true, false, false, false);
-    R::RegisterAliasProperty(pEnd, "End", 89, true, false, false, false);
-    R::RegisterAliasProperty(pEnds, "Ends", 90, true, false, false, false);
+    R::RegisterAliasProperty(pName, "Name", MCCodes::pString, true, false, false, true);
+    R::RegisterAliasProperty(pVisibility, "Visibility", MCCodes::pInteger, true, false, false, false);
+    R::RegisterAliasProperty(pMultiplicity, "Multiplicity", MCCodes::pString, true, false, false, false);
+    R::RegisterAliasProperty(pEnd, "End", MCCodes::pReference, true, false, false, false);
+    R::RegisterAliasProperty(pEnds, "Ends", MCCodes::pReferenceList, true, false, false, false);
 
     const short named[] = {pName, 0};
     R::AddPropertyUsages(tNamed, named, 1);
@@ -121,7 +121,7 @@ public:
     void Notify(MCEvent& event) override {
         auto* object = static_cast<MCObject*>(event.GetSubject());
         ZVTString name;
-        object->GetPropertyString(147, name);
+        object->GetPropertyString(MCCodes::pName, name);
         switch (event.GetEventType()) {
             case MCEvent::PropertySet:
                 std::printf("  object %ld (%s): property %s set\n", object->GetId(), name.data(),
@@ -152,28 +152,29 @@ void EditSomeObjects() {
         MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, nullptr, nullptr, nullptr));
     root->AddSubscriber(&observer, MCEvent::subscriberObserver);
     MCSPropertyAccessorT<ZVTString> name(ZVTString("root"));
-    root->SetProperty(147, name, MCPropertyAccessor::accessAdd);
+    root->SetProperty(MCCodes::pName, name, MCPropertyAccessor::accessAdd);
     for (long i = 1; i <= 3; ++i) {
         auto* child = static_cast<MCObject*>(
             MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, root, nullptr, nullptr));
         MCSPropertyAccessorT<ZVTString> childName(ZVTString(("child " + std::to_string(i)).c_str()));
-        child->SetProperty(147, childName, MCPropertyAccessor::accessAdd);
+        child->SetProperty(MCCodes::pName, childName, MCPropertyAccessor::accessAdd);
         MCSPropertyAccessorT<long> weight(i * 10);
-        child->SetProperty(87, weight, MCPropertyAccessor::accessAdd);
+        child->SetProperty(MCCodes::pInteger, weight, MCPropertyAccessor::accessAdd);
         // The same value again changes nothing and tells nobody.
-        child->SetProperty(87, weight, MCPropertyAccessor::accessAdd);
+        child->SetProperty(MCCodes::pInteger, weight, MCPropertyAccessor::accessAdd);
     }
     MCObject* first = root->GetFirstOwnee();
     MCSPropertyAccessorT<long> nothing;
-    first->NullProperty(87, nothing);
+    first->NullProperty(MCCodes::pInteger, nothing);
     // The last child refers to the first; when the first goes, the reference is cleared by an edit.
     MCObject* last = first->GetNextSibling()->GetNextSibling();
     MCSRefAccessor toFirst(first);
-    last->SetProperty(152, toFirst, MCPropertyAccessor::accessAdd);  // 152 = Parent, a reference
+    last->SetProperty(MCCodes::pParent, toFirst, MCPropertyAccessor::accessAdd);  // a reference
     first->Expunge(true);
     MCSRefRawAccessor parent;
-    std::printf("  after object 2 went, object %ld's Parent is %s\n", last->GetId(),
-                last->GetProperty(152, parent) && parent.GetValue() == nullptr ? "null" : "still set");
+    std::printf(
+        "  after object 2 went, object %ld's Parent is %s\n", last->GetId(),
+        last->GetProperty(MCCodes::pParent, parent) && parent.GetValue() == nullptr ? "null" : "still set");
     std::printf("  root %ld owns %ld objects; ids resolve: %s\n", root->GetId(), root->GetOwneeCount(),
                 MCObject::ResolveId(root->GetId()) == root ? "yes" : "no");
     root->Expunge(true);

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 #include <utility>
+#include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include "platform/HUB.h"
 
@@ -49,7 +50,8 @@ EXDuplicateFactory::EXDuplicateFactory(short type) : EXProgrammer(1, "EXDuplicat
 
 int EXDuplicateFactory::StandardMessage(EXMsgData*) const {
     ZVTString xText(static_cast<long>(m_sType), 10);
-    return HUBMessage::DisplayMessage(60505, xText, 0x40, nullptr, HUBMessage::textPlain);
+    return HUBMessage::DisplayMessage(MCCodes::msgDuplicateFactory, xText, MCCodes::styleDisplay, nullptr,
+                                      HUBMessage::textPlain);
 }
 
 EXDuplicateProperty::EXDuplicateProperty() : EXProgrammer(2, "EXDuplicateProperty") {}

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCEvent.h"
 #include "platform/AIC.h"
 #include "platform/HUB.h"
@@ -12,8 +13,6 @@ namespace {
 // The registration below belongs to the object rule registry, and its failures name that unit.
 const ZVTString c_xObjectSemSourceFile("ModelCore/ZVFWMC/MCObjectSem");
 
-constexpr long c_nMessageKindInformation = 1;
-constexpr long c_nMissingComponentStyle = 0x30;
 // The highest result both families know: 2, stop (objects) or object gone (properties).
 constexpr long c_nLastResult = 2;
 
@@ -32,10 +31,10 @@ long Forward(const ZVTString& component, const ZVTString& semantic, const MCObje
              long propertyType, unsigned long mode) {
     ControllerInterface* found = CComponentManager::FindComponent(component);
     if (!found) {
-        HUBMessageParameter parameter(1, c_nMissingComponentStyle);
+        HUBMessageParameter parameter(1, MCCodes::styleWarning);
         parameter.SetString(0, component);
-        HUBInterface::ShowMessage(c_nMessageKindInformation, MCExternalObjectSem::c_nMissingComponentMessage,
-                                  parameter);
+        HUBInterface::ShowMessage(MCCodes::msgKindInformation,
+                                  MCExternalObjectSem::c_nMissingComponentMessage, parameter);
         return 0;
     }
     const long answer = found->FireSemantic(semantic, scope ? scope->GetId() : 0, objectId, propertyType,

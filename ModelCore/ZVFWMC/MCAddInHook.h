@@ -10,6 +10,7 @@
 // persistence unit's root) does not tell its proxies: like a reference into such a unit, a proxy scoped
 // there must be deleted or deregistered before the unit goes.
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "ModelCore/ZVFWMC/MCObjectSem.h"
@@ -25,7 +26,7 @@
 class MODELCORE_API MCExternalObjectSem : public MCObjectSem, public MCSubscriber {
 public:
     /// Shown, with the component's name in its one slot, each time a firing finds no such component.
-    static constexpr long c_nMissingComponentMessage = 603;
+    static constexpr long c_nMissingComponentMessage = MCCodes::msgMissingComponent;
 
     /// A proxy of `semanticName` in `componentName`, limited to the subtree of `pScope` unless it is null;
     /// it listens to the scope from now on, registered or not.
@@ -101,7 +102,7 @@ private:
 class MODELCORE_API MCAddInHook : public MCObject {
 public:
     /// The type code of add-in hooks.
-    static constexpr short c_sType = 27;
+    static constexpr short c_sType = MCCodes::tAddInHook;
 
 protected:
     friend class MCFactoryT<MCAddInHook, MCObject>;

@@ -9,6 +9,7 @@
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCClipboardPrivate.h"
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCEnvironment.h"
 #include "ModelCore/ZVFWMC/MCGenericObject.h"
 #include "ModelCore/ZVFWMC/MCMetaInfo.h"
@@ -23,19 +24,6 @@
 namespace {
 
 const ZVTString c_xSourceFile("ModelCore/ZVFWMC/MCClipboard");
-
-constexpr short c_sReferenceType = 89;
-constexpr short c_sReferenceListType = 90;
-constexpr short c_sIdProperty = 132;
-constexpr short c_sNameProperty = 147;
-constexpr short c_sParentProperty = 152;
-constexpr short c_sPersistenceRootType = 530;
-
-// Told for a reference whose pair of object and property type has no clip value; the user's text for it
-// lies with the host's message catalogue.
-constexpr long c_nUndeclaredClipMessage = 607;
-constexpr long c_nMessageKindInformation = 1;
-constexpr long c_nMessageStyle = 0x30;
 
 // No entry level reaches it, so a barrier at this value discards nothing.
 constexpr long c_lNoBarrier = 0x7FFF;
@@ -59,11 +47,11 @@ bool Read(MCStream& stream, T& value) {
 
 // The object an object's Parent names, null when it names none or holds a stored id only.
 MCObject* ParentOf(const MCObject* object) {
-    auto* parent = dynamic_cast<const MCSRef*>(object->FindProperty(c_sParentProperty, false));
+    auto* parent = dynamic_cast<const MCSRef*>(object->FindProperty(MCCodes::pParent, false));
     if (!parent || !parent->IsBound())
         return nullptr;
     MCSRefRawAccessor accessor;
-    return object->GetProperty(c_sParentProperty, accessor) ? accessor.GetValue() : nullptr;
+    return object->GetProperty(MCCodes::pParent, accessor) ? accessor.GetValue() : nullptr;
 }
 
 // A climb along Parent. References are read raw from files and buffers, so a ring is possible: the climb
@@ -104,9 +92,9 @@ const MCProperty* InheritedProperty(MCObject* object, short type,
 }
 
 MCObject* PersistenceRoot(MCObject* object) {
-    if (object->IsType(c_sPersistenceRootType, MCItem::rttiDerived))
+    if (object->IsType(MCCodes::tPersistenceRoot, MCItem::rttiDerived))
         return object;
-    return object->GetOwner(c_sPersistenceRootType, MCItem::rttiDerived);
+    return object->GetOwner(MCCodes::tPersistenceRoot, MCItem::rttiDerived);
 }
 
 MCEnvironment& Environment() {
@@ -361,20 +349,20 @@ void MCClipList::AddReference(MCObject* object, const MCProperty* property, shor
         return;
     const short propertyType = property->GetType();
     const short translated = MCFactoryRegistry::Translate(propertyType, false);
-    if (translated != c_sReferenceType && translated != c_sReferenceListType)
+    if (translated != MCCodes::pReference && translated != MCCodes::pReferenceList)
         return;
     MCFactoryRegistry::clip_reference clip = MCFactoryRegistry::GetClipFlag(object->GetType(), propertyType);
     if (clip == MCFactoryRegistry::clipNoUsage) {
-        HUBMessageParameter parameter(2, c_nMessageStyle);
+        HUBMessageParameter parameter(2, MCCodes::styleWarning);
         parameter.SetString(0, Decimal(object->GetType()));
         parameter.SetString(1, Decimal(propertyType));
-        HUBInterface::ShowMessage(c_nMessageKindInformation, c_nUndeclaredClipMessage, parameter);
+        HUBInterface::ShowMessage(MCCodes::msgKindInformation, MCCodes::msgUndeclaredClip, parameter);
         clip = MCFactoryRegistry::clipFollow;
     } else if (clip == MCFactoryRegistry::clipUndecided) {
         clip = MCFactoryRegistry::clipDepend;
     }
 
-    if (translated == c_sReferenceType) {
+    if (translated == MCCodes::pReference) {
         auto* single = dynamic_cast<const MCSRef*>(property);
         if (single && single->IsBound() && single->GetValue())
             AddReferenceObject(object, single->GetValue(), propertyType, level, type, clip, inherited);
@@ -555,7 +543,7 @@ void MCCopyStream::Prepare(MCClipEntry& entry) {
     entry.m_nBlock = m_xPrepared.BeginRecord(entry.m_lRecord);
     entry.m_bUndeletable = object->GetFlag(MCItem::itemUndeletable);
     MCSPropertyAccessorT<ZVTString> name{ZVTString("")};
-    object->GetProperty(c_sNameProperty, name);
+    object->GetProperty(MCCodes::pName, name);
     *m_pxPreparedStream << name.GetValue() << object->GetType();
     // The object token, type and id precede the owner id.
     entry.m_lOwnerAt = m_xPrepared.Offset() + 1 + 2 + 4;
@@ -600,7 +588,7 @@ ZVTBoolean MCCopyStream::WriteEntry(MCClipEntry& entry) {
         return true;
     }
     MCSPropertyAccessorT<ZVTString> name{ZVTString("")};
-    object->GetProperty(c_sNameProperty, name);
+    object->GetProperty(MCCodes::pName, name);
     const char undeletable = object->GetFlag(MCItem::itemUndeletable) ? 1 : 0;
     *m_pxStream << token << entry.m_sLevel << object->GetId() << undeletable << name.GetValue()
                 << object->GetType();
@@ -972,7 +960,7 @@ void MCPasteStream::MatchByName(long id, short type, const ZVTString& name) {
         while (match == 0 && ++iter) {
             MCObject* candidate = iter.Key();
             MCSPropertyRawAccessorT<ZVTString> candidateName;
-            if (candidate->GetProperty(c_sNameProperty, candidateName) && candidateName.GetValue() == name &&
+            if (candidate->GetProperty(MCCodes::pName, candidateName) && candidateName.GetValue() == name &&
                 candidate->GetOwner(0, MCItem::rttiDerived) == m_pxTarget)
                 match = candidate->GetId();
         }
@@ -1022,7 +1010,7 @@ ZVTBoolean MCPasteStream::MergeRecord(MCObject* existing) {
         }
         if (theirsLeft && theirs.GetValue()->GetType() == type)
             theirsLeft = ++theirs;
-        if (type == c_sIdProperty || property->GetFlag(MCItem::itemFlag100) ||
+        if (type == MCCodes::pId || property->GetFlag(MCItem::itemFlag100) ||
             property->GetFlag(MCItem::itemPreFetch))
             continue;
         if (!alive())

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "ModelCore/ZVFWMC/MCProperty.h"
@@ -12,9 +13,6 @@
 
 namespace {
 
-constexpr short c_sAbstractObjectType = 1;
-constexpr short c_sStringType = 91;
-constexpr unsigned int c_nMessageStyle = 0x40;
 constexpr int c_nDecimal = 10;
 
 // The handlers without a class-wide member.
@@ -42,7 +40,8 @@ ZVTBoolean OrDefault(ZVTBoolean read, const ZVMStringList* arguments, long index
 // Shows `message` with the type code as its text; false, the answer of the read that failed.
 ZVTBoolean ShowMessage(unsigned int message, short code) {
     const ZVTString text(static_cast<long>(code), c_nDecimal);
-    HUBMessage::DisplayMessage(message, text.str().c_str(), c_nMessageStyle, nullptr, HUBMessage::textPlain);
+    HUBMessage::DisplayMessage(message, text.str().c_str(), MCCodes::styleDisplay, nullptr,
+                               HUBMessage::textPlain);
     return false;
 }
 
@@ -63,7 +62,7 @@ ZVTBoolean MCMacroHandlerBase::RetrieveProperty(const MCObject* object, const ZV
     const MCProperty* property = object->FindProperty(code, false);
     if (!property)
         return false;
-    const MCPropertyConverter* converter = MCPropertyConverterRegistry::GetConverter(code, c_sStringType);
+    const MCPropertyConverter* converter = MCPropertyConverterRegistry::GetConverter(code, MCCodes::pString);
     if (!converter)
         return ShowMessage(c_nNoConverterMessage, code);
     auto* text = dynamic_cast<const MCToStringConverter*>(converter);
@@ -92,7 +91,7 @@ ZVTBoolean MCMacroHandlerBase::RetrieveReference(const MCObject* object, const Z
     if (!reference || !reference->IsBound())
         return false;
     MCObject* target = reference->GetValue();
-    if (!target || !target->IsType(c_sAbstractObjectType, MCItem::rttiDerived))
+    if (!target || !target->IsType(MCCodes::tAbstractObject, MCItem::rttiDerived))
         return false;
     value = target;
     return true;

@@ -12,6 +12,7 @@
 // it, except Comma and Concatenate, which append. Started as an iteration (no result), a macro that
 // writes the result answers false and does nothing; ForEach is the macro that iterates.
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCDataButlerBase.h"
 #include "foundation/ZVTBoolean.h"
 #include "foundation/ZVTExport.h"
@@ -25,9 +26,9 @@ class MCObject;
 class MODELCORE_API MCMacroHandlerBase {
 public:
     /// Message of a property type that has no converter to text; its text is the type code.
-    static constexpr unsigned int c_nNoConverterMessage = 60508;
+    static constexpr unsigned int c_nNoConverterMessage = MCCodes::msgNoConverter;
     /// Message of a property type whose converter gives no text; its text is the type code.
-    static constexpr unsigned int c_nConverterWithoutTextMessage = 60509;
+    static constexpr unsigned int c_nConverterWithoutTextMessage = MCCodes::msgConverterWithoutText;
 
     /// Virtual: handlers may be used through this base.
     virtual ~MCMacroHandlerBase();

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCDataButler.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "foundation/ZVTDList.h"
@@ -15,7 +16,6 @@ namespace {
 
 const ZVTString c_xSourceFile("ModelCore/ZVFWMC/MCDataButlerBase");
 
-constexpr unsigned int c_nMessageStyle = 0x40;
 constexpr size_t c_nTableBuckets = 64;
 
 }  // namespace
@@ -160,7 +160,7 @@ void MCDataButlerBase::AddHandler(const ZVTString& name, MCMacroHandlerBase* han
 ZVTBoolean MCDataButlerBase::Handle(const ZVTString& name, ZVMStringList* arguments, ZVTString* result) {
     MCMacroHandlerBase* handler = nullptr;
     if (!m_pxState->m_xHandlers.Find(name, handler)) {
-        HUBMessage::DisplayMessage(c_nUnknownMacroMessage, name.str().c_str(), c_nMessageStyle, nullptr,
+        HUBMessage::DisplayMessage(c_nUnknownMacroMessage, name.str().c_str(), MCCodes::styleDisplay, nullptr,
                                    HUBMessage::textPlain);
         return false;
     }

@@ -7,6 +7,7 @@
 // running iterations and a table of named variables. Every call costs hash look-ups and no walk of the
 // model or of the metamodel.
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCVRefIter.h"
 #include "foundation/ZVTBoolean.h"
 #include "foundation/ZVTExport.h"
@@ -130,7 +131,7 @@ private:
 class MODELCORE_API MCDataButlerBase : public ZVMDataButler {
 public:
     /// Message of a macro name that no handler answers; its text is the name.
-    static constexpr unsigned int c_nUnknownMacroMessage = 59000;
+    static constexpr unsigned int c_nUnknownMacroMessage = MCCodes::msgUnknownMacro;
 
     /// A butler on the same state as `other`.
     MCDataButlerBase(const MCDataButlerBase& other);

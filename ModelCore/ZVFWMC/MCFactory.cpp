@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistryPrivate.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "ModelCore/ZVFWMC/MCUDPMap.h"
@@ -109,7 +110,7 @@ MCItem* MCFactoryRegistry::CreateItem(short code, MCObject* owner, MCFactoryCont
                                       MCObject* /*model*/) {
     const short requested = code;
     auto creationFailed = [](short failed) -> MCItem* {
-        ShowCodeMessage(601, failed);
+        ShowCodeMessage(MCCodes::msgCannotCreate, failed);
         return nullptr;
     };
     MCMetaInfoI* impl = c_pxImplementation;
@@ -199,12 +200,11 @@ void MCFactoryRegistry::RegisterInstance(MCObject* object, ZVTBoolean add) {
 // Defined here rather than with the rest of the user-defined properties: finding the persistence root
 // calls into objects, which the registry's own unit may not.
 ZVTBoolean MCFactoryRegistry::RegisterUDPs(MCObject& object, MCUDPMap* map) {
-    constexpr short c_sPersistenceRoot = 530;
     if (!map)
         return false;
-    MCObject* root = object.IsType(c_sPersistenceRoot, MCItem::rttiDerived)
+    MCObject* root = object.IsType(MCCodes::tPersistenceRoot, MCItem::rttiDerived)
                          ? &object
-                         : object.GetOwner(c_sPersistenceRoot, MCItem::rttiDerived);
+                         : object.GetOwner(MCCodes::tPersistenceRoot, MCItem::rttiDerived);
     if (!root)
         return false;
     for (size_t i = 0; i < map->m_xUDPInfos.Length(); ++i) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistryPrivate.h"
 #include "ModelCore/ZVFWMC/MCStreams.h"
@@ -483,7 +484,7 @@ unsigned int MCFactoryRegistry::GetItemSize(short code) {
     short concrete = Translate(code, true);
     MCMetaInfoEntry* entry = c_pxImplementation ? c_pxImplementation->FindEntry(concrete) : nullptr;
     if (!entry) {
-        ShowCodeMessage(602, concrete);
+        ShowCodeMessage(MCCodes::msgUnknownSize, concrete);
         return 0;
     }
     MCMetaInfoConcreteEntry* sized = entry->AsConcrete();
@@ -910,9 +911,9 @@ long MCFactoryRegistry::GetPoolCount(unsigned int itemSize) {
 }
 
 void MCFactoryRegistry::ShowCodeMessage(long messageId, short code) {
-    HUBMessageParameter parameter(1, 0x10);
+    HUBMessageParameter parameter(1, MCCodes::styleTypeCode);
     parameter.SetString(0, ZVTString(static_cast<long>(code), 10));
-    HUBInterface::ShowMessage(1, messageId, parameter);
+    HUBInterface::ShowMessage(MCCodes::msgKindInformation, messageId, parameter);
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 #ifndef MCGENERICOBJECT_H
 #define MCGENERICOBJECT_H
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "foundation/ZVTExport.h"
@@ -11,7 +12,7 @@
 class MODELCORE_API MCGenericObject : public MCObject {
 public:
     /// The type code of generic objects.
-    static constexpr short c_sType = 2;
+    static constexpr short c_sType = MCCodes::tGenericObject;
 
 protected:
     ZVTBoolean IsType_(short type) const override;

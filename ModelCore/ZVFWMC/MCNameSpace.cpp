@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCEvent.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCNotification.h"
@@ -15,17 +16,9 @@
 
 namespace {
 
-constexpr short c_sName = 147;
-constexpr short c_sStringInfoList = 303;
-constexpr short c_sValidTypeList = 304;
-constexpr short c_sStringInfoObject = 305;
-constexpr short c_sStringInfoCount = 306;
-constexpr short c_sNameSpaces = 307;
-constexpr short c_sAncestorNameSpace = 583;
-
 ZVTBoolean ReadName(const MCObject* object, ZVTString& name) {
     MCSPropertyRawAccessorT<ZVTString> accessor;
-    if (!object || !object->GetProperty(c_sName, accessor))
+    if (!object || !object->GetProperty(MCCodes::pName, accessor))
         return false;
     name = accessor.GetValue();
     return true;
@@ -84,14 +77,14 @@ public:
                 if (nameSpace)
                     nameSpace->DropInheritedNames();
                 MCVRefRawAccessor remove(object);
-                oldAncestor->SetProperty(c_sNameSpaces, remove, MCPropertyAccessor::accessRemove);
+                oldAncestor->SetProperty(MCCodes::pNameSpaces, remove, MCPropertyAccessor::accessRemove);
             }
         } else if (nMode == PostEdit) {
             MCObject* newAncestor = accessor->GetValue();
             if (newAncestor &&
                 (active->m_lFlags & (MCPropertyAccessor::accessAdd | MCPropertyAccessor::accessReplace))) {
                 MCVRefRawAccessor add(object);
-                newAncestor->SetProperty(c_sNameSpaces, add, MCPropertyAccessor::accessAdd);
+                newAncestor->SetProperty(MCCodes::pNameSpaces, add, MCPropertyAccessor::accessAdd);
             }
         }
         return resultContinue;
@@ -109,15 +102,15 @@ public:
         if (nMode == PostCreation) {
             if (owner) {
                 MCVRefAccessor add(object);
-                owner->SetProperty(c_sStringInfoList, add, MCPropertyAccessor::accessAdd);
+                owner->SetProperty(MCCodes::pStringInfoList, add, MCPropertyAccessor::accessAdd);
             }
         } else if (nMode == PreDestructon) {
             if (owner) {
                 MCVRefAccessor remove(object);
-                owner->SetProperty(c_sStringInfoList, remove, MCPropertyAccessor::accessRemove);
+                owner->SetProperty(MCCodes::pStringInfoList, remove, MCPropertyAccessor::accessRemove);
             }
             MCSRefAccessor none(nullptr);
-            object->SetProperty(c_sStringInfoObject, none, MCPropertyAccessor::accessAdd);
+            object->SetProperty(MCCodes::pStringInfoObject, none, MCPropertyAccessor::accessAdd);
         }
         return resultContinue;
     }
@@ -191,20 +184,20 @@ MCSubjectDestroyedN c_xSubjectDestroyedN;
 
 MCNameSpace::MCNameSpace(short type, MCFactorySignature& signature, MCFactoryContext* context)
     : MCObject(type, signature, context),
-      m_xStringInfoList(c_sStringInfoList, this),
-      m_xNameSpaces(c_sNameSpaces, this),
-      m_xAncestorNameSpace(c_sAncestorNameSpace, this),
-      m_xValidTypeList(c_sValidTypeList, this),
+      m_xStringInfoList(MCCodes::pStringInfoList, this),
+      m_xNameSpaces(MCCodes::pNameSpaces, this),
+      m_xAncestorNameSpace(MCCodes::pAncestorNameSpace, this),
+      m_xValidTypeList(MCCodes::pValidTypeList, this),
       m_xDictionary(ZVTString::Hash) {
     RegisterRules(context);
 }
 
 MCNameSpace::MCNameSpace(MCObject* owner, MCFactoryContext* context)
     : MCObject(c_sType, owner, context),
-      m_xStringInfoList(c_sStringInfoList, this),
-      m_xNameSpaces(c_sNameSpaces, this),
-      m_xAncestorNameSpace(c_sAncestorNameSpace, this),
-      m_xValidTypeList(c_sValidTypeList, this),
+      m_xStringInfoList(MCCodes::pStringInfoList, this),
+      m_xNameSpaces(MCCodes::pNameSpaces, this),
+      m_xAncestorNameSpace(MCCodes::pAncestorNameSpace, this),
+      m_xValidTypeList(MCCodes::pValidTypeList, this),
       m_xDictionary(ZVTString::Hash) {
     RegisterRules(context);
 }
@@ -215,8 +208,8 @@ void MCNameSpace::RegisterRules(MCFactoryContext* context) {
     if (!context)
         return;
     // Rules first, linked under the level above; RegisterLevel then hands this level to the next.
-    MCPropertySemanticRegistry::Register(c_sType, context, c_sAncestorNameSpace, &c_xAncestorNameSpacePS,
-                                         false, false);
+    MCPropertySemanticRegistry::Register(c_sType, context, MCCodes::pAncestorNameSpace,
+                                         &c_xAncestorNameSpacePS, false, false);
     RegisterLevel(c_sType, context);
 }
 
@@ -268,7 +261,7 @@ ZVTBoolean MCNameSpace::Insert(MCObject* object, char separator, long maxLength,
         name = candidate;
         // Through the active accessor, so the rename passes the ordinary rules; a refusal is not checked.
         MCSPropertyAccessorT<ZVTString> rename(name);
-        object->SetProperty(c_sName, rename, MCPropertyAccessor::accessAdd);
+        object->SetProperty(MCCodes::pName, rename, MCPropertyAccessor::accessAdd);
     }
     if (MCStringInfo* info = CreateStringInfo(name)) {
         info->SetObject(object);
@@ -383,12 +376,12 @@ void MCNameSpace::DropInheritedNames() {
 
 void MCNameSpace::AddValidType(short type) {
     MCVPropertyRawAccessorT<long> accessor(static_cast<long>(type));
-    SetProperty(c_sValidTypeList, accessor, MCPropertyAccessor::accessAdd);
+    SetProperty(MCCodes::pValidTypeList, accessor, MCPropertyAccessor::accessAdd);
 }
 
 void MCNameSpace::RemoveValidType(short type) {
     MCVPropertyRawAccessorT<long> accessor(static_cast<long>(type));
-    SetProperty(c_sValidTypeList, accessor, MCPropertyAccessor::accessRemove);
+    SetProperty(MCCodes::pValidTypeList, accessor, MCPropertyAccessor::accessRemove);
 }
 
 ZVTBoolean MCNameSpace::IsValidFor(short type) const {
@@ -399,14 +392,14 @@ void MCNameSpace::AddChild(MCNameSpace* child) {
     if (!child)
         return;
     MCSRefAccessor accessor(this);
-    child->SetProperty(c_sAncestorNameSpace, accessor, MCPropertyAccessor::accessAdd);
+    child->SetProperty(MCCodes::pAncestorNameSpace, accessor, MCPropertyAccessor::accessAdd);
 }
 
 void MCNameSpace::RemoveChild(MCNameSpace* child) {
     if (!child)
         return;
     MCSRefAccessor accessor(nullptr);
-    child->SetProperty(c_sAncestorNameSpace, accessor, MCPropertyAccessor::accessAdd);
+    child->SetProperty(MCCodes::pAncestorNameSpace, accessor, MCPropertyAccessor::accessAdd);
 }
 
 void MCNameSpace::ClearType(short type, ZVTBoolean removeValidType) {
@@ -453,15 +446,15 @@ ZVTBoolean MCNameSpace::SetCountFromSelf(ZVTString const& name, ZVTBoolean found
 
 MCStringInfo::MCStringInfo(short type, MCFactorySignature& signature, MCFactoryContext* context)
     : MCObject(type, signature, context),
-      m_xObject(c_sStringInfoObject, this),
-      m_xCount(c_sStringInfoCount, this) {
+      m_xObject(MCCodes::pStringInfoObject, this),
+      m_xCount(MCCodes::pStringInfoCount, this) {
     RegisterRules(context);
 }
 
 MCStringInfo::MCStringInfo(MCObject* owner, MCFactoryContext* context)
     : MCObject(c_sType, owner, context),
-      m_xObject(c_sStringInfoObject, this),
-      m_xCount(c_sStringInfoCount, this) {
+      m_xObject(MCCodes::pStringInfoObject, this),
+      m_xCount(MCCodes::pStringInfoCount, this) {
     RegisterRules(context);
 }
 
@@ -471,8 +464,8 @@ void MCStringInfo::RegisterRules(MCFactoryContext* context) {
     if (!context)
         return;
     MCObjectSemReg::Register(c_sType, context, &c_xStringInfoOS, false);
-    MCPropertySemanticRegistry::Register(c_sType, context, c_sStringInfoObject, &c_xStringInfoObjectPS, false,
-                                         false);
+    MCPropertySemanticRegistry::Register(c_sType, context, MCCodes::pStringInfoObject, &c_xStringInfoObjectPS,
+                                         false, false);
     MCNotificationDirectory::Register(c_sType, context, MCEvent::SubjectDestroyed, &c_xSubjectDestroyedN,
                                       false);
     RegisterLevel(c_sType, context);
@@ -488,7 +481,7 @@ MCObject* MCStringInfo::GetObjectA() {
 
 void MCStringInfo::SetObject(MCObject* object) {
     MCSRefAccessor accessor(object);
-    SetProperty(c_sStringInfoObject, accessor, MCPropertyAccessor::accessAdd);
+    SetProperty(MCCodes::pStringInfoObject, accessor, MCPropertyAccessor::accessAdd);
 }
 
 long MCStringInfo::GetCount() {
@@ -524,7 +517,7 @@ void MCStringInfo::SetDiffCount(long diffCount) {
 
 void MCStringInfo::SetCounters(unsigned long value) {
     MCSPropertyRawAccessorT<long> accessor(static_cast<long>(value & 0xFFFFFFFFUL));
-    SetProperty(c_sStringInfoCount, accessor, MCPropertyAccessor::accessAdd);
+    SetProperty(MCCodes::pStringInfoCount, accessor, MCPropertyAccessor::accessAdd);
 }
 
 // ---- MCStringInfoSortOnDiffCount

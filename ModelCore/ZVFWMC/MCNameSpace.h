@@ -7,6 +7,7 @@
 
 #include <vector>
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "ModelCore/ZVFWMC/MCProperty.h"
@@ -24,7 +25,7 @@ class MCStringInfo;
 class MODELCORE_API MCNameSpace : public MCObject {
 public:
     /// The type code of name spaces.
-    static constexpr short c_sType = 301;
+    static constexpr short c_sType = MCCodes::tNameSpace;
 
     /// Enters `object` under its Name (147): false when its exact type is not valid here or the name is
     /// null; without `makeUnique` false when the name is taken; with it, a taken name is made unique
@@ -95,7 +96,7 @@ private:
 class MODELCORE_API MCStringInfo : public MCObject {
 public:
     /// The type code of string infos.
-    static constexpr short c_sType = 302;
+    static constexpr short c_sType = MCCodes::tStringInfo;
 
     /// The named object, or null.
     MCObject* GetObjectA();

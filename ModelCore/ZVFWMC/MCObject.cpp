@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCEvent.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
@@ -25,10 +26,6 @@
 #include "platform/HUB.h"
 
 namespace {
-
-constexpr short c_sAbstractObject = 1;
-constexpr short c_sIdProperty = 132;
-constexpr short c_sStringProperty = 91;
 
 // Whether `address` lies in the `size` bytes at `object`, both ends included; any address for size 0.
 bool IsWithin(const void* object, unsigned int size, const void* address) {
@@ -110,8 +107,9 @@ MCObjectSem::result MCObjectOS::Fire(mode nMode, MCObject* object, MCObjectSemCo
                 // A root has no owner to go with, so it stays until the host clears the flag.
                 MCObject* owner = object->GetOwner(0, MCItem::rttiDerived);
                 if (!owner || !owner->GetFlag(MCItem::itemExpunging)) {
-                    HUBMessageParameter parameter(0, 48);
-                    HUBInterface::ShowMessage(1, 606, parameter);
+                    HUBMessageParameter parameter(0, MCCodes::styleWarning);
+                    HUBInterface::ShowMessage(MCCodes::msgKindInformation, MCCodes::msgUndeletable,
+                                              parameter);
                     return resultFailed;
                 }
             }
@@ -146,27 +144,28 @@ MCObjectSem::result MCObjectOS::Fire(mode nMode, MCObject* object, MCObjectSemCo
 // Construction and destruction
 
 MCObject::MCObject(short type, MCFactorySignature& /*signature*/, MCFactoryContext* context)
-    : MCItem(type), m_pxOwner(nullptr), m_xId(c_sIdProperty, this) {
-    MCObjectSemReg::Register(c_sAbstractObject, context, &c_xObjectOS, true);
-    MCPropertySemanticRegistry::Register(c_sAbstractObject, context, c_sIdProperty, &c_xIdPS, true, false);
-    MCNotificationDirectory::Register(c_sAbstractObject, context, 0, &MCObjectNotification::c_xInstance,
-                                      true);
-    MCNotificationDirectory::Register(c_sAbstractObject, context, MCEvent::SubjectDestroyed,
+    : MCItem(type), m_pxOwner(nullptr), m_xId(MCCodes::pId, this) {
+    MCObjectSemReg::Register(MCCodes::tAbstractObject, context, &c_xObjectOS, true);
+    MCPropertySemanticRegistry::Register(MCCodes::tAbstractObject, context, MCCodes::pId, &c_xIdPS, true,
+                                         false);
+    MCNotificationDirectory::Register(MCCodes::tAbstractObject, context, 0,
+                                      &MCObjectNotification::c_xInstance, true);
+    MCNotificationDirectory::Register(MCCodes::tAbstractObject, context, MCEvent::SubjectDestroyed,
                                       &MCObjectSubjectDestNotification::c_xInstance, true);
 }
 
 MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
-    : MCItem(type), m_pxOwner(owner), m_xId(c_sIdProperty, this) {
+    : MCItem(type), m_pxOwner(owner), m_xId(MCCodes::pId, this) {
     if (context) {
-        c_xObjectOS.Register(c_sAbstractObject, context);
-        if (RegisterNotificationObject(c_sAbstractObject, context, true)) {
-            RegisterNotification(MCObjectNotification::c_xInstance, c_sAbstractObject, context, true);
-            RegisterNotification(MCObjectSubjectDestNotification::c_xInstance, c_sAbstractObject,
+        c_xObjectOS.Register(MCCodes::tAbstractObject, context);
+        if (RegisterNotificationObject(MCCodes::tAbstractObject, context, true)) {
+            RegisterNotification(MCObjectNotification::c_xInstance, MCCodes::tAbstractObject, context, true);
+            RegisterNotification(MCObjectSubjectDestNotification::c_xInstance, MCCodes::tAbstractObject,
                                  MCEvent::SubjectDestroyed, context, true);
         }
-        if (MCPropertySemanticRegistry::GetInstance()->CreateHandler(c_sAbstractObject, context, true))
-            MCPropertySemanticRegistry::Register(c_sAbstractObject, context, c_sIdProperty, &c_xIdPS, true,
-                                                 false);
+        if (MCPropertySemanticRegistry::GetInstance()->CreateHandler(MCCodes::tAbstractObject, context, true))
+            MCPropertySemanticRegistry::Register(MCCodes::tAbstractObject, context, MCCodes::pId, &c_xIdPS,
+                                                 true, false);
     }
     if (owner) {
         owner->AddOwnedObject(this);
@@ -246,7 +245,7 @@ ZVTBoolean MCObject::Unlink(MCObject* /*other*/) {
 }
 
 ZVTBoolean MCObject::IsType_(short type) const {
-    return type == c_sAbstractObject || MCItem::IsType_(type);
+    return type == MCCodes::tAbstractObject || MCItem::IsType_(type);
 }
 
 ZVTBoolean MCObject::SetFlag_(unsigned short& /*flag*/, ZVTBoolean /*on*/) {
@@ -360,7 +359,7 @@ ZVTBoolean MCObject::IsContainedAddress(const void* address) const {
 // Properties
 
 const MCProperty* MCObject::FindProperty(short type, ZVTBoolean withNulled) const {
-    if (type == c_sIdProperty)
+    if (type == MCCodes::pId)
         return &m_xId;
     MCProperty* property = nullptr;
     if (!m_xProperties.FindValue(type, property))
@@ -378,7 +377,7 @@ MCProperty* MCObject::CreateProperty_(short type) {
     unsigned long flags = 0;
     // An object type here would make an ownee and hand it out as a property.
     if (MCFactoryRegistry::GetFlags(type, flags) && !(flags & MCFactoryRegistry::flagProperty)) {
-        MCFactoryRegistry::ShowCodeMessage(601, type);
+        MCFactoryRegistry::ShowCodeMessage(MCCodes::msgCannotCreate, type);
         return nullptr;
     }
     return static_cast<MCProperty*>(MCFactoryRegistry::CreateItem(type, this, nullptr, nullptr));
@@ -456,7 +455,7 @@ ZVTBoolean MCObject::GetPropertyString_(short /*type*/, short concreteType, cons
         MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::CalculateValue, property->GetType(),
                                                   const_cast<MCObject*>(this),
                                                   const_cast<MCProperty*>(property), nullptr);
-    if (concreteType == c_sStringProperty) {
+    if (concreteType == MCCodes::pString) {
         auto* typed = dynamic_cast<const MCSPropertyT<ZVTString>*>(property);
         if (!typed)
             return false;
@@ -464,7 +463,7 @@ ZVTBoolean MCObject::GetPropertyString_(short /*type*/, short concreteType, cons
         return true;
     }
     auto* converter = dynamic_cast<const MCToStringConverter*>(
-        MCPropertyConverterRegistry::GetConverter(concreteType, c_sStringProperty));
+        MCPropertyConverterRegistry::GetConverter(concreteType, MCCodes::pString));
     return converter != nullptr && converter->AsString(property, text);
 }
 
@@ -672,9 +671,6 @@ ZVTBoolean MCObject::IsExpunging() const {
 
 namespace {
 
-constexpr short c_sNameProperty = 147;
-constexpr short c_sCloneIdProperty = 582;
-
 // The properties of default equality: the types registered with `first`. References never take part:
 // their values are other objects, whose equality is a question of its own.
 class MCPropertyFilterDefaultEquality : public ZVTFilter<MCProperty*> {
@@ -697,7 +693,7 @@ void Calculate(const MCObject* object, const MCProperty* property) {
 
 long CloneIdOrId(const MCObject& object) {
     MCSPropertyAccessorT<long> accessor;
-    return object.GetProperty(c_sCloneIdProperty, accessor) ? accessor.GetValue() : object.GetId();
+    return object.GetProperty(MCCodes::pCloneId, accessor) ? accessor.GetValue() : object.GetId();
 }
 
 }  // namespace
@@ -767,8 +763,8 @@ long MCObject::GetParallelism(MCItem* first, MCItem* /*second*/, ZVTBoolean useC
     const long theirs = CloneIdOrId(*other);
     if (useCloneId && mine == theirs)
         return 10;
-    const MCProperty* name = FindProperty(c_sNameProperty, false);
-    if (name && name->IsEqualTo(other->FindProperty(c_sNameProperty, false), false))
+    const MCProperty* name = FindProperty(MCCodes::pName, false);
+    if (name && name->IsEqualTo(other->FindProperty(MCCodes::pName, false), false))
         return 10;
     return 5;
 }
@@ -788,10 +784,6 @@ namespace {
 
 const ZVTString c_xSourceFile("ModelCore/ZVFWMC/MCObject");
 
-constexpr short c_sFloatListProperty = 86;
-constexpr short c_sIntegerListProperty = 88;
-constexpr short c_sReferenceListProperty = 90;
-constexpr short c_sStringListProperty = 92;
 // What one list entry costs on the 32-bit layout the sizes describe.
 constexpr unsigned int c_nListEntryBytes = 4;
 
@@ -819,11 +811,11 @@ unsigned int ItemSize(short type) {
 // Translate(type, false) gives 0 for a type that is no alias, so that adds nothing.
 unsigned int ValueSize(const MCProperty& property) {
     switch (MCFactoryRegistry::Translate(property.GetType(), false)) {
-        case c_sStringProperty:
+        case MCCodes::pString:
             if (auto* text = dynamic_cast<const MCSPropertyT<ZVTString>*>(&property))
                 return static_cast<unsigned int>(text->GetValue().Length());
             return 0;
-        case c_sStringListProperty: {
+        case MCCodes::pStringList: {
             unsigned int size = 0;
             if (auto* texts = dynamic_cast<const MCVPropertyT<ZVTString>*>(&property)) {
                 const ZVTSList<ZVTString> values = texts->GetValue();
@@ -832,15 +824,15 @@ unsigned int ValueSize(const MCProperty& property) {
             }
             return size;
         }
-        case c_sIntegerListProperty:
+        case MCCodes::pIntegerList:
             if (auto* list = dynamic_cast<const MCVPropertyT<long>*>(&property))
                 return c_nListEntryBytes * static_cast<unsigned int>(list->GetCount());
             return 0;
-        case c_sFloatListProperty:
+        case MCCodes::pFloatList:
             if (auto* list = dynamic_cast<const MCVPropertyT<float>*>(&property))
                 return c_nListEntryBytes * static_cast<unsigned int>(list->GetCount());
             return 0;
-        case c_sReferenceListProperty:
+        case MCCodes::pReferenceList:
             if (auto* list = dynamic_cast<const MCVPropertyT<MCObject*>*>(&property))
                 return c_nListEntryBytes * static_cast<unsigned int>(list->GetCount());
             return 0;
@@ -858,7 +850,7 @@ void WriteText(MCStream& stream, const std::string& text) {
 // The name in the model-stream dumps: read through GetProperty, so a nulled name is "<unknown>".
 std::string ReportName(const MCObject& object) {
     MCSPropertyAccessorT<ZVTString> accessor;
-    return object.GetProperty(c_sNameProperty, accessor) ? accessor.GetValue().str() : "<unknown>";
+    return object.GetProperty(MCCodes::pName, accessor) ? accessor.GetValue().str() : "<unknown>";
 }
 
 // "<class>: <name> [Id=<id>]" and a newline.
@@ -883,7 +875,7 @@ void WriteOutlineLine(MCStream& stream, const MCObject& object, long depth) {
 }  // namespace
 
 ZVTString MCObject::DumpName() const {
-    const MCProperty* name = FindProperty(c_sNameProperty, true);
+    const MCProperty* name = FindProperty(MCCodes::pName, true);
     if (!name)
         return "<can't find name>";
     // An accessor reads a nulled property's text too.

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCDepthFirstWalker.h"
 #include "ModelCore/ZVFWMC/MCEnvironment.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
@@ -40,15 +41,13 @@ bool Read(MCStream& stream, T& value) {
     return !stream.fail();
 }
 
-const short c_sPersistenceRootType = 530;
-const short c_sIdPropertyType = 132;
 // itemTreeExpunge and itemExpunging describe a running expunge, never a stored state.
 const unsigned short c_uStoredFlagsMask = 0x3FFF;
 
 MCObject* PersistenceRoot(MCObject* object) {
-    if (object->IsType(c_sPersistenceRootType, MCItem::rttiDerived))
+    if (object->IsType(MCCodes::tPersistenceRoot, MCItem::rttiDerived))
         return object;
-    return object->GetOwner(c_sPersistenceRootType, MCItem::rttiDerived);
+    return object->GetOwner(MCCodes::tPersistenceRoot, MCItem::rttiDerived);
 }
 
 // The global section goes through the host's environment; without one there is no way to read or write it.
@@ -246,7 +245,7 @@ void MCPersRestoreVisitor::Visit(MCObject* object) {
         if (!Read(stream, type))
             break;
         const long runtimeId = object->GetId();
-        const bool isId = type == c_sIdPropertyType;
+        const bool isId = type == MCCodes::pId;
         if (type < 0)
             type = stream.TranslateUDPType(type);
 

@@ -7,6 +7,7 @@
 
 #include <typeinfo>
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "ModelCore/ZVFWMC/MCProperty.h"
 #include "ModelCore/ZVFWMC/MCPropertySemantics.h"
@@ -282,7 +283,7 @@ ZVTBoolean MCSPropertyRawAccessorT<T>::SetPropertyValue(MCProperty* property, MC
         return true;
     return this->RunChange(property, object, flags, [&](MCObject*& /*hintObject*/) -> long {
         typed->SetValue(m_xValue);
-        return 0;
+        return MCCodes::hintNone;
     });
 }
 
@@ -307,7 +308,7 @@ ZVTBoolean MCVPropertyRawAccessorT<T>::SetPropertyValue(MCProperty* property, MC
     return this->RunChange(property, object, flags, [&](MCObject*& /*hintObject*/) -> long {
         if ((flags & accessReplace) != 0) {
             typed->SetValue(m_xValues);
-            return 3;
+            return MCCodes::hintReplaced;
         }
         const ZVTBoolean adding = (flags & accessAdd) != 0;
         ZVTSListIter<T> values(m_xValues);
@@ -317,7 +318,7 @@ ZVTBoolean MCVPropertyRawAccessorT<T>::SetPropertyValue(MCProperty* property, MC
             else
                 typed->RemoveValue(values.Key());
         }
-        return adding ? 1 : 2;
+        return adding ? MCCodes::hintAdded : MCCodes::hintRemoved;
     });
 }
 

@@ -1,25 +1,17 @@
 #include "ModelCore/ZVFWMC/MCPropertyConverter.h"
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCProperty.h"
-
-namespace {
-
-// The core's value types that have a text form.
-constexpr short c_sIntegerType = 87;
-constexpr short c_sStringType = 91;
-constexpr short c_sStringListType = 92;
-
-}  // namespace
 
 MCPropertyConverter::~MCPropertyConverter() = default;
 
 MCToStringConverter::~MCToStringConverter() = default;
 
-MCFromStringConverter::MCFromStringConverter() : MCPropertyConverter(c_sStringType) {}
+MCFromStringConverter::MCFromStringConverter() : MCPropertyConverter(MCCodes::pString) {}
 
 ZVTBoolean MCFromStringConverter::Supports(short toType) const {
-    return toType == c_sStringType;
+    return toType == MCCodes::pString;
 }
 
 ZVTBoolean MCFromStringConverter::AsString(const MCProperty* property, ZVTString& text) const {
@@ -30,10 +22,10 @@ ZVTBoolean MCFromStringConverter::AsString(const MCProperty* property, ZVTString
     return true;
 }
 
-MCFromIntegerConverter::MCFromIntegerConverter() : MCPropertyConverter(c_sIntegerType) {}
+MCFromIntegerConverter::MCFromIntegerConverter() : MCPropertyConverter(MCCodes::pInteger) {}
 
 ZVTBoolean MCFromIntegerConverter::Supports(short toType) const {
-    return toType == c_sStringType;
+    return toType == MCCodes::pString;
 }
 
 ZVTBoolean MCFromIntegerConverter::AsString(const MCProperty* property, ZVTString& text) const {
@@ -44,10 +36,10 @@ ZVTBoolean MCFromIntegerConverter::AsString(const MCProperty* property, ZVTStrin
     return true;
 }
 
-MCFromStringListConverter::MCFromStringListConverter() : MCPropertyConverter(c_sStringListType) {}
+MCFromStringListConverter::MCFromStringListConverter() : MCPropertyConverter(MCCodes::pStringList) {}
 
 ZVTBoolean MCFromStringListConverter::Supports(short toType) const {
-    return toType == c_sStringType;
+    return toType == MCCodes::pString;
 }
 
 ZVTBoolean MCFromStringListConverter::AsString(const MCProperty* property, ZVTString& text) const {

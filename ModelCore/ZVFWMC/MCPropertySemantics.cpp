@@ -4,18 +4,13 @@
 #include <vector>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCNotification.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "foundation/ZVTHDict.h"
 #include "foundation/ZVTVector.h"
-
-namespace {
-
-constexpr short c_sGenericObject = 2;
-
-}  // namespace
 
 /// The rules of one property type on one level, with the OR of the interests of all that were ever added.
 class MCPropertySemanticList : public ZVTOrderedVectorT<MCPropertySemantic*> {
@@ -274,7 +269,7 @@ void MCPropertySemanticRegistry::Register(short nObjectType, MCFactoryContext* p
         registry->CreateHandler(nObjectType, pContext, bNoAncestor, bSetContext);
     if (nPropertyType == 0)
         return;
-    if (nObjectType == c_sGenericObject)
+    if (nObjectType == MCCodes::tGenericObject)
         throw EXGenericObject();
     AddSemantic(handler->m_xSemantics, handler->m_nInterests, nPropertyType, pSemantic, true);
     registry->m_pxHandlers->Changed();
@@ -327,7 +322,7 @@ void MCPropertySemanticRegistry::RegisterExternalSemantic(short nObjectType, sho
     CreateHandler(nObjectType, nullptr, bSetContext);
     if (nPropertyType == 0)
         return;
-    if (nObjectType == c_sGenericObject)
+    if (nObjectType == MCCodes::tGenericObject)
         throw EXGenericObject();
     MCPropertySemanticHandler* handler = FindHandler(nObjectType);
     AddSemantic(handler->m_xExternalSemantics, handler->m_nExternalInterests, nPropertyType, pSemantic,

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCEvent.h"
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
@@ -323,7 +324,7 @@ ZVTBoolean MCSRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* h
             m_uFlags = WithoutNL(m_uFlags);
         if (m_xValue && !(m_uFlags & MCItem::itemNL))
             m_xValue->AddSubscriber(holder, c_nHolder);
-        return 0;
+        return MCCodes::hintNone;
     });
 }
 
@@ -363,7 +364,7 @@ ZVTBoolean MCVRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* h
                         target->AddSubscriber(holder, c_nHolder);
                 }
             }
-            return 3;
+            return MCCodes::hintReplaced;
         }
         hintObject = m_xValues.IsEmpty() ? nullptr : m_xValues.First();
         if (flags & accessAdd) {
@@ -375,14 +376,14 @@ ZVTBoolean MCVRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* h
                 if (target && bound)
                     target->AddSubscriber(holder, c_nHolder);
             }
-            return 1;
+            return MCCodes::hintAdded;
         }
         for (size_t i = 0; i < m_xValues.Entries(); ++i) {
             MCObject* target = m_xValues.At(i);
             if (values.Remove(target) && target && wasBound)
                 target->RemoveSubscriber(holder, c_nHolder);
         }
-        return 2;
+        return MCCodes::hintRemoved;
     });
 }
 

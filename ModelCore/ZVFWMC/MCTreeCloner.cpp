@@ -11,6 +11,7 @@
 // root clone, as every edit does.)
 
 #include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCDepthFirstWalker.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
@@ -26,9 +27,6 @@ namespace {
 
 // The tree operations belong to the object module, and their failures name it.
 const char* const c_pcSourceFile = "ModelCore/ZVFWMC/MCObject";
-
-constexpr short c_sIdProperty = 132;
-constexpr short c_sCloneIdProperty = 582;
 
 // Every creation of a clone: no creation semantics, and an id from the global space.
 class MCTreeClonerFactoryContext : public MCFactoryContext {
@@ -103,7 +101,7 @@ ZVTBoolean MCTreeClonerVisitor::CopyProperties(MCObject& source, MCObject& clone
         MCProperty* property = properties.GetValue();
         // A property without a value is not carried over, and the id is the one thing a clone does not
         // share.
-        if (!property || property->GetFlag(MCItem::itemNulled) || property->GetType() == c_sIdProperty)
+        if (!property || property->GetFlag(MCItem::itemNulled) || property->GetType() == MCCodes::pId)
             continue;
         MCPropertyAccessor* accessor = property->CreateAccessor();
         const ZVTReferenceUser holder(accessor);
@@ -116,7 +114,7 @@ ZVTBoolean MCTreeClonerVisitor::CopyProperties(MCObject& source, MCObject& clone
     }
     // Last, so that a CloneId copied from a source that is itself a clone names the immediate source.
     MCSPropertyAccessorT<long> cloneId(sourceId);
-    clone.SetProperty(c_sCloneIdProperty, cloneId, MCPropertyAccessor::accessAdd);
+    clone.SetProperty(MCCodes::pCloneId, cloneId, MCPropertyAccessor::accessAdd);
     return !cloneId.GetObjectDestroyed();
 }
 

@@ -1,6 +1,7 @@
 #include "ModelCore/ZVFWMC/MdlCore.h"
 
 #include "ModelCore/ZVFWMC/MCAddInHook.h"
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCGenericObject.h"
@@ -38,46 +39,49 @@ struct CoreAlias {
 
 // The core's property aliases.
 const CoreAlias c_axCoreAliases[] = {
-    {583, "AncestorNameSpace", 89, true, false},
-    {582, "CloneId", 87, true, false},
-    {132, "Id", 87, false, false},
-    {133, "IdSpace", 89, true, false},
-    {147, "Name", 91, true, true},
-    {307, "NameSpaces", 90, false, true},
-    {152, "Parent", 89, true, false},
-    {306, "StringInfoCount", 87, false, false},
-    {303, "StringInfoList", 90, false, true},
-    {305, "StringInfoObject", 89, false, false},
-    {1165, "TypeCode", 87, true, false},
-    {304, "ValidTypeList", 88, true, false},
+    {MCCodes::pAncestorNameSpace, "AncestorNameSpace", MCCodes::pReference, true, false},
+    {MCCodes::pCloneId, "CloneId", MCCodes::pInteger, true, false},
+    {MCCodes::pId, "Id", MCCodes::pInteger, false, false},
+    {MCCodes::pIdSpace, "IdSpace", MCCodes::pReference, true, false},
+    {MCCodes::pName, "Name", MCCodes::pString, true, true},
+    {MCCodes::pNameSpaces, "NameSpaces", MCCodes::pReferenceList, false, true},
+    {MCCodes::pParent, "Parent", MCCodes::pReference, true, false},
+    {MCCodes::pStringInfoCount, "StringInfoCount", MCCodes::pInteger, false, false},
+    {MCCodes::pStringInfoList, "StringInfoList", MCCodes::pReferenceList, false, true},
+    {MCCodes::pStringInfoObject, "StringInfoObject", MCCodes::pReference, false, false},
+    {MCCodes::pTypeCode, "TypeCode", MCCodes::pInteger, true, false},
+    {MCCodes::pValidTypeList, "ValidTypeList", MCCodes::pIntegerList, true, false},
 };
 
 void RegisterCoreMetamodel() {
     // Object types.
-    MCMetaInfo::SetFlags(MCNameSpace::c_sType, 5);
-    Keep(new MCFactoryT<MCNameSpace, MCObject>(MCNameSpace::c_sType, "NameSpace", 1, 0, false, false));
-    MCMetaInfo::SetFlags(MCStringInfo::c_sType, 5);
-    Keep(new MCFactoryT<MCStringInfo, MCObject>(MCStringInfo::c_sType, "StringInfo", 1, 0, false, false));
-    MCMetaInfo::SetFlags(MCGenericObject::c_sType, 5);
-    Keep(new MCObjectFactoryT<MCGenericObject, MCObject>(MCGenericObject::c_sType, "GenericObject", 1, 0, 10,
-                                                         4000, false, false));
-    MCMetaInfo::SetFlags(MCAddInHook::c_sType, 21);
-    Keep(new MCFactoryT<MCAddInHook, MCObject>(MCAddInHook::c_sType, "AddInHook", 1, 0, false, true));
+    MCMetaInfo::SetFlags(MCNameSpace::c_sType, MCCodes::infoCoreObject);
+    Keep(new MCFactoryT<MCNameSpace, MCObject>(MCNameSpace::c_sType, "NameSpace", MCCodes::tAbstractObject, 0,
+                                               false, false));
+    MCMetaInfo::SetFlags(MCStringInfo::c_sType, MCCodes::infoCoreObject);
+    Keep(new MCFactoryT<MCStringInfo, MCObject>(MCStringInfo::c_sType, "StringInfo", MCCodes::tAbstractObject,
+                                                0, false, false));
+    MCMetaInfo::SetFlags(MCGenericObject::c_sType, MCCodes::infoCoreObject);
+    Keep(new MCObjectFactoryT<MCGenericObject, MCObject>(
+        MCGenericObject::c_sType, "GenericObject", MCCodes::tAbstractObject, 0, 10, 4000, false, false));
+    MCMetaInfo::SetFlags(MCAddInHook::c_sType, MCCodes::infoAddInHook);
+    Keep(new MCFactoryT<MCAddInHook, MCObject>(MCAddInHook::c_sType, "AddInHook", MCCodes::tAbstractObject, 0,
+                                               false, true));
     // The concrete object types above name this supertype before it exists; the pending table joins them.
-    MCFactoryRegistry::RegisterAbstractObject(1, "AbstractObject", 0);
+    MCFactoryRegistry::RegisterAbstractObject(MCCodes::tAbstractObject, "AbstractObject", 0);
 
     // Value types.
-    RegisterValueType<MCSPropertyT<double>>(1036, "Double");
-    RegisterValueType<MCSPropertyT<float>>(85, "Float");
-    RegisterValueType<MCVPropertyT<float>>(86, "FloatList");
-    RegisterValueType<MCSPropertyT<long>>(87, "Integer");
-    RegisterValueType<MCVPropertyT<long>>(88, "IntegerList");
-    RegisterValueType<MCSRef>(89, "Reference");
-    RegisterValueType<MCVRef>(90, "ReferenceList");
-    RegisterValueType<MCSPropertyT<ZVTString>>(91, "String");
-    RegisterValueType<MCVPropertyT<ZVTString>>(92, "StringList");
-    RegisterValueType<MCSPropertyT<ZvUCObjectId>>(93, "OriginId");
-    RegisterValueType<MCSPropertyT<tgt_target*>>(248, "TargetReference");
+    RegisterValueType<MCSPropertyT<double>>(MCCodes::pDouble, "Double");
+    RegisterValueType<MCSPropertyT<float>>(MCCodes::pFloat, "Float");
+    RegisterValueType<MCVPropertyT<float>>(MCCodes::pFloatList, "FloatList");
+    RegisterValueType<MCSPropertyT<long>>(MCCodes::pInteger, "Integer");
+    RegisterValueType<MCVPropertyT<long>>(MCCodes::pIntegerList, "IntegerList");
+    RegisterValueType<MCSRef>(MCCodes::pReference, "Reference");
+    RegisterValueType<MCVRef>(MCCodes::pReferenceList, "ReferenceList");
+    RegisterValueType<MCSPropertyT<ZVTString>>(MCCodes::pString, "String");
+    RegisterValueType<MCVPropertyT<ZVTString>>(MCCodes::pStringList, "StringList");
+    RegisterValueType<MCSPropertyT<ZvUCObjectId>>(MCCodes::pOriginId, "OriginId");
+    RegisterValueType<MCSPropertyT<tgt_target*>>(MCCodes::pTargetReference, "TargetReference");
 
     for (const CoreAlias& alias : c_axCoreAliases)
         MCFactoryRegistry::RegisterAliasProperty(alias.m_sCode, alias.m_pcName, alias.m_sConcreteType,
@@ -85,11 +89,12 @@ void RegisterCoreMetamodel() {
 }
 
 void RegisterCoreUsages() {
-    const short abstractObject[] = {1165, 0, 132, 0};
-    MCFactoryRegistry::AddPropertyUsages(1, abstractObject, 2);
-    const short nameSpace[] = {304, 0, 303, 0, 307, 0, 583, 0};
+    const short abstractObject[] = {MCCodes::pTypeCode, 0, MCCodes::pId, 0};
+    MCFactoryRegistry::AddPropertyUsages(MCCodes::tAbstractObject, abstractObject, 2);
+    const short nameSpace[] = {MCCodes::pValidTypeList, 0, MCCodes::pStringInfoList,    0,
+                               MCCodes::pNameSpaces,    0, MCCodes::pAncestorNameSpace, 0};
     MCFactoryRegistry::AddPropertyUsages(MCNameSpace::c_sType, nameSpace, 4);
-    const short stringInfo[] = {305, 0, 306, 0};
+    const short stringInfo[] = {MCCodes::pStringInfoObject, 0, MCCodes::pStringInfoCount, 0};
     MCFactoryRegistry::AddPropertyUsages(MCStringInfo::c_sType, stringInfo, 2);
 }
 

@@ -2,16 +2,12 @@
 
 #include <fstream>
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCNameSpace.h"
 
 namespace {
 
 using C = CMCodes;
-constexpr short c_sId = 132;
-// The core's value types the class model's properties alias.
-constexpr short c_sInteger = 87;
-constexpr short c_sString = 91;
-constexpr short c_sReference = 89;
 
 // An attribute without a name could not be told apart in a diagram.
 class NamedAttributeRule : public MCPropertySemantic {
@@ -167,7 +163,7 @@ public:
 
     ZVTBoolean AreEqual(const MCObject*, const MCProperty* mine, const MCObject*,
                         const MCProperty* theirs) override {
-        if (mine->GetType() == c_sId)
+        if (mine->GetType() == MCCodes::pId)
             return true;
         if (auto* single = dynamic_cast<const MCSRef*>(mine)) {
             auto* other = dynamic_cast<const MCSRef*>(theirs);
@@ -366,14 +362,16 @@ void ClassModel::Register() {
     using R = MCFactoryRegistry;
     if (R::IsRegistered(C::tModel, nullptr))
         return;
-    R::RegisterAliasProperty(C::pVisibility, "Visibility", 87, true, false, false, false);
-    R::RegisterAliasProperty(C::pTypeName, "TypeName", 91, true, false, false, false);
-    R::RegisterAliasProperty(C::pEndA, "EndA", 89, true, false, false, false);
-    R::RegisterAliasProperty(C::pEndB, "EndB", 89, true, false, false, false);
-    R::RegisterAliasProperty(C::pSuperclasses, "Superclasses", 90, true, false, false, false);
-    R::RegisterAliasProperty(C::pRevision, "Revision", 87, true, false, false, false);
-    R::RegisterAliasProperty(C::pClassNames, "ClassNames", 89, false, false, false, false);
-    R::RegisterAliasProperty(C::pPackageNames, "PackageNames", 89, false, false, false, false);
+    R::RegisterAliasProperty(C::pVisibility, "Visibility", MCCodes::pInteger, true, false, false, false);
+    R::RegisterAliasProperty(C::pTypeName, "TypeName", MCCodes::pString, true, false, false, false);
+    R::RegisterAliasProperty(C::pEndA, "EndA", MCCodes::pReference, true, false, false, false);
+    R::RegisterAliasProperty(C::pEndB, "EndB", MCCodes::pReference, true, false, false, false);
+    R::RegisterAliasProperty(C::pSuperclasses, "Superclasses", MCCodes::pReferenceList, true, false, false,
+                             false);
+    R::RegisterAliasProperty(C::pRevision, "Revision", MCCodes::pInteger, true, false, false, false);
+    R::RegisterAliasProperty(C::pClassNames, "ClassNames", MCCodes::pReference, false, false, false, false);
+    R::RegisterAliasProperty(C::pPackageNames, "PackageNames", MCCodes::pReference, false, false, false,
+                             false);
 
     // The registry owns the factories.
     new MCObjectFactoryT<CMModel, MCObject>(C::tModel, "Model", 1, 0, 1, 0, true, false);
@@ -405,14 +403,15 @@ void ClassModel::Register() {
     // What an imported class model adds: data types and enumerations beside the classes, and what a
     // C++ header of a class needs to know of its members. An attribute's data type travels like a
     // superclass: only within the copy.
-    R::RegisterAliasProperty(C::pCppType, "CppType", c_sString, true, false, false, false);
-    R::RegisterAliasProperty(C::pOpaque, "Opaque", c_sInteger, true, false, false, false);
-    R::RegisterAliasProperty(C::pAttributeType, "AttributeType", c_sReference, true, false, false, false);
-    R::RegisterAliasProperty(C::pUpperBound, "UpperBound", c_sInteger, true, false, false, false);
-    R::RegisterAliasProperty(C::pContainment, "Containment", c_sInteger, true, false, false, false);
-    R::RegisterAliasProperty(C::pAbstract, "Abstract", c_sInteger, true, false, false, false);
-    R::RegisterAliasProperty(C::pInterface, "Interface", c_sInteger, true, false, false, false);
-    R::RegisterAliasProperty(C::pLiteralValue, "LiteralValue", c_sInteger, true, false, false, false);
+    R::RegisterAliasProperty(C::pCppType, "CppType", MCCodes::pString, true, false, false, false);
+    R::RegisterAliasProperty(C::pOpaque, "Opaque", MCCodes::pInteger, true, false, false, false);
+    R::RegisterAliasProperty(C::pAttributeType, "AttributeType", MCCodes::pReference, true, false, false,
+                             false);
+    R::RegisterAliasProperty(C::pUpperBound, "UpperBound", MCCodes::pInteger, true, false, false, false);
+    R::RegisterAliasProperty(C::pContainment, "Containment", MCCodes::pInteger, true, false, false, false);
+    R::RegisterAliasProperty(C::pAbstract, "Abstract", MCCodes::pInteger, true, false, false, false);
+    R::RegisterAliasProperty(C::pInterface, "Interface", MCCodes::pInteger, true, false, false, false);
+    R::RegisterAliasProperty(C::pLiteralValue, "LiteralValue", MCCodes::pInteger, true, false, false, false);
     new MCObjectFactoryT<CMDataType, MCObject>(C::tDataType, "DataType", 1, C::tPackage, 256, 0, true, false);
     new MCObjectFactoryT<CMEnum, MCObject>(C::tEnum, "Enum", C::tDataType, C::tPackage, 64, 0, true, false);
     new MCObjectFactoryT<CMEnumLiteral, MCObject>(C::tEnumLiteral, "EnumLiteral", 1, C::tEnum, 256, 0, true,

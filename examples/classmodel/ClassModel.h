@@ -19,7 +19,7 @@ class MCNameSpace;
 /// The type codes of the class-diagram host; they stand in its models, so they never change.
 struct CMCodes {
     enum : short {
-        tModel = 530,  ///< the persistence root
+        tModel = MCCodes::tPersistenceRoot,  ///< the persistence root
         tPackage = 1510,
         tClass = 1511,
         tAttribute = 1512,
@@ -29,23 +29,23 @@ struct CMCodes {
         tEnumLiteral = 1516,  ///< one literal of an enumeration
     };
     enum : short {
-        pName = 147,            ///< the core's Name, which name spaces read
-        pVisibility = 1520,     ///< Integer: 0 public, 1 protected, 2 private
-        pTypeName = 1521,       ///< String: an attribute's type
-        pEndA = 1522,           ///< Reference: an association's first end class
-        pEndB = 1523,           ///< Reference: its second end class
-        pSuperclasses = 1524,   ///< ReferenceList: the classes a class specializes
-        pRevision = 1525,       ///< Integer: how often a class's name was set
-        pClassNames = 1526,     ///< Reference: the name space of a package's classes and subpackages
-        pPackageNames = 1527,   ///< Reference: the name space of a model's packages
-        pCppType = 1528,        ///< String: how C++ spells a data type
-        pOpaque = 1529,         ///< Integer: 1 when pCppType names a type that no standard header declares
-        pAttributeType = 1530,  ///< Reference: an attribute's data type
-        pUpperBound = 1531,     ///< Integer: how many values an attribute or association end holds, -1 many
-        pContainment = 1532,    ///< Integer: 1 when an association's first end owns what its second holds
-        pAbstract = 1533,       ///< Integer: 1 for a class without instances of its own
-        pInterface = 1534,      ///< Integer: 1 for a class that only declares what others implement
-        pLiteralValue = 1535,   ///< Integer: the value of an enumeration literal
+        pName = MCCodes::pName,  ///< the core's Name, which name spaces read
+        pVisibility = 1520,      ///< Integer: 0 public, 1 protected, 2 private
+        pTypeName = 1521,        ///< String: an attribute's type
+        pEndA = 1522,            ///< Reference: an association's first end class
+        pEndB = 1523,            ///< Reference: its second end class
+        pSuperclasses = 1524,    ///< ReferenceList: the classes a class specializes
+        pRevision = 1525,        ///< Integer: how often a class's name was set
+        pClassNames = 1526,      ///< Reference: the name space of a package's classes and subpackages
+        pPackageNames = 1527,    ///< Reference: the name space of a model's packages
+        pCppType = 1528,         ///< String: how C++ spells a data type
+        pOpaque = 1529,          ///< Integer: 1 when pCppType names a type that no standard header declares
+        pAttributeType = 1530,   ///< Reference: an attribute's data type
+        pUpperBound = 1531,      ///< Integer: how many values an attribute or association end holds, -1 many
+        pContainment = 1532,     ///< Integer: 1 when an association's first end owns what its second holds
+        pAbstract = 1533,        ///< Integer: 1 for a class without instances of its own
+        pInterface = 1534,       ///< Integer: 1 for a class that only declares what others implement
+        pLiteralValue = 1535,    ///< Integer: the value of an enumeration literal
     };
     /// The pUpperBound of an attribute or end that holds any number of values.
     enum : long { upperUnbounded = -1 };

@@ -7,6 +7,7 @@
 #include <memory>
 #include <utility>
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "support/RuleTestSupport.h"
 
 namespace {
@@ -198,7 +199,7 @@ TEST_F(AddInTest, AddInHooksStandInTheChainsOfTheirType) {
     MCPropertySemanticRegistry::GetInstance()->RegisterExternalSemantic(MCAddInHook::c_sType, 147, &proxy,
                                                                         false);
     MCSPropertyAccessorT<ZVTString> name(ZVTString("hook"));
-    EXPECT_TRUE(hook->SetProperty(147, name, MCPropertyAccessor::accessAdd));
+    EXPECT_TRUE(hook->SetProperty(MCCodes::pName, name, MCPropertyAccessor::accessAdd));
     EXPECT_FALSE(SetLong(hook, 132, 99));  // the root type's id rule reaches the hook
     EXPECT_EQ(Take(), "n(R,H,147,1) n(R,H,147,2)");
 }

@@ -3,6 +3,7 @@
 // converter, the PostPaste pass, damaged buffers, and a paste that throws part-way leaving nothing behind.
 
 #include <gtest/gtest.h>
+#include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include <functional>
 #include <map>
@@ -24,7 +25,8 @@ public:
     static constexpr short c_sType = 7801;
     static constexpr short c_sFollow = 7811, c_sDepend = 7812, c_sConvert = 7813, c_sUndeclared = 7814,
                            c_sUndecided = 7815, c_sList = 7816, c_sPlain = 7817, c_sCount = 7818;
-    static constexpr short c_sParent = 152;  // the core's Parent, along which Follow is inherited
+    static constexpr short c_sParent =
+        MCCodes::pParent;  // the core's Parent, along which Follow is inherited
     static inline int c_nMade = 0;
     static inline int c_nThrowAt = 0;
 
@@ -35,8 +37,8 @@ public:
         for (short type : singles)
             R::RegisterAliasProperty(type, ("Ref" + std::to_string(type)).c_str(), 89, false, false, false,
                                      false);
-        R::RegisterAliasProperty(c_sList, "RefList", 90, false, false, false, false);
-        R::RegisterAliasProperty(c_sCount, "Count", 87, true, false, false, false);
+        R::RegisterAliasProperty(c_sList, "RefList", MCCodes::pReferenceList, false, false, false, false);
+        R::RegisterAliasProperty(c_sCount, "Count", MCCodes::pInteger, true, false, false, false);
         new MCObjectFactoryT<ClipNode, MCObject>(c_sType, "ClipNode", 1, PersRoot::c_sType, 10, 0, true,
                                                  false);
         R::AddOwnerType(c_sType, c_sType);
@@ -99,7 +101,7 @@ public:
 
 std::string NameOf(const MCObject* object) {
     MCSPropertyRawAccessorT<ZVTString> name;
-    return object->GetProperty(147, name) ? name.GetValue().str() : "?";
+    return object->GetProperty(MCCodes::pName, name) ? name.GetValue().str() : "?";
 }
 
 class ClipTest : public PersTest {
@@ -124,7 +126,7 @@ protected:
 
     static void Name(MCObject* object, const char* name) {
         MCSPropertyRawAccessorT<ZVTString> accessor{ZVTString(name)};
-        object->SetProperty(147, accessor, MCPropertyAccessor::accessAdd);
+        object->SetProperty(MCCodes::pName, accessor, MCPropertyAccessor::accessAdd);
     }
     static void Ref(MCObject* from, short type, MCObject* to) {
         if (R::Translate(type, false) == 90) {
@@ -315,7 +317,7 @@ TEST_F(ClipTest, UndeclaredReferenceTellsTheUserAndFollows) {
     SetLong(a, ClipNode::c_sCount, 3);  // undeclared too, but no reference: nobody is told
     EXPECT_EQ(Entries(Copy({a}, *m_pxSource)), "| A/0<S B/1<A end");
     ASSERT_EQ(messages.GetMessages().size(), 1u);
-    EXPECT_EQ(messages.GetMessages()[0].m_lMessageId, 607);
+    EXPECT_EQ(messages.GetMessages()[0].m_lMessageId, MCCodes::msgUndeclaredClip);
 }
 
 TEST_F(ClipTest, InheritedReferencesTravelAsOwnValuesUnlessTheParentComesAlong) {
@@ -579,7 +581,7 @@ TEST_F(ClipTest, PasteThatThrowsPartWayLeavesTheModelAsItWas) {
 }
 
 TEST_F(ClipTest, UserDefinedPropertiesTravelWithTheBufferIntoTheTargetModel) {
-    const short colour = R::RegisterUDP("ClipColour", 87, m_pxSource, true);
+    const short colour = R::RegisterUDP("ClipColour", MCCodes::pInteger, m_pxSource, true);
     ASSERT_LT(colour, 0);
     MCObject* a = Node(m_pxSource, "A");
     SetLong(a, colour, 12);

@@ -3,6 +3,7 @@
 
 #include <map>
 #include <sstream>
+#include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include "support/RuleTestSupport.h"
 
@@ -16,11 +17,10 @@ constexpr short c_sPartner = 7854;  // Reference
 constexpr short c_sParts = 7855;    // ReferenceList
 constexpr short c_sWeight = 7856;   // Float: no converter
 constexpr short c_sBlob = 7857;     // Float with a host converter that gives no text
-constexpr short c_sString = 91;
 
 struct NoTextConverter : MCPropertyConverter {
     NoTextConverter() : MCPropertyConverter(c_sBlob) {}
-    ZVTBoolean Supports(short toType) const override { return toType == c_sString; }
+    ZVTBoolean Supports(short toType) const override { return toType == MCCodes::pString; }
 };
 
 void RegisterMetamodel() {

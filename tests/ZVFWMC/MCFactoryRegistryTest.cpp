@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "support/RegistryTestSupport.h"
@@ -60,7 +61,7 @@ TEST_F(MCFactoryRegistryTest, RefusedRegistrationsChangeNothing) {
         {"property with zero code",
          R::RegisterConcreteProperty(0, "P", new CountingFactory(counters), 1, 0, 0, 0)},
         {"property without factory", R::RegisterConcreteProperty(15, "P", nullptr, 1, 0, 0, 0)},
-        {"property duplicate", R::RegisterAliasProperty(10, "P", 87, 1, 0, 0, 0)},
+        {"property duplicate", R::RegisterAliasProperty(10, "P", MCCodes::pInteger, 1, 0, 0, 0)},
         {"alias property to zero", R::RegisterAliasProperty(16, "P", 0, 1, 0, 0, 0)},
     };
     for (const Case& c : cases) {
@@ -79,7 +80,7 @@ TEST_F(MCFactoryRegistryTest, RefusedRegistrationsChangeNothing) {
 }
 
 TEST_F(MCFactoryRegistryTest, PropertyNamesMayEqualANomenclature) {
-    EXPECT_TRUE(R::RegisterAliasProperty(200, "Logical", 87, true, false, false, false));
+    EXPECT_TRUE(R::RegisterAliasProperty(200, "Logical", MCCodes::pInteger, true, false, false, false));
     EXPECT_FALSE(R::RegisterAbstractObject(201, "Logical", 0));
 }
 
@@ -91,8 +92,8 @@ TEST_F(MCFactoryRegistryTest, FlagWordsFollowTheRegistration) {
         R::RegisterConcreteProperty(87, "Integer", new CountingFactory(counters), true, false, false, false));
     ASSERT_TRUE(
         R::RegisterConcreteProperty(-5, "Odd", new CountingFactory(counters), false, true, true, true));
-    ASSERT_TRUE(R::RegisterAliasProperty(132, "Id", 87, false, false, false, true));
-    ASSERT_TRUE(R::RegisterAliasProperty(-7, "Udp", 87, true, true, true, false));
+    ASSERT_TRUE(R::RegisterAliasProperty(132, "Id", MCCodes::pInteger, false, false, false, true));
+    ASSERT_TRUE(R::RegisterAliasProperty(-7, "Udp", MCCodes::pInteger, true, true, true, false));
     struct Case {
         short code;
         unsigned long flags;
@@ -139,7 +140,7 @@ TEST_P(HierarchyOrderTest, SupertypesJoinWhateverTheOrder) {
                 break;
         }
     }
-    ASSERT_TRUE(R::RegisterAliasProperty(500, "Weight", 87, true, false, false, false));
+    ASSERT_TRUE(R::RegisterAliasProperty(500, "Weight", MCCodes::pInteger, true, false, false, false));
     ASSERT_TRUE(R::AddPropertyUsage(100, 500, 4));
 
     EXPECT_EQ(Codes([](auto& v) { return R::GetSubtypes(100, v); }), (std::vector<short>{110}));
@@ -212,8 +213,8 @@ TEST_F(MCFactoryRegistryTest, ClipValuesAreDecidedOnceAndInheritedByNearestDecla
 
 TEST_F(MCFactoryRegistryTest, UsagePairsWidenTheirClipValueWithItsSign) {
     ASSERT_TRUE(R::RegisterAbstractObject(1, "Root", 0));
-    ASSERT_TRUE(R::RegisterAliasProperty(50, "A", 87, 1, 0, 0, 0));
-    ASSERT_TRUE(R::RegisterAliasProperty(51, "B", 87, 1, 0, 0, 0));
+    ASSERT_TRUE(R::RegisterAliasProperty(50, "A", MCCodes::pInteger, 1, 0, 0, 0));
+    ASSERT_TRUE(R::RegisterAliasProperty(51, "B", MCCodes::pInteger, 1, 0, 0, 0));
     const short pairs[] = {50, -1, 51, 0x2000, 999, 0};
     EXPECT_TRUE(R::AddPropertyUsages(1, pairs, 3));
     EXPECT_EQ(R::GetClipFlag(1, 50), 0xFFFFFFFFu);
@@ -254,7 +255,7 @@ TEST_F(MCFactoryRegistryTest, QueryMasksNeedABitInEveryTestedGroup) {
     ASSERT_TRUE(R::RegisterConcreteObject(2, "Thing", 1, 0, new CountingFactory(counters), false, false));
     ASSERT_TRUE(R::RegisterAliasObject(3, "Nick", 0, 2, true, false));
     ASSERT_TRUE(R::RegisterConcreteProperty(87, "Integer", new CountingFactory(counters), true, false, 0, 0));
-    ASSERT_TRUE(R::RegisterAliasProperty(132, "Id", 87, false, false, false, false));
+    ASSERT_TRUE(R::RegisterAliasProperty(132, "Id", MCCodes::pInteger, false, false, false, false));
 
     auto objects = [](unsigned long mask) {
         return SortedCodes([&](auto& v) { return R::GetObjectTypes(v, mask); });
@@ -281,7 +282,7 @@ TEST_F(MCFactoryRegistryTest, FactoriesBelongToTheRegistryOnceAccepted) {
     ASSERT_TRUE(R::RegisterAbstractObject(1, "Root", 0));
     ASSERT_TRUE(R::RegisterConcreteObject(2, "Thing", 1, 0, new CountingFactory(counters, 48), 0, 0));
     ASSERT_TRUE(R::RegisterConcreteProperty(87, "Integer", new CountingFactory(counters, 24), 1, 0, 0, 0));
-    ASSERT_TRUE(R::RegisterAliasProperty(132, "Id", 87, 0, 0, 0, 0));
+    ASSERT_TRUE(R::RegisterAliasProperty(132, "Id", MCCodes::pInteger, 0, 0, 0, 0));
     EXPECT_EQ(R::GetItemSize(2), 48u);
     EXPECT_EQ(R::GetItemSize(132), 24u) << "an alias answers with its concrete type's size";
     EXPECT_EQ(R::GetItemSize(1), 0u);

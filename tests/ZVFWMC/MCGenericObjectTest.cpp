@@ -2,6 +2,7 @@
 // CreateItem with message 601, alias codes, per-type property flags, creation hooks, pools and the table
 // of live objects.
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "support/ModelTestSupport.h"
 #include "support/RegistryTestSupport.h"
 
@@ -39,8 +40,8 @@ protected:
         static bool registered = false;
         if (!registered) {
             registered = true;
-            MCFactoryRegistry::RegisterAliasProperty(c_sCalculated, "Calculated", 87, false, false, true,
-                                                     true);
+            MCFactoryRegistry::RegisterAliasProperty(c_sCalculated, "Calculated", MCCodes::pInteger, false,
+                                                     false, true, true);
             auto* factory =
                 new MCPropertyFactoryT<MCSPropertyT<long>>(c_sNegative, "Negative", false, false, 0);
             EXPECT_TRUE(factory->IsRegistered());
@@ -80,9 +81,11 @@ TEST_F(CreationTest, RefusalsShowMessage601WithTheRequestedCode) {
     MessageLog messages;
     EXPECT_EQ(MCFactoryRegistry::CreateItem(31000, owner, nullptr, nullptr), nullptr);  // unknown
     EXPECT_EQ(MCFactoryRegistry::CreateItem(1, nullptr, nullptr, nullptr), nullptr);    // abstract
-    EXPECT_EQ(MCFactoryRegistry::CreateItem(87, owner, nullptr, nullptr), nullptr);     // has a value
+    EXPECT_EQ(MCFactoryRegistry::CreateItem(MCCodes::pInteger, owner, nullptr, nullptr),
+              nullptr);  // has a value
     // An alias of Reference is made as one and keeps its own code.
-    auto* parent = dynamic_cast<MCSRef*>(MCFactoryRegistry::CreateItem(152, owner, nullptr, nullptr));
+    auto* parent =
+        dynamic_cast<MCSRef*>(MCFactoryRegistry::CreateItem(MCCodes::pParent, owner, nullptr, nullptr));
     ASSERT_NE(parent, nullptr);
     EXPECT_EQ(parent->GetType(), 152);
     EXPECT_EQ(messages.Text(), "601(0x10: 31000) 601(0x10: 1) 601(0x10: 87)");
@@ -116,8 +119,8 @@ TEST_F(CreationTest, PropertiesTakeTheirRegisteredFlags) {
     MCSPropertyRawAccessorT<long> accessor;
     EXPECT_TRUE(other->GetProperty(c_sCalculated, accessor));
     EXPECT_NE(other->FindProperty(c_sCalculated, false), nullptr);
-    EXPECT_FALSE(other->GetProperty(87, accessor));
-    EXPECT_EQ(other->FindProperty(87, true), nullptr);
+    EXPECT_FALSE(other->GetProperty(MCCodes::pInteger, accessor));
+    EXPECT_EQ(other->FindProperty(MCCodes::pInteger, true), nullptr);
 }
 
 TEST_F(CreationTest, NulledEmbeddedPropertiesAreGivenBack) {

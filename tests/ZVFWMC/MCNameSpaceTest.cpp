@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCNameSpace.h"
 #include "ModelCore/ZVFWMC/MCPropertySemantics.h"
 #include "tests/support/ModelTestSupport.h"
@@ -26,13 +27,13 @@ protected:
         MCObject* object = Make(nullptr, type);
         if (name) {
             MCSPropertyRawAccessorT<ZVTString> accessor{ZVTString(name)};
-            object->SetProperty(147, accessor, MCPropertyAccessor::accessAdd);
+            object->SetProperty(MCCodes::pName, accessor, MCPropertyAccessor::accessAdd);
         }
         return object;
     }
     static std::string NameOf(const MCObject* object) {
         MCSPropertyRawAccessorT<ZVTString> accessor;
-        return object->GetProperty(147, accessor) ? accessor.GetValue().str() : "-";
+        return object->GetProperty(MCCodes::pName, accessor) ? accessor.GetValue().str() : "-";
     }
     static bool Has(MCNameSpace* space, const char* name) {
         ZVTString text(name);
@@ -189,7 +190,7 @@ TEST_F(NameSpaceTest, ARenameBehindTheNameSpacesBackLeavesNoStaleEntry) {
     MCObject* object = Named("Old");
     ASSERT_TRUE(space->Insert(object, 0, 0, false));
     MCSPropertyRawAccessorT<ZVTString> rename{ZVTString("New")};
-    object->SetProperty(147, rename, MCPropertyAccessor::accessAdd);
+    object->SetProperty(MCCodes::pName, rename, MCPropertyAccessor::accessAdd);
     object->Expunge(true);
     EXPECT_EQ(Find(space, "Old"), nullptr);
     EXPECT_FALSE(Has(space, "Old"));

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "support/RegistryTestSupport.h"
 
@@ -16,8 +17,8 @@ protected:
         FreshRegistryTest::SetUp();
         ASSERT_TRUE(R::RegisterAbstractObject(1, "Element", 0));
         ASSERT_TRUE(R::RegisterAbstractObject(2, "Classifier", 1));
-        ASSERT_TRUE(R::RegisterAliasProperty(87, "Integer", 86, true, false, false, false));
-        ASSERT_TRUE(R::RegisterAliasProperty(132, "Id", 87, false, false, false, false));
+        ASSERT_TRUE(R::RegisterAliasProperty(87, "Integer", MCCodes::pFloatList, true, false, false, false));
+        ASSERT_TRUE(R::RegisterAliasProperty(132, "Id", MCCodes::pInteger, false, false, false, false));
     }
 };
 

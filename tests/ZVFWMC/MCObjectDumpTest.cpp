@@ -6,6 +6,7 @@
 #include <sstream>
 #include <string>
 #include <vector>
+#include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include "support/ModelTestSupport.h"
 
@@ -13,8 +14,6 @@ namespace {
 
 using R = MCFactoryRegistry;
 using std::to_string;
-
-constexpr short c_sName = 147;
 
 template <class Accessor, class Value>
 void Set(MCObject* object, short type, const Value& value) {
@@ -78,10 +77,10 @@ protected:
         m_pxA = MakeNode(m_pxRoot);
         m_pxB = Make(m_pxRoot);
         m_pxC = MakeNode(m_pxB);
-        Set<MCSPropertyAccessorT<ZVTString>>(m_pxRoot, c_sName, ZVTString("root"));
-        Set<MCSPropertyAccessorT<ZVTString>>(m_pxA, c_sName, ZVTString("a"));
-        Set<MCSPropertyAccessorT<ZVTString>>(m_pxC, c_sName, ZVTString("x"));
-        RestoreRaw(m_pxC, c_sName, [](MCStream& s) {
+        Set<MCSPropertyAccessorT<ZVTString>>(m_pxRoot, MCCodes::pName, ZVTString("root"));
+        Set<MCSPropertyAccessorT<ZVTString>>(m_pxA, MCCodes::pName, ZVTString("a"));
+        Set<MCSPropertyAccessorT<ZVTString>>(m_pxC, MCCodes::pName, ZVTString("x"));
+        RestoreRaw(m_pxC, MCCodes::pName, [](MCStream& s) {
             s << static_cast<unsigned short>(MCItem::itemNulled) << ZVTString("old");
         });
     }
@@ -115,7 +114,7 @@ TEST_F(ObjectDumpTest, FileDumpsShowEveryValueTypeTheSubscribersAndTheSize) {
     RestoreRaw(a, 89, [](MCStream& s) { s << static_cast<unsigned short>(0) << 777L; });
     ZVTSList<MCObject*> targets = List({m_pxRoot, m_pxRoot});
     Set<MCVRefAccessor>(a, 303, &targets);
-    const short colour = R::RegisterUDP("DumpColour", 91, m_pxRoot, true);
+    const short colour = R::RegisterUDP("DumpColour", MCCodes::pString, m_pxRoot, true);
     Set<MCSPropertyAccessorT<ZVTString>>(a, colour, ZVTString("red"));
     std::ostringstream nullTarget;
     nullTarget << static_cast<const void*>(nullptr);

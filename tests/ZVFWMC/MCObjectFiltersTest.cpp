@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <functional>
 #include <iterator>
+#include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include "support/ModelTestSupport.h"
 
@@ -34,12 +35,14 @@ class FiltersTest : public ModelTest {
 protected:
     void SetUp() override {
         ModelTest::SetUp();
-        MCFactoryRegistry::RegisterAliasProperty(c_sA, "FirstA", 87, true, false, false, false);
-        MCFactoryRegistry::RegisterAliasProperty(c_sB, "FirstB", 87, true, false, false, false);
+        MCFactoryRegistry::RegisterAliasProperty(c_sA, "FirstA", MCCodes::pInteger, true, false, false,
+                                                 false);
+        MCFactoryRegistry::RegisterAliasProperty(c_sB, "FirstB", MCCodes::pInteger, true, false, false,
+                                                 false);
     }
     static void SetName(MCObject* object, const char* name) {
         MCSPropertyAccessorT<ZVTString> accessor{ZVTString(name)};
-        ASSERT_TRUE(object->SetProperty(147, accessor, MCPropertyAccessor::accessAdd));
+        ASSERT_TRUE(object->SetProperty(MCCodes::pName, accessor, MCPropertyAccessor::accessAdd));
     }
     static std::string Id(const MCObject* object) { return std::to_string(object->GetId()); }
 };
@@ -112,10 +115,10 @@ TEST_F(FiltersTest, OwneeWalksStandExpungingTheCurrentOwneeAndFilter) {
     MCOwneeFilterOnPropRefValue byParent(TestNode::c_sType, 152, plain);
     for (MCObject* holder : {static_cast<MCObject*>(named), plain}) {
         MCSRefAccessor parent(plain);
-        holder->SetProperty(152, parent, MCPropertyAccessor::accessAdd);
+        holder->SetProperty(MCCodes::pParent, parent, MCPropertyAccessor::accessAdd);
     }
     MCSRefAccessor elsewhere(named);
-    bare->SetProperty(152, elsewhere, MCPropertyAccessor::accessAdd);
+    bare->SetProperty(MCCodes::pParent, elsewhere, MCPropertyAccessor::accessAdd);
     const struct {
         ZVTFilter<MCObject*>* m_pxFilter;
         long m_lCount;
@@ -147,11 +150,11 @@ TEST_F(FiltersTest, AbsenceLooksBehindAliasesPresenceDoesNot) {
     MCObject* object = Make();
     SetName(object, "n");  // 147, an alias of String (91)
     MCSPropertyAccessorT<ZVTString> text{ZVTString("t")};
-    ASSERT_TRUE(object->SetProperty(91, text, MCPropertyAccessor::accessAdd));
+    ASSERT_TRUE(object->SetProperty(MCCodes::pString, text, MCPropertyAccessor::accessAdd));
     SetLong(object, 87, 1);
-    MCItem* name = const_cast<MCProperty*>(object->FindProperty(147, false));
-    MCItem* string = const_cast<MCProperty*>(object->FindProperty(91, false));
-    MCItem* integer = const_cast<MCProperty*>(object->FindProperty(87, false));
+    MCItem* name = const_cast<MCProperty*>(object->FindProperty(MCCodes::pName, false));
+    MCItem* string = const_cast<MCProperty*>(object->FindProperty(MCCodes::pString, false));
+    MCItem* integer = const_cast<MCProperty*>(object->FindProperty(MCCodes::pInteger, false));
 
     ZVTSList<short> stringType, nameType;
     stringType.Append(91);
@@ -252,8 +255,8 @@ TEST_F(FiltersTest, ParallelismRanksTypeCloneIdAndName) {
     SetName(otherName, "m");
     MCObject* clone = Make();
     SetLong(clone, 582, otherName->GetId());  // CloneId
-    auto* name = const_cast<MCProperty*>(named->FindProperty(147, false));
-    auto* otherNameProperty = const_cast<MCProperty*>(sameName->FindProperty(147, false));
+    auto* name = const_cast<MCProperty*>(named->FindProperty(MCCodes::pName, false));
+    auto* otherNameProperty = const_cast<MCProperty*>(sameName->FindProperty(MCCodes::pName, false));
 
     const struct {
         const MCItem* m_pxSelf;
@@ -296,17 +299,17 @@ template <class T>
 struct ListType;
 template <>
 struct ListType<long> {
-    static constexpr short c_sType = 88;
+    static constexpr short c_sType = MCCodes::pIntegerList;
     static long Make(int n) { return n; }
 };
 template <>
 struct ListType<float> {
-    static constexpr short c_sType = 86;
+    static constexpr short c_sType = MCCodes::pFloatList;
     static float Make(int n) { return static_cast<float>(n) + 0.5f; }
 };
 template <>
 struct ListType<ZVTString> {
-    static constexpr short c_sType = 92;
+    static constexpr short c_sType = MCCodes::pStringList;
     static ZVTString Make(int n) { return ZVTString(std::string(1, static_cast<char>('a' + n))); }
 };
 

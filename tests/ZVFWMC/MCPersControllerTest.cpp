@@ -3,6 +3,7 @@
 // read under other codes, stored flags and the order of restored ownees.
 
 #include <gtest/gtest.h>
+#include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include <sstream>
 #include <string>
@@ -10,10 +11,6 @@
 #include "support/PersTestSupport.h"
 
 namespace {
-
-constexpr short c_sInteger = 87;
-constexpr short c_sRef = 89;
-constexpr short c_sRefList = 90;
 
 /// A file written field by field.
 struct Bytes {
@@ -50,7 +47,7 @@ long IntegerOf(const MCObject* object, short type) {
 
 MCObject* RefOf(const MCObject* object) {
     MCSRefRawAccessor accessor;
-    return object->GetProperty(c_sRef, accessor) ? accessor.GetValue() : nullptr;
+    return object->GetProperty(MCCodes::pReference, accessor) ? accessor.GetValue() : nullptr;
 }
 
 std::vector<MCObject*> Ownees(const MCObject* owner) {
@@ -188,9 +185,9 @@ TEST_F(PersTest, TruncatedFileAtAnyByteRestoresThePartReadWithoutFailing) {
     MCObject* model = Make(nullptr, PersRoot::c_sType);
     MCObject* a = Make(model, Shape::c_sType);
     MCObject* b = Make(model, Shape::c_sType);
-    SetLong(a, c_sInteger, 7);
+    SetLong(a, MCCodes::pInteger, 7);
     MCSRefRawAccessor ref(b);
-    ASSERT_TRUE(a->SetProperty(c_sRef, ref, MCPropertyAccessor::accessAdd));
+    ASSERT_TRUE(a->SetProperty(MCCodes::pReference, ref, MCPropertyAccessor::accessAdd));
     const std::string full = Save(model);
     const size_t head = Bytes().Str().size();
     size_t previous = 0;
@@ -211,13 +208,13 @@ TEST_F(PersTest, RestoredObjectsTakeFreshIdsAndReferencesFollowThem) {
     MCObject* b = Make(model, Shape::c_sType);
     MCObject* c = Make(b, Shape::c_sType);
     MCSRefRawAccessor single(c);
-    ASSERT_TRUE(a->SetProperty(c_sRef, single, MCPropertyAccessor::accessAdd));
+    ASSERT_TRUE(a->SetProperty(MCCodes::pReference, single, MCPropertyAccessor::accessAdd));
     ZVTSList<MCObject*> list;
     list.Append(a);
     list.Append(model);
     list.Append(a);
     MCVRefRawAccessor many(&list);
-    ASSERT_TRUE(c->SetProperty(c_sRefList, many, MCPropertyAccessor::accessAdd));
+    ASSERT_TRUE(c->SetProperty(MCCodes::pReferenceList, many, MCPropertyAccessor::accessAdd));
 
     PersRestored r = Restore(Save(model));
     ASSERT_EQ(r.result, C::resultOk);
@@ -231,7 +228,7 @@ TEST_F(PersTest, RestoredObjectsTakeFreshIdsAndReferencesFollowThem) {
     EXPECT_EQ(MCObject::ResolveId(ra->GetId()), ra);
     EXPECT_EQ(RefOf(ra), rc);
     MCVRefRawAccessor read;
-    ASSERT_TRUE(rc->GetProperty(c_sRefList, read));
+    ASSERT_TRUE(rc->GetProperty(MCCodes::pReferenceList, read));
     ASSERT_EQ(read.GetList()->Entries(), 3u);
     EXPECT_EQ(read.GetList()->At(0), ra);
     EXPECT_EQ(read.GetList()->At(1), r.root);
@@ -243,7 +240,7 @@ TEST_F(PersTest, RulesFireAfterEveryReferenceIsResolvedAndNoCreationRuleRuns) {
     MCObject* target = Make(model, Shape::c_sType);
     MCObject* holder = Make(model, Shape::c_sType);  // saved, and so made, before its target
     MCSRefRawAccessor ref(target);
-    ASSERT_TRUE(holder->SetProperty(c_sRef, ref, MCPropertyAccessor::accessAdd));
+    ASSERT_TRUE(holder->SetProperty(MCCodes::pReference, ref, MCPropertyAccessor::accessAdd));
 
     ObjectRule objectRule("obj", MCObjectSem::PostCreation | MCObjectSem::CalculateData);
     AddRule(Shape::c_sType, objectRule);
@@ -257,7 +254,7 @@ TEST_F(PersTest, RulesFireAfterEveryReferenceIsResolvedAndNoCreationRuleRuns) {
         Record(resolved ? "resolved" : "unresolved", 0);
         return MCPropertySemantic::resultContinue;
     };
-    AddRule(Shape::c_sType, c_sRef, propertyRule);
+    AddRule(Shape::c_sType, MCCodes::pReference, propertyRule);
     const std::string bytes = Save(model);
     TakeLog();
 
@@ -267,13 +264,13 @@ TEST_F(PersTest, RulesFireAfterEveryReferenceIsResolvedAndNoCreationRuleRuns) {
 }
 
 TEST_F(PersTest, UserDefinedPropertiesAreReadUnderTheCodesOfThisProcess) {
-    const short current = MCFactoryRegistry::RegisterUDP("PersColour", c_sInteger, nullptr, true);
+    const short current = MCFactoryRegistry::RegisterUDP("PersColour", MCCodes::pInteger, nullptr, true);
     ASSERT_LT(current, 0);
     const short stored = static_cast<short>(current - 40);  // as another process numbered it
     Bytes file;
     file.Token(MCStream::tokenGlobals);
     file.stream << static_cast<char>(MCStream::tokenProperty) << stored << ZVTString("PersColour")
-                << c_sInteger << static_cast<unsigned short>(1) << 0L;
+                << static_cast<short>(MCCodes::pInteger) << static_cast<unsigned short>(1) << 0L;
     file.Token(MCStream::tokenGlobalsEnd);
     file.Object(PersRoot::c_sType, 10, 0).Integer(stored, 31).End();
     PersRestored r = Restore(file.Str());
@@ -307,12 +304,12 @@ TEST_F(PersTest, ExpungeFlagsAreNeitherStoredNorTakenFromAFile) {
 TEST_F(PersTest, RestoredOwneesStandInReverseOrder) {
     MCObject* model = Make(nullptr, PersRoot::c_sType);
     for (long i = 1; i <= 3; ++i)
-        SetLong(Make(model, Shape::c_sType), c_sInteger, i);
+        SetLong(Make(model, Shape::c_sType), MCCodes::pInteger, i);
     PersRestored r = Restore(Save(model));
     ASSERT_NE(r.root, nullptr);
     std::string order;
     for (MCObject* o : Ownees(r.root))
-        order += std::to_string(IntegerOf(o, c_sInteger));
+        order += std::to_string(IntegerOf(o, MCCodes::pInteger));
     EXPECT_EQ(order, "321");
 }
 

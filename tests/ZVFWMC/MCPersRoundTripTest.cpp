@@ -2,6 +2,7 @@
 // pointing at the node in the same place of the restored tree.
 
 #include <gtest/gtest.h>
+#include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include <random>
 #include <sstream>
@@ -12,10 +13,6 @@
 #include "support/PersTestSupport.h"
 
 namespace {
-
-constexpr short c_sIdType = 132;
-constexpr short c_sRef = 89;
-constexpr short c_sRefList = 90;
 
 /// Nodes in the order a save writes them: each owner, then its ownees from the last to the first.
 void SaveOrder(MCObject* object, std::vector<MCObject*>& out) {
@@ -37,10 +34,10 @@ public:
     ZVTBoolean AreEqual(const MCObject* object, const MCProperty* mine, const MCObject* other,
                         const MCProperty* theirs) override {
         switch (mine->GetType()) {
-            case c_sIdType:
+            case MCCodes::pId:
                 return true;
-            case c_sRef:
-            case c_sRefList:
+            case MCCodes::pReference:
+            case MCCodes::pReferenceList:
                 return Targets(object, mine->GetType(), m_rMine) ==
                        Targets(other, theirs->GetType(), m_rTheirs);
             default:
@@ -55,7 +52,7 @@ private:
             auto it = positions.find(target);
             return it == positions.end() ? -1 : it->second;
         };
-        if (type == c_sRef) {
+        if (type == MCCodes::pReference) {
             MCSRefRawAccessor accessor;
             if (object->GetProperty(type, accessor))
                 out.push_back(position(accessor.GetValue()));
@@ -92,33 +89,33 @@ protected:
         if (chance()) {
             // Stored longs are 32 bits wide.
             MCSPropertyRawAccessorT<long> a(static_cast<long>(random() % 2000000000u) - 1000000000L);
-            ASSERT_TRUE(node->SetProperty(87, a, add));
+            ASSERT_TRUE(node->SetProperty(MCCodes::pInteger, a, add));
         }
         if (chance()) {
             MCSPropertyRawAccessorT<double> a(std::uniform_real_distribution<double>(-1e9, 1e9)(random));
-            ASSERT_TRUE(node->SetProperty(1036, a, add));
+            ASSERT_TRUE(node->SetProperty(MCCodes::pDouble, a, add));
         }
         if (chance()) {
             MCSPropertyRawAccessorT<ZVTString> a(ZVTString(std::string(random() % 20, 'a' + random() % 26)));
-            ASSERT_TRUE(node->SetProperty(91, a, add));
+            ASSERT_TRUE(node->SetProperty(MCCodes::pString, a, add));
         }
         if (chance()) {
             ZVTSList<long> values;
             for (unsigned i = random() % 5; i > 0; --i)
                 values.Append(static_cast<long>(random() % 1000));
             MCVPropertyRawAccessorT<long> a(values);
-            ASSERT_TRUE(node->SetProperty(88, a, add));
+            ASSERT_TRUE(node->SetProperty(MCCodes::pIntegerList, a, add));
         }
         if (chance()) {
             MCSRefRawAccessor a(any());
-            ASSERT_TRUE(node->SetProperty(c_sRef, a, add));
+            ASSERT_TRUE(node->SetProperty(MCCodes::pReference, a, add));
         }
         if (chance()) {
             ZVTSList<MCObject*> targets;
             for (unsigned i = 1 + random() % 4; i > 0; --i)
                 targets.Append(any());
             MCVRefRawAccessor a(&targets);
-            ASSERT_TRUE(node->SetProperty(c_sRefList, a, add));
+            ASSERT_TRUE(node->SetProperty(MCCodes::pReferenceList, a, add));
         }
     }
 };

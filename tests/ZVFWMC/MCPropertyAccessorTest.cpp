@@ -1,14 +1,11 @@
 // Accessors: the steps of a change and what each flag does to value, flags and events, for active and raw
 // accessors alike; list changes and their hint codes; nulling; reading; the flag rules of SetPropertyFlag.
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "support/ModelTestSupport.h"
 
 namespace {
 
-constexpr short c_sInteger = 87;
-constexpr short c_sIntegerList = 88;
-constexpr short c_sString = 91;
-constexpr short c_sName = 147;
 constexpr long c_lAdd = MCPropertyAccessor::accessAdd;
 constexpr long c_lReplace = MCPropertyAccessor::accessReplace;
 constexpr long c_lRemove = MCPropertyAccessor::accessRemove;
@@ -58,8 +55,8 @@ TEST_P(SingleValueFlagsTest, FlagsDecideWhatMovesAndWhatFires) {
     for (const auto& rCase : cases) {
         SCOPED_TRACE(rCase.pcName);
         MCObject* object = Make();
-        ASSERT_TRUE(SetLong(object, c_sInteger, 5));
-        auto* property = const_cast<MCProperty*>(object->FindProperty(c_sInteger, false));
+        ASSERT_TRUE(SetLong(object, MCCodes::pInteger, 5));
+        auto* property = const_cast<MCProperty*>(object->FindProperty(MCCodes::pInteger, false));
         ASSERT_TRUE(object->SetPropertyFlag(property, MCItem::itemSA, true));
         EventLog log;
         object->AddSubscriber(&log, MCEvent::subscriberObserver);
@@ -68,11 +65,11 @@ TEST_P(SingleValueFlagsTest, FlagsDecideWhatMovesAndWhatFires) {
         MCSPropertyAccessorT<long> live(rCase.lValue);
         MCPropertyAccessor& accessor = active ? static_cast<MCPropertyAccessor&>(live) : raw;
         accessor.SetFlags(rCase.uAccessorFlags);
-        EXPECT_EQ(object->SetProperty(c_sInteger, accessor, rCase.lFlags), rCase.bResult);
-        EXPECT_EQ(GetLong(object, c_sInteger), rCase.pcValue);
+        EXPECT_EQ(object->SetProperty(MCCodes::pInteger, accessor, rCase.lFlags), rCase.bResult);
+        EXPECT_EQ(GetLong(object, MCCodes::pInteger), rCase.pcValue);
         EXPECT_EQ(property->GetFlags(), rCase.uPropertyFlags);
-        const std::string expected =
-            "PropertySet(" + std::to_string(object->GetId()) + "," + std::to_string(c_sInteger) + ",0)";
+        const std::string expected = "PropertySet(" + std::to_string(object->GetId()) + "," +
+                                     std::to_string(MCCodes::pInteger) + ",0)";
         EXPECT_EQ(log.Take(), active && rCase.bEvent ? expected : "");
         object->RemoveSubscriber(&log, MCEvent::subscriberObserver);
     }
@@ -91,8 +88,8 @@ TEST_F(AccessorTest, FirstSetMakesTheProperty_NulledOnesAlwaysFire) {
     object->AddSubscriber(&log, MCEvent::subscriberObserver);
     const std::string id = std::to_string(object->GetId());
 
-    EXPECT_EQ(object->FindProperty(c_sInteger, true), nullptr);
-    EXPECT_TRUE(SetLong(object, c_sInteger, 0));  // 0 is the nulled property's value too
+    EXPECT_EQ(object->FindProperty(MCCodes::pInteger, true), nullptr);
+    EXPECT_TRUE(SetLong(object, MCCodes::pInteger, 0));  // 0 is the nulled property's value too
     EXPECT_EQ(log.Take(), "PropertySet(" + id + ",87,0)");
 
     // Setting a nulled embedded property to the value it held still fires.
@@ -121,23 +118,23 @@ TEST_F(AccessorTest, ListChangesCarryTheirHintCodes) {
     values.Append(1);
     values.Append(2);
     MCVPropertyAccessorT<long> accessor(values);
-    EXPECT_TRUE(object->SetProperty(c_sIntegerList, accessor, c_lAdd));
-    EXPECT_TRUE(object->SetProperty(c_sIntegerList, accessor, c_lAdd));
-    EXPECT_EQ(GetList(object, c_sIntegerList), "1 2 1 2");
+    EXPECT_TRUE(object->SetProperty(MCCodes::pIntegerList, accessor, c_lAdd));
+    EXPECT_TRUE(object->SetProperty(MCCodes::pIntegerList, accessor, c_lAdd));
+    EXPECT_EQ(GetList(object, MCCodes::pIntegerList), "1 2 1 2");
     // A list is always set: adding what is there fires again, as does removing what is not.
     MCVPropertyAccessorT<long> absent(9L);
-    EXPECT_TRUE(object->SetProperty(c_sIntegerList, absent, c_lRemove));
+    EXPECT_TRUE(object->SetProperty(MCCodes::pIntegerList, absent, c_lRemove));
     MCVPropertyAccessorT<long> one(1L);
-    EXPECT_TRUE(object->SetProperty(c_sIntegerList, one, 0x40));  // neither add nor replace: removes
-    EXPECT_EQ(GetList(object, c_sIntegerList), "2 1 2");
+    EXPECT_TRUE(object->SetProperty(MCCodes::pIntegerList, one, 0x40));  // neither add nor replace: removes
+    EXPECT_EQ(GetList(object, MCCodes::pIntegerList), "2 1 2");
     MCVPropertyAccessorT<long> three(3L);
-    EXPECT_TRUE(object->SetProperty(c_sIntegerList, three, c_lReplace | c_lAdd));
-    EXPECT_EQ(GetList(object, c_sIntegerList), "3");
+    EXPECT_TRUE(object->SetProperty(MCCodes::pIntegerList, three, c_lReplace | c_lAdd));
+    EXPECT_EQ(GetList(object, MCCodes::pIntegerList), "3");
     EXPECT_EQ(log.Take(), head + "1) " + head + "1) " + head + "2) " + head + "2) " + head + "3)");
 
     // Emptied by removals the list stays set.
-    EXPECT_TRUE(object->SetProperty(c_sIntegerList, three, c_lRemove));
-    EXPECT_EQ(GetList(object, c_sIntegerList), "");
+    EXPECT_TRUE(object->SetProperty(MCCodes::pIntegerList, three, c_lRemove));
+    EXPECT_EQ(GetList(object, MCCodes::pIntegerList), "");
     object->RemoveSubscriber(&log, MCEvent::subscriberObserver);
 }
 
@@ -159,7 +156,7 @@ TEST_F(AccessorTest, ListAccessorSetValueFlags) {
 
 TEST_F(AccessorTest, NullingTellsSubscribersWhileTheValueIsThere) {
     MCObject* object = Make();
-    ASSERT_TRUE(SetLong(object, c_sInteger, 42));
+    ASSERT_TRUE(SetLong(object, MCCodes::pInteger, 42));
     EventLog& log = m_xLog;
     std::string seen;
     static std::string* s_psSeen;
@@ -170,32 +167,32 @@ TEST_F(AccessorTest, NullingTellsSubscribersWhileTheValueIsThere) {
     };
     object->AddSubscriber(&log, MCEvent::subscriberObserver);
     MCSPropertyAccessorT<long> accessor;
-    EXPECT_TRUE(object->NullProperty(c_sInteger, accessor));
+    EXPECT_TRUE(object->NullProperty(MCCodes::pInteger, accessor));
     EXPECT_EQ(log.Take(), "PropertyNulled(" + std::to_string(object->GetId()) + ",87)");
     EXPECT_EQ(seen, "42");
-    EXPECT_EQ(object->FindProperty(c_sInteger, true), nullptr);  // a free property is deleted
-    EXPECT_FALSE(object->NullProperty(c_sInteger, accessor));
+    EXPECT_EQ(object->FindProperty(MCCodes::pInteger, true), nullptr);  // a free property is deleted
+    EXPECT_FALSE(object->NullProperty(MCCodes::pInteger, accessor));
 
     // A raw accessor nulls silently; without an accessor the property's own active one is used.
-    ASSERT_TRUE(SetLong(object, c_sInteger, 1));
+    ASSERT_TRUE(SetLong(object, MCCodes::pInteger, 1));
     MCSPropertyRawAccessorT<long> raw;
-    EXPECT_TRUE(object->NullProperty(c_sInteger, raw));
-    ASSERT_TRUE(SetLong(object, c_sInteger, 1));
+    EXPECT_TRUE(object->NullProperty(MCCodes::pInteger, raw));
+    ASSERT_TRUE(SetLong(object, MCCodes::pInteger, 1));
     log.Take();
-    EXPECT_TRUE(
-        object->NullProperty(const_cast<MCProperty*>(object->FindProperty(c_sInteger, false)), nullptr));
+    EXPECT_TRUE(object->NullProperty(const_cast<MCProperty*>(object->FindProperty(MCCodes::pInteger, false)),
+                                     nullptr));
     EXPECT_EQ(log.Take(), "PropertyNulled(" + std::to_string(object->GetId()) + ",87)");
 
     // Another object's property is refused without a word.
     MCObject* other = Make();
-    ASSERT_TRUE(SetLong(other, c_sInteger, 8));
-    ASSERT_TRUE(SetLong(object, c_sInteger, 9));
+    ASSERT_TRUE(SetLong(other, MCCodes::pInteger, 8));
+    ASSERT_TRUE(SetLong(object, MCCodes::pInteger, 9));
     log.Take();
-    EXPECT_FALSE(
-        object->NullProperty(const_cast<MCProperty*>(other->FindProperty(c_sInteger, false)), nullptr));
+    EXPECT_FALSE(object->NullProperty(const_cast<MCProperty*>(other->FindProperty(MCCodes::pInteger, false)),
+                                      nullptr));
     EXPECT_EQ(log.Take(), "");
-    EXPECT_EQ(GetLong(other, c_sInteger), "8");
-    EXPECT_EQ(GetLong(object, c_sInteger), "9");
+    EXPECT_EQ(GetLong(other, MCCodes::pInteger), "8");
+    EXPECT_EQ(GetLong(object, MCCodes::pInteger), "9");
     object->RemoveSubscriber(&log, MCEvent::subscriberObserver);
 }
 
@@ -203,9 +200,9 @@ TEST_F(AccessorTest, TheIdPropertyIsNulledInPlace) {
     MCObject* object = Make();
     const long id = object->GetId();
     MCSPropertyRawAccessorT<long> accessor;
-    EXPECT_TRUE(object->NullProperty(132, accessor));
+    EXPECT_TRUE(object->NullProperty(MCCodes::pId, accessor));
     EXPECT_EQ(object->GetId(), id);
-    const MCProperty* property = object->FindProperty(132, false);
+    const MCProperty* property = object->FindProperty(MCCodes::pId, false);
     ASSERT_NE(property, nullptr);
     EXPECT_TRUE(property->GetFlag(MCItem::itemNulled));
     EXPECT_EQ(GetLong(object, 132), "-");
@@ -215,32 +212,33 @@ TEST_F(AccessorTest, ReadingRefusesNulledAbsentAndForeignProperties) {
     MCObject* object = Make();
     MCSPropertyRawAccessorT<long> accessor(99);
     accessor.SetFlags(0x0400);
-    EXPECT_FALSE(object->GetProperty(c_sInteger, accessor));
-    EXPECT_EQ(object->FindProperty(c_sInteger, true), nullptr);  // reading makes no stored property
+    EXPECT_FALSE(object->GetProperty(MCCodes::pInteger, accessor));
+    EXPECT_EQ(object->FindProperty(MCCodes::pInteger, true), nullptr);  // reading makes no stored property
     EXPECT_EQ(accessor.GetValue(), 99);
     EXPECT_EQ(accessor.GetFlags(), 0x0400);
 
     // A property of another value class is left alone.
     MCSPropertyAccessorT<ZVTString> text(ZVTString("x"));
-    ASSERT_TRUE(object->SetProperty(c_sString, text, c_lAdd));
-    EXPECT_FALSE(object->GetProperty(c_sString, accessor));
-    EXPECT_FALSE(object->SetProperty(c_sString, accessor, c_lAdd));
+    ASSERT_TRUE(object->SetProperty(MCCodes::pString, text, c_lAdd));
+    EXPECT_FALSE(object->GetProperty(MCCodes::pString, accessor));
+    EXPECT_FALSE(object->SetProperty(MCCodes::pString, accessor, c_lAdd));
 
     ZVTString value;
-    EXPECT_TRUE(object->GetPropertyString(c_sString, value));
+    EXPECT_TRUE(object->GetPropertyString(MCCodes::pString, value));
     EXPECT_EQ(value, "x");
     MCSPropertyAccessorT<ZVTString> name(ZVTString("alias"));
-    ASSERT_TRUE(object->SetProperty(c_sName, name, c_lAdd));
-    EXPECT_TRUE(object->GetPropertyString(c_sName, value));
+    ASSERT_TRUE(object->SetProperty(MCCodes::pName, name, c_lAdd));
+    EXPECT_TRUE(object->GetPropertyString(MCCodes::pName, value));
     EXPECT_EQ(value, "alias");
-    EXPECT_EQ(object->FindProperty(c_sName, false)->GetType(), c_sName);  // the alias keeps its code
-    EXPECT_FALSE(object->GetPropertyString(c_sInteger, value));
+    EXPECT_EQ(object->FindProperty(MCCodes::pName, false)->GetType(),
+              MCCodes::pName);  // the alias keeps its code
+    EXPECT_FALSE(object->GetPropertyString(MCCodes::pInteger, value));
 }
 
 TEST_F(AccessorTest, SetPropertyFlagGuardsTheValueFlags) {
     MCObject* object = Make();
-    ASSERT_TRUE(SetLong(object, c_sInteger, 3));
-    auto* property = const_cast<MCProperty*>(object->FindProperty(c_sInteger, false));
+    ASSERT_TRUE(SetLong(object, MCCodes::pInteger, 3));
+    auto* property = const_cast<MCProperty*>(object->FindProperty(MCCodes::pInteger, false));
     EXPECT_FALSE(object->SetPropertyFlag(property, MCItem::itemNulled, true));
     EXPECT_FALSE(object->SetPropertyFlag(property, MCItem::itemNL, false));
     EXPECT_FALSE(object->SetPropertyFlag(nullptr, MCItem::itemSA, true));
@@ -259,8 +257,8 @@ TEST_F(AccessorTest, SetPropertyFlagGuardsTheValueFlags) {
 
 TEST_F(AccessorTest, ItemFlagHooksOfProperties) {
     MCObject* object = Make();
-    ASSERT_TRUE(SetLong(object, c_sInteger, 3));
-    auto* property = const_cast<MCProperty*>(object->FindProperty(c_sInteger, false));
+    ASSERT_TRUE(SetLong(object, MCCodes::pInteger, 3));
+    auto* property = const_cast<MCProperty*>(object->FindProperty(MCCodes::pInteger, false));
     EXPECT_TRUE(property->SetFlag(MCItem::itemNulled | MCItem::itemTemp, true));
     EXPECT_EQ(property->GetFlags(), MCItem::itemTemp);  // SetFlag never nulls
     property->SetFlags(MCItem::itemPreFetch | MCItem::itemNulled);

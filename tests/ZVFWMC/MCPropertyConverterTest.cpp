@@ -1,21 +1,15 @@
 // Property values as text: which converter the registry picks for a pair of types (aliases and the order
 // of registration included), what each core converter writes, and what the object's string read gives.
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "support/ModelTestSupport.h"
 
 namespace {
 
-constexpr short c_sFloat = 85;
-constexpr short c_sInteger = 87;
-constexpr short c_sRef = 89;
-constexpr short c_sString = 91;
-constexpr short c_sStringList = 92;
-constexpr short c_sName = 147;  // an alias of String
-
 // Answers for one host type, to show that a second converter of a type never wins over the first.
 struct FixedConverter : MCPropertyConverter, MCToStringConverter {
     FixedConverter(short from, const char* text) : MCPropertyConverter(from), m_pcText(text) {}
-    ZVTBoolean Supports(short toType) const override { return toType == c_sString; }
+    ZVTBoolean Supports(short toType) const override { return toType == MCCodes::pString; }
     ZVTBoolean AsString(const MCProperty*, ZVTString& text) const override {
         text = m_pcText;
         return true;
@@ -31,13 +25,13 @@ TEST_F(PropertyConverterTest, FindsTheConverterOfATypeOrOfWhatItAliases) {
         short m_sFrom, m_sTo;
         const char* m_pcExpected;
     } cases[] = {
-        {c_sString, c_sString, typeid(MCFromStringConverter).name()},
-        {c_sInteger, c_sString, typeid(MCFromIntegerConverter).name()},
-        {c_sStringList, c_sString, typeid(MCFromStringListConverter).name()},
-        {c_sName, c_sString, typeid(MCFromStringConverter).name()},
-        {c_sFloat, c_sString, "none"},
-        {c_sRef, c_sString, "none"},
-        {c_sInteger, c_sInteger, "none"},
+        {MCCodes::pString, MCCodes::pString, typeid(MCFromStringConverter).name()},
+        {MCCodes::pInteger, MCCodes::pString, typeid(MCFromIntegerConverter).name()},
+        {MCCodes::pStringList, MCCodes::pString, typeid(MCFromStringListConverter).name()},
+        {MCCodes::pName, MCCodes::pString, typeid(MCFromStringConverter).name()},
+        {MCCodes::pFloat, MCCodes::pString, "none"},
+        {MCCodes::pReference, MCCodes::pString, "none"},
+        {MCCodes::pInteger, MCCodes::pInteger, "none"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::to_string(c.m_sFrom) + " to " + std::to_string(c.m_sTo));
@@ -49,27 +43,28 @@ TEST_F(PropertyConverterTest, FindsTheConverterOfATypeOrOfWhatItAliases) {
     R::Register(new FixedConverter(hostType, "first"));
     R::Register(new FixedConverter(hostType, "second"));
     ZVTString text;
-    dynamic_cast<const MCToStringConverter*>(R::GetConverter(hostType, c_sString))->AsString(nullptr, text);
+    dynamic_cast<const MCToStringConverter*>(R::GetConverter(hostType, MCCodes::pString))
+        ->AsString(nullptr, text);
     EXPECT_EQ(text, "first");
 }
 
 TEST_F(PropertyConverterTest, WritesEachValueTypeAsText) {
     MCObject* object = Make();
-    SetLong(object, c_sInteger, -7);
+    SetLong(object, MCCodes::pInteger, -7);
     MCSPropertyAccessorT<ZVTString> name(ZVTString("Order"));
-    object->SetProperty(c_sName, name, MCPropertyAccessor::accessAdd);
+    object->SetProperty(MCCodes::pName, name, MCPropertyAccessor::accessAdd);
     MCSPropertyAccessorT<float> number(1.5f);
-    object->SetProperty(c_sFloat, number, MCPropertyAccessor::accessAdd);
+    object->SetProperty(MCCodes::pFloat, number, MCPropertyAccessor::accessAdd);
     for (const char* element : {"a", "b", "c"}) {
         MCVPropertyAccessorT<ZVTString> list{ZVTString(element)};
-        object->SetProperty(c_sStringList, list, MCPropertyAccessor::accessAdd);
+        object->SetProperty(MCCodes::pStringList, list, MCPropertyAccessor::accessAdd);
     }
     const struct {
         short m_sType;
         const char* m_pcText;
     } cases[] = {
-        {c_sInteger, "-7"},   {c_sName, "Order"}, {c_sStringList, "a, b, c"},
-        {c_sFloat, "unread"}, {c_sRef, "unread"},
+        {MCCodes::pInteger, "-7"},   {MCCodes::pName, "Order"},       {MCCodes::pStringList, "a, b, c"},
+        {MCCodes::pFloat, "unread"}, {MCCodes::pReference, "unread"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.m_sType);
@@ -81,23 +76,23 @@ TEST_F(PropertyConverterTest, WritesEachValueTypeAsText) {
     // A converter handed a property of another class leaves the text as it was.
     ZVTString text("kept");
     MCFromIntegerConverter integer;
-    EXPECT_FALSE(integer.AsString(object->FindProperty(c_sName, false), text));
+    EXPECT_FALSE(integer.AsString(object->FindProperty(MCCodes::pName, false), text));
     MCFromStringListConverter list;
-    EXPECT_FALSE(list.AsString(object->FindProperty(c_sInteger, false), text));
+    EXPECT_FALSE(list.AsString(object->FindProperty(MCCodes::pInteger, false), text));
     EXPECT_EQ(text, "kept");
 }
 
 TEST_F(PropertyConverterTest, JoinsNoListAsTheEmptyTextAndOneElementAlone) {
     MCObject* object = Make();
     MCVPropertyAccessorT<ZVTString> one{ZVTString("only")};
-    object->SetProperty(c_sStringList, one, MCPropertyAccessor::accessAdd);
+    object->SetProperty(MCCodes::pStringList, one, MCPropertyAccessor::accessAdd);
     ZVTString text;
-    EXPECT_TRUE(object->GetPropertyString(c_sStringList, text));
+    EXPECT_TRUE(object->GetPropertyString(MCCodes::pStringList, text));
     EXPECT_EQ(text, "only");
     one.SetValue(ZVTString("only"), MCPropertyAccessor::accessRemove);
     MCVPropertyAccessorT<ZVTString> none{ZVTSList<ZVTString>()};
-    object->SetProperty(c_sStringList, none, MCPropertyAccessor::accessReplace);
-    EXPECT_TRUE(object->GetPropertyString(c_sStringList, text));
+    object->SetProperty(MCCodes::pStringList, none, MCPropertyAccessor::accessReplace);
+    EXPECT_TRUE(object->GetPropertyString(MCCodes::pStringList, text));
     EXPECT_EQ(text, "");
 }
 

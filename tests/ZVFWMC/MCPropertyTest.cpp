@@ -2,6 +2,7 @@
 // value type (round trip, calculated properties, reading through an accessor, short streams).
 
 #include <sstream>
+#include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include "support/ModelTestSupport.h"
 
@@ -93,16 +94,19 @@ TEST_F(PropertyTest, ComparisonIsByTypeClassAndValueInOrder) {
     twoOne.Append(2);
     twoOne.Append(1);
     MCVPropertyAccessorT<long> a(oneTwo), b(twoOne);
-    ASSERT_TRUE(left->SetProperty(88, a, 2));
-    ASSERT_TRUE(right->SetProperty(88, b, 2));
-    EXPECT_FALSE(left->FindProperty(88, false)->IsEqualTo(right->FindProperty(88, false), false));
-    ASSERT_TRUE(right->SetProperty(88, a, 2));
-    EXPECT_TRUE(left->FindProperty(88, false)->IsEqualTo(*right->FindProperty(88, false), false));
+    ASSERT_TRUE(left->SetProperty(MCCodes::pIntegerList, a, 2));
+    ASSERT_TRUE(right->SetProperty(MCCodes::pIntegerList, b, 2));
+    EXPECT_FALSE(left->FindProperty(MCCodes::pIntegerList, false)
+                     ->IsEqualTo(right->FindProperty(MCCodes::pIntegerList, false), false));
+    ASSERT_TRUE(right->SetProperty(MCCodes::pIntegerList, a, 2));
+    EXPECT_TRUE(left->FindProperty(MCCodes::pIntegerList, false)
+                    ->IsEqualTo(*right->FindProperty(MCCodes::pIntegerList, false), false));
 
     MCSPropertyAccessorT<double> one(1.0), almost(1.0 + 1e-15);
-    ASSERT_TRUE(left->SetProperty(1036, one, 1));
-    ASSERT_TRUE(right->SetProperty(1036, almost, 1));
-    EXPECT_FALSE(left->FindProperty(1036, false)->IsEqualTo(right->FindProperty(1036, false), false));
+    ASSERT_TRUE(left->SetProperty(MCCodes::pDouble, one, 1));
+    ASSERT_TRUE(right->SetProperty(MCCodes::pDouble, almost, 1));
+    EXPECT_FALSE(left->FindProperty(MCCodes::pDouble, false)
+                     ->IsEqualTo(right->FindProperty(MCCodes::pDouble, false), false));
 
     // Same value under another type code, or a null partner, is not equal.
     const MCProperty* first = Add(left, 7201);
@@ -110,7 +114,7 @@ TEST_F(PropertyTest, ComparisonIsByTypeClassAndValueInOrder) {
     ASSERT_TRUE(SetLong(left, 7202, 7201));
     EXPECT_FALSE(first->IsEqualTo(second, false));
     EXPECT_FALSE(first->IsEqualTo(nullptr, false));
-    EXPECT_FALSE(first->IsEqualTo(left->FindProperty(1036, false), false));
+    EXPECT_FALSE(first->IsEqualTo(left->FindProperty(MCCodes::pDouble, false), false));
 }
 
 // ---------------------------------------------------------------------------------------------------
@@ -122,27 +126,27 @@ template <class T>
 struct Sample;
 template <>
 struct Sample<long> {
-    static constexpr short c_sType = 87;
+    static constexpr short c_sType = MCCodes::pInteger;
     static long Value() { return -123456; }
 };
 template <>
 struct Sample<double> {
-    static constexpr short c_sType = 1036;
+    static constexpr short c_sType = MCCodes::pDouble;
     static double Value() { return 2.5e-300; }
 };
 template <>
 struct Sample<float> {
-    static constexpr short c_sType = 85;
+    static constexpr short c_sType = MCCodes::pFloat;
     static float Value() { return -0.375f; }
 };
 template <>
 struct Sample<ZVTString> {
-    static constexpr short c_sType = 91;
+    static constexpr short c_sType = MCCodes::pString;
     static ZVTString Value() { return ZVTString("caf\xc3\xa9"); }
 };
 template <>
 struct Sample<ZvUCObjectId> {
-    static constexpr short c_sType = 93;
+    static constexpr short c_sType = MCCodes::pOriginId;
     static ZvUCObjectId Value() {
         ZvUCObjectId id;
         for (int i = 0; i < ZvUCId::c_nWordCount; ++i)
@@ -153,7 +157,7 @@ struct Sample<ZvUCObjectId> {
 tgt_target g_xTarget("stored target");
 template <>
 struct Sample<tgt_target*> {
-    static constexpr short c_sType = 248;
+    static constexpr short c_sType = MCCodes::pTargetReference;
     static tgt_target* Value() { return &g_xTarget; }
 };
 
@@ -218,10 +222,10 @@ TEST_F(PropertyTest, ListsRoundTripAndShortStreamsKeepWhatWasRead) {
     names.Append(ZVTString());
     names.Append("ccc");
     MCVPropertyAccessorT<ZVTString> setter(names);
-    ASSERT_TRUE(source->SetProperty(92, setter, 2));
+    ASSERT_TRUE(source->SetProperty(MCCodes::pStringList, setter, 2));
     std::stringstream bytes;
     MCStream out(bytes, ZVTStream::binary);
-    const_cast<MCProperty*>(source->FindProperty(92, false))->SaveTo(out);
+    const_cast<MCProperty*>(source->FindProperty(MCCodes::pStringList, false))->SaveTo(out);
     const std::string image = bytes.str();
     EXPECT_EQ(image.size(), 2u + 4u + (4 + 1) + (4 + 0) + (4 + 3));
 
@@ -230,7 +234,7 @@ TEST_F(PropertyTest, ListsRoundTripAndShortStreamsKeepWhatWasRead) {
         std::stringstream part(image.substr(0, cut));
         MCStream in(part, ZVTStream::binary);
         MCVPropertyAccessorT<ZVTString> reader;
-        const_cast<MCProperty*>(source->FindProperty(92, false))->RestoreFrom(in, reader);
+        const_cast<MCProperty*>(source->FindProperty(MCCodes::pStringList, false))->RestoreFrom(in, reader);
         const size_t expected = cut == image.size() ? 3u : cut == image.size() - 1 ? 2u : 0u;
         EXPECT_EQ(reader.GetList()->Entries(), expected);
         EXPECT_EQ(in.fail(), cut != image.size());
@@ -244,9 +248,9 @@ TEST_F(PropertyTest, CalculatedPropertiesStoreTheirShapeOnly) {
     values.Append(5);
     values.Append(6);
     MCVPropertyAccessorT<long> list(values);
-    ASSERT_TRUE(object->SetProperty(88, list, 2));
-    auto* single = const_cast<MCProperty*>(object->FindProperty(87, false));
-    auto* multi = const_cast<MCProperty*>(object->FindProperty(88, false));
+    ASSERT_TRUE(object->SetProperty(MCCodes::pIntegerList, list, 2));
+    auto* single = const_cast<MCProperty*>(object->FindProperty(MCCodes::pInteger, false));
+    auto* multi = const_cast<MCProperty*>(object->FindProperty(MCCodes::pIntegerList, false));
     ASSERT_TRUE(object->SetPropertyFlag(single, MCItem::itemPreFetch, true));
     ASSERT_TRUE(object->SetPropertyFlag(multi, MCItem::itemPreFetch, true));
 

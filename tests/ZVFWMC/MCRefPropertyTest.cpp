@@ -3,13 +3,12 @@
 // Rebind, and comparison by id across two models.
 
 #include <sstream>
+#include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include "support/ModelTestSupport.h"
 
 namespace {
 
-constexpr short c_sRef = 89;
-constexpr short c_sRefList = 90;
 constexpr long c_lAdd = MCPropertyAccessor::accessAdd;
 constexpr long c_lReplace = MCPropertyAccessor::accessReplace;
 constexpr long c_lRemove = MCPropertyAccessor::accessRemove;
@@ -36,7 +35,7 @@ unsigned int Count(MCObject* target, MCObject* holder) {
 // The ids of a list reference as "1 2 3", "-" for a null entry.
 std::string Ids(const MCObject* holder) {
     MCVRefRawAccessor accessor;
-    if (!holder->GetProperty(c_sRefList, accessor))
+    if (!holder->GetProperty(MCCodes::pReferenceList, accessor))
         return "nulled";
     std::string text;
     for (size_t i = 0; i < accessor.GetList()->Entries(); ++i) {
@@ -49,7 +48,7 @@ std::string Ids(const MCObject* holder) {
 bool SetRef(MCObject* holder, MCObject* target, long flags = c_lAdd, bool active = true) {
     MCSRefRawAccessor raw(target);
     MCSRefAccessor live(target);
-    return holder->SetProperty(c_sRef, active ? live : raw, flags);
+    return holder->SetProperty(MCCodes::pReference, active ? live : raw, flags);
 }
 
 bool SetRefs(MCObject* holder, std::vector<MCObject*> targets, long flags) {
@@ -57,20 +56,21 @@ bool SetRefs(MCObject* holder, std::vector<MCObject*> targets, long flags) {
     for (MCObject* target : targets)
         list.Append(target);
     MCVRefAccessor accessor(&list);
-    return holder->SetProperty(c_sRefList, accessor, flags);
+    return holder->SetProperty(MCCodes::pReferenceList, accessor, flags);
 }
 
 MCObject* GetRef(const MCObject* holder) {
     MCSRefRawAccessor accessor;
-    return holder->GetProperty(c_sRef, accessor) ? accessor.GetValue() : nullptr;
+    return holder->GetProperty(MCCodes::pReference, accessor) ? accessor.GetValue() : nullptr;
 }
 
 MCSRef* Single(MCObject* holder) {
-    return dynamic_cast<MCSRef*>(const_cast<MCProperty*>(holder->FindProperty(c_sRef, true)));
+    return dynamic_cast<MCSRef*>(const_cast<MCProperty*>(holder->FindProperty(MCCodes::pReference, true)));
 }
 
 MCVRef* List(MCObject* holder) {
-    return dynamic_cast<MCVRef*>(const_cast<MCProperty*>(holder->FindProperty(c_sRefList, true)));
+    return dynamic_cast<MCVRef*>(
+        const_cast<MCProperty*>(holder->FindProperty(MCCodes::pReferenceList, true)));
 }
 
 // Maps one id of a stored world to another.
@@ -147,7 +147,7 @@ TEST_F(RefPropertyTest, ListCountsEachEntryAndEventsCarryHints) {
     ASSERT_TRUE(SetRef(holder, b));
     EXPECT_EQ(Count(b, holder), 2u);
     MCVRefAccessor nulling;
-    ASSERT_TRUE(holder->NullProperty(c_sRefList, nulling));
+    ASSERT_TRUE(holder->NullProperty(MCCodes::pReferenceList, nulling));
     EXPECT_EQ(Count(b, holder), 1u);
     holder->RemoveSubscriber(&m_xLog, MCEvent::subscriberObserver);
     holder->Expunge(true);
@@ -219,10 +219,10 @@ TEST_F(RefPropertyTest, RestoredIdsResolveThroughTheSpaceOrAConverter) {
         MCObject* restored = Make();
         MCObject* copyOfA = Make();
         MCObject* copyOfB = Make();
-        auto* single =
-            static_cast<MCSRef*>(MCFactoryRegistry::CreateItem(c_sRef, restored, nullptr, nullptr));
-        auto* list =
-            static_cast<MCVRef*>(MCFactoryRegistry::CreateItem(c_sRefList, restored, nullptr, nullptr));
+        auto* single = static_cast<MCSRef*>(
+            MCFactoryRegistry::CreateItem(MCCodes::pReference, restored, nullptr, nullptr));
+        auto* list = static_cast<MCVRef*>(
+            MCFactoryRegistry::CreateItem(MCCodes::pReferenceList, restored, nullptr, nullptr));
         std::stringstream in(saved);
         MCStream stream(in, ZVTStream::binary);
         single->RestoreFrom(stream);

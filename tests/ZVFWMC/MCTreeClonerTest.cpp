@@ -4,12 +4,12 @@
 #include <map>
 #include <string>
 #include <vector>
+#include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include "support/RuleTestSupport.h"
 
 namespace {
 
-constexpr short c_sCloneId = 582;
 constexpr short c_sRef = 7821;   // a Reference
 constexpr short c_sRefs = 7822;  // a ReferenceList
 
@@ -17,8 +17,10 @@ class CloneTest : public RuleTest {
 protected:
     void SetUp() override {
         RuleTest::SetUp();
-        MCFactoryRegistry::RegisterAliasProperty(c_sRef, "CloneTestRef", 89, true, false, false, false);
-        MCFactoryRegistry::RegisterAliasProperty(c_sRefs, "CloneTestRefs", 90, true, false, false, false);
+        MCFactoryRegistry::RegisterAliasProperty(c_sRef, "CloneTestRef", MCCodes::pReference, true, false,
+                                                 false, false);
+        MCFactoryRegistry::RegisterAliasProperty(c_sRefs, "CloneTestRefs", MCCodes::pReferenceList, true,
+                                                 false, false, false);
     }
     MCObject* Named(const char* name, MCObject* owner = nullptr, short type = MCGenericObject::c_sType) {
         MCObject* object = Make(owner, type);
@@ -33,7 +35,8 @@ protected:
     }
     static MCObject* Source(const MCObject* clone) {
         MCSPropertyRawAccessorT<long> cloneId;
-        return clone->GetProperty(c_sCloneId, cloneId) ? MCObject::ResolveId(cloneId.GetValue()) : nullptr;
+        return clone->GetProperty(MCCodes::pCloneId, cloneId) ? MCObject::ResolveId(cloneId.GetValue())
+                                                              : nullptr;
     }
     /// A clone is named by its source with a prime ("b'"), with "!" when its id is not fresh and its own or
     /// its type is not its source's.
@@ -125,7 +128,7 @@ TEST_F(CloneTest, CopiesRunTheEditRulesAndEventsButNoCreationRules) {
     AddRule(Shape::c_sType, created);
     AddRule(Shape::c_sType, Shape::c_sWidth, width);
     AddRule(Shape::c_sType, Shape::c_sLabel, refused);
-    AddRule(Shape::c_sType, c_sCloneId, cloneId);
+    AddRule(Shape::c_sType, MCCodes::pCloneId, cloneId);
     struct Hook : MCCreationHook {
         void ItemCreated(MCObject* object) override {
             object->AddSubscriber(m_pxLog, MCEvent::subscriberObserver);

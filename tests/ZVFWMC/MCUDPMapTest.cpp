@@ -1,6 +1,7 @@
 // Covers the map of stored user-defined property codes on a live core: the stream that adopts it and
 // translates through it, the environment's global-section hooks, and RegisterUDPs against real roots.
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCUDPMap.h"
 
 #include <gtest/gtest.h>
@@ -17,7 +18,7 @@ using R = MCFactoryRegistry;
 /// A host's persistence root: type 530, the type that scopes user-defined properties.
 class ModelRoot : public MCObject {
 public:
-    static constexpr short c_sType = 530;
+    static constexpr short c_sType = MCCodes::tPersistenceRoot;
 
     static void Register() {
         static bool registered = false;
@@ -106,7 +107,7 @@ protected:
 };
 
 TEST_F(UDPMapModelTest, GlobalsRoundTripThroughTheEnvironment) {
-    const short code = R::RegisterUDP("MapTest.Colour", 87, m_pxRoot, true);
+    const short code = R::RegisterUDP("MapTest.Colour", MCCodes::pInteger, m_pxRoot, true);
     ASSERT_LT(code, 0);
     ASSERT_TRUE(R::AddPropertyUsage(TestNode::c_sType, code, 1));
     std::stringstream medium;
@@ -138,8 +139,8 @@ TEST_F(UDPMapModelTest, GlobalsRoundTripThroughTheEnvironment) {
 }
 
 TEST_F(UDPMapModelTest, RegisterUDPsGivesUnknownNamesFreshCodesForTheRoot) {
-    const short known = R::RegisterUDP("MapTest.Known", 87, nullptr, false);
-    const short probe = R::RegisterUDP("MapTest.Probe", 87, nullptr, false);
+    const short known = R::RegisterUDP("MapTest.Known", MCCodes::pInteger, nullptr, false);
+    const short probe = R::RegisterUDP("MapTest.Probe", MCCodes::pInteger, nullptr, false);
     ASSERT_LT(probe, known);
     const unsigned short on = 1, off = 0;
     std::stringstream medium;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCStreams.h"
 #include "ModelCore/ZVFWMC/MCUDPMap.h"
 #include "support/RegistryTestSupport.h"
@@ -23,7 +24,6 @@ alignas(16) char c_acRoots[2][16];
 MCObject* const c_pxRootA = reinterpret_cast<MCObject*>(c_acRoots[0]);
 MCObject* const c_pxRootB = reinterpret_cast<MCObject*>(c_acRoots[1]);
 
-constexpr short c_sInteger = 87;
 constexpr short c_sNode = 7001;
 constexpr short c_sLeaf = 7002;
 
@@ -90,11 +90,11 @@ protected:
     }
     /// What every process knows: Integer, two object types and an alias of Integer.
     void DefineFixedTypes() {
-        ASSERT_TRUE(R::RegisterConcreteProperty(c_sInteger, "Integer", new CountingFactory(counters), false,
-                                                false, false, false));
+        ASSERT_TRUE(R::RegisterConcreteProperty(MCCodes::pInteger, "Integer", new CountingFactory(counters),
+                                                false, false, false, false));
         ASSERT_TRUE(R::RegisterAbstractObject(c_sNode, "Node", 0));
         ASSERT_TRUE(R::RegisterAbstractObject(c_sLeaf, "Leaf", c_sNode));
-        ASSERT_TRUE(R::RegisterAliasProperty(7101, "Weight", c_sInteger, false, false, false, false));
+        ASSERT_TRUE(R::RegisterAliasProperty(7101, "Weight", MCCodes::pInteger, false, false, false, false));
     }
     /// Starts a new registry, as another process would have.
     void NewProcess() {
@@ -110,9 +110,9 @@ protected:
 };
 
 TEST_F(UDPTest, CodesComeDownwardsByNameAndModelsJoinTheEntry) {
-    EXPECT_EQ(R::RegisterUDP("Colour", c_sInteger, c_pxRootA, true), -1);
-    EXPECT_EQ(R::RegisterUDP("Size", c_sInteger, nullptr, false), -2);
-    EXPECT_EQ(R::RegisterUDP("Colour", c_sInteger, c_pxRootB, false), -1);
+    EXPECT_EQ(R::RegisterUDP("Colour", MCCodes::pInteger, c_pxRootA, true), -1);
+    EXPECT_EQ(R::RegisterUDP("Size", MCCodes::pInteger, nullptr, false), -2);
+    EXPECT_EQ(R::RegisterUDP("Colour", MCCodes::pInteger, c_pxRootB, false), -1);
     EXPECT_TRUE(R::IsRegistered(-1, c_pxRootA) && R::IsRegistered(-1, c_pxRootB));
     EXPECT_FALSE(R::IsRegistered(-2, c_pxRootA));
     EXPECT_TRUE(R::IsRegistered(-2, nullptr));
@@ -120,35 +120,36 @@ TEST_F(UDPTest, CodesComeDownwardsByNameAndModelsJoinTheEntry) {
     unsigned long flags = 0;
     ASSERT_TRUE(R::GetFlags(-1, flags));
     EXPECT_EQ(flags, R::flagProperty | R::flagAlias | R::flagUser | R::flagSecondOn | R::flagFirstOn);
-    EXPECT_EQ(R::Translate(-1, false), c_sInteger);
+    EXPECT_EQ(R::Translate(-1, false), MCCodes::pInteger);
 
     struct Case {
         const char* name;
         short concrete;
     } const refused[] = {
-        {"Colour", 7101},         // known name, other concrete type
-        {"Integer", c_sInteger},  // a fixed property's name
-        {"Node", c_sInteger},     // a fixed object type's name
-        {"", c_sInteger},         // no name
-        {"New", 7101},            // an alias as the value type
-        {"New", c_sNode},         // an object type as the value type
-        {"New", 999},             // an unknown value type
+        {"Colour", 7101},                // known name, other concrete type
+        {"Integer", MCCodes::pInteger},  // a fixed property's name
+        {"Node", MCCodes::pInteger},     // a fixed object type's name
+        {"", MCCodes::pInteger},         // no name
+        {"New", 7101},                   // an alias as the value type
+        {"New", c_sNode},                // an object type as the value type
+        {"New", 999},                    // an unknown value type
     };
     for (const Case& c : refused) {
         SCOPED_TRACE(std::string(c.name) + "/" + std::to_string(c.concrete));
         EXPECT_EQ(R::RegisterUDP(c.name, c.concrete, c_pxRootA, false), 0);
     }
     EXPECT_FALSE(R::IsRegistered(-2, c_pxRootA)) << "a refused call must not add its model";
-    EXPECT_EQ(R::RegisterUDP("New", c_sInteger, nullptr, false), -3) << "refusals must not use up codes";
+    EXPECT_EQ(R::RegisterUDP("New", MCCodes::pInteger, nullptr, false), -3)
+        << "refusals must not use up codes";
 }
 
 TEST_F(UDPTest, RemovingAModelKeepsTheCodeAndValidatingAddsIt) {
-    const short code = R::RegisterUDP("Colour", c_sInteger, c_pxRootA, false);
+    const short code = R::RegisterUDP("Colour", MCCodes::pInteger, c_pxRootA, false);
     EXPECT_TRUE(R::RemoveUDP(code, c_pxRootA));
     EXPECT_TRUE(R::RemoveUDP(code, c_pxRootA)) << "true whether or not the model held it";
     EXPECT_FALSE(R::IsRegistered(code, c_pxRootA));
-    EXPECT_EQ(R::RegisterUDP("Colour", c_sInteger, c_pxRootB, false), code);
-    EXPECT_FALSE(R::RemoveUDP(c_sInteger, c_pxRootA));
+    EXPECT_EQ(R::RegisterUDP("Colour", MCCodes::pInteger, c_pxRootB, false), code);
+    EXPECT_FALSE(R::RemoveUDP(MCCodes::pInteger, c_pxRootA));
     EXPECT_FALSE(R::RemoveUDP(-9, c_pxRootA));
 
     EXPECT_TRUE(R::ValidatePersistenceUnit(code, c_pxRootA));
@@ -161,23 +162,23 @@ TEST_F(UDPTest, RemovingAModelKeepsTheCodeAndValidatingAddsIt) {
 }
 
 TEST_F(UDPTest, NegativeCodesTakenByTheHostAreSkippedAndTheRangeEnds) {
-    ASSERT_TRUE(R::RegisterAliasProperty(-1, "HostOwn", c_sInteger, false, false, false, false));
-    EXPECT_EQ(R::RegisterUDP("First", c_sInteger, nullptr, false), -2);
+    ASSERT_TRUE(R::RegisterAliasProperty(-1, "HostOwn", MCCodes::pInteger, false, false, false, false));
+    EXPECT_EQ(R::RegisterUDP("First", MCCodes::pInteger, nullptr, false), -2);
     for (int i = 3; i <= 32768; ++i)
-        ASSERT_EQ(R::RegisterUDP(("U" + std::to_string(i)).c_str(), c_sInteger, nullptr, false), -i);
-    EXPECT_EQ(R::RegisterUDP("OneTooMany", c_sInteger, nullptr, false), 0);
-    EXPECT_EQ(R::RegisterUDP("U32768", c_sInteger, c_pxRootA, false), -32768);
+        ASSERT_EQ(R::RegisterUDP(("U" + std::to_string(i)).c_str(), MCCodes::pInteger, nullptr, false), -i);
+    EXPECT_EQ(R::RegisterUDP("OneTooMany", MCCodes::pInteger, nullptr, false), 0);
+    EXPECT_EQ(R::RegisterUDP("U32768", MCCodes::pInteger, c_pxRootA, false), -32768);
 }
 
 TEST_F(UDPTest, SectionHoldsTheModelsPropertiesOnly) {
     EXPECT_EQ(Save(c_pxRootA), Bytes({0x11, 0x15}));
-    R::RegisterUDP("Other", c_sInteger, c_pxRootB, false);
-    const short code = R::RegisterUDP("Ab", c_sInteger, c_pxRootA, true);
+    R::RegisterUDP("Other", MCCodes::pInteger, c_pxRootB, false);
+    const short code = R::RegisterUDP("Ab", MCCodes::pInteger, c_pxRootA, true);
     ASSERT_TRUE(R::AddPropertyUsage(c_sNode, code, 1));
     ASSERT_TRUE(R::AddPropertyUsage(c_sLeaf, code, 1));
     EXPECT_EQ(Save(c_pxRootA), Bytes({0x11, 1, 0xFE, 0xFF, 2, 0, 0,    0,    'A',  'b',  87,  0,
                                       1,    0, 2,    0,    0, 0, 0x59, 0x1B, 0x5A, 0x1B, 0x15}));
-    R::RegisterUDP("Unused", c_sInteger, c_pxRootB, false);
+    R::RegisterUDP("Unused", MCCodes::pInteger, c_pxRootB, false);
     const std::string other = Save(c_pxRootB);
     EXPECT_EQ(other.size(), 2u + 20u + 21u) << "two records without usages";
     MCUDPMap map;
@@ -185,11 +186,11 @@ TEST_F(UDPTest, SectionHoldsTheModelsPropertiesOnly) {
 }
 
 TEST_F(UDPTest, ReadingInAnotherProcessMapsStoredCodesByName) {
-    ASSERT_EQ(R::RegisterUDP("Alpha", c_sInteger, c_pxRootA, true), -1);
-    ASSERT_EQ(R::RegisterUDP("Beta", c_sInteger, c_pxRootA, false), -2);
+    ASSERT_EQ(R::RegisterUDP("Alpha", MCCodes::pInteger, c_pxRootA, true), -1);
+    ASSERT_EQ(R::RegisterUDP("Beta", MCCodes::pInteger, c_pxRootA, false), -2);
     ASSERT_EQ(R::RegisterUDP("Delta", 7101, c_pxRootA, true), 0);  // an alias is no value type
-    ASSERT_EQ(R::RegisterUDP("Delta", c_sInteger, c_pxRootA, true), -3);
-    ASSERT_EQ(R::RegisterUDP("Elsewhere", c_sInteger, c_pxRootB, false), -4);
+    ASSERT_EQ(R::RegisterUDP("Delta", MCCodes::pInteger, c_pxRootA, true), -3);
+    ASSERT_EQ(R::RegisterUDP("Elsewhere", MCCodes::pInteger, c_pxRootB, false), -4);
     R::AddPropertyUsage(c_sNode, -1, 1);
     R::AddPropertyUsage(c_sLeaf, -2, 1);
     R::AddPropertyUsage(c_sNode, -3, 1);
@@ -197,9 +198,9 @@ TEST_F(UDPTest, ReadingInAnotherProcessMapsStoredCodesByName) {
     const std::string saved = Save(c_pxRootA);
 
     NewProcess();
-    ASSERT_EQ(R::RegisterUDP("Beta", c_sInteger, nullptr, false), -1);
-    ASSERT_EQ(R::RegisterUDP("Gamma", c_sInteger, nullptr, false), -2);
-    ASSERT_EQ(R::RegisterUDP("Alpha", c_sInteger, nullptr, false), -3);
+    ASSERT_EQ(R::RegisterUDP("Beta", MCCodes::pInteger, nullptr, false), -1);
+    ASSERT_EQ(R::RegisterUDP("Gamma", MCCodes::pInteger, nullptr, false), -2);
+    ASSERT_EQ(R::RegisterUDP("Alpha", MCCodes::pInteger, nullptr, false), -3);
     MCUDPMap map;
     EXPECT_EQ(Restore(saved, map), "-2>-1 -1>-3 | Delta(-3,87,1:7001,7002)");
     EXPECT_EQ(R::GetClipFlag(c_sNode, -3), R::clipUndecided);
@@ -210,11 +211,11 @@ TEST_F(UDPTest, ReadingInAnotherProcessMapsStoredCodesByName) {
 }
 
 TEST_F(UDPTest, EveryCutOfASectionReadsTheWholeRecordsBeforeIt) {
-    ASSERT_EQ(R::RegisterUDP("Known", c_sInteger, nullptr, false), -1);
+    ASSERT_EQ(R::RegisterUDP("Known", MCCodes::pInteger, nullptr, false), -1);
     Section full;
     full.Token(0x11)
-        .Record(-5, "Known", c_sInteger, 0, 1, {c_sNode})
-        .Record(-6, "Fresh", c_sInteger, 1, 2, {c_sNode, c_sLeaf});
+        .Record(-5, "Known", MCCodes::pInteger, 0, 1, {c_sNode})
+        .Record(-6, "Fresh", MCCodes::pInteger, 1, 2, {c_sNode, c_sLeaf});
     full.Token(0x15);
     const std::string bytes = full.Str().substr(1);  // the caller has read the opening token
     const size_t knownEnd = 1 + 2 + 9 + 2 + 2 + 4;   // a record's head, up to and with its count
@@ -245,13 +246,16 @@ TEST_F(UDPTest, BadInputEndsTheSectionOrRaisesAsStored) {
     };
     std::vector<Case> cases;
     cases.push_back({"huge count, two types present",
-                     Section().Record(-5, "A", c_sInteger, 0, 0x7FFFFFFF, {c_sNode, c_sLeaf}).Str(),
+                     Section().Record(-5, "A", MCCodes::pInteger, 0, 0x7FFFFFFF, {c_sNode, c_sLeaf}).Str(),
                      " | A(-5,87,0:7001,7002)"});
-    cases.push_back(
-        {"negative count reads no types",
-         Section().Record(-5, "A", c_sInteger, 0, -3, {}).Record(-6, "B", 1, 0, 0, {}).Token(0x15).Str(),
-         " | A(-5,87,0:) | B(-6,1,0:)"});
-    std::string hugeName = Section().Record(-5, "A", c_sInteger, 0, 0, {}).Str();
+    cases.push_back({"negative count reads no types",
+                     Section()
+                         .Record(-5, "A", MCCodes::pInteger, 0, -3, {})
+                         .Record(-6, "B", 1, 0, 0, {})
+                         .Token(0x15)
+                         .Str(),
+                     " | A(-5,87,0:) | B(-6,1,0:)"});
+    std::string hugeName = Section().Record(-5, "A", MCCodes::pInteger, 0, 0, {}).Str();
     hugeName += Bytes({1, 0xFA, 0xFF, 0xF0, 0xFF, 0xFF, 0x7F, 'x'});
     cases.push_back({"name longer than the stream", hugeName, " | A(-5,87,0:)"});
     cases.push_back(

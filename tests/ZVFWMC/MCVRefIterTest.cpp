@@ -2,15 +2,11 @@
 // have nothing to walk, and one visitor writing one target into both kinds of reference.
 
 #include <functional>
+#include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include "support/ModelTestSupport.h"
 
 namespace {
-
-constexpr short c_sInteger = 87;
-constexpr short c_sIntegerList = 88;
-constexpr short c_sRef = 89;
-constexpr short c_sRefList = 90;
 
 // Newest first, so a sorted walk is told apart from the list's order.
 struct ByIdDescending : ZVTSorter<MCObject*> {
@@ -37,7 +33,7 @@ protected:
         for (MCObject* target : m_apxTargets)
             list.Append(target);
         MCVRefAccessor accessor(&list);
-        m_pxHolder->SetProperty(c_sRefList, accessor, MCPropertyAccessor::accessReplace);
+        m_pxHolder->SetProperty(MCCodes::pReferenceList, accessor, MCPropertyAccessor::accessReplace);
     }
 
     // The walk as "id id ...", "null" for a dead first target; `during` runs after the first step.
@@ -60,13 +56,13 @@ protected:
 };
 
 TEST_F(RefIterTest, SortedWalkPassesOverTargetsThatDie) {
-    MCVRefIter walk(m_pxHolder, c_sRefList, nullptr, &m_xSorter);
+    MCVRefIter walk(m_pxHolder, MCCodes::pReferenceList, nullptr, &m_xSorter);
     EXPECT_EQ(walk.GetCount(), 3);
     EXPECT_EQ(Walk(walk, [this] { m_apxTargets[1]->Expunge(true); }), Id(2) + " " + Id(0));
 }
 
 TEST_F(RefIterTest, SortedWalkTakesItsFirstTargetUnchecked) {
-    MCVRefIter walk(m_pxHolder, c_sRefList, nullptr, &m_xSorter);
+    MCVRefIter walk(m_pxHolder, MCCodes::pReferenceList, nullptr, &m_xSorter);
     ASSERT_EQ(walk.GetCount(), 3);  // the snapshot is taken here
     m_apxTargets[2]->Expunge(true);
     EXPECT_EQ(Walk(walk), "null " + Id(1) + " " + Id(0));
@@ -74,7 +70,7 @@ TEST_F(RefIterTest, SortedWalkTakesItsFirstTargetUnchecked) {
 
 TEST_F(RefIterTest, WalksFilteredUnsortedFromAListAndAgainThroughACopy) {
     AllButId skipMiddle(m_apxTargets[1]->GetId());
-    MCVRefIter filtered(m_pxHolder, c_sRefList, &skipMiddle);
+    MCVRefIter filtered(m_pxHolder, MCCodes::pReferenceList, &skipMiddle);
     EXPECT_EQ(filtered.GetCount(), 2);
     EXPECT_EQ(Walk(filtered), Id(0) + " " + Id(2));
 
@@ -88,19 +84,19 @@ TEST_F(RefIterTest, WalksFilteredUnsortedFromAListAndAgainThroughACopy) {
 }
 
 TEST_F(RefIterTest, HasNothingToWalkWithoutAListOfObjects) {
-    SetLong(m_pxHolder, c_sInteger, 5);
+    SetLong(m_pxHolder, MCCodes::pInteger, 5);
     MCVPropertyAccessorT<long> numbers(7L);
-    m_pxHolder->SetProperty(c_sIntegerList, numbers, MCPropertyAccessor::accessAdd);
+    m_pxHolder->SetProperty(MCCodes::pIntegerList, numbers, MCPropertyAccessor::accessAdd);
     const struct {
         const char* m_pcName;
         MCObject* m_pxObject;
         short m_sType;
     } cases[] = {
-        {"null object", nullptr, c_sRefList},
+        {"null object", nullptr, MCCodes::pReferenceList},
         {"type 0", m_pxHolder, 0},
-        {"no such property", Make(), c_sRefList},
-        {"a single reference", m_pxHolder, c_sRef},
-        {"a list of numbers", m_pxHolder, c_sIntegerList},
+        {"no such property", Make(), MCCodes::pReferenceList},
+        {"a single reference", m_pxHolder, MCCodes::pReference},
+        {"a list of numbers", m_pxHolder, MCCodes::pIntegerList},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.m_pcName);
@@ -118,27 +114,27 @@ TEST_F(RefSettingTest, WritesOneTargetIntoEitherKindThroughTheRules) {
     MCObject* first = Make();
     MCObject* second = Make();
     MCSRefAccessor single(first);
-    holder->SetProperty(c_sRef, single, MCPropertyAccessor::accessAdd);
+    holder->SetProperty(MCCodes::pReference, single, MCPropertyAccessor::accessAdd);
     MCVRefAccessor list(first);
-    holder->SetProperty(c_sRefList, list, MCPropertyAccessor::accessAdd);
-    SetLong(holder, c_sInteger, 1);
+    holder->SetProperty(MCCodes::pReferenceList, list, MCPropertyAccessor::accessAdd);
+    SetLong(holder, MCCodes::pInteger, 1);
     holder->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
 
     MCRefSettingVisitor visitor(holder, second);
-    for (short type : {c_sRef, c_sRefList, c_sInteger})
+    for (short type : {MCCodes::pReference, MCCodes::pReferenceList, MCCodes::pInteger})
         const_cast<MCProperty*>(holder->FindProperty(type, false))->AcceptVisitor(&visitor);
     const std::string holderId = std::to_string(holder->GetId());
     EXPECT_EQ(m_xLog.Take(), "PropertySet(" + holderId + ",89,0) PropertySet(" + holderId + ",90,1)");
 
     MCObject* third = Make();
     visitor.SetValue(third);
-    const_cast<MCProperty*>(holder->FindProperty(c_sRefList, false))->AcceptVisitor(&visitor);
-    const_cast<MCProperty*>(holder->FindProperty(c_sRef, false))->AcceptVisitor(&visitor);
+    const_cast<MCProperty*>(holder->FindProperty(MCCodes::pReferenceList, false))->AcceptVisitor(&visitor);
+    const_cast<MCProperty*>(holder->FindProperty(MCCodes::pReference, false))->AcceptVisitor(&visitor);
 
     MCSRefRawAccessor singleNow;
-    holder->GetProperty(c_sRef, singleNow);
+    holder->GetProperty(MCCodes::pReference, singleNow);
     EXPECT_EQ(singleNow.GetValue(), third);
-    MCVRefIter listNow(holder, c_sRefList);
+    MCVRefIter listNow(holder, MCCodes::pReferenceList);
     std::string ids;
     while (++listNow)
         ids += std::to_string(listNow.GetValue()->GetId()) + " ";
@@ -151,12 +147,12 @@ TEST_F(RefSettingTest, WithoutOwnerLeavesEveryReferenceAlone) {
     MCObject* holder = Make();
     MCObject* target = Make();
     MCSRefAccessor single(target);
-    holder->SetProperty(c_sRef, single, MCPropertyAccessor::accessAdd);
+    holder->SetProperty(MCCodes::pReference, single, MCPropertyAccessor::accessAdd);
     MCRefSettingVisitor visitor(nullptr, holder);
-    const_cast<MCProperty*>(holder->FindProperty(c_sRef, false))->AcceptVisitor(&visitor);
+    const_cast<MCProperty*>(holder->FindProperty(MCCodes::pReference, false))->AcceptVisitor(&visitor);
     visitor.VisitType(static_cast<MCVRef*>(nullptr));
     MCSRefRawAccessor now;
-    holder->GetProperty(c_sRef, now);
+    holder->GetProperty(MCCodes::pReference, now);
     EXPECT_EQ(now.GetValue(), target);
 }
 

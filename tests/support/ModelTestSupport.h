@@ -82,7 +82,8 @@ public:
         if (registered)
             return;
         registered = true;
-        MCFactoryRegistry::RegisterAliasProperty(c_sEmbedded, "Embedded", 87, true, false, false, false);
+        MCFactoryRegistry::RegisterAliasProperty(c_sEmbedded, "Embedded", MCCodes::pInteger, true, false,
+                                                 false, false);
         new MCObjectFactoryT<TestNode, MCObject>(c_sType, "TestNode", 1, 0, 10, 0, false, false);
     }
 

@@ -14,7 +14,7 @@
 /// The host's persistence root, type 530; registered here unless another unit of the binary did it.
 class PersRoot : public MCObject {
 public:
-    static constexpr short c_sType = 530;
+    static constexpr short c_sType = MCCodes::tPersistenceRoot;
 
     static void Register() {
         if (!MCFactoryRegistry::IsRegistered(c_sType, nullptr))

@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "support/ModelTestSupport.h"
 
 /// The order of firing, as "name:mode name:mode".
@@ -146,9 +147,9 @@ inline void Shape::Register() {
     if (registered)
         return;
     registered = true;
-    MCFactoryRegistry::RegisterAliasProperty(c_sWidth, "Width", 87, true, false, false, false);
-    MCFactoryRegistry::RegisterAliasProperty(c_sLabel, "Label", 91, true, false, false, false);
-    MCFactoryRegistry::RegisterAliasProperty(c_sArea, "Area", 87, true, false, true, false);
+    MCFactoryRegistry::RegisterAliasProperty(c_sWidth, "Width", MCCodes::pInteger, true, false, false, false);
+    MCFactoryRegistry::RegisterAliasProperty(c_sLabel, "Label", MCCodes::pString, true, false, false, false);
+    MCFactoryRegistry::RegisterAliasProperty(c_sArea, "Area", MCCodes::pInteger, true, false, true, false);
     new MCObjectFactoryT<Shape, MCObject>(Shape::c_sType, "Shape", 1, 0, 10, 0, true, false);
     new MCObjectFactoryT<Box, MCObject>(Box::c_sType, "Box", Shape::c_sType, 0, 10, 0, true, false);
     new MCObjectFactoryT<Crate, MCObject>(Crate::c_sType, "Crate", Box::c_sType, 0, 10, 0, true, false);

@@ -9,6 +9,7 @@
 #include <sstream>
 #include <string>
 #include <vector>
+#include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -191,12 +192,11 @@ TEST_F(MCInspectTest, DamagedClipsGiveTheirExitCode) {
     noMark.erase(mark, 1);
     // A user-defined property record in the global section whose code is not negative.
     constexpr short c_sPositiveCode = 5;
-    constexpr short c_sIntegerType = 87;
     std::stringstream record;
     {
         MCStream stream(record, ZVTStream::binary);
         stream << static_cast<char>(MCStream::tokenProperty) << c_sPositiveCode << ZVTString("")
-               << c_sIntegerType << static_cast<unsigned short>(0);
+               << static_cast<short>(MCCodes::pInteger) << static_cast<unsigned short>(0);
     }
     std::string positiveCode = c_sClip;
     positiveCode.insert(c_nHeadBytes + 1, record.str());

@@ -1,0 +1,199 @@
+// Covers the modern layer: host classes and named registration, typed creation, reads and writes,
+// subscriptions as handles, the ranges, and the library scope (last, as it ends the core).
+
+#include <algorithm>
+#include <iterator>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "ModelCore/ModelCoreModern.h"
+
+namespace {
+
+constexpr short c_sPart = 7601;
+constexpr short c_sSubPart = 7602;
+// What the rule below treats as an edit that took its object down.
+constexpr long c_lDestroying = 13;
+
+class Part : public mc::HostClass<c_sPart> {
+    friend mc::FactoryOf<Part>;
+    using HostClass::HostClass;
+};
+
+class SubPart : public mc::HostClass<c_sSubPart, Part> {
+    friend mc::FactoryOf<SubPart>;
+    using HostClass::HostClass;
+};
+
+// Refuses a negative Integer before the edit, and answers for c_lDestroying as a rule that destroyed the
+// object.
+struct CountRule : MCPropertySemantic {
+    result Fire(mode when, MCObject*, MCProperty*, MCPropertySemanticContext* context) override {
+        auto* accessor =
+            static_cast<MCSPropertyRawAccessorT<long>*>(context->GetActiveAccessor()->m_pxAccessor);
+        if (when == PreEdit)
+            return accessor->GetValue() < 0 ? resultRefused : resultContinue;
+        return accessor->GetValue() == c_lDestroying ? resultObjectDestroyed : resultContinue;
+    }
+    unsigned long GetInterests() const override { return PreEdit | PostEdit; }
+};
+CountRule c_xCountRule;
+
+class ModernLayerTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        MdlCore::Initialize();
+        mc::RegisterClass<Part>("Part");
+        mc::RegisterClass<SubPart>("SubPart", mc::ClassOptions().Under(c_sPart).OwnedBy(c_sPart).First());
+        MCFactoryContext context;
+        MCPropertySemanticRegistry::Register(c_sPart, &context, MCCodes::pInteger, &c_xCountRule, false,
+                                             false);
+    }
+    void TearDown() override {
+        for (MCObject* root : m_xRoots)
+            root->Expunge(true);
+    }
+    template <class T>
+    T* Root() {  // expunged after the test
+        T* root = mc::Create<T>(nullptr);
+        m_xRoots.push_back(root);
+        return root;
+    }
+    std::vector<MCObject*> m_xRoots;
+};
+
+TEST_F(ModernLayerTest, HostClassesRegisterTheirLevelsAndNamedOptions) {
+    unsigned long flags = 0;
+    MCFactoryRegistry::GetFlags(c_sSubPart, flags);
+    EXPECT_EQ(MCFactoryRegistry::GetSupertype(c_sSubPart), c_sPart);
+    EXPECT_TRUE(MCFactoryRegistry::IsValidOwner(c_sSubPart, c_sPart));
+    EXPECT_EQ(flags & (MCFactoryRegistry::groupFirst | MCFactoryRegistry::groupSecond),
+              MCFactoryRegistry::flagFirstOn | MCFactoryRegistry::flagSecondOff);
+    EXPECT_FALSE(mc::RegisterClass<Part>("Part")) << "a second registration is refused";
+
+    // Each level answers for itself and the levels below; the rule on Part's level reaches SubPart only
+    // when the levels entered the chains.
+    std::string seen;
+    for (MCObject* object : {static_cast<MCObject*>(Root<Part>()), static_cast<MCObject*>(Root<SubPart>())}) {
+        for (short type : {c_sPart, c_sSubPart, short(MCCodes::tGenericObject)})
+            seen += object->IsType(type, MCItem::rttiDerived) ? "y" : "n";
+        seen +=
+            mc::Set(object, MCCodes::pInteger, -1).GetOutcome() == mc::Edit::Outcome::refused ? "R " : "- ";
+    }
+    EXPECT_EQ(seen, "ynnR yynR ");
+}
+
+TEST_F(ModernLayerTest, CreateGetAndSetReportWhatHappened) {
+    Part* root = Root<Part>();
+    SubPart* child = mc::Create<SubPart>(root);
+    ASSERT_NE(child, nullptr);
+    EXPECT_EQ(child->GetOwner(0, MCItem::rttiExact), root);
+
+    using Outcome = mc::Edit::Outcome;
+    const std::pair<mc::Edit, Outcome> edits[] = {
+        {mc::Set(child, MCCodes::pInteger, 42), Outcome::applied},
+        {mc::Set(child, MCCodes::pInteger, -5), Outcome::refused},
+        {mc::Set(child, MCCodes::pInteger, c_lDestroying), Outcome::objectDestroyed},
+        {mc::Set(child, MCCodes::pDouble, 2.5), Outcome::applied},
+        {mc::Set(child, MCCodes::pName, "gear"), Outcome::applied},
+        {mc::Set(child, MCCodes::pParent, root), Outcome::applied},
+        {mc::Set(child, MCCodes::pName, 7), Outcome::invalid},
+        {mc::Set(nullptr, MCCodes::pInteger, 1), Outcome::invalid},
+    };
+    for (size_t i = 0; i < std::size(edits); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(edits[i].first.GetOutcome(), edits[i].second);
+    }
+    EXPECT_EQ(mc::Get<long>(child, MCCodes::pInteger), c_lDestroying);
+    EXPECT_EQ(mc::Get<double>(child, MCCodes::pDouble), 2.5);
+    EXPECT_EQ(mc::Get<ZVTString>(child, MCCodes::pName), ZVTString("gear"));
+    EXPECT_EQ(mc::Get<MCObject*>(child, MCCodes::pParent), static_cast<MCObject*>(root));
+    EXPECT_FALSE(mc::Get<long>(child, MCCodes::pName)) << "a property of another value class reads empty";
+}
+
+TEST_F(ModernLayerTest, SubscriptionsEndWithTheirHandles) {
+    Part* root = Root<Part>();
+    std::string heard;
+    auto listen = [&heard](char who) {
+        return [&heard, who](MCEvent& event) {
+            heard += event.GetEventType() == MCEvent::PropertySet ? who : '.';
+        };
+    };
+    mc::Subscription outlived = mc::Observe(mc::Create<Part>(root), listen('d'));
+    mc::Subscription kept = mc::Observe(root, listen('k'));
+    {
+        mc::Subscription scoped = mc::Observe(root, listen('s'));
+        mc::Set(root, MCCodes::pInteger, 1);
+        mc::Subscription moved = std::move(scoped);
+        mc::Set(root, MCCodes::pInteger, 2);
+    }
+    mc::Set(root, MCCodes::pInteger, 3);
+    kept.Reset();
+    mc::Set(root, MCCodes::pInteger, 4);
+    root->Expunge(true);  // outlived's subject goes first: its handle must not touch it
+    m_xRoots.clear();
+    std::sort(heard.begin(), heard.end());  // delivery follows subscriber addresses
+    EXPECT_EQ(heard, ".kkkss") << "the dot: outlived's subject going";
+}
+
+TEST_F(ModernLayerTest, RangesWalkOwneesTargetsAndValues) {
+    Part* root = Root<Part>();
+    const std::vector<MCObject*> made{mc::Create<Part>(root), mc::Create<Part>(root), mc::Create<Part>(root)};
+    MCVRefAccessor targets;
+    targets.SetValue(made[2], MCPropertyAccessor::accessAdd);
+    targets.SetValue(made[0], MCPropertyAccessor::accessAdd);
+    root->SetProperty(MCCodes::pReferenceList, targets, MCPropertyAccessor::accessReplace);
+    MCVPropertyAccessorT<ZVTString> names(ZVTString("a"));
+    names.SetValue(ZVTString("b"), MCPropertyAccessor::accessAdd);
+    root->SetProperty(MCCodes::pStringList, names, MCPropertyAccessor::accessReplace);
+
+    auto index = [&](MCObject* object) {
+        return std::to_string(std::find(made.begin(), made.end(), object) - made.begin());
+    };
+    std::string seen;
+    for (MCObject* child : mc::Ownees(root)) {
+        seen += index(child);
+        if (child == made[1])
+            child->Expunge(true);  // the walk stands losing the current ownee
+    }
+    for (MCObject* target : mc::Targets(root, MCCodes::pReferenceList))
+        seen += " " + index(target);
+    const mc::Values<ZVTString> snapshot(root, MCCodes::pStringList);
+    root->SetProperty(MCCodes::pStringList, names, MCPropertyAccessor::accessAdd);  // not in the snapshot
+    for (const ZVTString& s : snapshot)
+        seen += std::string(" ") + s.data();
+    EXPECT_EQ(seen, "012 2 0 a b");
+}
+
+// Runs last: the core does not start twice in a process.
+class CountingEnvironment : public MCEnvironment {
+public:
+    int m_nShutdowns = 0;
+
+protected:
+    void Shutdown() override {
+        ++m_nShutdowns;
+        MCEnvironment::Shutdown();
+    }
+};
+
+TEST(ModernLayerLibraryTest, TheLastScopeShutsTheCoreDownOnce) {
+    CountingEnvironment environment;
+    {
+        mc::Library outer(&environment);
+        EXPECT_EQ(MCEnvironment::GetInstance(), &environment);
+        { mc::Library inner; }
+        EXPECT_EQ(environment.m_nShutdowns, 0);
+        MCObject* object = mc::Create<MCGenericObject>(nullptr);
+        ASSERT_NE(object, nullptr) << "an inner scope shut the core down";
+        object->Expunge(true);
+    }
+    EXPECT_EQ(environment.m_nShutdowns, 1);
+    EXPECT_FALSE(MCFactoryRegistry::IsRegistered(MCCodes::tGenericObject, nullptr));
+    EXPECT_THROW(mc::Library{}, EXUnexpected);
+}
+
+}  // namespace

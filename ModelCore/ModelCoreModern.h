@@ -6,8 +6,11 @@
 // public calls, so the two styles mix freely on the same model.
 
 #include <functional>
+#include <istream>
 #include <memory>
 #include <optional>
+#include <ostream>
+#include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -370,6 +373,125 @@ inline Subscription Observe(MCObject* object, std::function<void(MCEvent&)> call
 }
 
 // ---------------------------------------------------------------------------------------------------
+// Rules
+
+namespace detail {
+// The registries die with MdlCore::Terminate; the object rule registry stays gone afterwards (and the
+// property one would come back on GetInstance), so its absence tells a handle the core has ended.
+inline bool CoreAlive() {
+    return MdlCore::IsInitialized() && MCObjectSemReg::GetInstance() != nullptr;
+}
+
+// What a Rule handle holds: a registered rule that knows how to leave its registry.
+struct RuleBody {
+    virtual ~RuleBody() = default;
+    virtual void Leave() = 0;
+};
+
+class EditRule final : public MCPropertySemantic, public RuleBody {
+public:
+    using Callback = std::function<result(mode, MCObject*, MCProperty*, MCPropertySemanticContext*)>;
+    EditRule(Callback callback, unsigned long interests)
+        : m_xCallback(std::move(callback)), m_nInterests(interests) {}
+    result Fire(mode when, MCObject* object, MCProperty* property,
+                MCPropertySemanticContext* context) override {
+        return (when & m_nInterests) == 0 ? resultContinue : m_xCallback(when, object, property, context);
+    }
+    unsigned long GetInterests() const override { return m_nInterests; }
+    void Leave() override {
+        if (CoreAlive())
+            MCPropertySemanticRegistry::GetInstance()->Deregister(this);
+    }
+
+private:
+    Callback m_xCallback;
+    unsigned long m_nInterests;
+};
+
+class ObjectRule final : public MCObjectSem, public RuleBody {
+public:
+    using Callback = std::function<result(mode, MCObject*, MCObjectSemContext*)>;
+    ObjectRule(Callback callback, unsigned long interests)
+        : m_xCallback(std::move(callback)), m_nInterests(interests) {}
+    // A handler's mask carries its ancestors' interests, so modes not asked for arrive too.
+    result Fire(mode when, MCObject* object, MCObjectSemContext* context) override {
+        return (when & m_nInterests) == 0 ? resultContinue : m_xCallback(when, object, context);
+    }
+    unsigned long GetInterests() const override { return m_nInterests; }
+    void Leave() override {
+        if (CoreAlive())
+            MCObjectSemReg::GetInstance()->Deregister(this);
+    }
+
+private:
+    Callback m_xCallback;
+    unsigned long m_nInterests;
+};
+}  // namespace detail
+
+/// A registered rule that leaves its registry when the handle goes: move-only, it owns the rule object
+/// and frees it after deregistering. An empty handle (default, moved from) does nothing. A handle that
+/// outlives MdlCore::Terminate only frees its rule, as the registries are gone. A rule must not end its
+/// own handle while it fires.
+class Rule {
+public:
+    Rule() = default;
+    Rule(Rule&&) noexcept = default;
+    Rule& operator=(Rule&& other) noexcept {
+        if (this != &other) {
+            Reset();
+            m_pxBody = std::move(other.m_pxBody);
+        }
+        return *this;
+    }
+    Rule(const Rule&) = delete;
+    Rule& operator=(const Rule&) = delete;
+    ~Rule() { Reset(); }
+
+    /// Deregisters and frees the rule now; the handle is empty afterwards.
+    void Reset() {
+        if (m_pxBody)
+            m_pxBody->Leave();
+        m_pxBody.reset();
+    }
+    /// True while the handle holds a rule.
+    bool IsActive() const { return m_pxBody != nullptr; }
+
+private:
+    friend Rule OnEdit(short, short, detail::EditRule::Callback, unsigned long);
+    friend Rule OnObject(short, detail::ObjectRule::Callback, unsigned long);
+    explicit Rule(std::unique_ptr<detail::RuleBody> body) : m_pxBody(std::move(body)) {}
+
+    std::unique_ptr<detail::RuleBody> m_pxBody;
+};
+
+/// Runs `rule` for the property `propertyType` of objects of `objectType` (and the types below it) in the
+/// modes of `interests`; the rule's answer is the firing's. An empty handle for an empty callback or no
+/// interests. The object type should be registered first, so that its rules chain to its supertype's;
+/// EXGenericObject for the generic object type, with nothing registered.
+inline Rule OnEdit(short objectType, short propertyType, detail::EditRule::Callback rule,
+                   unsigned long interests = MCPropertySemantic::PreEdit) {
+    if (!rule || interests == 0)
+        return Rule();
+    auto body = std::make_unique<detail::EditRule>(std::move(rule), interests);
+    MCFactoryContext context;
+    MCPropertySemanticRegistry::Register(objectType, &context, propertyType, body.get(), false, false);
+    return Rule(std::move(body));
+}
+
+/// Runs `rule` for objects of `objectType` (and the types below it) in the modes of `interests`, which
+/// it alone sees; resultFailed stops the firing. An empty handle for an empty callback or no interests.
+inline Rule OnObject(short objectType, detail::ObjectRule::Callback rule,
+                     unsigned long interests = MCObjectSem::PostCreation) {
+    if (!rule || interests == 0)
+        return Rule();
+    auto body = std::make_unique<detail::ObjectRule>(std::move(rule), interests);
+    MCFactoryContext context;
+    MCObjectSemReg::Register(objectType, &context, body.get(), false);
+    return Rule(std::move(body));
+}
+
+// ---------------------------------------------------------------------------------------------------
 // Ranges
 
 /// The ownees of an object, oldest first, walked live: each step reads the next sibling before the body
@@ -450,6 +572,190 @@ public:
 private:
     std::vector<MCObject*> m_xTargets;
 };
+
+/// The properties of an object in slot order, walked live like MCPropertySetIter: the body may set or
+/// null any property, the current one included, but must not expunge the object. A nulled property
+/// leaves the set; one made during the walk fills the lowest free slot and is visited only when that
+/// lies ahead of the cursor. The id property comes first. Empty for a null object.
+class Properties {
+public:
+    explicit Properties(const MCObject* object) : m_pxSet(object ? &object->GetPropertySet() : nullptr) {}
+
+    /// Steps through the used slots.
+    class iterator {
+    public:
+        explicit iterator(const MCPropertySet* set) {
+            if (set != nullptr) {
+                m_xCursor.emplace(*set);
+                Step();
+            }
+        }
+        MCProperty* operator*() const { return m_xCursor ? m_xCursor->GetValue() : nullptr; }
+        iterator& operator++() {
+            Step();
+            return *this;
+        }
+        // Only the end is ever compared against.
+        bool operator!=(const iterator& other) const { return AtEnd() != other.AtEnd(); }
+        bool operator==(const iterator& other) const { return AtEnd() == other.AtEnd(); }
+
+    private:
+        bool AtEnd() const { return !m_xCursor; }
+        void Step() {
+            // Slot 0 is taken as used unseen; a null there is skipped like any freed slot.
+            while (m_xCursor) {
+                if (!++*m_xCursor)
+                    m_xCursor.reset();
+                else if (m_xCursor->GetValue() != nullptr)
+                    return;
+            }
+        }
+        std::optional<MCPropertySetIter> m_xCursor;
+    };
+
+    iterator begin() const { return iterator(m_pxSet); }
+    iterator end() const { return iterator(nullptr); }
+
+private:
+    const MCPropertySet* m_pxSet;
+};
+
+// ---------------------------------------------------------------------------------------------------
+// Save and restore
+
+namespace detail {
+// What an exception of the kinds a save or restore documents says; the caller catches the rest.
+template <class Work>
+std::string Failure(Work&& work) {
+    try {
+        work();
+    } catch (const MCPersExObjectCreation& failure) {
+        return "cannot create an object of type " + std::to_string(failure.GetObjectType());
+    } catch (const MCPersExBadTree&) {
+        return "a null object in the tree";
+    } catch (const EXBase& failure) {
+        return failure.what();
+    }
+    return std::string();
+}
+
+// Notes every object made while it lives, with its id, which is never reused.
+class CreationLog : public MCCreationHook {
+public:
+    CreationLog() { MCFactoryRegistry::HookCreateItem(*this, true); }
+    ~CreationLog() override { MCFactoryRegistry::HookCreateItem(*this, false); }
+    CreationLog(const CreationLog&) = delete;
+    CreationLog& operator=(const CreationLog&) = delete;
+    void ItemCreated(MCObject* object) override { m_xCreated.emplace_back(object, object->GetId()); }
+    std::vector<std::pair<MCObject*, long>> m_xCreated;
+};
+}  // namespace detail
+
+/// What became of a save: the controller's outcome, and the text of the exception that ended it, if one
+/// did. True when the model was written whole.
+struct SaveResult {
+    MCPersController::result outcome = MCPersController::resultOk;
+    std::string message;   ///< empty unless an exception ended the save
+    bool written = false;  ///< the outcome was resultOk, nothing threw and the stream took every byte
+    explicit operator bool() const { return written; }
+};
+
+/// Writes `root`'s tree under the header given, or the running product's (HUBProductIdent) without one.
+/// A save that cannot start or ends in an exception of the documented kinds (no persistence root or
+/// environment, no product identity, a bad tree) reports it in the result; what was written stays
+/// written. A null root writes nothing.
+inline SaveResult Save(MCObject* root, std::ostream& out, std::optional<MCPersHeader> header = std::nullopt) {
+    SaveResult saved;
+    saved.outcome = MCPersController::resultHeadNotWritten;
+    if (root == nullptr || out.rdbuf() == nullptr) {
+        saved.message = "nothing to save or nowhere to write";
+        return saved;
+    }
+    saved.message = detail::Failure([&] {
+        MCStream stream(*out.rdbuf(), ZVTStream::binary);
+        if (!header)
+            header.emplace();
+        MCPersController controller;
+        saved.outcome = controller.SaveTo(stream, root, *header);
+        stream.flush();
+        saved.written = saved.outcome == MCPersController::resultOk && stream.good();
+    });
+    saved.written = saved.written && saved.message.empty() && out.flush().good();
+    return saved;
+}
+
+/// What became of a restore: the controller's outcome, the root (null unless resultOk), the text of the
+/// exception that ended it, if one did, and every object it made, owned by no one but the model.
+/// Move-only; the recorded objects are checked by id before they are touched, so it may outlive them,
+/// but not MdlCore::Terminate.
+class RestoreResult {
+public:
+    MCPersController::result outcome = MCPersController::resultOk;
+    MCObject* root = nullptr;
+    std::string message;  ///< empty unless an exception ended the restore
+
+    RestoreResult() = default;
+    RestoreResult(RestoreResult&&) = default;
+    RestoreResult& operator=(RestoreResult&&) = default;
+    RestoreResult(const RestoreResult&) = delete;
+    RestoreResult& operator=(const RestoreResult&) = delete;
+
+    /// True when the restore gave a root and nothing threw.
+    explicit operator bool() const {
+        return outcome == MCPersController::resultOk && root && message.empty();
+    }
+    /// Every object the restore made, with its id, in creation order; entries may have died since.
+    const std::vector<std::pair<MCObject*, long>>& Created() const { return m_xCreated; }
+    /// Expunges every object the restore made that is still alive and has no owner, except the root,
+    /// clearing itemUndeletable first, and forgets them all; answers how many went. After a failed
+    /// restore that is the whole partial tree.
+    size_t ExpungeStrays() {
+        std::vector<std::pair<MCObject*, long>> strays;
+        for (const auto& [object, id] : m_xCreated) {
+            if (object != root && MCObject::ResolveId(id) == object &&
+                !object->GetOwner(0, MCItem::rttiExact))
+                strays.emplace_back(object, id);
+        }
+        size_t gone = 0;
+        for (const auto& [object, id] : strays) {
+            // An earlier stray may have taken this one along through its references.
+            if (MCObject::ResolveId(id) == object) {
+                object->SetFlag(MCItem::itemUndeletable, false);
+                object->Expunge(true);
+                ++gone;
+            }
+        }
+        m_xCreated.clear();
+        return gone;
+    }
+
+private:
+    friend RestoreResult Restore(std::istream&, std::optional<MCPersHeader>);
+    std::vector<std::pair<MCObject*, long>> m_xCreated;
+};
+
+/// Reads a model from `in`, accepting files up to the header given, or the running product's without
+/// one. Every outcome comes back in the result, also a head that cannot be read or an object that cannot
+/// be made: an exception of the documented kinds gives resultUnknownToken with its text. The objects made
+/// are recorded either way, for ExpungeStrays. A truncated model restores what it holds.
+inline RestoreResult Restore(std::istream& in, std::optional<MCPersHeader> limits = std::nullopt) {
+    RestoreResult restored;
+    detail::CreationLog log;
+    restored.message = detail::Failure([&] {
+        if (!limits)
+            limits.emplace();
+        MCStream stream(in, ZVTStream::binary);
+        MCPersController controller;
+        MCObject* root = nullptr;
+        restored.outcome = controller.RestoreFrom(stream, root, *limits);
+        if (restored.outcome == MCPersController::resultOk)
+            restored.root = root;
+    });
+    if (!restored.message.empty())
+        restored.outcome = MCPersController::resultUnknownToken;
+    restored.m_xCreated = std::move(log.m_xCreated);
+    return restored;
+}
 
 }  // namespace mc
 

@@ -1,8 +1,10 @@
 // Covers the modern layer: host classes and named registration, typed creation, reads and writes,
-// subscriptions as handles, the ranges, and the library scope (last, as it ends the core).
+// subscriptions and rules as handles, the ranges, save and restore, and the library scope (last, as it
+// ends the core).
 
 #include <algorithm>
 #include <iterator>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -42,12 +44,39 @@ struct CountRule : MCPropertySemantic {
 };
 CountRule c_xCountRule;
 
+// The persistence root the controller saves under.
+class Model : public mc::HostClass<MCCodes::tPersistenceRoot> {
+    friend mc::FactoryOf<Model>;
+    using HostClass::HostClass;
+};
+
+// Counts shutdowns; installed once for the persistence tests and reused by the library test.
+class CountingEnvironment : public MCEnvironment {
+public:
+    static CountingEnvironment& Installed() {
+        static CountingEnvironment environment;
+        if (MCEnvironment::GetInstance() == nullptr)
+            SetSingleton(&environment);
+        return environment;
+    }
+    int m_nShutdowns = 0;
+
+protected:
+    void Shutdown() override {
+        ++m_nShutdowns;
+        MCEnvironment::Shutdown();
+    }
+};
+
 class ModernLayerTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         MdlCore::Initialize();
         mc::RegisterClass<Part>("Part");
         mc::RegisterClass<SubPart>("SubPart", mc::ClassOptions().Under(c_sPart).OwnedBy(c_sPart).First());
+        mc::RegisterClass<Model>("Model");
+        CountingEnvironment::Installed();
+        HUBProductIdent::SetProductIdent("Maker", "Modeller", "1.0", "1, 0");
         MCFactoryContext context;
         MCPropertySemanticRegistry::Register(c_sPart, &context, MCCodes::pInteger, &c_xCountRule, false,
                                              false);
@@ -168,20 +197,107 @@ TEST_F(ModernLayerTest, RangesWalkOwneesTargetsAndValues) {
     EXPECT_EQ(seen, "012 2 0 a b");
 }
 
-// Runs last: the core does not start twice in a process.
-class CountingEnvironment : public MCEnvironment {
-public:
-    int m_nShutdowns = 0;
+TEST_F(ModernLayerTest, RulesRunWhileTheirHandlesLive) {
+    Part* root = Root<Part>();
+    std::string heard;
+    mc::Rule refuseNegative = mc::OnEdit(
+        c_sPart, MCCodes::pDouble,
+        [](MCPropertySemantic::mode, MCObject*, MCProperty*, MCPropertySemanticContext* context) {
+            auto* accessor =
+                static_cast<MCSPropertyRawAccessorT<double>*>(context->GetActiveAccessor()->m_pxAccessor);
+            return accessor->GetValue() < 0 ? MCPropertySemantic::resultRefused
+                                            : MCPropertySemantic::resultContinue;
+        });
+    mc::Rule created = mc::OnObject(
+        c_sSubPart,
+        [&heard](MCObjectSem::mode, MCObject*, MCObjectSemContext*) {
+            heard += 'c';
+            return MCObjectSem::resultContinue;
+        },
+        MCObjectSem::PostCreation);
+    mc::Rule moved = std::move(created);
 
-protected:
-    void Shutdown() override {
-        ++m_nShutdowns;
-        MCEnvironment::Shutdown();
+    // Each step: an edit's outcome (a, r) and whether a creation was heard (c).
+    auto step = [&] {
+        std::string seen = mc::Set(root, MCCodes::pDouble, -1.0) ? "a" : "r";
+        heard.clear();
+        mc::Create<SubPart>(root);
+        return seen + heard;
+    };
+    std::string seen = step() + " ";
+    refuseNegative.Reset();
+    seen += step() + " ";
+    moved = mc::Rule();
+    seen += step();
+    EXPECT_EQ(seen, "rc ac a");
+    EXPECT_FALSE(created.IsActive() || moved.IsActive() || refuseNegative.IsActive());
+}
+
+TEST_F(ModernLayerTest, PropertiesWalkLive) {
+    Part* root = Root<Part>();
+    mc::Set(root, MCCodes::pInteger, 1);
+    mc::Set(root, MCCodes::pName, "n");
+    mc::Set(root, MCCodes::pDouble, 2.0);
+    std::string seen;
+    for (MCProperty* property : mc::Properties(root)) {
+        seen += std::to_string(property->GetType()) + " ";
+        if (property->GetType() == MCCodes::pInteger) {  // the walk stands nulling the current one ...
+            MCSPropertyAccessorT<long> nothing;
+            root->NullProperty(MCCodes::pInteger, nothing);
+            mc::Set(root, MCCodes::pString, "s");  // ... and making one, which takes the freed slot behind
+        }
     }
-};
+    seen += "|";
+    for (const MCObject* object : {static_cast<MCObject*>(root), static_cast<MCObject*>(nullptr)}) {
+        for (MCProperty* property : mc::Properties(object))
+            seen += std::to_string(property->GetType()) + " ";
+    }
+    EXPECT_EQ(seen, "132 87 147 1036 |132 91 147 1036 ");
+}
 
+TEST_F(ModernLayerTest, SaveAndRestoreReportWhatHappened) {
+    Model* model = Root<Model>();
+    mc::Set(model, MCCodes::pName, "m");
+    mc::Set(mc::Create<Part>(model), MCCodes::pInteger, 5);
+    std::ostringstream out;
+    const mc::SaveResult saved = mc::Save(model, out);
+    ASSERT_TRUE(saved) << saved.message;
+    const std::string bytes = out.str();
+    std::ostringstream nowhere;
+    EXPECT_FALSE(mc::Save(Root<Part>(), nowhere)) << "no persistence root above";
+
+    // Each case: outcome, whether a root came back, whether an exception ended it.
+    const std::pair<std::string, std::string> cases[] = {
+        {bytes, "0 root ok"},
+        {bytes.substr(0, bytes.size() - 6), "0 root ok"},
+        {bytes.substr(0, 20), "3 - threw"},
+        {"garbage in, garbage out", "5 - ok"},
+        {"", "3 - threw"},
+    };
+    for (const auto& [input, expected] : cases) {
+        SCOPED_TRACE(input.size());
+        std::istringstream in(input);
+        mc::RestoreResult restored = mc::Restore(in);
+        EXPECT_EQ(std::to_string(restored.outcome) + (restored.root ? " root " : " - ") +
+                      (restored.message.empty() ? "ok" : "threw"),
+                  expected);
+        if (input == bytes) {
+            MCObject* part = restored.root ? restored.root->GetFirstOwnee() : nullptr;
+            EXPECT_EQ(mc::Get<ZVTString>(restored.root, MCCodes::pName), ZVTString("m"));
+            EXPECT_EQ(mc::Get<long>(part, MCCodes::pInteger), 5);
+        }
+        if (restored.root)
+            restored.root->Expunge(true);
+        restored.ExpungeStrays();
+        for (const auto& [object, id] : restored.Created())
+            EXPECT_NE(MCObject::ResolveId(id), object) << "left alive";
+    }
+}
+
+// Runs last: the core does not start twice in a process.
 TEST(ModernLayerLibraryTest, TheLastScopeShutsTheCoreDownOnce) {
-    CountingEnvironment environment;
+    CountingEnvironment& environment = CountingEnvironment::Installed();
+    mc::Rule outliving;
     {
         mc::Library outer(&environment);
         EXPECT_EQ(MCEnvironment::GetInstance(), &environment);
@@ -190,8 +306,13 @@ TEST(ModernLayerLibraryTest, TheLastScopeShutsTheCoreDownOnce) {
         MCObject* object = mc::Create<MCGenericObject>(nullptr);
         ASSERT_NE(object, nullptr) << "an inner scope shut the core down";
         object->Expunge(true);
+        outliving = mc::OnObject(
+            MCCodes::tGenericObject,
+            [](MCObjectSem::mode, MCObject*, MCObjectSemContext*) { return MCObjectSem::resultContinue; });
     }
     EXPECT_EQ(environment.m_nShutdowns, 1);
+    outliving.Reset();  // the registries are gone: it must neither touch nor remake them
+    EXPECT_EQ(MCObjectSemReg::GetInstance(), nullptr);
     EXPECT_FALSE(MCFactoryRegistry::IsRegistered(MCCodes::tGenericObject, nullptr));
     EXPECT_THROW(mc::Library{}, EXUnexpected);
 }

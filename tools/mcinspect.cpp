@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <memory>
@@ -527,14 +528,18 @@ bool ReadText(const char* path, std::string& text) {
     return !in.bad();
 }
 
-// Restores the model of `path` into `model`. On failure says why on standard error, expunges through
-// `created` what the restore made and gives the exit code.
-int RestoreModel(const char* path, CMCreationLog& created, MCObject*& model) {
+// Restores the model of `path` in a session of its own and gives it to `use`, whose exit code it answers;
+// then takes down all the restore made. A model that cannot be restored is reported on standard error
+// with its exit code, and `use` does not run.
+int WithRestoredModel(const char* path, const std::function<int(MCObject*)>& use) {
     std::ifstream file(path, std::ios::binary);
     if (!file) {
         std::fprintf(stderr, "mcinspect: cannot open %s\n", path);
         return exitUsage;
     }
+    CMSession session;
+    CMCreationLog created;
+    MCObject* model = nullptr;
     MCPersController::result result = MCPersController::resultUnknownToken;
     {
         MCStream stream(*file.rdbuf(), ZVTStream::binary);
@@ -546,10 +551,12 @@ int RestoreModel(const char* path, CMCreationLog& created, MCObject*& model) {
             result = MCPersController::resultUnknownToken;
         }
     }
-    if (result == MCPersController::resultOk && model)
-        return exitOk;
+    if (result == MCPersController::resultOk && model) {
+        const int status = use(model);
+        created.ExpungeStrays(nullptr);
+        return status;
+    }
     created.ExpungeStrays(nullptr);
-    model = nullptr;
     std::fprintf(stderr, "mcinspect: %s is no model that can be restored (result %d)\n", path,
                  static_cast<int>(result));
     return result == MCPersController::resultUnknownToken ? exitUnknownToken : exitBadHead;
@@ -571,50 +578,38 @@ int WriteOut(const std::string& text, const char* outPath) {
 
 // mcinspect --dot FILE [-o OUT]
 int WriteDot(const char* path, const char* outPath) {
-    CMSession session;
-    CMCreationLog created;
-    MCObject* model = nullptr;
-    if (const int status = RestoreModel(path, created, model); status != exitOk)
-        return status;
-    const std::string text = DotWriter::Write(model);
-    created.ExpungeStrays(nullptr);
-    return WriteOut(text, outPath);
+    return WithRestoredModel(
+        path, [outPath](MCObject* model) { return WriteOut(DotWriter::Write(model), outPath); });
 }
 
 // mcinspect --dump FILE: the outline of the restored tree, then each object's dump, depth first.
 int DumpTree(const char* path) {
-    CMSession session;
-    CMCreationLog created;
-    MCObject* model = nullptr;
-    if (const int status = RestoreModel(path, created, model); status != exitOk)
-        return status;
-    std::stringstream outline;
-    {
-        MCStream stream(outline, ZVTStream::binary);
-        MCDumpableParameter parameter;
-        static_cast<MCDumpable*>(model)->Dump(stream, MCObject::dumpOutline, &parameter);
-    }
-    // An object dump writes to a file stream; this one writes into a string.
-    std::stringbuf objects;
-    std::ofstream out;
-    out.std::ios::rdbuf(&objects);
-    std::vector<MCObject*> pending{model};
-    while (!pending.empty()) {
-        MCObject* object = pending.back();
-        pending.pop_back();
-        out << '\n';
-        object->Dump(out, 0);
-        out << '\n';
-        // The oldest ownee on top, so that it comes next.
-        const size_t first = pending.size();
-        for (MCObject* ownee = object->GetFirstOwnee(); ownee; ownee = ownee->GetNextSibling())
-            pending.push_back(ownee);
-        std::reverse(pending.begin() + static_cast<std::ptrdiff_t>(first), pending.end());
-    }
-    created.ExpungeStrays(nullptr);
-    const std::string text = outline.str() + objects.str();
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    return exitOk;
+    return WithRestoredModel(path, [](MCObject* model) {
+        std::stringstream outline;
+        {
+            MCStream stream(outline, ZVTStream::binary);
+            MCDumpableParameter parameter;
+            static_cast<MCDumpable*>(model)->Dump(stream, MCObject::dumpOutline, &parameter);
+        }
+        // An object dump writes to a file stream; this one writes into a string.
+        std::stringbuf objects;
+        std::ofstream out;
+        out.std::ios::rdbuf(&objects);
+        std::vector<MCObject*> pending{model};
+        while (!pending.empty()) {
+            MCObject* object = pending.back();
+            pending.pop_back();
+            out << '\n';
+            object->Dump(out, 0);
+            out << '\n';
+            // The oldest ownee on top, so that it comes next.
+            const size_t first = pending.size();
+            for (MCObject* ownee = object->GetFirstOwnee(); ownee; ownee = ownee->GetNextSibling())
+                pending.push_back(ownee);
+            std::reverse(pending.begin() + static_cast<std::ptrdiff_t>(first), pending.end());
+        }
+        return WriteOut(outline.str() + objects.str(), nullptr);
+    });
 }
 
 // mcinspect expand TEMPLATE MODELFILE [-o OUT]
@@ -647,23 +642,15 @@ int Expand(int argc, char** argv) {
         std::fprintf(stderr, "%s:%s\n", templatePath, error.Format().c_str());
         return exitBadTemplate;
     }
-    CMSession session;
-    CMCreationLog created;
-    MCObject* model = nullptr;
-    if (const int status = RestoreModel(modelPath, created, model); status != exitOk)
-        return status;
-    std::string out;
-    bool expanded = false;
-    {
+    return WithRestoredModel(modelPath, [&](MCObject* model) {
+        std::string out;
         CMDataButler butler(model);
-        expanded = parsed.Expand(butler, out, error);
-    }
-    created.ExpungeStrays(nullptr);
-    if (!expanded) {
-        std::fprintf(stderr, "%s:%s\n", templatePath, error.Format().c_str());
-        return exitBadTemplate;
-    }
-    return WriteOut(out, outPath);
+        if (!parsed.Expand(butler, out, error)) {
+            std::fprintf(stderr, "%s:%s\n", templatePath, error.Format().c_str());
+            return static_cast<int>(exitBadTemplate);
+        }
+        return WriteOut(out, outPath);
+    });
 }
 
 }  // namespace

@@ -53,6 +53,12 @@ inline MCObject* Create(short type, MCObject* owner) {
     return static_cast<MCObject*>(MCFactoryRegistry::CreateItem(type, owner, nullptr, nullptr));
 }
 
+/// Registers a host property `code` called `name` as an alias of the core type `concrete`, compared by
+/// default equality (`first`) and with no other flag, as every benchmark's properties are.
+inline void RegisterProperty(short code, const char* name, short concrete) {
+    MCFactoryRegistry::RegisterAliasProperty(code, name, concrete, true, false, false, false);
+}
+
 /// "n" followed by the decimal digits of i.
 inline ZVTString NodeName(long i) {
     char text[24] = {'n'};

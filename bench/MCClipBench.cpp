@@ -33,8 +33,8 @@ void RegisterTypes() {
     registered = true;
     MdlCore::Initialize();
     bench::Environment::Install();
-    MCFactoryRegistry::RegisterAliasProperty(kCount, "count", MCCodes::pInteger, true, false, false, false);
-    MCFactoryRegistry::RegisterAliasProperty(kRef, "ref", MCCodes::pReference, true, false, false, false);
+    bench::RegisterProperty(kCount, "count", MCCodes::pInteger);
+    bench::RegisterProperty(kRef, "ref", MCCodes::pReference);
     bench::ModelRoot::Register("Model", 1);
     bench::HostNode<kNodeType>::Register("Node", 1);
     // A paste places its top entries only under targets the registry lists as owners.

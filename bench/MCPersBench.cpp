@@ -28,9 +28,9 @@ void RegisterTypes() {
     registered = true;
     MdlCore::Initialize();
     bench::Environment::Install();
-    MCFactoryRegistry::RegisterAliasProperty(kCount, "count", MCCodes::pInteger, true, false, false, false);
-    MCFactoryRegistry::RegisterAliasProperty(kName, "name", MCCodes::pString, true, false, false, false);
-    MCFactoryRegistry::RegisterAliasProperty(kRef, "ref", MCCodes::pReference, true, false, false, false);
+    bench::RegisterProperty(kCount, "count", MCCodes::pInteger);
+    bench::RegisterProperty(kName, "name", MCCodes::pString);
+    bench::RegisterProperty(kRef, "ref", MCCodes::pReference);
     bench::ModelRoot::Register("Model", 1);
     bench::HostNode<kNodeType>::Register("Node", 1);
 }

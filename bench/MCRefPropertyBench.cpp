@@ -27,10 +27,8 @@ void RegisterTypes() {
         return;
     registered = true;
     MdlCore::Initialize();
-    MCFactoryRegistry::RegisterAliasProperty(kSecondReference, "SecondReference", MCCodes::pReference, true,
-                                             false, false, false);
-    MCFactoryRegistry::RegisterAliasProperty(kSecondReferenceList, "SecondReferenceList",
-                                             MCCodes::pReferenceList, true, false, false, false);
+    bench::RegisterProperty(kSecondReference, "SecondReference", MCCodes::pReference);
+    bench::RegisterProperty(kSecondReferenceList, "SecondReferenceList", MCCodes::pReferenceList);
 }
 
 // A root with `count` GenericObjects under it; the root goes when the scope ends.

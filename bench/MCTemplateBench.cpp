@@ -38,11 +38,9 @@ void RegisterTypes() {
     registered = true;
     MdlCore::Initialize();
     bench::Environment::Install();
-    MCFactoryRegistry::RegisterAliasProperty(kCount, "count", MCCodes::pInteger, true, false, false, false);
-    MCFactoryRegistry::RegisterAliasProperty(kMembers, "members", MCCodes::pReferenceList, true, false, false,
-                                             false);
-    MCFactoryRegistry::RegisterAliasProperty(kLinks, "links", MCCodes::pReferenceList, true, false, false,
-                                             false);
+    bench::RegisterProperty(kCount, "count", MCCodes::pInteger);
+    bench::RegisterProperty(kMembers, "members", MCCodes::pReferenceList);
+    bench::RegisterProperty(kLinks, "links", MCCodes::pReferenceList);
     bench::ModelRoot::Register("Model", 1);
     bench::HostNode<kNodeType>::Register("Node", 1);
 }

@@ -42,11 +42,10 @@ void RegisterTypes() {
         return;
     registered = true;
     MdlCore::Initialize();
-    MCFactoryRegistry::RegisterAliasProperty(kCount, "count", MCCodes::pInteger, true, false, false, false);
-    MCFactoryRegistry::RegisterAliasProperty(kName, "name", MCCodes::pString, true, false, false, false);
-    MCFactoryRegistry::RegisterAliasProperty(kRef, "ref", MCCodes::pReference, true, false, false, false);
-    MCFactoryRegistry::RegisterAliasProperty(kRefs, "refs", MCCodes::pReferenceList, true, false, false,
-                                             false);
+    bench::RegisterProperty(kCount, "count", MCCodes::pInteger);
+    bench::RegisterProperty(kName, "name", MCCodes::pString);
+    bench::RegisterProperty(kRef, "ref", MCCodes::pReference);
+    bench::RegisterProperty(kRefs, "refs", MCCodes::pReferenceList);
     bench::HostNode<kNodeType>::Register("Node", 1);
     bench::ModelRoot::Register("Model", 1);
     bench::Environment::Install();

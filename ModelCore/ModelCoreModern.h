@@ -684,6 +684,30 @@ inline SaveResult Save(MCObject* root, std::ostream& out, std::optional<MCPersHe
     return saved;
 }
 
+/// Expunges every object of `created` (each recorded with its id when it was made) that is still alive
+/// and has no owner, except `keep`, clearing itemUndeletable first, and forgets them all; answers how
+/// many went. After a failed restore or paste that is whatever of it was left.
+inline size_t ExpungeStrays(std::vector<std::pair<MCObject*, long>>& created, MCObject* keep) {
+    // Ids are never reused, so an object that still resolves under its id is the one recorded.
+    std::vector<std::pair<MCObject*, long>> strays;
+    for (const auto& [object, id] : created) {
+        if (object != keep && MCObject::ResolveId(id) == object && !object->GetOwner(0, MCItem::rttiExact))
+            strays.emplace_back(object, id);
+    }
+    size_t gone = 0;
+    for (const auto& [object, id] : strays) {
+        // An earlier stray may have taken this one along through its references.
+        if (MCObject::ResolveId(id) == object) {
+            // A restored root may carry itemUndeletable, which only its owner's end overrides.
+            object->SetFlag(MCItem::itemUndeletable, false);
+            object->Expunge(true);
+            ++gone;
+        }
+    }
+    created.clear();
+    return gone;
+}
+
 /// What became of a restore: the controller's outcome, the root (null unless resultOk), the text of the
 /// exception that ended it, if one did, and every object it made, owned by no one but the model.
 /// Move-only; the recorded objects are checked by id before they are touched, so it may outlive them,
@@ -709,25 +733,7 @@ public:
     /// Expunges every object the restore made that is still alive and has no owner, except the root,
     /// clearing itemUndeletable first, and forgets them all; answers how many went. After a failed
     /// restore that is the whole partial tree.
-    size_t ExpungeStrays() {
-        std::vector<std::pair<MCObject*, long>> strays;
-        for (const auto& [object, id] : m_xCreated) {
-            if (object != root && MCObject::ResolveId(id) == object &&
-                !object->GetOwner(0, MCItem::rttiExact))
-                strays.emplace_back(object, id);
-        }
-        size_t gone = 0;
-        for (const auto& [object, id] : strays) {
-            // An earlier stray may have taken this one along through its references.
-            if (MCObject::ResolveId(id) == object) {
-                object->SetFlag(MCItem::itemUndeletable, false);
-                object->Expunge(true);
-                ++gone;
-            }
-        }
-        m_xCreated.clear();
-        return gone;
-    }
+    size_t ExpungeStrays() { return mc::ExpungeStrays(m_xCreated, root); }
 
 private:
     friend RestoreResult Restore(std::istream&, std::optional<MCPersHeader>);

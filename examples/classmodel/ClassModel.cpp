@@ -2,6 +2,7 @@
 
 #include <fstream>
 
+#include "ModelCore/ModelCoreModern.h"
 #include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCNameSpace.h"
 
@@ -336,24 +337,7 @@ void CMCreationLog::ItemCreated(MCObject* object) {
 }
 
 std::size_t CMCreationLog::ExpungeStrays(MCObject* keep) {
-    // Ids are never reused, so an object that still resolves under its id is the one recorded.
-    std::vector<std::pair<MCObject*, long>> strays;
-    for (const auto& [object, id] : m_xCreated) {
-        if (object != keep && MCObject::ResolveId(id) == object && !object->GetOwner(0, MCItem::rttiExact))
-            strays.emplace_back(object, id);
-    }
-    std::size_t gone = 0;
-    for (const auto& [object, id] : strays) {
-        // An earlier stray's expunge may have taken this one along through its references.
-        if (MCObject::ResolveId(id) == object) {
-            // A restored root may carry itemUndeletable, which only its owner's end overrides.
-            object->SetFlag(MCItem::itemUndeletable, false);
-            object->Expunge(true);
-            ++gone;
-        }
-    }
-    m_xCreated.clear();
-    return gone;
+    return mc::ExpungeStrays(m_xCreated, keep);
 }
 
 // --- metamodel --------------------------------------------------------------------------------------

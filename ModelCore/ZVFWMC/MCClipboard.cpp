@@ -91,12 +91,6 @@ const MCProperty* InheritedProperty(MCObject* object, short type,
     return nullptr;
 }
 
-MCObject* PersistenceRoot(MCObject* object) {
-    if (object->IsType(MCCodes::tPersistenceRoot, MCItem::rttiDerived))
-        return object;
-    return object->GetOwner(MCCodes::tPersistenceRoot, MCItem::rttiDerived);
-}
-
 MCEnvironment& Environment() {
     MCEnvironment* environment = MCEnvironment::GetInstance();
     if (!environment)
@@ -557,7 +551,7 @@ MCCopyStream::~MCCopyStream() = default;
 
 void MCCopyStream::WriteHead(MCObject& source) {
     *m_pxStream << static_cast<char>(MCStream::tokenClipHead) << source.GetId() << AddressToken(&source);
-    MCObject* root = PersistenceRoot(&source);
+    MCObject* root = source.GetPersistenceRoot();
     if (!root)
         MC_THROW_UNEXPECTED(c_xSourceFile);
     Environment().SaveGlobals(*m_pxStream, root);

@@ -202,9 +202,7 @@ void MCFactoryRegistry::RegisterInstance(MCObject* object, ZVTBoolean add) {
 ZVTBoolean MCFactoryRegistry::RegisterUDPs(MCObject& object, MCUDPMap* map) {
     if (!map)
         return false;
-    MCObject* root = object.IsType(MCCodes::tPersistenceRoot, MCItem::rttiDerived)
-                         ? &object
-                         : object.GetOwner(MCCodes::tPersistenceRoot, MCItem::rttiDerived);
+    MCObject* root = object.GetPersistenceRoot();
     if (!root)
         return false;
     for (size_t i = 0; i < map->m_xUDPInfos.Length(); ++i) {

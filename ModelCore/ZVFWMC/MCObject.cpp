@@ -275,6 +275,12 @@ MCObject* MCObject::ResolveId(long id) {
 // ---------------------------------------------------------------------------------------------------
 // Ownership
 
+MCObject* MCObject::GetPersistenceRoot() const {
+    if (IsType(MCCodes::tPersistenceRoot, MCItem::rttiDerived))
+        return const_cast<MCObject*>(this);
+    return GetOwner(MCCodes::tPersistenceRoot, MCItem::rttiDerived);
+}
+
 MCObject* MCObject::GetOwner(short type, MCItem::rtti how) const {
     MCObject* owner = m_pxOwner;
     while (type != 0 && owner && !owner->IsType(type, how))

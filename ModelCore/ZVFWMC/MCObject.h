@@ -71,6 +71,9 @@ public:
     /// The direct owner for type 0, else the nearest owner above this object that is of `type`; null at
     /// the root.
     MCObject* GetOwner(short type, MCItem::rtti how) const;
+    /// The unit this object is saved with: itself when it is of the persistence root type (530) or derives
+    /// from it, else the nearest such owner; null when it stands in no persistence root.
+    MCObject* GetPersistenceRoot() const;
     /// Appends `object` to the ownee list. An object stands in at most one list, its own owner's: a
     /// second add is ignored, the object of another owner is refused with EXNonOwnedObject.
     void AddOwnedObject(MCObject* object);

@@ -44,12 +44,6 @@ bool Read(MCStream& stream, T& value) {
 // itemTreeExpunge and itemExpunging describe a running expunge, never a stored state.
 const unsigned short c_uStoredFlagsMask = 0x3FFF;
 
-MCObject* PersistenceRoot(MCObject* object) {
-    if (object->IsType(MCCodes::tPersistenceRoot, MCItem::rttiDerived))
-        return object;
-    return object->GetOwner(MCCodes::tPersistenceRoot, MCItem::rttiDerived);
-}
-
 // The global section goes through the host's environment; without one there is no way to read or write it.
 MCEnvironment& Environment() {
     MCEnvironment* environment = MCEnvironment::GetInstance();
@@ -275,7 +269,7 @@ MCPersController::~MCPersController() = default;
 MCPersController::result MCPersController::SaveTo(MCStream& stream, MCObject* object, MCPersHeader& header) {
     if (header.SaveTo(stream) != MCPersHeader::resultOk)
         return resultHeadNotWritten;
-    MCObject* root = object ? PersistenceRoot(object) : nullptr;
+    MCObject* root = object ? object->GetPersistenceRoot() : nullptr;
     if (!root)
         MC_THROW_UNEXPECTED(c_xSourceFile);
     Environment().SaveGlobals(stream, root);
@@ -408,7 +402,7 @@ MCObject* MCPersController::CreateObject(MCPersRestoreVisitor& visitor, MCUDPMap
     m_pxIdSpace->RegisterPointer(id, object);
 
     if (map) {
-        MCObject* root = PersistenceRoot(object);
+        MCObject* root = object->GetPersistenceRoot();
         if (!stream.GetUDPMap() && root) {
             MCFactoryRegistry::RegisterUDPs(*root, map);
             stream.AdoptUDPMap(map);

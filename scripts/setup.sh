@@ -4,8 +4,8 @@
 set -euo pipefail
 
 # Tools found by command name (any installation will do); libraries by their Debian package.
-# Graphviz's dot renders mcinspect --dot in a test.
-required_cmds=(g++:g++ cmake:cmake make:make dot:graphviz)
+# Graphviz's dot renders mcinspect --dot in a test; gcovr reports coverage (scripts/coverage.sh).
+required_cmds=(g++:g++ cmake:cmake make:make dot:graphviz gcovr:gcovr)
 # pugixml and the Ecore jar serve the sample host's Ecore import and its test (Ecore's own metamodel).
 required_pkgs=(libgtest-dev libbenchmark-dev libpugixml-dev libeclipse-emf-ecore-java)
 # Optional: the format check is skipped without clang-format, the fuzzers need clang and its runtime.

@@ -1,6 +1,5 @@
-// Covers the exception family: each concrete class's code and the side it is caught
-// on, the kept constructor arguments, the one standard message, the EXUnexpected helper
-// and the what() text every class gives as a std::exception.
+// Covers the exception family: each class's code, the side it is caught on and its what() text, the one
+// standard message, and the EXUnexpected helper with its place.
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 
@@ -9,7 +8,6 @@
 #include <exception>
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "platform/HUB.h"
 
@@ -40,7 +38,9 @@ const ThrowCase c_axConcrete[] = {
     {16, "EXInvalidComparison", [] { throw EXInvalidComparison(); }},
 };
 
-TEST(EXBaseTest, EveryConcreteClassIsAProgrammerFaultWithItsCode) {
+// Each concrete class: a programmer fault (never a user one) with its code, no standard message but
+// EXDuplicateFactory's, and what() naming the class and the code.
+TEST(EXBaseTest, EveryConcreteClassIsAProgrammerFaultWithItsCodeAndName) {
     HUBScopedMessageHandler messages;
     for (const ThrowCase& c : c_axConcrete) {
         SCOPED_TRACE(c.m_pcName);
@@ -51,24 +51,38 @@ TEST(EXBaseTest, EveryConcreteClassIsAProgrammerFaultWithItsCode) {
             ADD_FAILURE() << "caught as a user fault";
         } catch (const EXProgrammer& e) {
             EXPECT_EQ(e.GetExceptionCode(), c.m_lCode);
-            // Only EXDuplicateFactory has a standard message.
             if (c.m_lCode != 1) {
                 EXPECT_EQ(e.StandardMessage(nullptr), 0);
+            }
+            if (c.m_lCode != 13) {  // EXUnexpected adds its place, below
+                EXPECT_EQ(std::string(e.what()),
+                          std::string(c.m_pcName) + " (code " + std::to_string(c.m_lCode) + ")");
             }
         }
     }
     EXPECT_EQ(messages.Log(), "");
 }
 
-TEST(EXBaseTest, UserFaultsAreCaughtAsEXBaseButNotAsProgrammerFaults) {
-    try {
-        throw EXUser(42);
-    } catch (const EXProgrammer&) {
-        ADD_FAILURE() << "a user fault caught as a programmer fault";
-    } catch (const EXBase& e) {
-        EXPECT_EQ(e.GetExceptionCode(), 42);
+TEST(EXBaseTest, BaseAndUserFaultsAreNoProgrammerFaultsAndNameThemselves) {
+    const struct {
+        std::function<void()> m_xThrow;
+        const char* m_pcWhat;
+    } cases[] = {
+        {[] { throw EXBase(99); }, "EXBase (code 99)"},
+        {[] { throw EXUser(42); }, "EXUser (code 42)"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.m_pcWhat);
+        try {
+            c.m_xThrow();
+            ADD_FAILURE() << "nothing thrown";
+        } catch (const EXProgrammer&) {
+            ADD_FAILURE() << "caught as a programmer fault";
+        } catch (const std::exception& e) {
+            EXPECT_EQ(std::string(e.what()), c.m_pcWhat);
+        }
     }
-    EXPECT_EQ(EXBase(99).GetExceptionCode(), 99);
+    EXPECT_EQ(std::string(EXProgrammer(-1).what()), "EXProgrammer (code -1)");
 }
 
 TEST(EXBaseTest, DuplicateFactoryShowsMessage60505WithTheTypeCodeAndReturnsTheAnswer) {
@@ -81,21 +95,6 @@ TEST(EXBaseTest, DuplicateFactoryShowsMessage60505WithTheTypeCodeAndReturnsTheAn
     ASSERT_EQ(messages.GetMessages().size(), 2u);
     EXPECT_EQ(messages.GetMessages()[0].m_nCall, HUBMessageRecord::callDisplayMessage);
     EXPECT_EQ(messages.GetMessages()[0].m_lTextType, 0);
-}
-
-TEST(EXBaseTest, ConstructorArgumentsStayReadableInOrder) {
-    int first = 0;
-    int second = 0;
-    MCFactoryContext* pContext = reinterpret_cast<MCFactoryContext*>(&first);
-    const EXDuplicateResolution resolution(&first, &second);
-    const EXDuplicateSemantic semantic(&first, &second);
-    const EXMissingFactory missing(-87, pContext);
-    const EXRequiredProperty required(2, 147);
-    EXPECT_TRUE(resolution.m_pxExisting == &first && resolution.m_pxIncoming == &second);
-    EXPECT_TRUE(semantic.m_pxExisting == &first && semantic.m_pxIncoming == &second);
-    EXPECT_TRUE(missing.m_sType == -87 && missing.m_pxContext == pContext);
-    EXPECT_TRUE(required.m_sObjectType == 2 && required.m_sPropertyType == 147);
-    EXPECT_EQ(EXMissingSemanticHandler(152).m_sType, 152);
 }
 
 TEST(EXBaseTest, ThrowUnexpectedNamesTheUnitAndTheCurrentLineAndCopiesKeepThem) {
@@ -115,33 +114,24 @@ TEST(EXBaseTest, ThrowUnexpectedNamesTheUnitAndTheCurrentLineAndCopiesKeepThem) 
               "EXUnexpected (code 13) at ModelCore/ZVFWMC/EXBaseTest:" + std::to_string(expectedLine));
 }
 
-TEST(EXBaseTest, EveryClassIsCaughtAsStdExceptionWithItsClassCodeAndPlaceInWhat) {
-    struct WhatCase {
+TEST(EXBaseTest, UnexpectedNamesItsPlaceOnlyAsFarAsItIsKnown) {
+    const struct {
         std::function<void()> m_xThrow;
-        std::string m_sWhat;
-    };
-    std::vector<WhatCase> cases = {
-        {[] { throw EXBase(99); }, "EXBase (code 99)"},
-        {[] { throw EXProgrammer(-1); }, "EXProgrammer (code -1)"},
-        {[] { throw EXUser(42); }, "EXUser (code 42)"},
+        const char* m_pcWhat;
+    } cases[] = {
         {[] { MCThrowUnexpected("ModelCore/ZVFWMC/MCObject", 42); },
          "EXUnexpected (code 13) at ModelCore/ZVFWMC/MCObject:42"},
         {[] { throw EXUnexpected("ModelCore/ZVFWMC/MCObject", ""); },
          "EXUnexpected (code 13) at ModelCore/ZVFWMC/MCObject"},
         {[] { throw EXUnexpected(ZVTString(), "42"); }, "EXUnexpected (code 13)"},
     };
-    for (const ThrowCase& c : c_axConcrete) {
-        if (c.m_lCode != 13)  // EXUnexpected's place is covered above
-            cases.push_back(
-                {c.m_xThrow, std::string(c.m_pcName) + " (code " + std::to_string(c.m_lCode) + ")"});
-    }
-    for (const WhatCase& c : cases) {
-        SCOPED_TRACE(c.m_sWhat);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.m_pcWhat);
         try {
             c.m_xThrow();
             ADD_FAILURE() << "nothing thrown";
-        } catch (const std::exception& e) {
-            EXPECT_EQ(std::string(e.what()), c.m_sWhat);
+        } catch (const EXUnexpected& e) {
+            EXPECT_EQ(std::string(e.what()), c.m_pcWhat);
         }
     }
 }

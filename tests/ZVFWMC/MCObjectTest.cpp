@@ -1,5 +1,5 @@
 // Objects: the working constructor's order and id rules, ownership links and their refusals, type tests,
-// the address test behind embedded properties, and the quiet end of a tree.
+// the address test behind embedded properties, and IsExpunging during the end of a tree.
 
 #include <memory>
 
@@ -182,31 +182,6 @@ TEST_F(ObjectTest, SetIdMovesNoIdSpaceEntry) {
     EXPECT_EQ(MCObject::ResolveId(impostorId), impostor)
         << "its own entry stays behind: the id was changed by hand";
     MCObject::GetIdSpace()->RemoveId(impostorId);
-}
-
-TEST_F(ObjectTest, ExpungeTellsEachObjectOnceFromTheTopDown) {
-    MCObject* root = Make();
-    MCObject* child = Make(root);
-    MCObject* grandchild = Make(child);
-    MCObject* sibling = Make(root);
-    EventLog log;
-    for (MCObject* object : {root, child, grandchild, sibling})
-        object->AddSubscriber(&log, MCEvent::subscriberObserver);
-    const long ids[] = {root->GetId(), child->GetId(), grandchild->GetId(), sibling->GetId()};
-    const long eventsBefore = MCEvent::c_nInstanceCount;
-
-    child->Expunge(true);
-    EXPECT_EQ(log.Take(), "SubjectDestroyed(" + std::to_string(ids[1]) + ") SubjectDestroyed(" +
-                              std::to_string(ids[2]) + ")");
-    EXPECT_EQ(Ownees(root), std::to_string(ids[3]));
-
-    // A tree marked to go quietly says nothing on the way.
-    root->SetFlag(MCItem::itemTreeExpunge, true);
-    root->Expunge(true);
-    EXPECT_EQ(log.Take(), "");
-    EXPECT_EQ(MCObject::ResolveId(ids[0]), nullptr);
-    EXPECT_EQ(MCObject::ResolveId(ids[3]), nullptr);
-    EXPECT_EQ(MCEvent::c_nInstanceCount, eventsBefore);
 }
 
 TEST_F(ObjectTest, IsExpungingLooksUpTheTree) {

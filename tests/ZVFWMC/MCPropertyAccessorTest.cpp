@@ -1,5 +1,6 @@
 // Accessors: the steps of a change and what each flag does to value, flags and events, for active and raw
-// accessors alike; list changes and their hint codes; nulling; reading; the flag rules of SetPropertyFlag.
+// accessors alike; list changes and their hint codes; nulling; reading; the flag rules of SetPropertyFlag
+// and of the property's own flag hooks.
 
 #include "ModelCore/ZVFWMC/MCCodes.h"
 #include "support/ModelTestSupport.h"
@@ -245,6 +246,13 @@ TEST_F(AccessorTest, SetPropertyFlagGuardsTheValueFlags) {
     EXPECT_TRUE(object->SetPropertyFlag(property, MCItem::itemTemp | MCItem::itemSA, true));
     EXPECT_TRUE(object->SetPropertyFlag(property, MCItem::itemSA, false));
     EXPECT_EQ(property->GetFlags(), MCItem::itemTemp);
+    // The property's own hooks: SetFlag never nulls, SetFlags un-nulls but cannot clear the calculated state.
+    EXPECT_TRUE(property->SetFlag(MCItem::itemNulled, true));
+    EXPECT_EQ(property->GetFlags(), MCItem::itemTemp);
+    property->SetFlags(MCItem::itemPreFetch | MCItem::itemNulled);
+    EXPECT_EQ(property->GetFlags(), MCItem::itemPreFetch);
+    property->SetFlags(0);
+    EXPECT_EQ(property->GetFlags(), MCItem::itemPreFetch);
 
     // Marking a nulled property as calculated takes it out of the nulled state.
     auto* node = MakeNode();
@@ -253,16 +261,4 @@ TEST_F(AccessorTest, SetPropertyFlagGuardsTheValueFlags) {
     EXPECT_TRUE(node->SetPropertyFlag(&node->Embedded(), MCItem::itemPreFetch, true));
     EXPECT_EQ(node->Embedded().GetFlags(), MCItem::itemPreFetch);
     node->Expunge(true);
-}
-
-TEST_F(AccessorTest, ItemFlagHooksOfProperties) {
-    MCObject* object = Make();
-    ASSERT_TRUE(SetLong(object, MCCodes::pInteger, 3));
-    auto* property = const_cast<MCProperty*>(object->FindProperty(MCCodes::pInteger, false));
-    EXPECT_TRUE(property->SetFlag(MCItem::itemNulled | MCItem::itemTemp, true));
-    EXPECT_EQ(property->GetFlags(), MCItem::itemTemp);  // SetFlag never nulls
-    property->SetFlags(MCItem::itemPreFetch | MCItem::itemNulled);
-    EXPECT_EQ(property->GetFlags(), MCItem::itemPreFetch);  // SetFlags un-nulls
-    property->SetFlags(0);
-    EXPECT_EQ(property->GetFlags(), MCItem::itemPreFetch);  // and cannot clear the calculated state
 }

@@ -23,25 +23,19 @@ TEST(MdlCoreTest, InitializeHappensOnceAndTerminateDoesNotUndoIt) {
     EXPECT_EQ(MdlCore::GetVersion(), 1.0);
 }
 
-TEST(MdlCoreTest, TerminateDeletesTheRegistries) {
+TEST(MdlCoreTest, TerminateDeletesTheRegistriesAndEmptiesTheGlobalIdSpaceButKeepsItsCounter) {
     ASSERT_TRUE(MCFactoryRegistry::RegisterAbstractObject(1000, "TerminateProbe", 0));
     ASSERT_TRUE(MCMetaInfo::RegisterPropertyInheritance(1000, 1001));
-    ASSERT_TRUE(MCFactoryRegistry::IsRegistered(1000, nullptr));
-    ASSERT_TRUE(MCMetaInfo::IsInheritable(1000, 1001));
-    MdlCore::Terminate();
-    EXPECT_FALSE(MCFactoryRegistry::IsRegistered(1000, nullptr));
-    EXPECT_FALSE(MCMetaInfo::IsInheritable(1000, 1001));
-    MdlCore::Terminate();  // a second end finds nothing to delete twice
-}
-
-TEST(MdlCoreTest, TerminateEmptiesTheGlobalIdSpaceButKeepsItsCounter) {
     alignas(16) char object[16];
     MCIdSpace& global = MCIdSpace::Global();
     const long id = global.RequestId();
     global.RegisterPointer(id, reinterpret_cast<MCObject*>(object));
     MdlCore::Terminate();
+    EXPECT_FALSE(MCFactoryRegistry::IsRegistered(1000, nullptr));
+    EXPECT_FALSE(MCMetaInfo::IsInheritable(1000, 1001));
     EXPECT_EQ(global.ResolveId(id), nullptr);
     EXPECT_EQ(global.RequestId(), id + 1);
+    MdlCore::Terminate();  // a second end finds nothing to delete twice
 }
 
 }  // namespace

@@ -8,7 +8,8 @@
 #   last record, and the classes with a prelude entry (also one whose id stands twice, and one marked
 #   as pasted into its own source); the package and the classes once more with a byte after the end,
 #   which makes paste_fuzz merge them into the model's objects.
-# fuzz/corpus/ecore/, template/ and record/ hold small inputs written by hand; this script leaves them alone.
+# fuzz/corpus/ecore/, template/, record/ and butler/ (the example templates and one calling more of the
+# core's macros) hold small inputs written by hand; this script leaves them alone.
 # MODELCORE_BUILD_DIR names the build tree, configured with the examples, tests and tools (default: build/).
 set -euo pipefail
 

@@ -2,8 +2,9 @@
 // model, with a converter that merges records into the model's objects for inputs of odd length. Whatever the
 // bytes, the paste returns or throws from the EXBase family; a paste that throws leaves the model as it was;
 // afterwards every object of the tree is registered under its id, every bound reference leads to a live
-// object and every name-space entry to a live info, and nothing lives outside the tree; once the model is
-// expunged no object is left alive.
+// object and every name-space entry to a live info, and nothing lives outside the tree; what the paste
+// placed under the first package, copied and pasted into a new package, gives an equal forest (the same
+// canonical dump); once the model is expunged no object is left alive.
 
 #include <algorithm>
 #include <cstddef>
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "fuzz/clip_model.h"
+#include "fuzz/tree_dump.h"
 
 namespace {
 
@@ -138,6 +140,81 @@ void TakeAddressOf(MCObject& model, std::uint8_t* buffer, std::size_t size) {
     std::copy(own.begin() + c_nAddressOffset, own.begin() + c_nHeadSize, buffer + c_nAddressOffset);
 }
 
+// The host's objects of `ids` that stand directly under `owner`, in the order of `ids`, once each (a
+// merged object is listed once per target). A name space or its entry is left out: the package pasted
+// into keeps its own, and its entries follow the objects they name.
+std::vector<MCObject*> PastedUnder(const ZVTOrderedVectorT<long>& ids, const MCObject* owner) {
+    std::vector<MCObject*> pasted;
+    ObjectSet listed;
+    for (std::size_t i = 0; i < ids.Length(); ++i) {
+        MCObject* object = MCObject::ResolveId(ids[i]);
+        if (object && object->GetOwner(0, MCItem::rttiExact) == owner &&
+            !dynamic_cast<MCNameSpace*>(object) && !dynamic_cast<MCStringInfo*>(object) &&
+            listed.insert(object).second)
+            pasted.push_back(object);
+    }
+    return pasted;
+}
+
+// Whether a copy carries the trees under `roots` as they are: a reference to an object outside them is
+// cleared on paste (and an association without both its classes is left out of the copy), and an
+// undeletable object is bound by name, not made.
+bool Portable(const std::vector<MCObject*>& roots) {
+    ObjectSet forest;
+    for (MCObject* root : roots) {
+        for (MCDepthFirstWalker walker(root, nullptr); walker.Traverse();)
+            forest.insert(walker.GetValue());
+    }
+    for (const MCObject* object : forest) {
+        if (object->GetFlag(MCItem::itemUndeletable))
+            return false;
+        for (MCPropertySetIter it(object->GetPropertySet()); ++it;) {
+            for (const MCObject* target : BoundTargets(it.GetValue())) {
+                if (target && !forest.count(target))
+                    return false;
+            }
+        }
+    }
+    return true;
+}
+
+// Copies `objects` out of `model` and pastes the copy into a new package of the model; what that paste
+// made at level 0. Neither may fail: the buffer is the library's own.
+std::vector<MCObject*> CopyPaste(MCObject& model, const std::vector<MCObject*>& objects) {
+    ZVTSList<MCObject*> selection;
+    for (MCObject* object : objects)
+        selection.Append(object);
+    MCClipList copy(selection, model, MCClipList::modeCopy, nullptr);
+    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(copy.GetBufferSize()));
+    Require(!bytes.empty());
+    copy.CopyBuffer(bytes.data());
+    MCObject* package = ClassModel::AddPackage(&model, "Again");
+    Require(package != nullptr);
+    ZVTSList<MCObject*> targets;
+    targets.Append(package);
+    ZVTOrderedVectorT<long> ids;
+    try {
+        MCClipList paste(targets, model, bytes.data(), static_cast<int>(bytes.size()), &ids, nullptr);
+    } catch (const EXBase&) {
+        Require(false);
+    }
+    return PastedUnder(ids, package);
+}
+
+// What a paste placed under the first package, copied and pasted again, is equal to it when the copy
+// carries it as it is; else the second generation, which a copy does carry, must come out equal.
+void CheckCopyRoundTrip(MCObject& model, const std::vector<MCObject*>& pasted) {
+    if (pasted.empty())
+        return;
+    const std::vector<MCObject*> again = CopyPaste(model, pasted);
+    if (Portable(pasted)) {
+        RequireSameDump(DumpTrees(pasted), DumpTrees(again));
+    } else {
+        const std::vector<MCObject*> third = CopyPaste(model, again);
+        RequireSameDump(DumpTrees(again), DumpTrees(third));
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -172,12 +249,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         Require(Take(built.model) == before);
 
     const ObjectSet tree = CheckTree(built.model);
-    if (!thrown) {
+    if (thrown) {
+        CheckNameSpaces(tree);
+    } else {
         // Pasted objects at level 0 and merged ones: all of them stand in the model.
         for (std::size_t i = 0; i < ids.Length(); ++i)
             Require(tree.count(MCObject::ResolveId(ids[i])) == 1);
+        // Before the name-space check, which drops names.
+        CheckCopyRoundTrip(*built.model, PastedUnder(ids, built.first));
+        CheckNameSpaces(CheckTree(built.model));
     }
-    CheckNameSpaces(tree);
 
     // A merge may have set itemUndeletable on the model, which only an owner's end overrides.
     built.model->SetFlag(MCItem::itemUndeletable, false);

@@ -1,9 +1,9 @@
 // Moves along a record chain read from arbitrary bytes, and along one built from them. Whatever the bytes,
 // a walk visits each record once at most, so it ends within as many steps as there are bytes; each record
 // it reaches lies whole in the stream and links back to the one it came from; a failed move changes
-// nothing; a move to any position answers what the bytes there say; reading writes nothing; and a chain
-// built from the input (one payload per length byte) reads the payloads back both ways, also after a
-// saved state is set again.
+// nothing; a move to any position answers what the bytes there say; reading writes nothing; the records a
+// walk reads, written as a new chain, read back the same; and a chain built from the input (one payload
+// per length byte) reads the payloads back both ways, also after a saved state is set again.
 
 #include <algorithm>
 #include <cstddef>
@@ -96,6 +96,39 @@ void CheckRead(const std::string& bytes) {
     Require(medium.str() == bytes);
 }
 
+// The records the walk from position 0 reaches, in walk order, each with its payload: the bytes from its
+// head to the next record of the walk in the stream, or to the end (none where heads overlap).
+std::vector<std::string> ReadPayloads(const std::string& bytes) {
+    std::stringstream medium(bytes);
+    MCStream stream(medium, ZVTStream::binary);
+    R manager(stream);
+    std::vector<long> ids;
+    while (manager.MoveNext() == R::eOk)
+        ids.push_back(manager.GetCurrRecId());
+    const std::set<long> positions(ids.begin(), ids.end());
+    std::vector<std::string> payloads;
+    for (const long id : ids) {
+        const auto next = positions.upper_bound(id);
+        const long end = next == positions.end() ? static_cast<long>(bytes.size()) : *next;
+        const long start = id + R::c_nHeadSize;
+        payloads.push_back(start < end ? bytes.substr(start, end - start) : std::string());
+    }
+    return payloads;
+}
+
+// A new chain of `payloads`, each written as it is after its head.
+std::string WriteChain(const std::vector<std::string>& payloads) {
+    std::stringstream medium;
+    MCStream stream(medium, ZVTStream::binary);
+    R writer(stream);
+    for (const std::string& payload : payloads) {
+        Require(writer.WriteRec() == R::eOk);
+        for (const char byte : payload)
+            stream << byte;
+    }
+    return medium.str();
+}
+
 void CheckBuilt(const std::string& input) {
     std::vector<std::string> payloads;
     for (size_t at = 0; at < input.size();) {
@@ -150,6 +183,8 @@ void CheckBuilt(const std::string& input) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string bytes(reinterpret_cast<const char*>(data), size);
     CheckRead(bytes);
+    const std::vector<std::string> payloads = ReadPayloads(bytes);
+    Require(ReadPayloads(WriteChain(payloads)) == payloads);
     CheckBuilt(bytes);
     return 0;
 }

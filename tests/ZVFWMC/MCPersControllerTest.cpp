@@ -130,6 +130,29 @@ TEST_F(PersTest, UnknownTopLevelTokenExpungesTheTreeAndLeavesTheOutputAlone) {
     EXPECT_EQ(TestNode::c_nAlive, m_nAliveAtStart);
 }
 
+TEST_F(PersTest, RootDroppedForAnUnknownTokenLeavesItsUserDefinedProperties) {
+    // The host never sees the dropped root; only its address tells whether the registry still counts it,
+    // and a later root at that address would otherwise hold the property and save it.
+    struct FirstMade : MCCreationHook {
+        MCObject* first = nullptr;
+        void ItemCreated(MCObject* object) override { first = first ? first : object; }
+    } hook;
+    const short code = MCFactoryRegistry::RegisterUDP("PersDropped", MCCodes::pInteger, nullptr, true);
+    ASSERT_LT(code, 0);
+    Bytes file;
+    file.Token(MCStream::tokenGlobals);
+    file.stream << static_cast<char>(MCStream::tokenProperty) << code << ZVTString("PersDropped")
+                << static_cast<short>(MCCodes::pInteger) << static_cast<unsigned short>(1) << 0L;
+    file.Token(MCStream::tokenGlobalsEnd);
+    file.Object(PersRoot::c_sType, 10, 0).Integer(code, 31).End().Token(0x33);
+    MCFactoryRegistry::HookCreateItem(hook, true);
+    const PersRestored r = Restore(file.Str());
+    MCFactoryRegistry::HookCreateItem(hook, false);
+    ASSERT_EQ(r.result, C::resultUnknownToken);
+    ASSERT_NE(hook.first, nullptr);
+    EXPECT_FALSE(MCFactoryRegistry::IsRegistered(code, hook.first));
+}
+
 TEST_F(PersTest, FailingFactoryThrowsWithTheTypeAndKeepsWhatWasMade) {
     const std::string bytes = Bytes()
                                   .Object(TestNode::c_sType, 10, 0)

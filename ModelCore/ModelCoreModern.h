@@ -2,8 +2,9 @@
 #define MODELCOREMODERN_H
 
 // A thin layer for hosts over the plain API: scope objects, named registration, typed reads and writes,
-// subscriptions that end themselves and range-for. Header-only and opt-in; everything here is made of
-// public calls, so the two styles mix freely on the same model.
+// subscriptions and rules that end themselves, range-for, copy and paste through byte buffers, and save
+// and restore that answer one result. Header-only and opt-in; everything here is made of public calls, so
+// the two styles mix freely on the same model.
 
 #include <functional>
 #include <istream>
@@ -263,7 +264,7 @@ std::optional<T> Get(const MCObject* object, short code) {
 }
 
 /// What became of an edit.
-class Edit {
+class EditResult {
 public:
     enum class Outcome {
         applied,          ///< the value is set (or already was)
@@ -271,7 +272,7 @@ public:
         objectDestroyed,  ///< a rule destroyed the object during the edit; the pointer is dangling
         invalid           ///< no object, or the property cannot hold a value of this class
     };
-    explicit Edit(Outcome outcome) : m_eOutcome(outcome) {}
+    explicit EditResult(Outcome outcome) : m_eOutcome(outcome) {}
     /// The outcome.
     Outcome GetOutcome() const { return m_eOutcome; }
     /// True when the value was set.
@@ -285,22 +286,22 @@ private:
 /// subscribers run), making the property on first use. An integer is stored as long, a string as
 /// ZVTString, an object pointer as a reference's target.
 template <class T>
-Edit Set(MCObject* object, short code, const T& value) {
+EditResult Set(MCObject* object, short code, const T& value) {
     using Value = detail::StoredT<T>;
     if (object == nullptr)
-        return Edit(Edit::Outcome::invalid);
+        return EditResult(EditResult::Outcome::invalid);
     std::conditional_t<std::is_same_v<Value, MCObject*>, MCSRefAccessor, MCSPropertyAccessorT<Value>>
         accessor(static_cast<Value>(value));
     const bool set = object->SetProperty(code, accessor, MCPropertyAccessor::accessReplace);
     if (accessor.GetObjectDestroyed())
-        return Edit(Edit::Outcome::objectDestroyed);
+        return EditResult(EditResult::Outcome::objectDestroyed);
     if (set)
-        return Edit(Edit::Outcome::applied);
+        return EditResult(EditResult::Outcome::applied);
     // A refused edit leaves a property of the right class behind; anything else never was one.
     const MCProperty* property = object->FindProperty(code, true);
     if (dynamic_cast<const MCSPropertyT<Value>*>(property) == nullptr)
-        return Edit(Edit::Outcome::invalid);
-    return Edit(Edit::Outcome::refused);
+        return EditResult(EditResult::Outcome::invalid);
+    return EditResult(EditResult::Outcome::refused);
 }
 
 // ---------------------------------------------------------------------------------------------------
@@ -465,6 +466,32 @@ private:
     std::unique_ptr<detail::RuleBody> m_pxBody;
 };
 
+/// The single value an edit rule's firing is about to write (PreEdit) or wrote (PostEdit): T is long,
+/// double, float, ZVTString or MCObject* (a reference's target). Empty when the firing comes from no
+/// accessor (a calculation, say) or from one of another value class.
+template <class T>
+std::optional<T> Incoming(const MCPropertySemanticContext* context) {
+    static_assert(std::is_same_v<detail::StoredT<T>, T>,
+                  "Incoming reads long, double, float, ZVTString or MCObject*");
+    const MCActiveAccessor* active = context ? context->GetActiveAccessor() : nullptr;
+    auto* accessor = active ? dynamic_cast<MCSPropertyRawAccessorT<T>*>(active->m_pxAccessor) : nullptr;
+    if (accessor == nullptr)
+        return std::nullopt;
+    return accessor->GetValue();
+}
+
+/// The values a list edit carries (T is long, float, ZVTString or MCObject*) and its access flags
+/// (accessAdd, accessRemove, accessReplace): the list stays the accessor's and lives only while the rule
+/// runs. A null list and flags 0 when the firing comes from no accessor or one of another value class.
+template <class T>
+std::pair<const ZVTSList<T>*, long> IncomingList(const MCPropertySemanticContext* context) {
+    const MCActiveAccessor* active = context ? context->GetActiveAccessor() : nullptr;
+    auto* accessor = active ? dynamic_cast<MCVPropertyRawAccessorT<T>*>(active->m_pxAccessor) : nullptr;
+    if (accessor == nullptr)
+        return {nullptr, 0};
+    return {accessor->GetList(), active->m_lFlags};
+}
+
 /// Runs `rule` for the property `propertyType` of objects of `objectType` (and the types below it) in the
 /// modes of `interests`; the rule's answer is the firing's. An empty handle for an empty callback or no
 /// interests. The object type should be registered first, so that its rules chain to its supertype's;
@@ -621,6 +648,48 @@ private:
 };
 
 // ---------------------------------------------------------------------------------------------------
+// Copy and paste
+
+/// The clip buffer of `objects` and what they take along, copied from the tree whose copy source is
+/// `source`: bytes a host may keep, write out or paste any number of times. Empty for no objects, and when
+/// a value did not fit its stored width. Throws what the copying MCClipList throws (EXUnexpected without a
+/// persistence root at or above `source` or without an environment); the converter stays the caller's.
+inline std::vector<char> Copy(const std::vector<MCObject*>& objects, MCObject& source,
+                              MCClipList::mode how = MCClipList::modeCopy,
+                              MCClipIdConverter* converter = nullptr) {
+    if (objects.empty())
+        return {};
+    ZVTSList<MCObject*> selection;
+    for (MCObject* object : objects)
+        selection.Append(object);
+    MCClipList copy(selection, source, how, converter);
+    std::vector<char> buffer(static_cast<size_t>(copy.GetBufferSize()));
+    if (!buffer.empty())
+        copy.CopyBuffer(buffer.data());
+    return buffer;
+}
+
+/// Pastes `buffer` under `target` alone and answers the objects placed there (and, with a converter, the
+/// ones merged into), which belong to their owners. The bytes are read, not kept. A damaged buffer
+/// pastes what stands whole before the damage; a factory, the reader or a duplicate id throws as the
+/// paste MCClipList does, and then nothing of the paste is left.
+inline std::vector<MCObject*> Paste(const std::vector<char>& buffer, MCObject& target,
+                                    MCClipIdConverter* converter = nullptr) {
+    ZVTSList<MCObject*> targets;
+    targets.Append(&target);
+    ZVTOrderedVectorT<long> ids;
+    // The paste copies the bytes before it reads them and never writes them.
+    void* bytes = const_cast<char*>(buffer.data());
+    MCClipList paste(targets, target, bytes, static_cast<int>(buffer.size()), &ids, converter);
+    std::vector<MCObject*> pasted;
+    for (size_t i = 0; i < ids.Length(); ++i) {
+        if (MCObject* object = MCObject::ResolveId(ids[i]))
+            pasted.push_back(object);
+    }
+    return pasted;
+}
+
+// ---------------------------------------------------------------------------------------------------
 // Save and restore
 
 namespace detail {
@@ -638,17 +707,6 @@ std::string Failure(Work&& work) {
     }
     return std::string();
 }
-
-// Notes every object made while it lives, with its id, which is never reused.
-class CreationLog : public MCCreationHook {
-public:
-    CreationLog() { MCFactoryRegistry::HookCreateItem(*this, true); }
-    ~CreationLog() override { MCFactoryRegistry::HookCreateItem(*this, false); }
-    CreationLog(const CreationLog&) = delete;
-    CreationLog& operator=(const CreationLog&) = delete;
-    void ItemCreated(MCObject* object) override { m_xCreated.emplace_back(object, object->GetId()); }
-    std::vector<std::pair<MCObject*, long>> m_xCreated;
-};
 }  // namespace detail
 
 /// What became of a save: the controller's outcome, and the text of the exception that ended it, if one
@@ -684,9 +742,25 @@ inline SaveResult Save(MCObject* root, std::ostream& out, std::optional<MCPersHe
     return saved;
 }
 
-/// Expunges every object of `created` (each recorded with its id when it was made) that is still alive
-/// and has no owner, except `keep`, clearing itemUndeletable first, and forgets them all; answers how
-/// many went. After a failed restore or paste that is whatever of it was left.
+/// Takes down a model: `root` with its whole subtree, itemUndeletable cleared first. The registry keeps a
+/// root among the holders of its user-defined properties until told (and a later root at the same
+/// address would hold them too), so the root leaves them first; plain `Expunge(true)` does not.
+inline void ExpungeModel(MCObject* root) {
+    using Registry = MCFactoryRegistry;
+    ZVTOrderedVectorT<short> held;
+    constexpr unsigned long userProperties =
+        Registry::flagProperty | Registry::flagUser | Registry::groupFirst | Registry::groupTypeKind;
+    Registry::GetPropertyTypes(held, userProperties, root);
+    for (size_t i = 0; i < held.Length(); ++i)
+        Registry::RemoveUDP(held[i], root);
+    // A restored root may carry itemUndeletable, which only its owner's end overrides.
+    root->SetFlag(MCItem::itemUndeletable, false);
+    root->Expunge(true);
+}
+
+/// Takes down every object of `created` (each recorded with its id when it was made) that is still alive
+/// and has no owner, except `keep`, as ExpungeModel does, and forgets them all; answers how many went.
+/// After a failed restore or paste that is whatever of it was left.
 inline size_t ExpungeStrays(std::vector<std::pair<MCObject*, long>>& created, MCObject* keep) {
     // Ids are never reused, so an object that still resolves under its id is the one recorded.
     std::vector<std::pair<MCObject*, long>> strays;
@@ -698,9 +772,7 @@ inline size_t ExpungeStrays(std::vector<std::pair<MCObject*, long>>& created, MC
     for (const auto& [object, id] : strays) {
         // An earlier stray may have taken this one along through its references.
         if (MCObject::ResolveId(id) == object) {
-            // A restored root may carry itemUndeletable, which only its owner's end overrides.
-            object->SetFlag(MCItem::itemUndeletable, false);
-            object->Expunge(true);
+            ExpungeModel(object);
             ++gone;
         }
     }
@@ -708,14 +780,40 @@ inline size_t ExpungeStrays(std::vector<std::pair<MCObject*, long>>& created, MC
     return gone;
 }
 
-/// What became of a restore: the controller's outcome, the root (null unless resultOk), the text of the
-/// exception that ended it, if one did, and every object it made, owned by no one but the model.
-/// Move-only; the recorded objects are checked by id before they are touched, so it may outlive them,
-/// but not MdlCore::Terminate.
+/// Notes every object made while it lives (through CreateItem, a restore or a paste), with its id, so
+/// that what a failed or partial load left behind can be taken down without touching objects that are
+/// already gone. Hooks itself into the registry on construction and out on destruction; it owns
+/// nothing it notes. Not copyable: the registry holds its address.
+class CreationLog : public MCCreationHook {
+public:
+    CreationLog() { MCFactoryRegistry::HookCreateItem(*this, true); }
+    ~CreationLog() override { MCFactoryRegistry::HookCreateItem(*this, false); }
+    CreationLog(const CreationLog&) = delete;
+    CreationLog& operator=(const CreationLog&) = delete;
+
+    /// Notes `object` and its id; the registry calls it.
+    void ItemCreated(MCObject* object) override { m_xCreated.emplace_back(object, object->GetId()); }
+    /// Every object noted so far, with its id, in creation order; entries may have died since.
+    const std::vector<std::pair<MCObject*, long>>& Created() const { return m_xCreated; }
+    /// Takes the notes away (the log starts empty again), for a result that outlives the log.
+    std::vector<std::pair<MCObject*, long>> Release() { return std::exchange(m_xCreated, {}); }
+    /// Expunges every noted object that is still alive and has no owner, except `keep`, as
+    /// mc::ExpungeStrays does, and forgets them all; answers how many went.
+    size_t ExpungeStrays(MCObject* keep) { return mc::ExpungeStrays(m_xCreated, keep); }
+
+private:
+    std::vector<std::pair<MCObject*, long>> m_xCreated;
+};
+
+/// What became of a restore: the controller's outcome, the root (null unless resultOk), the head the file
+/// gave, the text of the exception that ended it, if one did, and every object it made, owned by no one
+/// but the model. Move-only; the recorded objects are checked by id before they are touched, so it may
+/// outlive them, but not MdlCore::Terminate.
 class RestoreResult {
 public:
     MCPersController::result outcome = MCPersController::resultOk;
     MCObject* root = nullptr;
+    MCPersHeader header;  ///< the file's head as read (product, company, format); the limits if none was
     std::string message;  ///< empty unless an exception ended the restore
 
     RestoreResult() = default;
@@ -734,33 +832,45 @@ public:
     /// clearing itemUndeletable first, and forgets them all; answers how many went. After a failed
     /// restore that is the whole partial tree.
     size_t ExpungeStrays() { return mc::ExpungeStrays(m_xCreated, root); }
+    /// As ExpungeStrays, but the root goes too and the result forgets it: the whole restored model is
+    /// taken down, for a host that only wanted to look at it.
+    size_t ExpungeAll() {
+        root = nullptr;
+        return mc::ExpungeStrays(m_xCreated, nullptr);
+    }
 
 private:
-    friend RestoreResult Restore(std::istream&, std::optional<MCPersHeader>);
+    friend RestoreResult Restore(MCStream&, std::optional<MCPersHeader>);
     std::vector<std::pair<MCObject*, long>> m_xCreated;
 };
 
-/// Reads a model from `in`, accepting files up to the header given, or the running product's without
+/// Reads a model from `stream`, accepting files up to the header given, or the running product's without
 /// one. Every outcome comes back in the result, also a head that cannot be read or an object that cannot
 /// be made: an exception of the documented kinds gives resultUnknownToken with its text. The objects made
-/// are recorded either way, for ExpungeStrays. A truncated model restores what it holds.
-inline RestoreResult Restore(std::istream& in, std::optional<MCPersHeader> limits = std::nullopt) {
+/// are recorded either way, for ExpungeStrays. A truncated model restores what it holds. The stream stays
+/// the caller's; its id space maps the stored ids to the restored objects until it goes.
+inline RestoreResult Restore(MCStream& stream, std::optional<MCPersHeader> limits = std::nullopt) {
     RestoreResult restored;
-    detail::CreationLog log;
+    CreationLog log;
+    if (limits)
+        restored.header = *limits;
     restored.message = detail::Failure([&] {
-        if (!limits)
-            limits.emplace();
-        MCStream stream(in, ZVTStream::binary);
         MCPersController controller;
         MCObject* root = nullptr;
-        restored.outcome = controller.RestoreFrom(stream, root, *limits);
+        restored.outcome = controller.RestoreFrom(stream, root, restored.header);
         if (restored.outcome == MCPersController::resultOk)
             restored.root = root;
     });
     if (!restored.message.empty())
         restored.outcome = MCPersController::resultUnknownToken;
-    restored.m_xCreated = std::move(log.m_xCreated);
+    restored.m_xCreated = log.Release();
     return restored;
+}
+
+/// Restore from a standard stream, which stays the caller's; the restore's own id space goes with it.
+inline RestoreResult Restore(std::istream& in, std::optional<MCPersHeader> limits = std::nullopt) {
+    MCStream stream(in, ZVTStream::binary);
+    return Restore(stream, std::move(limits));
 }
 
 }  // namespace mc

@@ -89,7 +89,7 @@ double Milliseconds(Clock::time_point since) {
 
 std::vector<MCObject*> Ownees(MCObject* owner, short type) {
     std::vector<MCObject*> found;
-    for (MCObject* child = owner->GetFirstOwnee(); child; child = child->GetNextSibling()) {
+    for (MCObject* child : mc::Ownees(owner)) {
         if (child->IsType(type, MCItem::rttiExact))
             found.push_back(child);
     }
@@ -107,12 +107,9 @@ MCObject* Build(const Options& options, Lcg& random, Tally& tally) {
         for (int c = 0; c < options.m_nClasses; ++c) {
             // Few words for many classes: the package's name space numbers the repeats.
             MCObject* cls = ClassModel::AddClass(package, c_apcWords[random.Next(c_nWords)]);
-            MCSPropertyAccessorT<long> visibility(static_cast<long>(random.Next(3)));
-            cls->SetProperty(C::pVisibility, visibility, MCPropertyAccessor::accessAdd);
-            if (stereotype != 0 && random.Next(4) == 0) {
-                MCSPropertyAccessorT<ZVTString> kind{ZVTString(random.Next(2) ? "entity" : "value")};
-                cls->SetProperty(stereotype, kind, MCPropertyAccessor::accessAdd);
-            }
+            mc::Set(cls, C::pVisibility, random.Next(3));
+            if (stereotype != 0 && random.Next(4) == 0)
+                mc::Set(cls, stereotype, random.Next(2) ? "entity" : "value");
             for (int a = 0; a < 4; ++a) {
                 const std::string name = "attr" + std::to_string(a);
                 ClassModel::AddAttribute(cls, name.c_str(), c_apcTypes[random.Next(5)], random.Next(3));
@@ -177,19 +174,12 @@ bool NamesKept(MCObject* owner) {
 }
 
 MCObject* Target(const MCObject* object, short type) {
-    MCSRefRawAccessor target;
-    return object->GetProperty(type, target) ? target.GetValue() : nullptr;
+    return mc::Get<MCObject*>(object, type).value_or(nullptr);
 }
 
 std::vector<MCObject*> Superclasses(const MCObject* cls) {
-    MCVRefRawAccessor list;
-    if (!cls->GetProperty(C::pSuperclasses, list))
-        return {};
-    const ZVTSList<MCObject*>& found = *list.GetList();
-    std::vector<MCObject*> superclasses;
-    for (size_t i = 0; i < found.Entries(); ++i)
-        superclasses.push_back(found.At(i));
-    return superclasses;
+    const mc::Targets superclasses(cls, C::pSuperclasses);
+    return {superclasses.begin(), superclasses.end()};
 }
 
 bool Holds(const std::vector<MCObject*>& objects, const MCObject* object) {
@@ -241,17 +231,6 @@ long CountOf(const CMCensus& census, short type) {
     return found == census.end() ? 0 : found->second;
 }
 
-// The clip buffer of `selection`, which a host could put on the system clipboard as it is.
-std::vector<char> Copy(const std::vector<MCObject*>& selection, MCObject* model) {
-    ZVTSList<MCObject*> objects;
-    for (MCObject* object : selection)
-        objects.Append(object);
-    MCClipList copy(objects, *model, MCClipList::modeCopy, nullptr);
-    std::vector<char> buffer(static_cast<size_t>(copy.GetBufferSize()));
-    copy.CopyBuffer(buffer.data());
-    return buffer;
-}
-
 // Which original each pasted object copies: the paste reports every object it makes with its id in the
 // buffer, the original's. It knows no counterparts in the target, so the paste merges nothing.
 class PasteLog final : public MCClipIdConverter {
@@ -266,21 +245,6 @@ public:
 private:
     std::map<long, long> m_xOriginals;
 };
-
-// Pastes `buffer` under `target` alone; the objects placed there.
-std::vector<MCObject*> Paste(std::vector<char>& buffer, MCObject* target, PasteLog* log = nullptr) {
-    // The paste makes one pass per listed target; `target` itself takes each entry once.
-    ZVTSList<MCObject*> targets;
-    targets.Append(target);
-    ZVTOrderedVectorT<long> ids;
-    MCClipList paste(targets, *target, buffer.data(), static_cast<int>(buffer.size()), &ids, log);
-    std::vector<MCObject*> pasted;
-    for (size_t i = 0; i < ids.Length(); ++i) {
-        if (MCObject* object = MCObject::ResolveId(ids[i]))
-            pasted.push_back(object);
-    }
-    return pasted;
-}
 
 // Every association end that is set is a class of the association's own package.
 bool EndsInOwnPackage(MCObject* package) {
@@ -371,9 +335,9 @@ bool CopyClasses(MCObject* model, MCObject* source, MCObject* target) {
         return true;
     const std::vector<MCObject*> classes(selection.begin(), selection.begin() + 2);
     const size_t associations = selection.size() - classes.size();
-    std::vector<char> buffer = Copy(selection, model);
+    const std::vector<char> buffer = mc::Copy(selection, *model);
     PasteLog log;
-    std::vector<MCObject*> pasted = Paste(buffer, target, &log);
+    const std::vector<MCObject*> pasted = mc::Paste(buffer, *target, &log);
 
     // Each pasted object copies one of the selection; an association joins the copies of its original's
     // ends; a superclass is kept exactly when it was one of the pair, and then leads to its copy.
@@ -430,7 +394,8 @@ int CopyAndPaste(MCObject* model, const Options& options) {
     // Pasting into the source's own subtree grows it: the copies are compared with it as it was.
     const CMCensus copied = ClassModel::Census(source);
     Clock::time_point start = Clock::now();
-    std::vector<char> buffer = Copy({source}, model);
+    // The clip buffer, which a host could put on the system clipboard as it is.
+    const std::vector<char> buffer = mc::Copy({source}, *model);
     std::printf("copied %s, %ld objects, into a clip buffer of %zu bytes (%.1f ms)\n",
                 ClassModel::NameOf(source).c_str(), Total(copied), buffer.size(), Milliseconds(start));
     if (!options.m_sClipOut.empty()) {
@@ -442,7 +407,7 @@ int CopyAndPaste(MCObject* model, const Options& options) {
     }
 
     // Taken down also when a paste throws: no tree may outlive the session.
-    const auto expunge = [](MCObject* root) { root->Expunge(true); };
+    const auto expunge = [](MCObject* root) { mc::ExpungeModel(root); };
     std::unique_ptr<MCObject, decltype(expunge)> second(ClassModel::NewModel("Second diagram"), expunge);
     const std::string again = targetName + " again";
     const struct {
@@ -452,7 +417,7 @@ int CopyAndPaste(MCObject* model, const Options& options) {
     bool same = true, ownEnds = true;
     for (const auto& paste : pastes) {
         start = Clock::now();
-        const std::vector<MCObject*> pasted = Paste(buffer, paste.m_pxTarget);
+        const std::vector<MCObject*> pasted = mc::Paste(buffer, *paste.m_pxTarget);
         const double pasteMs = Milliseconds(start);
         MCObject* copy = pasted.size() == 1 ? pasted.front() : nullptr;
         const bool alike = copy && SameAsOriginal(source, copied, copy);
@@ -491,42 +456,28 @@ int RoundTrip(MCObject* model, const std::string& out, bool& written) {
     file.seekg(0);
     std::printf("saved %ld bytes to %s (%.1f ms)\n", size, out.c_str(), saveMs);
 
-    int status = exitEqual;
-    {
-        MCStream stream(*file.rdbuf(), ZVTStream::binary);
-        MCPersController controller;
-        MCPersHeader header;
-        MCObject* restored = nullptr;
-        CMCreationLog created;
-        start = Clock::now();
-        MCPersController::result result = MCPersController::resultOk;
-        try {
-            result = controller.RestoreFrom(stream, restored, header);
-        } catch (const MCPersExObjectCreation&) {
-            result = MCPersController::resultUnknownToken;
-        } catch (const MCPersExBadTree&) {
-            result = MCPersController::resultUnknownToken;
-        } catch (const EXBase&) {
-            result = MCPersController::resultUnknownToken;
-        }
-        const double restoreMs = Milliseconds(start);
-        if (result != MCPersController::resultOk || !restored) {
-            std::fprintf(stderr, "class_diagram: cannot read %s back (result %d)\n", out.c_str(),
-                         static_cast<int>(result));
-            status = exitCannotStore;
-        } else {
-            std::printf("restored %ld objects (%.1f ms); file written by %s %s of %s, format %ld.%ld\n",
-                        Total(ClassModel::Census(restored)), restoreMs, header.GetProductCode().data(),
-                        header.GetProductVersion().data(), header.GetCompanyCode().data(),
-                        header.GetFileMajorVersion(), header.GetFileMinorVersion());
-            const std::string difference = ClassModel::CompareRestored(model, restored, stream.GetIdSpace());
-            const bool names = NamesKept(restored);
-            std::printf("name spaces rebuilt: %s\n", names ? "yes" : "no");
-            std::printf("equal: %s\n", difference.empty() ? "yes" : ("no, " + difference).c_str());
-            status = difference.empty() && names ? exitEqual : exitDiffers;
-        }
-        created.ExpungeStrays(nullptr);
+    // The stream stays here: its id space pairs each saved object with its restored counterpart.
+    MCStream stream(*file.rdbuf(), ZVTStream::binary);
+    start = Clock::now();
+    mc::RestoreResult restored = mc::Restore(stream);
+    const double restoreMs = Milliseconds(start);
+    int status = exitCannotStore;
+    if (!restored) {
+        std::fprintf(stderr, "class_diagram: cannot read %s back (result %d)\n", out.c_str(),
+                     static_cast<int>(restored.outcome));
+    } else {
+        const MCPersHeader& header = restored.header;
+        std::printf("restored %ld objects (%.1f ms); file written by %s %s of %s, format %ld.%ld\n",
+                    Total(ClassModel::Census(restored.root)), restoreMs, header.GetProductCode().data(),
+                    header.GetProductVersion().data(), header.GetCompanyCode().data(),
+                    header.GetFileMajorVersion(), header.GetFileMinorVersion());
+        const std::string difference = ClassModel::CompareRestored(model, restored.root, stream.GetIdSpace());
+        const bool names = NamesKept(restored.root);
+        std::printf("name spaces rebuilt: %s\n", names ? "yes" : "no");
+        std::printf("equal: %s\n", difference.empty() ? "yes" : ("no, " + difference).c_str());
+        status = difference.empty() && names ? exitEqual : exitDiffers;
     }
+    restored.ExpungeAll();
     return status;
 }
 
@@ -551,7 +502,7 @@ int Run(const Options& options) {
     bool written = false;
     int status = RoundTrip(model, options.m_sOut, written);
     if (!written) {
-        model->Expunge(true);
+        mc::ExpungeModel(model);
         return status;
     }
     try {
@@ -561,7 +512,7 @@ int Run(const Options& options) {
         std::fprintf(stderr, "class_diagram: copy and paste failed: %s\n", failure.what());
         status = status == 0 ? 1 : status;
     }
-    model->Expunge(true);
+    mc::ExpungeModel(model);
     return status;
 }
 
@@ -614,7 +565,7 @@ int RunImport(const Options& options) {
     int status = RoundTrip(model, options.m_sOut, written);
     if (status == exitEqual && !options.m_sGenerate.empty())
         status = GenerateHeaders(model, options);
-    model->Expunge(true);
+    mc::ExpungeModel(model);
     return status;
 }
 

@@ -2,6 +2,10 @@
 // about it: the hierarchy, owners, flattened properties with their clip values, and the names
 // the user interface shows. Then it builds a few generic objects, edits them through accessors, lets
 // one refer to another and expunges the target, and prints what an observer on the root hears.
+//
+// It keeps to the plain API on purpose, to show the registry, accessor and subscriber calls themselves;
+// the sample host (class_diagram and examples/classmodel) shows the same work through the layer for hosts
+// in ModelCore/ModelCoreModern.h.
 
 #include <algorithm>
 #include <cstdio>

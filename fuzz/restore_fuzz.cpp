@@ -64,40 +64,6 @@ std::size_t HeadAndGlobalsSize(const std::string& bytes) {
     return at;
 }
 
-// The model roots made while it lives. The registry counts a root among the holders of its user-defined
-// properties until the host takes it out, also after the root is gone, and a later root at the same
-// address would hold them too and write them in its global section: a host takes its roots out first.
-class RootLog : public MCCreationHook {
-public:
-    RootLog() { MCFactoryRegistry::HookCreateItem(*this, true); }
-    ~RootLog() override { MCFactoryRegistry::HookCreateItem(*this, false); }
-    RootLog(const RootLog&) = delete;
-    RootLog& operator=(const RootLog&) = delete;
-
-    void ItemCreated(MCObject* object) override {
-        if (object->IsType(CMCodes::tModel, MCItem::rttiDerived))
-            m_xRoots.emplace_back(object, object->GetId());
-    }
-
-    // Takes every root that still lives out of the user-defined properties it holds.
-    void Release() {
-        using R = MCFactoryRegistry;
-        for (const auto& [root, id] : m_xRoots) {
-            if (MCObject::ResolveId(id) != root)
-                continue;
-            ZVTOrderedVectorT<short> codes;
-            R::GetPropertyTypes(codes, R::flagProperty | R::flagUser | R::groupFirst | R::groupTypeKind,
-                                root);
-            for (std::size_t i = 0; i < codes.Length(); ++i)
-                R::RemoveUDP(codes[i], root);
-        }
-        m_xRoots.clear();
-    }
-
-private:
-    std::vector<std::pair<MCObject*, long>> m_xRoots;
-};
-
 // Restores `bytes`; the root on resultOk, else null. Throws nothing but what a restore documents.
 MCObject* Restore(std::istream& bytes) {
     MCStream stream(bytes, ZVTStream::binary);
@@ -122,7 +88,7 @@ std::string Save(MCObject* root) {
 // A restored model saves without failure, and what it saves restores to an equal tree, whole (its root
 // is the one object without an owner that the second restore made), which saves the same head and
 // global section.
-void CheckRoundTrip(MCObject* root, RootLog& roots) {
+void CheckRoundTrip(MCObject* root) {
     if (!root || !root->IsType(CMCodes::tModel, MCItem::rttiDerived))
         return;  // only a model is a unit of its own
     const std::string saved = Save(root);
@@ -135,7 +101,6 @@ void CheckRoundTrip(MCObject* root, RootLog& roots) {
     const std::size_t globals = HeadAndGlobalsSize(saved);
     if (globals == 0 || Save(again).compare(0, globals, saved, 0, globals) != 0)
         std::abort();
-    roots.Release();
     if (created.ExpungeStrays(nullptr) != 1)
         std::abort();
 }
@@ -151,17 +116,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     std::istringstream bytes(std::string(reinterpret_cast<const char*>(data), size));
     {
-        RootLog roots;
         CMCreationLog created;
         try {
-            CheckRoundTrip(Restore(bytes), roots);
+            CheckRoundTrip(Restore(bytes));
         } catch (const MCPersExObjectCreation&) {
         } catch (const MCPersExBadTree&) {
         } catch (const EXBase&) {
         }
         // The root on success, the ownerless remains after a failure, strays from records whose owner
-        // never came: all of it goes.
-        roots.Release();
+        // never came: all of it goes, each root out of the user-defined properties it holds first (else
+        // a later root at the same address would hold them too and save them in its global section).
         created.ExpungeStrays(nullptr);
     }
     // The registry still counts an object that a restore made and nobody took down: a leak that the

@@ -61,32 +61,23 @@ size_t Utf8Length(const std::string& text, size_t at) {
     return length;
 }
 
-// The bound targets of a reference or reference list, in its order; none for any other property.
-std::vector<MCObject*> Targets(const MCProperty* property) {
+// The bound targets of the reference or reference list `type` of `object`, in its order, nulls left out;
+// none for any other property.
+std::vector<MCObject*> Targets(const MCObject* object, short type) {
     std::vector<MCObject*> targets;
-    if (const auto* single = dynamic_cast<const MCSRef*>(property)) {
-        if (single->IsBound() && single->GetValue())
-            targets.push_back(single->GetValue());
-    } else if (const auto* list = dynamic_cast<const MCVRef*>(property)) {
-        if (list->IsBound()) {
-            const ZVTSList<MCObject*> values = list->GetValue();
-            for (size_t i = 0; i < values.Entries(); ++i) {
-                if (values.At(i))
-                    targets.push_back(values.At(i));
-            }
-        }
+    if (MCObject* target = mc::Get<MCObject*>(object, type).value_or(nullptr))
+        targets.push_back(target);
+    for (MCObject* target : mc::Targets(object, type)) {
+        if (target)
+            targets.push_back(target);
     }
     return targets;
-}
-
-std::vector<MCObject*> Targets(const MCObject* object, short type) {
-    return Targets(object->FindProperty(type, false));
 }
 
 // The ownees of `owner` by name; equal names keep their order.
 std::vector<MCObject*> OwneesByName(const MCObject* owner) {
     std::vector<std::pair<std::string, MCObject*>> named;
-    for (MCObject* ownee = owner->GetFirstOwnee(); ownee; ownee = ownee->GetNextSibling())
+    for (MCObject* ownee : mc::Ownees(owner))
         named.emplace_back(ClassModel::NameOf(ownee), ownee);
     std::stable_sort(named.begin(), named.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });
@@ -266,21 +257,19 @@ std::string DotWriter::OwnerTree(MCObject* root) {
         if (owner)
             out += indent + *owner + " -> " + node + ";\n";
 
-        std::vector<const MCProperty*> properties;
-        MCPropertySetIter property(object->GetPropertySet());
-        while (++property) {
-            if (property.GetValue() && property.GetValue()->IsReference())
-                properties.push_back(property.GetValue());
+        std::vector<short> referenceTypes;
+        for (const MCProperty* property : mc::Properties(object)) {
+            if (property->IsReference())
+                referenceTypes.push_back(property->GetType());
         }
-        std::sort(properties.begin(), properties.end(),
-                  [](const MCProperty* a, const MCProperty* b) { return a->GetType() < b->GetType(); });
-        for (const MCProperty* reference : properties) {
-            for (const MCObject* target : Targets(reference))
-                references.push_back({object, reference->GetType(), target});
+        std::sort(referenceTypes.begin(), referenceTypes.end());
+        for (short type : referenceTypes) {
+            for (const MCObject* target : Targets(object, type))
+                references.push_back({object, type, target});
         }
 
         const size_t first = pending.size();
-        for (MCObject* ownee = object->GetFirstOwnee(); ownee; ownee = ownee->GetNextSibling())
+        for (MCObject* ownee : mc::Ownees(object))
             pending.emplace_back(ownee, &node);
         std::reverse(pending.begin() + static_cast<std::ptrdiff_t>(first), pending.end());
     }

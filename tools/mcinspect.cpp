@@ -538,28 +538,16 @@ int WithRestoredModel(const char* path, const std::function<int(MCObject*)>& use
         return exitUsage;
     }
     CMSession session;
-    CMCreationLog created;
-    MCObject* model = nullptr;
-    MCPersController::result result = MCPersController::resultUnknownToken;
-    {
-        MCStream stream(*file.rdbuf(), ZVTStream::binary);
-        MCPersController controller;
-        MCPersHeader header;
-        try {
-            result = controller.RestoreFrom(stream, model, header);
-        } catch (const EXBase&) {
-            result = MCPersController::resultUnknownToken;
-        }
-    }
-    if (result == MCPersController::resultOk && model) {
-        const int status = use(model);
-        created.ExpungeStrays(nullptr);
+    mc::RestoreResult restored = mc::Restore(file);
+    if (restored) {
+        const int status = use(restored.root);
+        restored.ExpungeAll();
         return status;
     }
-    created.ExpungeStrays(nullptr);
+    restored.ExpungeAll();
     std::fprintf(stderr, "mcinspect: %s is no model that can be restored (result %d)\n", path,
-                 static_cast<int>(result));
-    return result == MCPersController::resultUnknownToken ? exitUnknownToken : exitBadHead;
+                 static_cast<int>(restored.outcome));
+    return restored.outcome == MCPersController::resultUnknownToken ? exitUnknownToken : exitBadHead;
 }
 
 // Writes `text` to the file at `outPath`, or to standard output when it is null.
@@ -604,7 +592,7 @@ int DumpTree(const char* path) {
             out << '\n';
             // The oldest ownee on top, so that it comes next.
             const size_t first = pending.size();
-            for (MCObject* ownee = object->GetFirstOwnee(); ownee; ownee = ownee->GetNextSibling())
+            for (MCObject* ownee : mc::Ownees(object))
                 pending.push_back(ownee);
             std::reverse(pending.begin() + static_cast<std::ptrdiff_t>(first), pending.end());
         }

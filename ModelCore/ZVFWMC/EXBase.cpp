@@ -46,7 +46,8 @@ EXUser::EXUser(long code) : EXBase(code, "EXUser") {}
 
 EXUser::EXUser(long code, const char* className) : EXBase(code, className) {}
 
-EXDuplicateFactory::EXDuplicateFactory(short type) : EXProgrammer(1, "EXDuplicateFactory"), m_sType(type) {}
+EXDuplicateFactory::EXDuplicateFactory(short type)
+    : EXProgrammer(codeDuplicateFactory, "EXDuplicateFactory"), m_sType(type) {}
 
 int EXDuplicateFactory::StandardMessage(EXMsgData*) const {
     ZVTString xText(static_cast<long>(m_sType), 10);
@@ -54,43 +55,50 @@ int EXDuplicateFactory::StandardMessage(EXMsgData*) const {
                                       HUBMessage::textPlain);
 }
 
-EXDuplicateProperty::EXDuplicateProperty() : EXProgrammer(2, "EXDuplicateProperty") {}
+EXDuplicateProperty::EXDuplicateProperty() : EXProgrammer(codeDuplicateProperty, "EXDuplicateProperty") {}
 
 EXDuplicateResolution::EXDuplicateResolution(void* existing, void* incoming)
-    : EXProgrammer(3, "EXDuplicateResolution"), m_pxExisting(existing), m_pxIncoming(incoming) {}
+    : EXProgrammer(codeDuplicateResolution, "EXDuplicateResolution"),
+      m_pxExisting(existing),
+      m_pxIncoming(incoming) {}
 
 EXDuplicateSemantic::EXDuplicateSemantic(void* existing, void* incoming)
-    : EXProgrammer(4, "EXDuplicateSemantic"), m_pxExisting(existing), m_pxIncoming(incoming) {}
+    : EXProgrammer(codeDuplicateSemantic, "EXDuplicateSemantic"),
+      m_pxExisting(existing),
+      m_pxIncoming(incoming) {}
 
-EXGenericObject::EXGenericObject() : EXProgrammer(5, "EXGenericObject") {}
+EXGenericObject::EXGenericObject() : EXProgrammer(codeGenericObject, "EXGenericObject") {}
 
-EXInvalidIter::EXInvalidIter() : EXProgrammer(6, "EXInvalidIter") {}
+EXInvalidIter::EXInvalidIter() : EXProgrammer(codeInvalidIter, "EXInvalidIter") {}
 
 EXMissingFactory::EXMissingFactory(short type, MCFactoryContext* context)
-    : EXProgrammer(7, "EXMissingFactory"), m_sType(type), m_pxContext(context) {}
+    : EXProgrammer(codeMissingFactory, "EXMissingFactory"), m_sType(type), m_pxContext(context) {}
 
 EXMissingSemanticHandler::EXMissingSemanticHandler(short type)
-    : EXProgrammer(8, "EXMissingSemanticHandler"), m_sType(type) {}
+    : EXProgrammer(codeMissingSemanticHandler, "EXMissingSemanticHandler"), m_sType(type) {}
 
-EXNoMapPointer::EXNoMapPointer() : EXProgrammer(9, "EXNoMapPointer") {}
+EXNoMapPointer::EXNoMapPointer() : EXProgrammer(codeNoMapPointer, "EXNoMapPointer") {}
 
-EXNonOwnedObject::EXNonOwnedObject() : EXProgrammer(10, "EXNonOwnedObject") {}
+EXNonOwnedObject::EXNonOwnedObject() : EXProgrammer(codeNonOwnedObject, "EXNonOwnedObject") {}
 
-EXNullOwner::EXNullOwner() : EXProgrammer(11, "EXNullOwner") {}
+EXNullOwner::EXNullOwner() : EXProgrammer(codeNullOwner, "EXNullOwner") {}
 
 EXRequiredProperty::EXRequiredProperty(short objectType, short propertyType)
-    : EXProgrammer(12, "EXRequiredProperty"), m_sObjectType(objectType), m_sPropertyType(propertyType) {}
+    : EXProgrammer(codeRequiredProperty, "EXRequiredProperty"),
+      m_sObjectType(objectType),
+      m_sPropertyType(propertyType) {}
 
 EXUnexpected::EXUnexpected(ZVTString file, ZVTString line)
-    : EXProgrammer(13, "EXUnexpected"), m_xFile(std::move(file)), m_xLine(std::move(line)) {
+    : EXProgrammer(codeUnexpected, "EXUnexpected"), m_xFile(std::move(file)), m_xLine(std::move(line)) {
     SetWhatLocation(m_xFile.data(), m_xLine.data());
 }
 
-EXUnknownToken::EXUnknownToken() : EXProgrammer(14, "EXUnknownToken") {}
+EXUnknownToken::EXUnknownToken() : EXProgrammer(codeUnknownToken, "EXUnknownToken") {}
 
-EXMissingComparisonObject::EXMissingComparisonObject() : EXProgrammer(15, "EXMissingComparisonObject") {}
+EXMissingComparisonObject::EXMissingComparisonObject()
+    : EXProgrammer(codeMissingComparisonObject, "EXMissingComparisonObject") {}
 
-EXInvalidComparison::EXInvalidComparison() : EXProgrammer(16, "EXInvalidComparison") {}
+EXInvalidComparison::EXInvalidComparison() : EXProgrammer(codeInvalidComparison, "EXInvalidComparison") {}
 
 void MCThrowUnexpected(const ZVTString& file, long line) {
     throw EXUnexpected(file, ZVTString(line, 10));

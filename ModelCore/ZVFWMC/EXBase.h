@@ -28,6 +28,28 @@ public:
 /// what() text.
 class MODELCORE_API EXBase : public std::exception {
 public:
+    /// The codes of the library's concrete classes, one each; GetExceptionCode answers them. Host codes
+    /// should stay clear of 1..codeLast.
+    enum exception_code : long {
+        codeDuplicateFactory = 1,          ///< EXDuplicateFactory
+        codeDuplicateProperty = 2,         ///< EXDuplicateProperty
+        codeDuplicateResolution = 3,       ///< EXDuplicateResolution
+        codeDuplicateSemantic = 4,         ///< EXDuplicateSemantic
+        codeGenericObject = 5,             ///< EXGenericObject
+        codeInvalidIter = 6,               ///< EXInvalidIter
+        codeMissingFactory = 7,            ///< EXMissingFactory
+        codeMissingSemanticHandler = 8,    ///< EXMissingSemanticHandler
+        codeNoMapPointer = 9,              ///< EXNoMapPointer
+        codeNonOwnedObject = 10,           ///< EXNonOwnedObject
+        codeNullOwner = 11,                ///< EXNullOwner
+        codeRequiredProperty = 12,         ///< EXRequiredProperty
+        codeUnexpected = 13,               ///< EXUnexpected
+        codeUnknownToken = 14,             ///< EXUnknownToken
+        codeMissingComparisonObject = 15,  ///< EXMissingComparisonObject
+        codeInvalidComparison = 16,        ///< EXInvalidComparison
+        codeLast = codeInvalidComparison   ///< the highest code the library uses
+    };
+
     /// An exception with the given code; what() names it "EXBase".
     explicit EXBase(long code);
     /// The code given at construction.
@@ -81,24 +103,27 @@ protected:
 // The sixteen concrete classes. Constructor arguments are kept in public
 // fields so that a handler can see them.
 
-/// Code 1: a second factory for a type code; its standard message is 60505 with the type code.
+/// Code 1, codeDuplicateFactory: a second factory for a type code; its standard message is
+/// MCCodes::msgDuplicateFactory with the type code.
 class MODELCORE_API EXDuplicateFactory : public EXProgrammer {
 public:
     /// Remembers the type code whose factory came twice.
     explicit EXDuplicateFactory(short type);
-    /// Shows message 60505 with the type code in decimal and returns its answer; `pData` is not read.
+    /// Shows MCCodes::msgDuplicateFactory with the type code in decimal and returns its answer; `pData` is
+    /// not read.
     int StandardMessage(EXMsgData* pData) const override;
     short m_sType;
 };
 
-/// Code 2: a second property of one type on an object.
+/// Code 2, codeDuplicateProperty: a second property of one type on an object.
 class MODELCORE_API EXDuplicateProperty : public EXProgrammer {
 public:
-    /// Code 2.
+    /// An exception with codeDuplicateProperty.
     EXDuplicateProperty();
 };
 
-/// Code 3: an id is already taken by another object; both objects are kept for a debugger.
+/// Code 3, codeDuplicateResolution: an id is already taken by another object; both objects are kept for a
+/// debugger.
 class MODELCORE_API EXDuplicateResolution : public EXProgrammer {
 public:
     /// Remembers the object holding the id and the one that asked for it.
@@ -107,7 +132,7 @@ public:
     void* m_pxIncoming;
 };
 
-/// Code 4: a second semantic where only one may stand.
+/// Code 4, codeDuplicateSemantic: a second semantic where only one may stand.
 class MODELCORE_API EXDuplicateSemantic : public EXProgrammer {
 public:
     /// Remembers the semantic in place and the one that came second.
@@ -116,21 +141,21 @@ public:
     void* m_pxIncoming;
 };
 
-/// Code 5: a semantic registered on the generic object type.
+/// Code 5, codeGenericObject: a semantic registered on the generic object type.
 class MODELCORE_API EXGenericObject : public EXProgrammer {
 public:
-    /// Code 5.
+    /// An exception with codeGenericObject.
     EXGenericObject();
 };
 
-/// Code 6: the value of an iterator that stands on nothing.
+/// Code 6, codeInvalidIter: the value of an iterator that stands on nothing.
 class MODELCORE_API EXInvalidIter : public EXProgrammer {
 public:
-    /// Code 6.
+    /// An exception with codeInvalidIter.
     EXInvalidIter();
 };
 
-/// Code 7: no factory for a type code.
+/// Code 7, codeMissingFactory: no factory for a type code.
 class MODELCORE_API EXMissingFactory : public EXProgrammer {
 public:
     /// Remembers the type code and the creation context (not owned).
@@ -139,7 +164,7 @@ public:
     MCFactoryContext* m_pxContext;
 };
 
-/// Code 8: no semantic handler for a type code.
+/// Code 8, codeMissingSemanticHandler: no semantic handler for a type code.
 class MODELCORE_API EXMissingSemanticHandler : public EXProgrammer {
 public:
     /// Remembers the type code.
@@ -147,28 +172,28 @@ public:
     short m_sType;
 };
 
-/// Code 9: a global section read without somewhere to put the user-defined property map.
+/// Code 9, codeNoMapPointer: a global section read without somewhere to put the user-defined property map.
 class MODELCORE_API EXNoMapPointer : public EXProgrammer {
 public:
-    /// Code 9.
+    /// An exception with codeNoMapPointer.
     EXNoMapPointer();
 };
 
-/// Code 10: an object destroyed through an owner that does not own it.
+/// Code 10, codeNonOwnedObject: an object destroyed through an owner that does not own it.
 class MODELCORE_API EXNonOwnedObject : public EXProgrammer {
 public:
-    /// Code 10.
+    /// An exception with codeNonOwnedObject.
     EXNonOwnedObject();
 };
 
-/// Code 11: a property without an owner.
+/// Code 11, codeNullOwner: a property without an owner.
 class MODELCORE_API EXNullOwner : public EXProgrammer {
 public:
-    /// Code 11.
+    /// An exception with codeNullOwner.
     EXNullOwner();
 };
 
-/// Code 12: an object lacks a property that it must have.
+/// Code 12, codeRequiredProperty: an object lacks a property that it must have.
 class MODELCORE_API EXRequiredProperty : public EXProgrammer {
 public:
     /// Remembers the object's type and the missing property's type.
@@ -177,8 +202,8 @@ public:
     short m_sPropertyType;
 };
 
-/// Code 13: a state the code holds to be impossible, named by source file ("ModelCore/ZVFWMC/MCObject") and
-/// line, which what() shows.
+/// Code 13, codeUnexpected: a state the code holds to be impossible, named by source file
+/// ("ModelCore/ZVFWMC/MCObject") and line, which what() shows.
 class MODELCORE_API EXUnexpected : public EXProgrammer {
 public:
     /// Remembers where it was raised; the line is decimal text.
@@ -187,24 +212,24 @@ public:
     ZVTString m_xLine;
 };
 
-/// Code 14: a token in a global section that the environment's base class does not know.
+/// Code 14, codeUnknownToken: a token in a global section that the environment's base class does not know.
 class MODELCORE_API EXUnknownToken : public EXProgrammer {
 public:
-    /// Code 14.
+    /// An exception with codeUnknownToken.
     EXUnknownToken();
 };
 
-/// Code 15: a comparison without a second object.
+/// Code 15, codeMissingComparisonObject: a comparison without a second object.
 class MODELCORE_API EXMissingComparisonObject : public EXProgrammer {
 public:
-    /// Code 15.
+    /// An exception with codeMissingComparisonObject.
     EXMissingComparisonObject();
 };
 
-/// Code 16: a comparison that cannot be made.
+/// Code 16, codeInvalidComparison: a comparison that cannot be made.
 class MODELCORE_API EXInvalidComparison : public EXProgrammer {
 public:
-    /// Code 16.
+    /// An exception with codeInvalidComparison.
     EXInvalidComparison();
 };
 

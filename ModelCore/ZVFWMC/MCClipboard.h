@@ -130,7 +130,8 @@ public:
     /// A damaged buffer stops the paste, and what was pasted whole before the damage stays, resolved and
     /// announced. A factory, the record reader (EXUnexpected) or a duplicate id in the buffer
     /// (EXDuplicateResolution) throws through the constructor, and then every object the paste had made
-    /// is gone again.
+    /// is gone again. The bytes are copied, so `buffer` stays the caller's; each pasted object belongs to
+    /// the target it was made under, and `ids` and the converter stay the caller's.
     MCClipList(ZVTSList<MCObject*>& targets, MCObject& target, void* buffer, int size,
                ZVTOrderedVectorT<long>* ids, MCClipIdConverter* converter);
     MCClipList(const MCClipList&) = delete;

@@ -14,7 +14,8 @@
 /// - registration and clip flags: MCFactoryRegistry::flagObject, ..., MCFactoryRegistry::clipFollow, ...;
 /// - rule modes and results: MCObjectSem::mode, MCObjectSem::result, MCPropertySemantic::mode and
 ///   MCPropertySemantic::result;
-/// - the variable kinds of a template: MCDataButlerVariable::vartype.
+/// - the variable kinds of a template: MCDataButlerVariable::vartype;
+/// - exception codes: EXBase::exception_code (EXBase::codeDuplicateFactory, ..., EXBase::codeLast).
 struct MCCodes {
     /// Core object types.
     enum : short {

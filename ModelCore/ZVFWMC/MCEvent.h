@@ -14,8 +14,10 @@ class MCObject;
 class MCProperty;
 class MCSubject;
 
-/// The counted record of one change, delivered along subscriber lists and destroyed by its last holder.
-/// It may hold the event that caused it (its chain) and keeps that alive.
+/// The counted record of one change, delivered along subscriber lists and destroyed by its last holder
+/// (never deleted by hand). It may hold the event that caused it (its chain) and keeps that alive. A
+/// subscriber gets it by reference for the length of Notify; one that keeps it longer holds an
+/// MCEventUser, and even then the subject, property and hints it names are not kept alive by it.
 class MODELCORE_API MCEvent : public ZVTReference {
 public:
     /// Event types; the values are part of the interface and must not change.
@@ -52,13 +54,14 @@ public:
     /// cause for a null pSubject, null when none.
     MCEvent* GetChain(MCSubject* pSubject) const;
 
-    /// The firer's hint object, null unless set; not read inside the library.
+    /// The firer's hint object, null unless set; not owned, and not read inside the library.
     MCObject* GetHintObject() const { return m_pxHintObject; }
     /// Sets the hint object.
     void SetHintObject(MCObject* pObject) { m_pxHintObject = pObject; }
-    /// The firer's hint pointer, null unless set.
+    /// The firer's hint pointer, null unless set; not owned and valid only while the event is delivered
+    /// (a PropertySet of the library points at the change's rule context, a local of the change).
     void* GetHintPointer() const { return m_pHintPointer; }
-    /// Sets the hint pointer.
+    /// Sets the hint pointer, which the event does not own; it must stay valid until delivery ends.
     void SetHintPointer(void* pHint) { m_pHintPointer = pHint; }
     /// The firer's hint code, 0 unless set.
     long GetHintCode() const { return m_lHintCode; }

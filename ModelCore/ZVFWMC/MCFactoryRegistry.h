@@ -224,6 +224,8 @@ public:
     /// `context` null for a default one; `model` is not read. Null after message 601 when the type is
     /// unknown, abstract, without a factory, or its factory declines (a property that has a value, an
     /// owner of no allowed type); null without a message for a concrete type under a negative code.
+    /// An item made under an owner belongs to it and goes with it; a root object belongs to the caller,
+    /// who ends it with Expunge(true), never delete.
     static MCItem* CreateItem(short code, MCObject* owner, MCFactoryContext* context, MCObject* model);
     /// Adds (`add`) or removes a creation hook, which stays with its maker; false when the registry does
     /// not exist, when adding a hook that is there or removing one that is not.

@@ -195,7 +195,8 @@ public:
     /// `object` is the first object read (null for a file without objects); otherwise untouched. A stream
     /// failure in the head throws EXUnexpected; a failing factory MCPersExObjectCreation, leaving the objects
     /// made so far alive (see GetCreatedObjects). A truncated file restores what it holds. The stream must
-    /// outlive the restored tree's use of its id space.
+    /// outlive the restored tree's use of its id space. The root belongs to the caller, who ends it with
+    /// Expunge(true); every other object read belongs to its owner (mc::Restore wraps all of this).
     result RestoreFrom(MCStream& stream, MCObject*& object, MCPersHeader& header);
 
     /// Every object made by restores of this controller, in creation order, for a host that disposes of

@@ -22,7 +22,8 @@
 
 /// Carries one value into or out of a property and, when active, runs the rules and tells the
 /// subscribers on the way. Usually a local; reusable, as each operation overwrites the flags it carries
-/// unless accessFlags is given.
+/// unless accessFlags is given. Values move by copy: what is handed in stays the caller's, what comes
+/// out is the caller's copy; a reference accessor carries target pointers, never their ownership.
 class MODELCORE_API MCPropertyAccessor : public ZVTReference {
 public:
     /// The flags of a change. The values are part of the interface and must not change.
@@ -160,7 +161,7 @@ public:
     virtual ZVTBoolean IsSingle() const { return m_xValues.Entries() == 1; }
     /// The first value into `value`; false for an empty list.
     virtual ZVTBoolean GetFirst(T& value) const;
-    /// The carried list itself, not a copy.
+    /// The carried list itself, not a copy; the accessor owns it, so it lives as long as the accessor.
     virtual ZVTSList<T>* GetList() { return &m_xValues; }
 
 protected:

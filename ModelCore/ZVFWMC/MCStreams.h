@@ -38,13 +38,13 @@ public:
     };
 
     /// Opens the file at `path` as ZVTStream does (`openMode` in std::ios::openmode bits, `protection`
-    /// handed on).
+    /// handed on); the stream owns the file and closes it when it goes.
     MCStream(const char* path, ZVTStream::stream_type type, int openMode, int protection);
-    /// Works on `buffer`, which must outlive the stream.
+    /// Works on `buffer`, which stays the caller's, is never closed and must outlive the stream.
     MCStream(std::streambuf& buffer, ZVTStream::stream_type type);
-    /// Works on `stream`, which must outlive this one.
+    /// Works on `stream`, which stays the caller's, is never closed and must outlive this one.
     MCStream(std::iostream& stream, ZVTStream::stream_type type);
-    /// Reads from `stream`, which must outlive this one; writes fail.
+    /// Reads from `stream`, which stays the caller's and must outlive this one; writes fail.
     MCStream(std::istream& stream, ZVTStream::stream_type type);
     /// Destroys the id space with the stream.
     ~MCStream() override;

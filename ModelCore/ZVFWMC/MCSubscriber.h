@@ -110,7 +110,8 @@ public:
     ~MCSubject() override;
 
     /// Subscribes pSubscriber (not null) with the types nType; subscribing again raises the count and ORs the
-    /// types, and revives a stale entry.
+    /// types, and revives a stale entry. The subject does not own the subscriber, which must leave
+    /// (RemoveSubscriber) before it dies; mc::Observe gives a handle that leaves by itself.
     void AddSubscriber(MCSubscriber* pSubscriber, unsigned int nType);
     /// Lowers pSubscriber's count and clears the bits of nType from its types, except bit 4 which stays; at
     /// count 0 the entry turns stale. Removing what is not subscribed does nothing.
@@ -170,7 +171,7 @@ public:
 };
 
 /// Something that can observe subjects; it must be out of every subject's list (RemoveSubscriber) before
-/// it is destroyed.
+/// it is destroyed, or a subject later delivers to a dead object. mc::Subscription does that for a host.
 class MODELCORE_API MCSubscriber {
 public:
     /// No state.

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "ModelCore/ModelCore.h"
+#include "ModelCore/ModelCoreModern.h"
 
 class MCNameSpace;
 
@@ -54,89 +54,56 @@ struct CMCodes {
     enum : short { clipNone = 0 };
 };
 
+// The object classes: each is a level of the host's class chain; the factory RegisterClass makes for it
+// is its friend, and the rules of each type are registered with the types (ClassModel::Register).
+
 /// The root of a class diagram and the unit it is saved as.
-class CMModel : public MCObject {
-private:
-    friend class MCObjectFactoryT<CMModel, MCObject>;
-    CMModel(short type, MCFactorySignature& signature, MCFactoryContext* context);
-    CMModel(MCObject* owner, MCFactoryContext* context);
-    ~CMModel() override = default;
-    ZVTBoolean IsType_(short type) const override;
+class CMModel : public mc::HostClass<CMCodes::tModel> {
+    friend mc::FactoryOf<CMModel>;
+    using HostClass::HostClass;
 };
 
 /// A package: owns classes, associations, subpackages and the name space that keeps their names unique;
 /// its own name is unique under its owner.
-class CMPackage : public MCObject {
-private:
-    friend class MCObjectFactoryT<CMPackage, MCObject>;
-    CMPackage(short type, MCFactorySignature& signature, MCFactoryContext* context);
-    CMPackage(MCObject* owner, MCFactoryContext* context);
-    ~CMPackage() override = default;
-    ZVTBoolean IsType_(short type) const override;
-    static void RegisterRules(MCFactoryContext* context);
+class CMPackage : public mc::HostClass<CMCodes::tPackage> {
+    friend mc::FactoryOf<CMPackage>;
+    using HostClass::HostClass;
 };
 
 /// A class: owns its attributes; its name is unique in its package and counted in pRevision.
-class CMClass : public MCObject {
-private:
-    friend class MCObjectFactoryT<CMClass, MCObject>;
-    CMClass(short type, MCFactorySignature& signature, MCFactoryContext* context);
-    CMClass(MCObject* owner, MCFactoryContext* context);
-    ~CMClass() override = default;
-    ZVTBoolean IsType_(short type) const override;
-    static void RegisterRules(MCFactoryContext* context);
+class CMClass : public mc::HostClass<CMCodes::tClass> {
+    friend mc::FactoryOf<CMClass>;
+    using HostClass::HostClass;
 };
 
 /// An attribute of a class; its name may not be empty.
-class CMAttribute : public MCObject {
-private:
-    friend class MCObjectFactoryT<CMAttribute, MCObject>;
-    CMAttribute(short type, MCFactorySignature& signature, MCFactoryContext* context);
-    CMAttribute(MCObject* owner, MCFactoryContext* context);
-    ~CMAttribute() override = default;
-    ZVTBoolean IsType_(short type) const override;
-    static void RegisterRules(MCFactoryContext* context);
+class CMAttribute : public mc::HostClass<CMCodes::tAttribute> {
+    friend mc::FactoryOf<CMAttribute>;
+    using HostClass::HostClass;
 };
 
 /// An association between two classes of a package; an end goes null when its class is expunged.
-class CMAssociation : public MCObject {
-private:
-    friend class MCObjectFactoryT<CMAssociation, MCObject>;
-    CMAssociation(short type, MCFactorySignature& signature, MCFactoryContext* context);
-    CMAssociation(MCObject* owner, MCFactoryContext* context);
-    ~CMAssociation() override = default;
-    ZVTBoolean IsType_(short type) const override;
+class CMAssociation : public mc::HostClass<CMCodes::tAssociation> {
+    friend mc::FactoryOf<CMAssociation>;
+    using HostClass::HostClass;
 };
 
 /// A data type of a package: its name, its C++ spelling and whether that spelling needs a declaration.
-class CMDataType : public MCObject {
-protected:
-    friend class MCObjectFactoryT<CMDataType, MCObject>;
-    CMDataType(short type, MCFactorySignature& signature, MCFactoryContext* context);
-    CMDataType(MCObject* owner, MCFactoryContext* context, short type = CMCodes::tDataType);
-    ~CMDataType() override = default;
-    ZVTBoolean IsType_(short type) const override;
-    static void RegisterRules(MCFactoryContext* context);
+class CMDataType : public mc::HostClass<CMCodes::tDataType> {
+    friend mc::FactoryOf<CMDataType>;
+    using HostClass::HostClass;
 };
 
 /// An enumeration: a data type that owns its literals.
-class CMEnum : public CMDataType {
-private:
-    friend class MCObjectFactoryT<CMEnum, MCObject>;
-    CMEnum(short type, MCFactorySignature& signature, MCFactoryContext* context);
-    CMEnum(MCObject* owner, MCFactoryContext* context);
-    ~CMEnum() override = default;
-    ZVTBoolean IsType_(short type) const override;
+class CMEnum : public mc::HostClass<CMCodes::tEnum, CMDataType> {
+    friend mc::FactoryOf<CMEnum>;
+    using HostClass::HostClass;
 };
 
 /// One literal of an enumeration, with its value.
-class CMEnumLiteral : public MCObject {
-private:
-    friend class MCObjectFactoryT<CMEnumLiteral, MCObject>;
-    CMEnumLiteral(short type, MCFactorySignature& signature, MCFactoryContext* context);
-    CMEnumLiteral(MCObject* owner, MCFactoryContext* context);
-    ~CMEnumLiteral() override = default;
-    ZVTBoolean IsType_(short type) const override;
+class CMEnumLiteral : public mc::HostClass<CMCodes::tEnumLiteral> {
+    friend mc::FactoryOf<CMEnumLiteral>;
+    using HostClass::HostClass;
 };
 
 /// The library's life in one scope for a class-diagram program: installs the environment, sets the
@@ -150,23 +117,9 @@ public:
     CMSession& operator=(const CMSession&) = delete;
 };
 
-/// Records every object made while it lives, with its id, so that a failed or partial restore can be
-/// taken down without touching objects that are already gone.
-class CMCreationLog : public MCCreationHook {
-public:
-    /// Hooks itself into the registry.
-    CMCreationLog();
-    /// Unhooks itself.
-    ~CMCreationLog() override;
-    /// Notes the object and its id.
-    void ItemCreated(MCObject* object) override;
-    /// Expunges every recorded object that is still alive and has no owner, except `keep`, clearing its
-    /// itemUndeletable first; answers how many went.
-    std::size_t ExpungeStrays(MCObject* keep);
-
-private:
-    std::vector<std::pair<MCObject*, long>> m_xCreated;
-};
+/// Records every object made while it lives, so that a failed or partial restore can be taken down
+/// without touching objects that are already gone.
+using CMCreationLog = mc::CreationLog;
 
 /// The number of objects of each type in the tree under `root`, `root` included.
 using CMCensus = std::map<short, long>;
@@ -225,8 +178,9 @@ public:
     /// The number of live objects of every registered object type, for leak checks.
     static long LiveObjects();
 
-    /// Writes `model` with its head to the file at `path`; MCPersController's result, or resultOk with
-    /// a false `written` when the file cannot be written.
+    /// Writes `model` with its head to the file at `path` (mc::Save); MCPersController's result, or
+    /// resultOk with a false `written` when the file cannot be opened. `written` is true only when the
+    /// whole model reached the file.
     static MCPersController::result Save(MCObject* model, const char* path, bool& written);
     /// Compares a tree with its restored copy: each object has a counterpart through `space` (the restore
     /// stream's id space, keyed by the saved ids) with the same type, owner, number of ownees and

@@ -7,7 +7,6 @@
 #include <sstream>
 #include <utility>
 
-#include "ModelCore/ModelCore.h"
 #include "examples/classmodel/ClassModel.h"
 #include "platform/ZVMTemplate.h"
 
@@ -78,7 +77,7 @@ protected:
 class OwnedHandler : public ListHandler {
     bool List(MCObject* current, short type, const ZVMStringList&,
               ZVTSList<MCObject*>& objects) const override {
-        for (MCObject* ownee = current->GetFirstOwnee(); ownee; ownee = ownee->GetNextSibling()) {
+        for (MCObject* ownee : mc::Ownees(current)) {
             if (ownee->IsType(type, MCItem::rttiDerived))
                 objects.Append(ownee);
         }
@@ -92,7 +91,7 @@ class InTreeHandler : public ListHandler {
         std::vector<MCObject*> open;
         auto pushOwnees = [&open](MCObject* owner) {
             const std::size_t first = open.size();
-            for (MCObject* ownee = owner->GetFirstOwnee(); ownee; ownee = ownee->GetNextSibling())
+            for (MCObject* ownee : mc::Ownees(owner))
                 open.push_back(ownee);
             std::reverse(open.begin() + static_cast<std::ptrdiff_t>(first), open.end());
         };
@@ -228,7 +227,7 @@ bool CMCppGenerator::Generate(MCObject* model, const std::string& templateDir, c
     while (!open.empty()) {
         MCObject* object = open.back();
         open.pop_back();
-        for (MCObject* ownee = object->GetFirstOwnee(); ownee; ownee = ownee->GetNextSibling())
+        for (MCObject* ownee : mc::Ownees(object))
             open.push_back(ownee);
         if (!object->IsType(CMCodes::tClass, MCItem::rttiExact))
             continue;

@@ -244,7 +244,7 @@ EcoreImportResult Importer::Run() {
             m_sName + ":" + std::to_string(m_nLine) + ": the class model failed: " + exception.what();
     }
     if (m_pxModel)
-        m_pxModel->Expunge(true);
+        mc::ExpungeModel(m_pxModel);
     return result;
 }
 
@@ -403,12 +403,8 @@ void Importer::CheckGeneralizations() const {
     std::map<const MCObject*, pugi::xml_node> nodes;
     for (const PendingClass& pending : m_xClasses) {
         nodes[pending.m_pxClass] = pending.m_xNode;
-        std::vector<const MCObject*>& direct = superclasses[pending.m_pxClass];
-        MCVRefRawAccessor list;
-        if (pending.m_pxClass->GetProperty(C::pSuperclasses, list)) {
-            for (std::size_t i = 0; i < list.GetList()->Entries(); ++i)
-                direct.push_back(list.GetList()->At(i));
-        }
+        const mc::Targets direct(pending.m_pxClass, C::pSuperclasses);
+        superclasses[pending.m_pxClass].assign(direct.begin(), direct.end());
     }
     enum Mark { unseen, onPath, finished };
     std::map<const MCObject*, Mark> marks;

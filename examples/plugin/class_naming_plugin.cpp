@@ -6,7 +6,6 @@
 #include <cctype>
 #include <map>
 
-#include "ModelCore/ModelCore.h"
 #include "examples/classmodel/ClassModel.h"
 
 namespace {
@@ -43,8 +42,7 @@ protected:
 
 private:
     static ZVTString NameOf(const MCObject* object) {
-        MCSPropertyRawAccessorT<ZVTString> name;
-        return object->GetProperty(CMCodes::pName, name) ? name.GetValue() : ZVTString();
+        return mc::Get<ZVTString>(object, CMCodes::pName).value_or(ZVTString());
     }
 
     std::map<long, ZVTString> m_xBefore;

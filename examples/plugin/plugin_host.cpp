@@ -37,6 +37,6 @@ int main(int argc, char** argv) {
     std::printf("rename to invoice: %s\n", Rename(cls, "invoice").c_str());
 
     CComponentManager::Terminate();
-    model->Expunge(true);
+    mc::ExpungeModel(model);
     return loaded == CComponentManager::loadOk ? 0 : 1;
 }

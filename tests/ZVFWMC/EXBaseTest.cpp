@@ -20,29 +20,35 @@ struct ThrowCase {
 };
 
 const ThrowCase c_axConcrete[] = {
-    {1, "EXDuplicateFactory", [] { throw EXDuplicateFactory(5); }},
-    {2, "EXDuplicateProperty", [] { throw EXDuplicateProperty(); }},
-    {3, "EXDuplicateResolution", [] { throw EXDuplicateResolution(nullptr, nullptr); }},
-    {4, "EXDuplicateSemantic", [] { throw EXDuplicateSemantic(nullptr, nullptr); }},
-    {5, "EXGenericObject", [] { throw EXGenericObject(); }},
-    {6, "EXInvalidIter", [] { throw EXInvalidIter(); }},
-    {7, "EXMissingFactory", [] { throw EXMissingFactory(5, nullptr); }},
-    {8, "EXMissingSemanticHandler", [] { throw EXMissingSemanticHandler(5); }},
-    {9, "EXNoMapPointer", [] { throw EXNoMapPointer(); }},
-    {10, "EXNonOwnedObject", [] { throw EXNonOwnedObject(); }},
-    {11, "EXNullOwner", [] { throw EXNullOwner(); }},
-    {12, "EXRequiredProperty", [] { throw EXRequiredProperty(1, 2); }},
-    {13, "EXUnexpected", [] { throw EXUnexpected("file", "1"); }},
-    {14, "EXUnknownToken", [] { throw EXUnknownToken(); }},
-    {15, "EXMissingComparisonObject", [] { throw EXMissingComparisonObject(); }},
-    {16, "EXInvalidComparison", [] { throw EXInvalidComparison(); }},
+    {EXBase::codeDuplicateFactory, "EXDuplicateFactory", [] { throw EXDuplicateFactory(5); }},
+    {EXBase::codeDuplicateProperty, "EXDuplicateProperty", [] { throw EXDuplicateProperty(); }},
+    {EXBase::codeDuplicateResolution, "EXDuplicateResolution",
+     [] { throw EXDuplicateResolution(nullptr, nullptr); }},
+    {EXBase::codeDuplicateSemantic, "EXDuplicateSemantic",
+     [] { throw EXDuplicateSemantic(nullptr, nullptr); }},
+    {EXBase::codeGenericObject, "EXGenericObject", [] { throw EXGenericObject(); }},
+    {EXBase::codeInvalidIter, "EXInvalidIter", [] { throw EXInvalidIter(); }},
+    {EXBase::codeMissingFactory, "EXMissingFactory", [] { throw EXMissingFactory(5, nullptr); }},
+    {EXBase::codeMissingSemanticHandler, "EXMissingSemanticHandler",
+     [] { throw EXMissingSemanticHandler(5); }},
+    {EXBase::codeNoMapPointer, "EXNoMapPointer", [] { throw EXNoMapPointer(); }},
+    {EXBase::codeNonOwnedObject, "EXNonOwnedObject", [] { throw EXNonOwnedObject(); }},
+    {EXBase::codeNullOwner, "EXNullOwner", [] { throw EXNullOwner(); }},
+    {EXBase::codeRequiredProperty, "EXRequiredProperty", [] { throw EXRequiredProperty(1, 2); }},
+    {EXBase::codeUnexpected, "EXUnexpected", [] { throw EXUnexpected("file", "1"); }},
+    {EXBase::codeUnknownToken, "EXUnknownToken", [] { throw EXUnknownToken(); }},
+    {EXBase::codeMissingComparisonObject, "EXMissingComparisonObject",
+     [] { throw EXMissingComparisonObject(); }},
+    {EXBase::codeInvalidComparison, "EXInvalidComparison", [] { throw EXInvalidComparison(); }},
 };
 
 // Each concrete class: a programmer fault (never a user one) with its code, no standard message but
 // EXDuplicateFactory's, and what() naming the class and the code.
 TEST(EXBaseTest, EveryConcreteClassIsAProgrammerFaultWithItsCodeAndName) {
     HUBScopedMessageHandler messages;
+    long expectedCode = 0;  // the codes stand in hosts' handlers: 1..codeLast in the table's order
     for (const ThrowCase& c : c_axConcrete) {
+        EXPECT_EQ(c.m_lCode, ++expectedCode) << c.m_pcName;
         SCOPED_TRACE(c.m_pcName);
         try {
             c.m_xThrow();
@@ -51,15 +57,17 @@ TEST(EXBaseTest, EveryConcreteClassIsAProgrammerFaultWithItsCodeAndName) {
             ADD_FAILURE() << "caught as a user fault";
         } catch (const EXProgrammer& e) {
             EXPECT_EQ(e.GetExceptionCode(), c.m_lCode);
-            if (c.m_lCode != 1) {
+            // Only EXDuplicateFactory has a standard message.
+            if (c.m_lCode != EXBase::codeDuplicateFactory) {
                 EXPECT_EQ(e.StandardMessage(nullptr), 0);
             }
-            if (c.m_lCode != 13) {  // EXUnexpected adds its place, below
+            if (c.m_lCode != EXBase::codeUnexpected) {  // EXUnexpected adds its place, below
                 EXPECT_EQ(std::string(e.what()),
                           std::string(c.m_pcName) + " (code " + std::to_string(c.m_lCode) + ")");
             }
         }
     }
+    EXPECT_EQ(expectedCode, EXBase::codeLast);
     EXPECT_EQ(messages.Log(), "");
 }
 
@@ -108,7 +116,7 @@ TEST(EXBaseTest, ThrowUnexpectedNamesTheUnitAndTheCurrentLineAndCopiesKeepThem) 
     }
     EXPECT_EQ(copy.m_xFile, "ModelCore/ZVFWMC/EXBaseTest");
     EXPECT_EQ(copy.m_xLine, ZVTString(expectedLine, 10));
-    EXPECT_EQ(copy.GetExceptionCode(), 13);
+    EXPECT_EQ(copy.GetExceptionCode(), EXBase::codeUnexpected);
     // The thrown object is gone: the copy's text must be its own.
     EXPECT_EQ(std::string(copy.what()),
               "EXUnexpected (code 13) at ModelCore/ZVFWMC/EXBaseTest:" + std::to_string(expectedLine));

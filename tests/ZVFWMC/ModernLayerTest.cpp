@@ -109,8 +109,9 @@ TEST_F(ModernLayerTest, HostClassesRegisterTheirLevelsAndNamedOptions) {
     for (MCObject* object : {static_cast<MCObject*>(Root<Part>()), static_cast<MCObject*>(Root<SubPart>())}) {
         for (short type : {c_sPart, c_sSubPart, short(MCCodes::tGenericObject)})
             seen += object->IsType(type, MCItem::rttiDerived) ? "y" : "n";
-        seen +=
-            mc::Set(object, MCCodes::pInteger, -1).GetOutcome() == mc::Edit::Outcome::refused ? "R " : "- ";
+        seen += mc::Set(object, MCCodes::pInteger, -1).GetOutcome() == mc::EditResult::Outcome::refused
+                    ? "R "
+                    : "- ";
     }
     EXPECT_EQ(seen, "ynnR yynR ");
 }
@@ -121,8 +122,8 @@ TEST_F(ModernLayerTest, CreateGetAndSetReportWhatHappened) {
     ASSERT_NE(child, nullptr);
     EXPECT_EQ(child->GetOwner(0, MCItem::rttiExact), root);
 
-    using Outcome = mc::Edit::Outcome;
-    const std::pair<mc::Edit, Outcome> edits[] = {
+    using Outcome = mc::EditResult::Outcome;
+    const std::pair<mc::EditResult, Outcome> edits[] = {
         {mc::Set(child, MCCodes::pInteger, 42), Outcome::applied},
         {mc::Set(child, MCCodes::pInteger, -5), Outcome::refused},
         {mc::Set(child, MCCodes::pInteger, c_lDestroying), Outcome::objectDestroyed},
@@ -203,10 +204,8 @@ TEST_F(ModernLayerTest, RulesRunWhileTheirHandlesLive) {
     mc::Rule refuseNegative = mc::OnEdit(
         c_sPart, MCCodes::pDouble,
         [](MCPropertySemantic::mode, MCObject*, MCProperty*, MCPropertySemanticContext* context) {
-            auto* accessor =
-                static_cast<MCSPropertyRawAccessorT<double>*>(context->GetActiveAccessor()->m_pxAccessor);
-            return accessor->GetValue() < 0 ? MCPropertySemantic::resultRefused
-                                            : MCPropertySemantic::resultContinue;
+            return mc::Incoming<double>(context).value_or(0) < 0 ? MCPropertySemantic::resultRefused
+                                                                 : MCPropertySemantic::resultContinue;
         });
     mc::Rule created = mc::OnObject(
         c_sSubPart,
@@ -231,6 +230,25 @@ TEST_F(ModernLayerTest, RulesRunWhileTheirHandlesLive) {
     seen += step();
     EXPECT_EQ(seen, "rc ac a");
     EXPECT_FALSE(created.IsActive() || moved.IsActive() || refuseNegative.IsActive());
+}
+
+TEST_F(ModernLayerTest, ListRulesReadTheValuesAndFlagsComingIn) {
+    Part* root = Root<Part>();
+    std::string seen;
+    mc::Rule counts = mc::OnEdit(
+        c_sPart, MCCodes::pIntegerList,
+        [&seen](MCPropertySemantic::mode, MCObject*, MCProperty*, MCPropertySemanticContext* context) {
+            const auto [values, flags] = mc::IncomingList<long>(context);
+            seen += values ? std::to_string(values->Entries()) : "?";
+            seen += (flags & MCPropertyAccessor::accessRemove) ? "- " : "+ ";
+            seen += mc::Incoming<long>(context) ? "single " : "";  // a list carries no single value
+            return MCPropertySemantic::resultContinue;
+        });
+    MCVPropertyAccessorT<long> one(1L);
+    root->SetProperty(MCCodes::pIntegerList, one, MCPropertyAccessor::accessAdd);
+    root->SetProperty(MCCodes::pIntegerList, one, MCPropertyAccessor::accessRemove);
+    EXPECT_EQ(seen, "1+ 1- ");
+    EXPECT_FALSE(mc::Incoming<long>(nullptr) || mc::IncomingList<long>(nullptr).first);
 }
 
 TEST_F(ModernLayerTest, PropertiesWalkLive) {
@@ -292,6 +310,75 @@ TEST_F(ModernLayerTest, SaveAndRestoreReportWhatHappened) {
         for (const auto& [object, id] : restored.Created())
             EXPECT_NE(MCObject::ResolveId(id), object) << "left alive";
     }
+}
+
+TEST_F(ModernLayerTest, AHostStreamKeepsTheRestoredIdsAndTheLogTakesDownStrays) {
+    Model* model = Root<Model>();
+    MCObject* part = mc::Create<Part>(model);
+    ASSERT_LT(MCFactoryRegistry::RegisterUDP("Remark", MCCodes::pString, model, false), 0);
+    std::ostringstream out;
+    ASSERT_TRUE(mc::Save(model, out));
+
+    std::istringstream in(out.str());
+    MCStream stream(in, ZVTStream::binary);
+    mc::RestoreResult restored = mc::Restore(stream);
+    ASSERT_TRUE(restored) << restored.message;
+    EXPECT_EQ(stream.GetIdSpace().ResolveId(part->GetId()), restored.root->GetFirstOwnee());
+    EXPECT_EQ(restored.header.GetProductCode(), ZVTString("Modeller"));
+
+    // A log sees what is made while it lives; its strays go, the kept one and ownees stay.
+    std::string seen;
+    {
+        mc::CreationLog log;
+        Part* kept = mc::Create<Part>(nullptr);
+        mc::Create<Part>(kept);
+        mc::Create<Part>(nullptr);
+        seen += std::to_string(log.Created().size()) + " ";
+        seen += std::to_string(log.ExpungeStrays(kept)) + " ";
+        seen += std::to_string(kept->GetOwneeCount()) + " " + std::to_string(log.Created().size());
+        kept->Expunge(true);
+    }
+    // The restored root holds the model's user-defined property, and leaves it as it goes: a later root
+    // at its address must not inherit it.
+    const auto udps = [](MCObject* holder) {
+        ZVTOrderedVectorT<short> held;
+        using R = MCFactoryRegistry;
+        R::GetPropertyTypes(held, R::flagProperty | R::flagUser | R::groupFirst | R::groupTypeKind, holder);
+        return held.Length();
+    };
+    MCObject* restoredRoot = restored.root;
+    const size_t heldBefore = udps(restoredRoot);
+    const long rootId = restoredRoot->GetId();
+    seen += " " + std::to_string(restored.ExpungeAll());
+    seen += " " + std::to_string(heldBefore) + " " + std::to_string(udps(restoredRoot));
+    EXPECT_EQ(seen, "3 1 1 0 1 1 0");
+    EXPECT_EQ(restored.root, nullptr);
+    EXPECT_EQ(MCObject::ResolveId(rootId), nullptr) << "the restored root stays alive";
+}
+
+TEST_F(ModernLayerTest, CopyAndPasteGoThroughByteBuffers) {
+    const short plainValue[] = {MCCodes::pInteger, 0};  // copied as a value, no clip bits
+    MCFactoryRegistry::AddPropertyUsages(c_sSubPart, plainValue, 1);
+    Model* model = Root<Model>();
+    Part* part = mc::Create<Part>(model);
+    mc::Set(mc::Create<SubPart>(part), MCCodes::pInteger, 7);
+    const std::vector<char> buffer = mc::Copy({part->GetFirstOwnee()}, *model);
+    ASSERT_FALSE(buffer.empty());
+
+    auto paste = [](const std::vector<char>& bytes, MCObject& target) {  // the values of what landed
+        std::string seen;
+        for (MCObject* object : mc::Paste(bytes, target))
+            seen += std::to_string(mc::Get<long>(object, MCCodes::pInteger).value_or(-1)) + " ";
+        return seen + "| ";
+    };
+    std::string seen = paste(buffer, *part);
+    seen += paste(buffer, *part);
+    seen += paste({}, *part);
+    EXPECT_EQ(seen, "7 | 7 | | ");
+    EXPECT_EQ(part->GetOwneeCount(), 3);
+    EXPECT_TRUE(mc::Copy({}, *model).empty());
+    Part* loose = Root<Part>();
+    EXPECT_THROW(mc::Copy({loose}, *loose), EXUnexpected) << "no persistence root above";
 }
 
 // Runs last: the core does not start twice in a process.

@@ -854,7 +854,12 @@ ZVTBoolean MCPasteStream::CreateFromRecord(long level, MCObject* targetObject) {
         m_bFailed = true;
         return false;
     }
-    m_xCreated.push_back(Created{object, object->GetId(), level, false});
+    try {
+        m_xCreated.push_back(Created{object, object->GetId(), level, false});
+    } catch (...) {
+        DropScratch(object);  // the rollback knows only what the list holds
+        throw;
+    }
     Bind(id, object);
     m_pxVisitor->Visit(object);
     if (!m_pxVisitor->IsRecordComplete()) {
@@ -1092,14 +1097,17 @@ void MCPasteStream::SetMergedReferences() {
     m_xMergedReferences.clear();
 }
 
-void MCPasteStream::Finish() {
-    // Every reference is resolved before the first rule runs.
+void MCPasteStream::Resolve() {
     ResolveCreated();
-    SetMergedReferences();
     for (const Created& created : m_xCreated) {
         if (created.m_lLevel == 0 && m_pxIds && MCObject::ResolveId(created.m_lId) == created.m_pxObject)
             m_pxIds->Append(created.m_lId);
     }
+}
+
+void MCPasteStream::Finish() {
+    // Every reference is resolved before the first rule runs.
+    SetMergedReferences();
     MCPasteObjectContext objectContext;
     MCPastePropertyContext propertyContext;
     for (std::size_t i = 0; i < m_xCreated.size(); ++i) {
@@ -1163,6 +1171,7 @@ MCClipList::MCClipList(ZVTSList<MCObject*>& targets, MCObject& target, void* buf
         stream.ReadHead();
         stream.ReadPrelude();
         stream.ReadEntries(targets);
+        stream.Resolve();
     } catch (...) {
         stream.Rollback();
         throw;

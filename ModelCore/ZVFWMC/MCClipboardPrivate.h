@@ -212,6 +212,10 @@ public:
     void ReadHead();
     void ReadPrelude();
     void ReadEntries(ZVTSList<MCObject*>& targets);
+    /// Binds the references of what was made and lists the ids of the top objects; an exception here
+    /// still leaves everything to Rollback, as nobody has heard of the objects yet.
+    void Resolve();
+    /// Sets the references of merged records and runs the PostPaste rules, which nothing can undo.
     void Finish();
     /// After an exception: takes every object the paste made out of the model again, without rules or
     /// events, as nobody has heard of them.

@@ -25,7 +25,9 @@ struct MCIdSpace::Page {
 MCIdSpace::MCIdSpace(long lastId) : m_xObjects(&MCIdSpace::HashId, c_nBuckets), m_lLastId(lastId) {}
 
 MCIdSpace::~MCIdSpace() {
-    Reset();
+    // Not through Reset, which keeps the pages for reuse: a destructor must not allocate.
+    for (Page* page : m_xPages)
+        delete page;
     for (Page* page : m_xFreePages)
         delete page;
 }

@@ -159,6 +159,16 @@ MCNotification::result MCObjectNotification::Notify(MCObject* pObject, MCEvent& 
     return resultHandled;
 }
 
+namespace {
+
+// The property of `type` that `object` itself holds now, not nulled (never one it inherits); null when
+// there is none.
+MCProperty* StillHeld(MCObject* object, short type) {
+    return const_cast<MCProperty*>(object->MCObject::FindProperty(type, false));
+}
+
+}  // namespace
+
 MCNotification::result MCObjectSubjectDestNotification::Notify(MCObject* pObject, MCEvent& rEvent) {
     MCEventUser holder(rEvent);
     // Only an object can be a reference's target; anything else dying concerns no reference.
@@ -173,12 +183,20 @@ MCNotification::result MCObjectSubjectDestNotification::Notify(MCObject* pObject
         if (!property || !property->IsReference())
             continue;
         ZVTBoolean gone = false;
+        const short type = property->GetType();
         if (auto* single = mc_detail::PropertyCast<MCSRef>(property)) {
             if (!single->IsBound() || single->GetValue() != target)
                 continue;
             MCSRefAccessor accessor(nullptr);
             accessor.SetPropertyValue(single, pObject, MCPropertyAccessor::accessAdd);
             gone = accessor.GetObjectDestroyed();
+            // A rule may refuse an edit, never the death of a target: the reference goes all the same. Found
+            // again by type, as a rule or subscriber may have nulled and so deleted the property.
+            auto* still = gone ? nullptr : mc_detail::PropertyCast<MCSRef>(StillHeld(pObject, type));
+            if (still && still->IsBound() && still->GetValue() == target) {
+                MCSRefRawAccessor raw(nullptr);
+                raw.SetPropertyValue(still, pObject, MCPropertyAccessor::accessAdd);
+            }
         } else if (auto* list = mc_detail::PropertyCast<MCVRef>(property)) {
             if (!list->IsBound())
                 continue;
@@ -190,6 +208,11 @@ MCNotification::result MCObjectSubjectDestNotification::Notify(MCObject* pObject
                 accessor.GetList()->Append(target);
             accessor.SetPropertyValue(list, pObject, MCPropertyAccessor::accessRemove);
             gone = accessor.GetObjectDestroyed();
+            auto* still = gone ? nullptr : mc_detail::PropertyCast<MCVRef>(StillHeld(pObject, type));
+            if (still && still->IsBound() && still->Occurrences(target) > 0) {
+                MCVRefRawAccessor raw(accessor.GetList());
+                raw.SetPropertyValue(still, pObject, MCPropertyAccessor::accessRemove);
+            }
         } else {
             continue;
         }

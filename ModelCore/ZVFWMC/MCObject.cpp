@@ -1,5 +1,6 @@
 #include "ModelCore/ZVFWMC/MCObject.h"
 
+#include <exception>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -606,10 +607,20 @@ ZVTBoolean MCObject::PrepareExpunge(ZVTBoolean top) {
     if (IsPersistenceUnit())
         SetFlag(itemTreeExpunge, true);
     MCObjectSem* failed = nullptr;
+    MCObjectSem::result answer = MCObjectSem::resultContinue;
+    try {
+        answer = MCObjectSemReg::FireSemantics(MCObjectSem::PreDestructon, this, failed, nullptr, true);
+    } catch (...) {
+        // Before anything has gone a rule's exception is a refusal that the host hears of; an ownee's
+        // goes on up through the expunge that its owner began.
+        if (top) {
+            SetFlag(itemExpunging, false);
+            SetFlag(itemTreeExpunge, false);
+        }
+        throw;
+    }
     // An ownee cannot outlive its owner: only the object asked for may refuse.
-    if (MCObjectSemReg::FireSemantics(MCObjectSem::PreDestructon, this, failed, nullptr, true) ==
-            MCObjectSem::resultFailed &&
-        top) {
+    if (answer == MCObjectSem::resultFailed && top) {
         SetFlag(itemExpunging, false);
         SetFlag(itemTreeExpunge, false);
         return false;
@@ -618,10 +629,19 @@ ZVTBoolean MCObject::PrepareExpunge(ZVTBoolean top) {
 }
 
 void MCObject::AnnounceEnd() {
-    if (!GetFlag(itemTreeExpunge))
+    if (GetFlag(itemTreeExpunge))
+        return;
+    try {
         NotifySubscribers(MCEvent::Instantiate(
             MCEvent::SubjectDestroyed, this,
             MCEvent::subscriberOwner | MCEvent::subscriberObserver | MCEvent::subscriberReferenceHolder));
+    } catch (...) {
+        // A subscriber's exception ended the delivery: the holders not reached must still let go of
+        // their references, and those that did have unsubscribed, so only the rest hear it again.
+        NotifySubscribers(
+            MCEvent::Instantiate(MCEvent::SubjectDestroyed, this, MCEvent::subscriberReferenceHolder));
+        throw;
+    }
 }
 
 void MCObject::FinishExpunge(ZVTBoolean top) {
@@ -640,7 +660,18 @@ void MCObject::FinishExpunge(ZVTBoolean top) {
 }
 
 ZVTBoolean MCObject::Expunge_(ZVTBoolean top) {
-    AnnounceEnd();
+    // Past the veto nothing stops the end: an exception of a rule or subscriber is kept until the whole
+    // subtree has gone, so that no object is left half gone, and the first one then passes on.
+    std::exception_ptr failure;
+    auto keep = [&failure] {
+        if (!failure)
+            failure = std::current_exception();
+    };
+    try {
+        AnnounceEnd();
+    } catch (...) {
+        keep();
+    }
     // The subtree goes depth first on a stack of its own, so that a deep chain costs no call depth: each
     // object's rules and events run before its ownees', its memory goes after theirs. The head of an
     // owner's list is taken each time, as an ownee may make or take down siblings while it goes.
@@ -652,15 +683,25 @@ ZVTBoolean MCObject::Expunge_(ZVTBoolean top) {
             const ZVTBoolean prepared = ownee->GetFlag(itemExpunging);
             ownee->SetFlag(itemTreeExpunge,
                            object->GetFlag(itemTreeExpunge) || (prepared && ownee->GetFlag(itemTreeExpunge)));
-            if (!prepared)
-                ownee->PrepareExpunge(false);
-            ownee->AnnounceEnd();
             pending.push_back(ownee);
+            try {
+                if (!prepared)
+                    ownee->PrepareExpunge(false);
+            } catch (...) {
+                keep();
+            }
+            try {
+                ownee->AnnounceEnd();
+            } catch (...) {
+                keep();
+            }
             continue;
         }
         pending.pop_back();
         object->FinishExpunge(object == this && top);
     }
+    if (failure)
+        std::rethrow_exception(failure);
     return true;
 }
 

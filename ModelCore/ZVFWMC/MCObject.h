@@ -139,7 +139,8 @@ public:
     /// that object's clone while one to any other object is kept. `filter` (not owned, may be null)
     /// leaves out the whole subtree of each object it refuses; null when it refuses this object. A clone
     /// that its own rules destroy while it is being copied is left out with its subtree. An exception
-    /// ends the copy and leaves the clones made so far alive and unbound.
+    /// ends the copy: the clones made so far are expunged (their PreDestructon rules run as at any
+    /// expunge) and the exception passes on.
     MCObject* CloneTree(ZVTFilter<MCObject*>* filter);
 
     // --- equality and inheritance -----------------------------------------------------------------
@@ -200,7 +201,10 @@ public:
     /// ResolveId of the old id tells whether it went. Only Expunge_ passes `top` false. Called from a
     /// rule or subscriber 64 expunges deep, the object is asked for its veto at once but goes only when
     /// the outermost expunge has finished its own object. A call on an object that is already going
-    /// (its own rules or subscribers asking again) does nothing.
+    /// (its own rules or subscribers asking again) does nothing. An exception of a PreDestructon rule of
+    /// the object asked for is a refusal that passes on: the object stays as it was. One thrown later, by
+    /// a subscriber or an ownee's rule, does not stop the expunge: the whole subtree goes, reference
+    /// holders that the throw kept from hearing are told again, and the first exception then passes on.
     ZVTBoolean Expunge(ZVTBoolean top);
     /// True while this object or any owner above it is being expunged.
     ZVTBoolean IsExpunging() const;

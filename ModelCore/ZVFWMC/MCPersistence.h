@@ -189,14 +189,19 @@ public:
     virtual ~MCPersController();
 
     /// Writes the head, the global section of `object`'s persistence root (the type 530 at or above it)
-    /// and the subtree of `object`; EXUnexpected, head written, when there is no such root.
+    /// and the subtree of `object`; EXUnexpected, head written, when there is no such root. Only the
+    /// head's failure is a result (resultHeadNotWritten): a write that fails later leaves the stream
+    /// failed, which the caller checks, and what went out before it stays written.
     result SaveTo(MCStream& stream, MCObject* object, MCPersHeader& header);
     /// Reads a model; `header` holds the limits going in and the file's values coming out. On resultOk
     /// `object` is the first object read (null for a file without objects); otherwise untouched. A stream
     /// failure in the head throws EXUnexpected; a failing factory MCPersExObjectCreation, leaving the objects
-    /// made so far alive (see GetCreatedObjects). A truncated file restores what it holds. The stream must
-    /// outlive the restored tree's use of its id space. The root belongs to the caller, who ends it with
-    /// Expunge(true); every other object read belongs to its owner (mc::Restore wraps all of this).
+    /// made so far alive (see GetCreatedObjects). A truncated file, or a stream that fails after the head,
+    /// restores what it holds with resultOk; the stream's state tells the two apart from a whole file. An
+    /// exception of a CalculateData rule passes on and leaves the objects to the host in the same way. The
+    /// stream must outlive the restored tree's use of its id space. The root belongs to the caller, who
+    /// ends it with Expunge(true) (mc::ExpungeModel); every other object read belongs to its owner
+    /// (mc::Restore wraps all of this).
     result RestoreFrom(MCStream& stream, MCObject*& object, MCPersHeader& header);
 
     /// Every object made by restores of this controller, in creation order, for a host that disposes of

@@ -62,8 +62,9 @@ ZVTBoolean MCPropertyAccessor::NullPropertyValue(MCProperty* property, MCObject*
     MCActiveAccessor active(this, 0);
     MCPropertySemanticContext context(&active);
     if (m_bActive) {
-        if (MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::PreDestructon, property->GetType(),
-                                                      object, property,
+        const short type = property->GetType();
+        if (MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::PreDestructon, type, object,
+                                                      property,
                                                       &context) == MCPropertySemantic::resultRefused)
             return false;
         if (object) {
@@ -71,6 +72,9 @@ ZVTBoolean MCPropertyAccessor::NullPropertyValue(MCProperty* property, MCObject*
             object->NotifySubscribers(
                 MCEvent::Instantiate(MCEvent::PropertyNulled, object,
                                      MCEvent::subscriberOwner | MCEvent::subscriberObserver, property));
+            // One of them may have nulled it already, which may have deleted it.
+            if (object->MCObject::FindProperty(type, false) != property)
+                return true;
         }
     }
     if (!object)

@@ -307,6 +307,29 @@ MCResolvingAccessor::~MCResolvingAccessor() = default;
 MCSRefRawAccessor::~MCSRefRawAccessor() = default;
 MCVRefRawAccessor::~MCVRefRawAccessor() = default;
 
+namespace {
+
+// Whether `target` has begun to go: it has told, or is telling, its holders of its end, so a reference
+// made to it now would outlive it. Such a target is set as null, or left out of a list.
+bool IsGoing(const MCObject* target) {
+    return target && target->GetFlag(MCItem::itemExpunging);
+}
+
+void DropGoing(ZVTSList<MCObject*>& values) {
+    for (size_t i = 0; i < values.Entries(); ++i) {
+        if (IsGoing(values.At(i))) {
+            ZVTSList<MCObject*> kept;
+            for (size_t j = 0; j < values.Entries(); ++j)
+                if (!IsGoing(values.At(j)))
+                    kept.Append(values.At(j));
+            values = kept;
+            return;
+        }
+    }
+}
+
+}  // namespace
+
 ZVTBoolean MCSRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* holder, long flags) {
     auto* ref = mc_detail::PropertyCast<MCSRef>(property);
     if (ref == nullptr || holder == nullptr)
@@ -318,10 +341,12 @@ ZVTBoolean MCSRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* h
     return RunChange(property, holder, flags, [&](MCObject*& /*hintObject*/) -> long {
         if (ref->IsBound() && ref->m_xValue)
             ref->m_xValue->RemoveSubscriber(holder, c_nHolder);
-        ref->SetValue(m_xValue);
         // A pointer written is a pointer: only flags given with the value can keep the id state.
         if (!withFlags)
             m_uFlags = WithoutNL(m_uFlags);
+        if (!(m_uFlags & MCItem::itemNL) && IsGoing(m_xValue))
+            m_xValue = nullptr;
+        ref->SetValue(m_xValue);
         if (m_xValue && !(m_uFlags & MCItem::itemNL))
             m_xValue->AddSubscriber(holder, c_nHolder);
         return MCCodes::hintNone;
@@ -349,6 +374,8 @@ ZVTBoolean MCVRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* h
         if (ref->GetFlag(MCItem::itemNulled) && !ref->GetFlag(MCItem::itemNL))
             values.Clear();
         if (flags & accessReplace) {
+            if (!((withFlags ? m_uFlags : WithoutNL(m_uFlags)) & MCItem::itemNL))
+                DropGoing(m_xValues);
             if (wasBound) {
                 for (size_t i = 0; i < values.Entries(); ++i) {
                     if (MCObject* target = values.At(i))
@@ -370,6 +397,8 @@ ZVTBoolean MCVRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* h
         if (flags & accessAdd) {
             // An unresolved list takes what is added for ids as well.
             const ZVTBoolean bound = !(m_uFlags & MCItem::itemNL);
+            if (bound)
+                DropGoing(m_xValues);
             for (size_t i = 0; i < m_xValues.Entries(); ++i) {
                 MCObject* target = m_xValues.At(i);
                 ref->AddValue(target);

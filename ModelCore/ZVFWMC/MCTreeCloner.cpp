@@ -134,17 +134,23 @@ MCObject* MCObject::CloneTree(ZVTFilter<MCObject*>* filter) {
     MCTreeClonerVisitor visitor(space);
     MCDepthFirstWalker walker(this, filter);
     MCVisitorAgent agent(walker, visitor);
-    agent.Execute();
-
-    ZVTSList<MCObject*>& clones = visitor.GetClones();
-    for (size_t i = 0; i < clones.Entries(); ++i) {
-        MCObject* clone = clones.At(i);
-        // Rebinding moves values only, raw, so the set does not change under the cursor.
-        MCPropertySetIter properties(clone->GetPropertySet());
-        while (++properties) {
-            if (MCProperty* property = properties.GetValue())
-                property->Rebind(space, *clone);
+    try {
+        agent.Execute();
+        ZVTSList<MCObject*>& clones = visitor.GetClones();
+        for (size_t i = 0; i < clones.Entries(); ++i) {
+            MCObject* clone = clones.At(i);
+            // Rebinding moves values only, raw, so the set does not change under the cursor.
+            MCPropertySetIter properties(clone->GetPropertySet());
+            while (++properties) {
+                if (MCProperty* property = properties.GetValue())
+                    property->Rebind(space, *clone);
+            }
         }
+    } catch (...) {
+        // Nobody but this call knows the partial copy, so it goes before the exception passes on.
+        if (MCObject* root = visitor.GetRootClone())
+            root->Expunge(true);
+        throw;
     }
     return visitor.GetRootClone();
 }

@@ -1,0 +1,293 @@
+// Every model transfer with its Nth operation failing, for N = 1, 2, ... until it goes through: each
+// failure gives its documented result and leaves the model exactly as it was, sound and without strays.
+// A memory stream's write fails only when memory does, so copy and paste fail their Nth allocation.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <functional>
+#include <new>
+#include <regex>
+#include <sstream>
+#include <string>
+
+#include "reliability/ReliabilityModel.h"
+
+// The replacements pair malloc with free; inlined into a caller, g++ would take them for a mismatch.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+void* operator new(std::size_t size) {
+    if (AllocationFault::Fails())
+        throw std::bad_alloc();
+    if (void* block = std::malloc(size ? size : 1))
+        return block;
+    throw std::bad_alloc();
+}
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    std::free(block);
+}
+#pragma GCC diagnostic pop
+
+namespace {
+
+using P = MCPersController;
+
+class FaultLoopTest : public ReliabilityTest {
+public:
+    /// A dump with every id replaced by "n".
+    static std::string WithoutIds(const std::string& dump) {
+        return std::regex_replace(dump, std::regex("([#@]|132=)-?[0-9]+"), "$1n");
+    }
+    /// A chain of three records "a", "bb", "ccc" on `medium`.
+    static void BuildChain(std::stringstream& medium) {
+        MCStream stream(medium, ZVTStream::binary);
+        MCRecMgr manager(stream);
+        for (const char* payload : {"a", "bb", "ccc"}) {
+            manager.WriteRec();
+            stream << ZVTString(payload);
+            stream.seekp(stream.tellp());
+        }
+    }
+    /// Each record as "id:payload", forwards.
+    static std::string Walk(const std::string& bytes) {
+        std::stringstream medium(bytes);
+        MCStream stream(medium, ZVTStream::binary);
+        MCRecMgr manager(stream);
+        std::string out;
+        while (manager.MoveNext() == MCRecMgr::eOk) {
+            ZVTString payload;
+            stream >> payload;
+            out += std::to_string(manager.GetCurrRecId()) + ":" + payload.str() + " ";
+        }
+        return out;
+    }
+
+    /// Moves around a three-record chain and appends a fourth, each step with its `failAt`th operation of
+    /// `kind` failing: a failed step answers eStreamFailed, leaves the manager where it was and goes
+    /// through when repeated. Whether any fault came.
+    bool RecordChain(FaultKind kind, int failAt) {
+        std::stringstream medium;
+        BuildChain(medium);
+        FaultyStream stream(medium);
+        MCRecMgr manager(stream);
+        bool fired = false;
+        // The last step appends behind the last record's payload.
+        auto toEnd = [&] {
+            manager.MoveLast();
+            ZVTString skipped;
+            stream >> skipped;
+            stream.seekp(stream.tellg());
+        };
+        const std::function<MCRecMgr::eResult()> steps[] = {
+            [&] { return manager.MoveNext(); },     [&] { return manager.MoveNext(); },
+            [&] { return manager.MovePrev(); },     [&] { return manager.MoveLast(); },
+            [&] { return manager.MoveToRecId(0); }, [&] { return manager.WriteRec(); }};
+        for (const auto& step : steps) {
+            if (&step == &steps[5])
+                toEnd();
+            const MCRecMgrState before = manager.GetState();
+            stream.Arm(kind, failAt);
+            const MCRecMgr::eResult result = step();
+            if (!stream.Disarm()) {
+                EXPECT_EQ(result, MCRecMgr::eOk);
+                continue;
+            }
+            fired = true;
+            EXPECT_EQ(result, MCRecMgr::eStreamFailed);
+            EXPECT_TRUE(manager.GetState() == before);
+            EXPECT_EQ(step(), MCRecMgr::eOk) << "once the fault has passed";
+        }
+        stream << ZVTString("dddd");
+        EXPECT_EQ(Walk(medium.str()), "0:a 14:bb 29:ccc 45:dddd ");
+        return fired;
+    }
+
+    /// The global section of the model written and read back with the `failAt`th operation of `kind`
+    /// failing: a failed write leaves a prefix of the section, a failed read a map of what came before.
+    bool GlobalSection(FaultKind kind, int failAt) {
+        std::stringstream good;
+        MCStream plain(good, ZVTStream::binary);
+        MCEnvironment::GetInstance()->SaveGlobals(plain, m_pxModel);
+        std::stringstream medium(kind == FaultKind::read ? good.str() : "");
+        FaultyStream stream(medium);
+        stream.Arm(kind, failAt);
+        MCUDPMap* map = nullptr;
+        if (kind == FaultKind::write)
+            MCEnvironment::GetInstance()->SaveGlobals(stream, m_pxModel);
+        else {
+            char token = 0;
+            stream >> token;
+            if (!stream.fail())
+                MCEnvironment::GetInstance()->RestoreGlobalToken(token, stream, &map);
+        }
+        const bool fired = stream.Disarm();
+        delete map;
+        if (kind == FaultKind::write) {
+            EXPECT_EQ(good.str().compare(0, medium.str().size(), medium.str()), 0);
+            EXPECT_TRUE(fired || medium.str() == good.str());
+        }
+        EXPECT_EQ(stream.fail(), fired);
+        return fired;
+    }
+
+    /// Saves the model: a failed head is resultHeadNotWritten, a later failure leaves the stream failed
+    /// and what went out before it a prefix of the whole file.
+    bool Save(FaultKind kind, int failAt) {
+        const std::string good = PersTest::Save(m_pxModel);
+        std::stringstream medium;
+        FaultyStream stream(medium);
+        MCPersHeader header = PersLimits();
+        P controller;
+        stream.Arm(kind, failAt);
+        const P::result result = controller.SaveTo(stream, m_pxModel, header);
+        const bool fired = stream.Disarm();
+        // The head answers for itself; a later failure shows in the stream, and what went out stays.
+        EXPECT_TRUE(result == P::resultOk || (fired && result == P::resultHeadNotWritten));
+        EXPECT_EQ(stream.fail(), fired);
+        EXPECT_EQ(good.compare(0, medium.str().size(), medium.str()), 0);
+        EXPECT_TRUE(fired || medium.str() == good);
+        return fired;
+    }
+
+    /// A failed head throws EXUnexpected; a failure later restores what came before it, and the stream
+    /// tells. Whatever was made is checked, then taken down.
+    bool Restore(FaultKind kind, int failAt) {
+        std::stringstream medium(PersTest::Save(m_pxModel));
+        FaultyStream stream(medium);
+        MCPersHeader header = PersLimits();
+        P controller;
+        MCObject* root = nullptr;
+        stream.Arm(kind, failAt);
+        bool threw = false;
+        P::result result = P::resultOk;
+        try {
+            result = controller.RestoreFrom(stream, root, header);
+        } catch (const EXUnexpected&) {
+            threw = true;
+        }
+        const bool fired = stream.Disarm();
+        EXPECT_EQ(result, P::resultOk);
+        EXPECT_EQ(stream.fail(), fired);
+        EXPECT_TRUE(!threw || (fired && controller.GetCreatedObjects().Entries() == 0));
+        std::vector<MCObject*> roots;
+        for (size_t i = 0; i < controller.GetCreatedObjects().Entries(); ++i)
+            if (!controller.GetCreatedObjects().At(i)->GetOwner(0, MCItem::rttiDerived))
+                roots.push_back(controller.GetCreatedObjects().At(i));
+        EXPECT_EQ(CheckModel(Scope(roots)), "");
+        EXPECT_TRUE(fired || (root && roots.size() == 1 && root->GetOwneeCount() == 3));
+        for (MCObject* made : roots)
+            made->Expunge(true);
+        return fired;
+    }
+
+    /// Copies node A with its `failAt`th allocation failing: std::bad_alloc, and no copy.
+    bool CopyOut(FaultKind kind, int failAt) {
+        if (kind == FaultKind::read)
+            return false;  // a copy reads nothing but the model
+        MCObject* a = Find("A");
+        const std::string good = Copy(a);
+        std::string bytes;
+        AllocationFault::Arm(failAt);
+        try {
+            bytes = Copy(a);
+        } catch (const std::bad_alloc&) {
+        }
+        const bool fired = AllocationFault::Disarm();
+        EXPECT_EQ(bytes, fired ? "" : good);
+        return fired;
+    }
+
+    /// Pastes A's buffer: cut after `failAt` bytes or damaged there under E, what was whole stays
+    /// (checked, then taken out again); under E and B with the `failAt`th allocation failing, the paste
+    /// undoes both passes, unless the objects were announced already.
+    bool PasteIn(FaultKind kind, int failAt) {
+        // Taken once: each damaged buffer may leave a user-defined property of a damaged name behind,
+        // which a later copy would carry.
+        if (failAt == 1)
+            m_sBuffer = Copy(Find("A"));
+        const std::string& good = m_sBuffer;
+        MCObject* e = Find("E");
+        MCObject* b = Find("B");
+        const long ownees = e->GetOwneeCount();
+        bool fired = false;
+        if (kind == FaultKind::read) {
+            fired = static_cast<size_t>(failAt) < good.size();
+            Paste(good.substr(0, static_cast<size_t>(failAt)), {e});
+            EXPECT_EQ(CheckModel(Scope()), "");
+            EXPECT_TRUE(fired || e->GetOwneeCount() == ownees + 1);
+            std::vector<MCObject*> pasted;
+            fault_detail::Subtree(e, pasted);
+            MCSPropertyRawAccessorT<ZVTString> name;  // the last property of a record: it is whole
+            for (MCObject* object : pasted)
+                EXPECT_TRUE(object->GetProperty(MCCodes::pName, name)) << object->GetId();
+            DropOwneesAfter(e, ownees);
+            std::string damaged = good;
+            damaged[static_cast<size_t>(failAt) % good.size()] ^= 0x5A;
+            try {
+                Paste(damaged, {e});
+            } catch (const EXBase&) {
+            }
+        } else {
+            // Before the objects are announced a failure takes them out again; after, they stay whole.
+            const std::string before = TreeDump(m_pxModel);
+            Paste(good, {e, b});
+            const std::string whole = WithoutIds(TreeDump(m_pxModel));
+            DropOwneesAfter(e, ownees);
+            DropOwneesAfter(b, 0);
+            AllocationFault::Arm(failAt);
+            try {
+                Paste(good, {e, b});
+            } catch (const std::bad_alloc&) {
+                AllocationFault::Disarm();
+                const std::string after = TreeDump(m_pxModel);
+                EXPECT_TRUE(after == before || WithoutIds(after) == whole) << after;
+            }
+            fired = AllocationFault::Disarm();
+        }
+        EXPECT_EQ(CheckModel(Scope()), "");
+        DropOwneesAfter(e, ownees);
+        DropOwneesAfter(b, 0);
+        return fired;
+    }
+
+    std::string m_sBuffer;
+};
+
+TEST_F(FaultLoopTest, EveryTransferSurvivesItsNthOperationFailing) {
+    using Transfer = bool (FaultLoopTest::*)(FaultKind, int);
+    const struct {
+        const char* name;
+        Transfer run;
+    } operations[] = {
+        {"save", &FaultLoopTest::Save},
+        {"restore", &FaultLoopTest::Restore},
+        {"copy", &FaultLoopTest::CopyOut},
+        {"record chain", &FaultLoopTest::RecordChain},
+        {"global section", &FaultLoopTest::GlobalSection},
+        // Last: a damaged buffer may register user-defined properties of damaged names for the model.
+        {"paste", &FaultLoopTest::PasteIn},
+    };
+    const std::string before = TreeDump(m_pxModel);
+    for (const auto& operation : operations) {
+        for (FaultKind kind : {FaultKind::write, FaultKind::read}) {
+            int failAt = 1;
+            const int failures = FailureCount();
+            for (;; ++failAt) {
+                SCOPED_TRACE(std::string(operation.name) + (kind == FaultKind::read ? " read " : " write ") +
+                             std::to_string(failAt));
+                const bool fired = (this->*operation.run)(kind, failAt);
+                ASSERT_EQ(TreeDump(m_pxModel), before);
+                ASSERT_EQ(CheckModel(Scope()), "");
+                if (!fired || FailureCount() > failures)
+                    break;
+            }
+            RecordProperty(std::string(operation.name) + (kind == FaultKind::read ? "_read" : "_write"),
+                           failAt);
+        }
+    }
+}
+
+}  // namespace

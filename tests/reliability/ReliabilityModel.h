@@ -1,0 +1,146 @@
+#ifndef RELIABILITYMODEL_H
+#define RELIABILITYMODEL_H
+
+// The model the reliability tests break: a persistence root with a user-defined property, a name space
+// and a small tree of host nodes that refer to each other, and the calls that save, restore, copy and
+// paste it.
+
+#include <string>
+#include <vector>
+
+#include "support/FaultTestSupport.h"
+#include "support/PersTestSupport.h"
+
+/// A host node: a Count, a Link that a copy follows and a Links list that it drops.
+class RelNode : public MCObject {
+public:
+    static constexpr short c_sType = 7901;
+    static constexpr short c_sCount = 7911;
+    static constexpr short c_sLink = 7912;
+    static constexpr short c_sLinks = 7913;
+
+    static void Register() {
+        using R = MCFactoryRegistry;
+        if (R::IsRegistered(c_sType, nullptr))
+            return;
+        R::RegisterAliasProperty(c_sCount, "Count", MCCodes::pInteger, true, false, false, false);
+        R::RegisterAliasProperty(c_sLink, "Link", MCCodes::pReference, false, false, false, false);
+        R::RegisterAliasProperty(c_sLinks, "Links", MCCodes::pReferenceList, false, false, false, false);
+        new MCObjectFactoryT<RelNode, MCObject>(c_sType, "RelNode", 1, PersRoot::c_sType, 10, 0, true, false);
+        R::AddOwnerType(c_sType, c_sType);
+        R::AddPropertyUsage(c_sType, c_sLink, R::clipFollow);
+        R::AddPropertyUsage(c_sType, c_sLinks, 0);
+        R::AddPropertyUsage(c_sType, MCCodes::pParent, 0);
+    }
+
+private:
+    friend class MCObjectFactoryT<RelNode, MCObject>;
+    RelNode(short type, MCFactorySignature& signature, MCFactoryContext* context)
+        : MCObject(type, signature, context) {
+        RegisterLevel(c_sType, context);
+    }
+    RelNode(MCObject* owner, MCFactoryContext* context) : MCObject(c_sType, owner, context) {
+        RegisterLevel(c_sType, context);
+    }
+};
+
+class ReliabilityTest : public PersTest {
+protected:
+    void SetUp() override {
+        PersTest::SetUp();
+        RelNode::Register();
+        m_sColour = MCFactoryRegistry::RegisterUDP("RelColour", MCCodes::pInteger, nullptr, true);
+        Build();
+    }
+
+    /// Makes the model anew, the old one expunged: M(NS, A(C(D), B), E), with B.Link = C, D.Link = A,
+    /// A.Links = (E, D), E.Count = 5 and D's colour 3, each node named and entered into NS.
+    void Build() {
+        if (m_pxModel)
+            m_pxModel->Expunge(true);
+        m_pxModel = Make(nullptr, PersRoot::c_sType);
+        m_pxSpace = static_cast<MCNameSpace*>(Make(m_pxModel, MCNameSpace::c_sType));
+        m_pxSpace->AddValidType(RelNode::c_sType);
+        MCFactoryRegistry::RegisterUDP("RelColour", MCCodes::pInteger, m_pxModel, true);
+        MCObject* a = Node(m_pxModel, "A");
+        MCObject* c = Node(a, "C");
+        Link(Node(a, "B"), RelNode::c_sLink, c);
+        MCObject* d = Node(c, "D");
+        Link(d, RelNode::c_sLink, a);
+        MCObject* e = Node(m_pxModel, "E");
+        Link(a, RelNode::c_sLinks, e);
+        Link(a, RelNode::c_sLinks, d);
+        SetLong(e, RelNode::c_sCount, 5);
+        SetLong(d, m_sColour, 3);
+    }
+
+    /// A new node named `name` under `owner`, entered into the model's name space.
+    MCObject* Node(MCObject* owner, const std::string& name) {
+        MCObject* node = Make(owner, RelNode::c_sType);
+        MCSPropertyAccessorT<ZVTString> accessor{ZVTString(name.c_str())};
+        node->SetProperty(MCCodes::pName, accessor, MCPropertyAccessor::accessAdd);
+        m_pxSpace->Insert(node, '_', 0, true);
+        return node;
+    }
+    /// Sets `from`'s single reference `type` to `to`, or appends `to` to its list.
+    static void Link(MCObject* from, short type, MCObject* to) {
+        if (type == RelNode::c_sLinks) {
+            MCVRefAccessor accessor(to);
+            from->SetProperty(type, accessor, MCPropertyAccessor::accessAdd);
+            return;
+        }
+        MCSRefAccessor accessor(to);
+        from->SetProperty(type, accessor, MCPropertyAccessor::accessAdd);
+    }
+    /// The first node named `name` in the model, or null.
+    MCObject* Find(const std::string& name) {
+        ZVTString text(name.c_str());
+        return m_pxSpace->FindObject(text);
+    }
+
+    /// The clip buffer of `object` copied out of the model.
+    std::string Copy(MCObject* object) {
+        ZVTSList<MCObject*> selection;
+        selection.Append(object);
+        MCClipList copy(selection, *m_pxModel, MCClipList::modeCopy, nullptr);
+        std::string bytes(static_cast<size_t>(copy.GetBufferSize()), '\0');
+        copy.CopyBuffer(bytes.data());
+        return bytes;
+    }
+    /// Pastes `bytes` under each of `targets` in turn; the ids of the objects placed there.
+    std::vector<long> Paste(std::string bytes, std::vector<MCObject*> targets) {
+        ZVTSList<MCObject*> list;
+        for (MCObject* target : targets)
+            list.Append(target);
+        ZVTOrderedVectorT<long> ids;
+        MCClipList paste(list, *targets[0], bytes.data(), static_cast<int>(bytes.size()), &ids, nullptr);
+        return std::vector<long>(ids.Data(), ids.Data() + ids.Length());
+    }
+    /// Expunges every ownee of `owner` made after the first `keep`.
+    static void DropOwneesAfter(MCObject* owner, long keep) {
+        while (owner->GetOwneeCount() > keep) {
+            MCObject* last = owner->GetFirstOwnee();
+            for (long i = 1; i < owner->GetOwneeCount(); ++i)
+                last = last->GetNextSibling();
+            last->Expunge(true);
+        }
+    }
+
+    /// The scope every check covers: the model and `more` roots, the host's types and the core's types
+    /// a model holds, the names of the model.
+    ModelScope Scope(std::vector<MCObject*> more = {}) const {
+        ModelScope scope;
+        scope.m_xRoots = {m_pxModel};
+        scope.m_xRoots.insert(scope.m_xRoots.end(), more.begin(), more.end());
+        scope.m_xTypes = {RelNode::c_sType, PersRoot::c_sType, MCNameSpace::c_sType, MCCodes::tStringInfo};
+        scope.m_xNames = {"A", "B", "C", "D", "E", "A_2", "C_2"};
+        return scope;
+    }
+
+    HUBScopedMessageHandler m_xMessages;
+    MCObject* m_pxModel = nullptr;
+    MCNameSpace* m_pxSpace = nullptr;
+    short m_sColour = 0;
+};
+
+#endif

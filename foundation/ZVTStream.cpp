@@ -22,6 +22,8 @@ static_assert(std::numeric_limits<float>::is_iec559 && std::numeric_limits<doubl
 constexpr std::uint32_t c_nNullLength = 0xFFFFFFFFu;
 // Largest piece of a string allocated before its bytes have actually arrived.
 constexpr size_t c_nChunk = 64 * 1024;
+// Reads up to this many bytes (the widest scalar) may be taken byte by byte from the get area.
+constexpr size_t c_nSmallRead = 8;
 // No number this stream writes is longer; a longer token is garbage.
 constexpr size_t c_nMaxToken = 32;
 
@@ -446,8 +448,22 @@ bool ZVTStream::BeginRead() {
 }
 
 bool ZVTStream::GetBytes(void* data, size_t size) {
+    std::streambuf* buffer = Buffer();
     const auto count = static_cast<std::streamsize>(size);
-    if (Buffer()->sgetn(static_cast<char*>(data), count) == count)
+    // A scalar's few bytes mostly lie in the get area already: taking them from there spares the virtual
+    // block read, which costs more than the bytes. in_avail asks the buffer itself only when the area is
+    // empty; a buffer that promised more than it gives fails the read as the block read would.
+    if (size <= c_nSmallRead && buffer->in_avail() >= count) {
+        auto* bytes = static_cast<char*>(data);
+        size_t got = 0;
+        for (int c; got < size && !Traits::eq_int_type(c = buffer->sbumpc(), Traits::eof()); ++got)
+            bytes[got] = Traits::to_char_type(c);
+        if (got == size)
+            return true;
+        m_pxIos->setstate(std::ios::eofbit | std::ios::failbit);
+        return false;
+    }
+    if (buffer->sgetn(static_cast<char*>(data), count) == count)
         return true;
     m_pxIos->setstate(std::ios::eofbit | std::ios::failbit);
     return false;

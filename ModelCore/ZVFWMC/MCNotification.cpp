@@ -171,10 +171,16 @@ MCProperty* StillHeld(MCObject* object, short type) {
 
 MCNotification::result MCObjectSubjectDestNotification::Notify(MCObject* pObject, MCEvent& rEvent) {
     MCEventUser holder(rEvent);
-    // Only an object can be a reference's target; anything else dying concerns no reference.
-    auto* target = dynamic_cast<MCObject*>(rEvent.GetSubject());
-    if (!target)
-        return resultHandled;
+    // Only an object can be a reference's target; anything else dying concerns no reference. The subject
+    // is taken as an object only once something needs it so: a single reference that names it names it
+    // as that object already, and most holders have nothing else.
+    MCSubject* subject = rEvent.GetSubject();
+    MCObject* target = nullptr;
+    auto asObject = [&]() {
+        if (!target)
+            target = dynamic_cast<MCObject*>(subject);
+        return target;
+    };
     // The live set, not a copy: a rule run by a change may add or delete properties, and a deleted one
     // leaves an empty slot that the cursor passes over.
     MCPropertySetIter properties(pObject->GetPropertySet());
@@ -185,8 +191,9 @@ MCNotification::result MCObjectSubjectDestNotification::Notify(MCObject* pObject
         ZVTBoolean gone = false;
         const short type = property->GetType();
         if (auto* single = mc_detail::PropertyCast<MCSRef>(property)) {
-            if (!single->IsBound() || single->GetValue() != target)
+            if (!single->IsBound() || static_cast<MCSubject*>(single->GetValue()) != subject)
                 continue;
+            target = single->GetValue();
             MCSRefAccessor accessor(nullptr);
             accessor.SetPropertyValue(single, pObject, MCPropertyAccessor::accessAdd);
             gone = accessor.GetObjectDestroyed();
@@ -200,6 +207,8 @@ MCNotification::result MCObjectSubjectDestNotification::Notify(MCObject* pObject
         } else if (auto* list = mc_detail::PropertyCast<MCVRef>(property)) {
             if (!list->IsBound())
                 continue;
+            if (!asObject())
+                return resultHandled;
             // Every entry of the target goes, so none is left pointing at freed memory; a list without
             // one still hears of the death through a change that removes nothing.
             MCVRefAccessor accessor;
@@ -224,7 +233,7 @@ MCNotification::result MCObjectSubjectDestNotification::Notify(MCObject* pObject
     // A source that subscribes to its heirs loses a dying heir from its set by itself.
     const MCHeirSet* heirs = nullptr;
     pObject->GetHeirs(heirs);
-    if (heirs)
+    if (heirs && asObject())
         const_cast<MCHeirSet*>(heirs)->Delete(target);
     return resultHandled;
 }

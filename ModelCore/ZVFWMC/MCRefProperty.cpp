@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <fstream>
 #include <memory>
+#include <typeinfo>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCCodes.h"
@@ -133,8 +134,15 @@ ZVTBoolean MCSRef::ResolveIds(MCIdSpace& space, MCObject& owner, ZVTBoolean /*st
         SetFlagRaw(itemNulled, true);
         return false;
     }
-    std::unique_ptr<MCPropertyAccessor> accessor(CreateRawAccessor());
-    auto* raw = dynamic_cast<MCSRefRawAccessor*>(accessor.get());
+    // The core's own class makes a plain raw accessor, which needs no heap and no cast; a derived class
+    // may make its own.
+    MCSRefRawAccessor plain;
+    std::unique_ptr<MCPropertyAccessor> accessor;
+    MCSRefRawAccessor* raw = &plain;
+    if (typeid(*this) != typeid(MCSRef)) {
+        accessor.reset(CreateRawAccessor());
+        raw = dynamic_cast<MCSRefRawAccessor*>(accessor.get());
+    }
     if (!raw)
         MC_THROW_UNEXPECTED(c_xSourceFile);
     raw->SetValue(target);

@@ -196,6 +196,26 @@ TEST_F(RefPropertyTest, DyingTargetIsTakenOutOfEveryHolderOnce) {
         holders[i]->RemoveSubscriber(&logs[i], MCEvent::subscriberObserver);
 }
 
+// The clean-up takes the dying subject as an object from a single reference that names it, and asks for
+// it otherwise: a list behind a single reference to something else must still lose its entries.
+TEST_F(RefPropertyTest, AListLosesADyingTargetThatNoSingleReferenceNames) {
+    MCObject* target = Make();
+    MCObject* other = Make();
+    MCObject* elsewhere = Make();
+    ASSERT_TRUE(SetRef(elsewhere, other));
+    ASSERT_TRUE(SetRefs(elsewhere, {target, other, target}, c_lAdd));
+    EventLog log;
+    elsewhere->AddSubscriber(&log, MCEvent::subscriberObserver);
+
+    target->Expunge(true);
+    const std::string id = std::to_string(elsewhere->GetId());
+    EXPECT_EQ(log.Take(), "PropertySet(" + id + ",90,2) ReferenceCleared(" + id + ")");
+    EXPECT_EQ(GetRef(elsewhere), other);
+    EXPECT_EQ(Ids(elsewhere), std::to_string(other->GetId()));
+    EXPECT_EQ(Count(other, elsewhere), 2u);
+    elsewhere->RemoveSubscriber(&log, MCEvent::subscriberObserver);
+}
+
 TEST_F(RefPropertyTest, RestoredIdsResolveThroughTheSpaceOrAConverter) {
     MCObject* holder = Make();
     MCObject* a = Make();
@@ -259,6 +279,54 @@ TEST_F(RefPropertyTest, RestoredIdsResolveThroughTheSpaceOrAConverter) {
         EXPECT_TRUE(single->ResolveIds(space, *restored, false, nullptr));
         EXPECT_FALSE(single->GetFlag(MCItem::itemNL));
     }
+}
+
+namespace {
+
+// A host's own single reference class, whose raw accessors resolution must still make.
+class CountedRef : public MCSRef {
+public:
+    using MCSRef::MCSRef;
+    MCPropertyAccessor* CreateRawAccessor() const override {
+        ++s_nMade;
+        return MCSRef::CreateRawAccessor();
+    }
+    static int s_nMade;
+};
+int CountedRef::s_nMade = 0;
+
+}  // namespace
+
+// The core's class resolves without asking for an accessor; a derived class is asked, with the same end.
+TEST_F(RefPropertyTest, ADerivedSingleReferenceResolvesAsTheCoreClassDoes) {
+    MCObject* source = Make();
+    MCObject* target = Make();
+    ASSERT_TRUE(SetRef(source, target));
+    std::stringstream medium;
+    MCStream out(medium, ZVTStream::binary);
+    Single(source)->SaveTo(out);
+
+    std::string outcomes[2];
+    for (int derived = 0; derived < 2; ++derived) {
+        SCOPED_TRACE(derived ? "derived" : "core");
+        MCObject* restored = Make();
+        MCObject* copy = Make();
+        MCSRef* single = derived ? new CountedRef(MCCodes::pReference, restored)
+                                 : static_cast<MCSRef*>(MCFactoryRegistry::CreateItem(
+                                       MCCodes::pReference, restored, nullptr, nullptr));
+        std::stringstream in(medium.str());
+        MCStream stream(in, ZVTStream::binary);
+        single->RestoreFrom(stream);
+        MCIdSpace space;
+        space.RegisterPointer(target->GetId(), copy);
+        CountedRef::s_nMade = 0;
+        const bool bound = single->ResolveIds(space, *restored, false, nullptr);
+        EXPECT_EQ(CountedRef::s_nMade, derived);
+        outcomes[derived] = std::to_string(bound) + " " + std::to_string(single->GetValue() == copy) + " " +
+                            std::to_string(single->GetFlags()) + " " + std::to_string(Count(copy, restored));
+    }
+    EXPECT_EQ(outcomes[1], outcomes[0]);
+    EXPECT_EQ(outcomes[0].substr(0, 4), "1 1 ");
 }
 
 TEST_F(RefPropertyTest, RebindMovesToCopiesAndComparisonGoesById) {

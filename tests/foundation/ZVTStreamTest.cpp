@@ -207,6 +207,85 @@ TEST(ZVTStreamTest, TruncationAtEveryCutFailsWithoutTouchingLaterTargets) {
     }
 }
 
+// A buffer that shows at most `window` bytes in its get area (0: none, every byte through uflow), so
+// that a scalar read cannot take its bytes from the area and goes through the block read instead.
+class NarrowBuf : public std::streambuf {
+public:
+    NarrowBuf(std::string bytes, size_t window) : m_xBytes(std::move(bytes)), m_nWindow(window) {}
+
+protected:
+    int_type underflow() override {
+        if (m_nWindow == 0 || m_nNext == m_xBytes.size())
+            return m_nNext == m_xBytes.size() ? traits_type::eof()
+                                              : traits_type::to_int_type(m_xBytes[m_nNext]);
+        const size_t shown = std::min(m_nWindow, m_xBytes.size() - m_nNext);
+        char* begin = &m_xBytes[m_nNext];
+        setg(begin, begin, begin + shown);
+        m_nNext += shown;
+        return traits_type::to_int_type(*begin);
+    }
+    int_type uflow() override {
+        if (m_nWindow != 0)
+            return std::streambuf::uflow();
+        return m_nNext == m_xBytes.size() ? traits_type::eof()
+                                          : traits_type::to_int_type(m_xBytes[m_nNext++]);
+    }
+
+private:
+    std::string m_xBytes;
+    size_t m_nWindow;
+    size_t m_nNext = 0;
+};
+
+// What reading every kind of value from `buffer` gives: each value or "-" once the stream failed, then
+// the state.
+std::string ReadAll(std::streambuf& buffer) {
+    ZVTStream reader(buffer, ZVTStream::binary);
+    std::ostringstream out;
+    auto show = [&](const auto& value) {
+        if (reader.fail())
+            out << "- ";
+        else
+            out << value << ' ';
+    };
+    char c = 0;
+    short s = 0;
+    unsigned short us = 0;
+    long l = 0;
+    ZVTString text;
+    double d = 0;
+    bool flag = false;
+    reader >> c, show(int(c));
+    reader >> s, show(s);
+    reader >> us, show(us);
+    reader >> l, show(l);
+    reader >> text, show(text.str());
+    reader >> d, show(d);
+    reader >> flag, show(flag);
+    reader >> c, show(int(c));
+    out << (reader.fail() ? "fail" : "") << (reader.eof() ? " eof" : "");
+    return out.str();
+}
+
+TEST(ZVTStreamTest, ScalarsReadTheSameWhetherTheirBytesLieInTheGetAreaOrNot) {
+    std::stringbuf full;
+    ZVTStream(full, ZVTStream::binary) << char(-7) << short(-3) << static_cast<unsigned short>(65000)
+                                       << -123456L << ZVTString("abcdef") << 2.5 << true << char(9);
+    const std::string bytes = full.str();
+    for (size_t cut = 0; cut <= bytes.size(); ++cut) {
+        SCOPED_TRACE("cut at " + std::to_string(cut));
+        std::stringbuf whole(bytes.substr(0, cut));
+        const std::string expected = ReadAll(whole);
+        for (size_t window : {0, 1, 3}) {
+            SCOPED_TRACE("window " + std::to_string(window));
+            NarrowBuf narrow(bytes.substr(0, cut), window);
+            EXPECT_EQ(ReadAll(narrow), expected);
+        }
+    }
+    std::stringbuf whole(bytes);
+    EXPECT_EQ(ReadAll(whole), "-7 -3 65000 -123456 abcdef 2.5 1 9  eof");
+}
+
 TEST(ZVTStreamTest, AHugeStoredLengthCostsOnlyTheBytesPresent) {
     for (ZVTStream::stream_type mode : c_aModes) {
         SCOPED_TRACE(mode);

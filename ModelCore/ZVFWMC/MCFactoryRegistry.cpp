@@ -108,11 +108,18 @@ MCMetaInfoI::~MCMetaInfoI() {
     for (ZVTHDictIter<short, MCMetaInfoEntry*> it(m_xEntries); ++it;)
         delete it.Value();
     m_xEntries.Clear();
+    ForgetRecent();
 }
 
 MCMetaInfoEntry* MCMetaInfoI::FindEntry(short code) const {
+    Recent& recent = m_axRecent[static_cast<unsigned short>(code) % c_nRecent];
+    if (recent.m_pxEntry && recent.m_sCode == code)
+        return recent.m_pxEntry;
     MCMetaInfoEntry* entry = nullptr;
-    m_xEntries.Find(code, entry);
+    if (m_xEntries.Find(code, entry) && entry) {
+        recent.m_sCode = code;
+        recent.m_pxEntry = entry;
+    }
     return entry;
 }
 
@@ -234,11 +241,13 @@ ZVTBoolean RegisterObjectType(MCMetaInfoI* impl, short code, const ZVTString& na
                        FirstFlag(first) | SecondFlag(second) | MCFactoryRegistry::flagCore;
 
     impl->m_xEntries.Insert(code, entry.get());
+    impl->ForgetRecent();
     if (!abstract) {
         try {
             MCFactoryRegistry::AddOwnerType(code, ownerType);
         } catch (...) {
             impl->m_xEntries.Remove(code);
+            impl->ForgetRecent();
             if (factory)
                 impl->m_xFactories.Remove(factory);
             throw;
@@ -266,6 +275,7 @@ ZVTBoolean RegisterAliasPropertyIn(MCMetaInfoI* impl, short code, const ZVTStrin
     if (root)
         entry->m_xModels.Insert(root);
     impl->m_xEntries.Insert(code, entry);
+    impl->ForgetRecent();
     return true;
 }
 
@@ -299,6 +309,7 @@ ZVTBoolean MCFactoryRegistry::RegisterAliasObject(short code, const ZVTString& n
     entry->m_sConcreteType = concreteType;
     AddDefaultName(impl, entry, code, name);
     impl->m_xEntries.Insert(code, entry);
+    impl->ForgetRecent();
     return true;
 }
 
@@ -318,6 +329,7 @@ ZVTBoolean MCFactoryRegistry::RegisterConcreteProperty(short code, const ZVTStri
                        SecondFlag(second) | (preFetch ? flagPreFetch : 0) |
                        (itemFlag100 ? flagItemFlag100 : 0);
     impl->m_xEntries.Insert(code, entry);
+    impl->ForgetRecent();
     return true;
 }
 

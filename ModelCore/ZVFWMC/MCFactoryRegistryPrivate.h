@@ -157,6 +157,11 @@ public:
     MCMetaInfoI& operator=(const MCMetaInfoI&) = delete;
 
     MCMetaInfoEntry* FindEntry(short code) const;
+    /// Drops what FindEntry remembers; every change of m_xEntries calls it.
+    void ForgetRecent() const {
+        for (Recent& recent : m_axRecent)
+            recent = Recent();
+    }
     /// The supertype entry of `entry`, resolved through the table and cached on first need.
     MCMetaInfoAbstractObjectEntry* SupertypeOf(MCMetaInfoAbstractObjectEntry* entry) const;
     MCNomenclature* FindNomenclature(const ZVTString& name) const;
@@ -173,6 +178,16 @@ public:
     // Expected item counts per item size.
     ZVTHDict<unsigned int, MCPoolRecord> m_xPools;
     ZVTSList<MCCreationHook*> m_xCreationHooks;
+
+private:
+    // The entries FindEntry found lately, by the low bits of the code: making one object asks for the
+    // same few codes a dozen times.
+    struct Recent {
+        short m_sCode = 0;
+        MCMetaInfoEntry* m_pxEntry = nullptr;
+    };
+    static constexpr unsigned c_nRecent = 64;
+    mutable Recent m_axRecent[c_nRecent];
 };
 
 #endif

@@ -38,6 +38,7 @@ MCNotificationEntry::~MCNotificationEntry() {
 }
 
 ZVTBoolean MCNotificationEntry::Register(long nEventType, MCNotification* pNotification) {
+    ++c_nRegistrations;
     MCNotificationHandler* handler = nullptr;
     if (nEventType == 0) {
         if (!m_pxDefaultHandler)
@@ -65,6 +66,31 @@ MCNotification::result MCNotificationEntry::Notify(MCObject* pObject, MCEvent& r
     if (m_pxDefaultHandler)
         return m_pxDefaultHandler->Notify(pObject, rEvent);
     return MCNotification::resultNotHandled;
+}
+
+std::uint64_t MCNotificationEntry::c_nRegistrations = 1;
+
+ZVTBoolean MCNotificationEntry::PassesOnAloneAnew(long nEventType) {
+    if (nEventType <= 0 || nEventType >= c_nDirectEvents)
+        return false;
+    const auto bit = static_cast<std::uint8_t>(1u << nEventType);
+    // Recomputed for every low event type at once: registrations are rare, deliveries are not.
+    m_nPassingOn = 0;
+    for (long eventType = 1; eventType < c_nDirectEvents; ++eventType) {
+        for (const MCNotificationEntry* entry = this; entry; entry = entry->m_pxAncestor) {
+            const MCNotificationHandler* handler =
+                entry->m_apxDirect[eventType] ? entry->m_apxDirect[eventType] : entry->m_pxDefaultHandler;
+            // An empty handler answers resultNotHandled and the search goes on up.
+            if (!handler || handler->Entries() == 0)
+                continue;
+            // MCObjectNotification always answers resultHandled, so nothing after it runs.
+            if (handler->At(0) == &MCObjectNotification::c_xInstance)
+                m_nPassingOn = static_cast<std::uint8_t>(m_nPassingOn | (1u << eventType));
+            break;
+        }
+    }
+    m_nAnswersMadeAt = c_nRegistrations;
+    return (m_nPassingOn & bit) != 0;
 }
 
 // ---------------------------------------------------------------------------------------------------
@@ -127,6 +153,18 @@ MCNotificationEntry* MCNotificationDirectory::CreateEntry(short nType, short nAn
         made->SetAncestor(ancestor);
     m_xEntries.Insert(nType, made.get());
     return made.release();
+}
+
+ZVTBoolean MCNotificationDirectory::FindAndAsk(short nType, long nEventType) const {
+    Recent& recent = m_axRecent[static_cast<unsigned short>(nType) % c_nRecent];
+    if (!recent.m_pxEntry || recent.m_nType != nType) {
+        MCNotificationEntry* entry = nullptr;
+        if (!m_xEntries.Find(nType, entry))
+            return false;
+        recent.m_nType = nType;
+        recent.m_pxEntry = entry;
+    }
+    return recent.m_pxEntry->PassesOnAlone(nEventType);
 }
 
 ZVTBoolean MCNotificationDirectory::ContainsEntry(short nType) const {

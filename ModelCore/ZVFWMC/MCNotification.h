@@ -6,6 +6,8 @@
 // without touching the delivery; each type's entry links to its ancestor's, and a search runs from the
 // object's own type towards the root.
 
+#include <cstdint>
+
 #include "foundation/ZVTBoolean.h"
 #include "foundation/ZVTExport.h"
 #include "foundation/ZVTHDict.h"
@@ -54,12 +56,26 @@ public:
     /// This entry's answer alone: the handler of the event type when there is one, even if it answers
     /// resultNotHandled, else the default handler, else resultNotHandled.
     MCNotification::result Notify(MCObject* pObject, MCEvent& rEvent);
+    /// Whether this entry's chain answers events of `nEventType` with MCObjectNotification before any
+    /// other notification could run, so that an object of the type only passes them on to its own
+    /// subscribers. False for an event type beyond the library's own and for a chain that ends unanswered.
+    ZVTBoolean PassesOnAlone(long nEventType) {
+        if (m_nAnswersMadeAt == c_nRegistrations && nEventType > 0 && nEventType < c_nDirectEvents)
+            return (m_nPassingOn & (1u << nEventType)) != 0;
+        return PassesOnAloneAnew(nEventType);
+    }
     /// The entry of the ancestor type, null for none.
     MCNotificationEntry* GetAncestor() const { return m_pxAncestor; }
     /// Links the ancestor's entry.
     void SetAncestor(MCNotificationEntry* pAncestor) { m_pxAncestor = pAncestor; }
 
 private:
+    ZVTBoolean PassesOnAloneAnew(long nEventType);
+
+    // Counts the registrations on every entry, starting at 1, so that cached answers can tell they are
+    // out of date.
+    static std::uint64_t c_nRegistrations;
+
     // The handlers of the low event types, the library's own among them, also stand here by index: every
     // delivery asks each entry up the chain, and an index costs less than a hash probe.
     static constexpr long c_nDirectEvents = 8;
@@ -68,6 +84,10 @@ private:
     MCNotificationHandler* m_apxDirect[c_nDirectEvents] = {};
     MCNotificationHandler* m_pxDefaultHandler = nullptr;
     MCNotificationEntry* m_pxAncestor = nullptr;
+    // PassesOnAlone's answers per low event type (bit = type), valid while no registration has happened
+    // anywhere since: a registration on an ancestor changes the answer of every entry below it.
+    std::uint64_t m_nAnswersMadeAt = 0;
+    std::uint8_t m_nPassingOn = 0;
 };
 
 /// The process-wide table of notification entries by object type. Made on first use, deleted by
@@ -101,6 +121,15 @@ public:
     /// handles it; resultNotHandled for a type without an entry (there is no fallback to the root type).
     MCNotification::result Notify(short nType, MCObject* pObject, MCEvent& rEvent);
 
+    /// Whether an object of `nType` does nothing with an event of `nEventType` but pass it on to its own
+    /// subscribers (the default reaction, reached before any other); false for a type without an entry.
+    ZVTBoolean PassesOnAlone(short nType, long nEventType) const {
+        const Recent& recent = m_axRecent[static_cast<unsigned short>(nType) % c_nRecent];
+        if (recent.m_pxEntry && recent.m_nType == nType)
+            return recent.m_pxEntry->PassesOnAlone(nEventType);
+        return FindAndAsk(nType, nEventType);
+    }
+
     /// The hash of the table: the type itself, as unsigned int.
     static unsigned int HashId(const short& nType);
 
@@ -110,8 +139,18 @@ private:
     MCNotificationDirectory(const MCNotificationDirectory&) = delete;
     MCNotificationDirectory& operator=(const MCNotificationDirectory&) = delete;
 
+    ZVTBoolean FindAndAsk(short nType, long nEventType) const;
+
     static MCNotificationDirectory* c_pxSingleton;
     ZVTHDict<short, MCNotificationEntry*> m_xEntries;
+    // The entries PassesOnAlone found lately, by the low bits of their type: a climb asks for the same
+    // few types over and over, and an entry lives as long as the directory.
+    struct Recent {
+        short m_nType = 0;
+        MCNotificationEntry* m_pxEntry = nullptr;
+    };
+    static constexpr unsigned c_nRecent = 64;
+    mutable Recent m_axRecent[c_nRecent];
 };
 
 /// The default reaction of every object, registered on the root type: pass the event on to the

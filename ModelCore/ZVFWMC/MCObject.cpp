@@ -12,6 +12,7 @@
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCEvent.h"
+#include "ModelCore/ZVFWMC/MCEventPrivate.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
@@ -93,9 +94,36 @@ public:
 MCObjectOS c_xObjectOS;
 MCIdPS c_xIdPS;
 
+// The function a subscriber's Notify calls, as the compiler's extension reads it from the object; with
+// another compiler there is no reading, and every owner counts as one with a Notify of its own.
+#if defined(__GNUC__) && !defined(__clang__)
+#define MC_READS_NOTIFY_OVERRIDER 1
+using NotifyCode = void (*)(MCSubscriber*, MCEvent&);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wpmf-conversions"
+#pragma GCC diagnostic ignored "-Wpedantic"
+NotifyCode NotifyOf(MCSubscriber* subscriber) {
+    return reinterpret_cast<NotifyCode>(subscriber->*(&MCSubscriber::Notify));
+}
+#pragma GCC diagnostic pop
+// MCObject's own Notify, read from the first object while its MCObject constructor runs.
+NotifyCode c_pfnObjectNotify = nullptr;
+#endif
+
+// Whether `owner`'s class replaced MCObject::Notify, so that hearing an event may do anything at all.
+bool HasOwnNotify(MCObject* owner) {
+#ifdef MC_READS_NOTIFY_OVERRIDER
+    return c_pfnObjectNotify == nullptr || NotifyOf(owner) != c_pfnObjectNotify;
+#else
+    (void)owner;
+    return true;
+#endif
+}
+
 void AnnounceCreation(MCObject* object) {
-    object->NotifySubscribers(MCEvent::Instantiate(MCEvent::ObjectCreated, object,
-                                                   MCEvent::subscriberOwner | MCEvent::subscriberObserver));
+    constexpr unsigned int mask = MCEvent::subscriberOwner | MCEvent::subscriberObserver;
+    if (object->IsHeard(MCEvent::ObjectCreated, mask))
+        object->NotifySubscribers(MCEvent::Instantiate(MCEvent::ObjectCreated, object, mask));
 }
 
 MCObjectSem::result MCObjectOS::Fire(mode nMode, MCObject* object, MCObjectSemContext* context) {
@@ -168,6 +196,11 @@ MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
             MCPropertySemanticRegistry::Register(MCCodes::tAbstractObject, context, MCCodes::pId, &c_xIdPS,
                                                  true, false);
     }
+#ifdef MC_READS_NOTIFY_OVERRIDER
+    // Until the body ends this object is an MCObject, whatever class it is being made as.
+    if (!c_pfnObjectNotify)
+        c_pfnObjectNotify = NotifyOf(this);
+#endif
     if (owner) {
         owner->AddOwnedObject(this);
         AddSubscriber(owner, MCEvent::subscriberOwner);
@@ -565,9 +598,41 @@ ZVTBoolean MCObject::RegisterNotificationObject(short type, short ancestorType) 
 
 void MCObject::Notify(MCEvent& event) {
     MCNotificationDirectory* directory = MCNotificationDirectory::FindInstance();
-    // The directory holds the event while it searches.
-    if (directory)
+    if (!directory)
+        return;
+    if (!directory->PassesOnAlone(GetType(), event.GetEventType())) {
+        // The directory holds the event while it searches.
         directory->Notify(GetType(), this, event);
+        return;
+    }
+    // The search would end at once in MCObjectNotification: go there directly, holding the event as the
+    // directory would.
+    const mc_detail::EventHold holder(event);
+    PassOnToSubscribers(event);
+}
+
+ZVTBoolean MCObject::IsHeard(long eventType, unsigned int mask) const {
+    const MCNotificationDirectory* directory = MCNotificationDirectory::FindInstance();
+    if (!directory)
+        return true;
+    // The type last found to pass events on: owners above one another are mostly of one type.
+    short passingType = 0;
+    for (const MCObject* level = this;;) {
+        MCSubscriber* hearer = nullptr;
+        const int hearers = level->CountHearers(mask, hearer);
+        if (hearers == 0)
+            return false;
+        MCObject* owner = level->m_pxOwner;
+        if (hearers != 1 || !owner || hearer != static_cast<MCSubscriber*>(owner) || HasOwnNotify(owner))
+            return true;
+        const short type = owner->GetType();
+        if (type != passingType || passingType == 0) {
+            if (!directory->PassesOnAlone(type, eventType))
+                return true;
+            passingType = type;
+        }
+        level = owner;
+    }
 }
 
 ZVTBoolean MCObject::Expunge(ZVTBoolean top) {

@@ -197,6 +197,11 @@ public:
     /// lets the notification directory react for its type; by default the event climbs to this
     /// object's own subscribers.
     void Notify(MCEvent& event) override;
+    /// Whether an event of `eventType` with the subscriber mask `mask`, delivered on this object, could
+    /// reach anything: false only when its climb would pass nothing but owners without a reaction or a
+    /// Notify of their own and without a subscriber beside their owner, up to a level where nobody hears
+    /// it. The library makes no event that nobody could hear; true whenever it cannot tell.
+    ZVTBoolean IsHeard(long eventType, unsigned int mask) const;
     /// Destroys the object and its subtree: the rules may refuse when `top` is true; always true, so
     /// ResolveId of the old id tells whether it went. Only Expunge_ passes `top` false. Called from a
     /// rule or subscriber 64 expunges deep, the object is asked for its veto at once but goes only when

@@ -166,6 +166,7 @@ MCObjectSemReg::~MCObjectSemReg() {
     while (++handlers)
         delete handlers.Value();
     m_xHandlers.Clear();
+    ForgetRecent();
     ms_bDead = true;
     c_pxSingleton = nullptr;
 }
@@ -181,8 +182,14 @@ void MCObjectSemReg::DeleteInstance() {
 }
 
 MCObjectSemHandler* MCObjectSemReg::FindHandler(short nType) const {
+    Recent& recent = m_axRecent[static_cast<unsigned short>(nType) % c_nRecent];
+    if (recent.m_pxHandler && recent.m_nType == nType)
+        return recent.m_pxHandler;
     MCObjectSemHandler* handler = nullptr;
-    m_xHandlers.Find(nType, handler);
+    if (m_xHandlers.Find(nType, handler) && handler) {
+        recent.m_nType = nType;
+        recent.m_pxHandler = handler;
+    }
     return handler;
 }
 
@@ -207,6 +214,7 @@ ZVTBoolean MCObjectSemReg::CreateHandler(short nType, MCFactoryContext* pContext
     if (!handler) {
         handler = new MCObjectSemHandler(ancestorType);
         m_xHandlers.Insert(nType, handler);
+        ForgetRecent();
         made = true;
     }
     const short concrete = MCFactoryRegistry::Translate(nType, true);
@@ -229,6 +237,7 @@ void MCObjectSemReg::RemoveHandler(short nType) {
     if (!handler)
         return;
     m_xHandlers.Remove(nType);
+    ForgetRecent();
     delete handler;
 }
 

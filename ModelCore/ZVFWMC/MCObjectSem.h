@@ -206,6 +206,18 @@ private:
     static MCObjectSemReg* c_pxSingleton;
     static ZVTBoolean ms_bDead;
     ZVTHDict<short, MCObjectSemHandler*> m_xHandlers;
+    // The handlers FindHandler found lately, by the low bits of the type; forgotten whenever a handler
+    // comes or goes. Every object made asks for each of its class levels.
+    struct Recent {
+        short m_nType = 0;
+        MCObjectSemHandler* m_pxHandler = nullptr;
+    };
+    static constexpr unsigned c_nRecent = 64;
+    mutable Recent m_axRecent[c_nRecent];
+    void ForgetRecent() {
+        for (Recent& recent : m_axRecent)
+            recent = Recent();
+    }
     State m_eState = stateInUse;
 };
 

@@ -34,10 +34,10 @@ MCPropertySemantic::result MCPropertyAccessor::FirePostSemantics(short type, MCO
 
 void MCPropertyAccessor::Notify(MCObject* object, MCProperty* property, long hintCode, MCObject* hintObject,
                                 void* hintPointer) {
-    if (!m_bActive)
+    constexpr unsigned int mask = MCEvent::subscriberOwner | MCEvent::subscriberObserver;
+    if (!m_bActive || !object->IsHeard(MCEvent::PropertySet, mask))
         return;
-    MCEvent& event = MCEvent::Instantiate(MCEvent::PropertySet, object,
-                                          MCEvent::subscriberOwner | MCEvent::subscriberObserver, property);
+    MCEvent& event = MCEvent::Instantiate(MCEvent::PropertySet, object, mask, property);
     // Held before the hints are set: a fresh event has no holder yet.
     MCEventUser holder(event);
     event.SetHintCode(hintCode);
@@ -67,11 +67,10 @@ ZVTBoolean MCPropertyAccessor::NullPropertyValue(MCProperty* property, MCObject*
                                                       property,
                                                       &context) == MCPropertySemantic::resultRefused)
             return false;
-        if (object) {
+        constexpr unsigned int mask = MCEvent::subscriberOwner | MCEvent::subscriberObserver;
+        if (object && object->IsHeard(MCEvent::PropertyNulled, mask)) {
             // Subscribers see the property with its value still in place.
-            object->NotifySubscribers(
-                MCEvent::Instantiate(MCEvent::PropertyNulled, object,
-                                     MCEvent::subscriberOwner | MCEvent::subscriberObserver, property));
+            object->NotifySubscribers(MCEvent::Instantiate(MCEvent::PropertyNulled, object, mask, property));
             // One of them may have nulled it already, which may have deleted it.
             if (object->MCObject::FindProperty(type, false) != property)
                 return true;

@@ -112,6 +112,15 @@ public:
 
     ZVTHDict<short, MCPropertySemanticHandler*> m_xHandlers;
     unsigned long m_uGeneration = 1;
+    // The handlers FindHandler found lately, by the low bits of the type, each valid for the generation it
+    // was found in: every object made and every edit asks for the same few types.
+    struct Recent {
+        short m_nType = 0;
+        unsigned long m_uGeneration = 0;
+        MCPropertySemanticHandler* m_pxHandler = nullptr;
+    };
+    static constexpr unsigned c_nRecent = 64;
+    Recent m_axRecent[c_nRecent];
     long m_nFiring = 0;
     std::vector<std::unique_ptr<MCPropertySemanticChain>> m_xRetiredChains;
     std::vector<std::unique_ptr<MCPropertySemanticList>> m_xRetiredLists;
@@ -235,8 +244,17 @@ void MCPropertySemanticRegistry::DeleteInstance() {
 }
 
 MCPropertySemanticHandler* MCPropertySemanticRegistry::FindHandler(short nObjectType) const {
+    MCPropertySemanticRegistryImpl::Recent& recent =
+        m_pxHandlers->m_axRecent[static_cast<unsigned short>(nObjectType) %
+                                 MCPropertySemanticRegistryImpl::c_nRecent];
+    if (recent.m_uGeneration == m_pxHandlers->m_uGeneration && recent.m_nType == nObjectType)
+        return recent.m_pxHandler;
     MCPropertySemanticHandler* handler = nullptr;
-    m_pxHandlers->m_xHandlers.Find(nObjectType, handler);
+    if (m_pxHandlers->m_xHandlers.Find(nObjectType, handler)) {
+        recent.m_nType = nObjectType;
+        recent.m_uGeneration = m_pxHandlers->m_uGeneration;
+        recent.m_pxHandler = handler;
+    }
     return handler;
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ModelCore/ZVFWMC/MCEvent.h"
+#include "ModelCore/ZVFWMC/MCEventPrivate.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "foundation/ZVTReference.h"
 
@@ -154,6 +155,20 @@ long MCSubject::Entries() const {
     for (MCSubscriberReference* pEntry = First(); pEntry != nullptr; pEntry = pEntry->m_pxNext)
         ++nEntries;
     return nEntries;
+}
+
+int MCSubject::CountHearers(unsigned int nMask, MCSubscriber*& rpHearer) const {
+    if (IsIndexed() || (m_nUsers == 0 && m_nStaleEntries > c_nStaleThreshold))
+        return 2;
+    int nHearers = 0;
+    for (const MCSubscriberReference* pEntry = First(); pEntry != nullptr; pEntry = pEntry->m_pxNext) {
+        if (pEntry->m_nReferenceCount == 0 || (pEntry->m_nSubscriberType & nMask) == 0)
+            continue;
+        if (++nHearers == 2)
+            return 2;
+        rpHearer = pEntry->m_pxSubscriber;
+    }
+    return nHearers;
 }
 
 void MCSubject::AddSubscriber(MCSubscriber* pSubscriber, unsigned int nType) {
@@ -362,7 +377,7 @@ void MCSubject::Deliver(std::size_t nBase) {
 
 void MCSubject::NotifySubscribers(MCEvent& rEvent) {
     // Declared in this order so they are released subject first, event last: the event may die with it.
-    MCEventUser xEventGuard(rEvent);
+    const mc_detail::EventHold xEventGuard(rEvent);
     MCSubjectUser xSubjectGuard(*this);
     const DepthGuard xDepth;
     std::vector<Delivery>* pQueued = xDepth.m_nDepth < c_nCallDepth ? nullptr : &Queued();

@@ -130,7 +130,14 @@ public:
 private:
     friend class MCSubjectUser;
     friend class MCiSubscriberListIter;
+    // An object asks its list, and its owners' lists, whether an event could be heard at all.
+    friend class MCObject;
     class SubscriberIndex;
+
+    // How many live entries share a bit with `nMask`, counted up to 2, the first of them in `rpHearer`.
+    // 2 also when a delivery here could change the list by itself (it would purge stale entries) or the
+    // list is too long to count cheaply.
+    int CountHearers(unsigned int nMask, MCSubscriber*& rpHearer) const;
 
     unsigned int AddReference();
     unsigned int RemoveReference();

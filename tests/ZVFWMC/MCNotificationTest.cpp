@@ -237,3 +237,132 @@ TEST_F(NotificationTest, EventsClimbAChainOfAnyDepth) {
     EXPECT_EQ(observer.m_pxLastSubject, last);
     root->RemoveSubscriber(&observer, MCEvent::subscriberObserver);
 }
+
+namespace {
+
+// An owner class whose Notify is its own: it logs, then reacts as every object does.
+class Eavesdropper : public MCObject {
+public:
+    static constexpr short c_sType = 9140;
+    static inline std::string* c_psLog = nullptr;
+    void Notify(MCEvent& event) override {
+        if (c_psLog)
+            *c_psLog += " own-notify(" + std::to_string(event.GetEventType()) + ")";
+        MCObject::Notify(event);
+    }
+    Eavesdropper(MCObject* owner, MCFactoryContext* context) : MCObject(c_sType, owner, context) {
+        RegisterLevel(c_sType, context);
+    }
+};
+
+// Logs "<event type>@<place>" of each event it hears into a shared log, the place being the subject's
+// index among the tree's objects ("new" for one made since); with no log it hears and says nothing, and
+// subscribed on an object it forces every event there to be made and to climb the whole way.
+struct PlaceLog : MCSubscriber {
+    void Notify(MCEvent& event) override {
+        if (!m_psLog)
+            return;
+        const auto at = std::find(m_pxPlaces->begin(), m_pxPlaces->end(), event.GetSubject());
+        *m_psLog += " " + std::to_string(event.GetEventType()) + "@" +
+                    (at == m_pxPlaces->end() ? "new" : std::to_string(at - m_pxPlaces->begin()));
+    }
+    std::string* m_psLog = nullptr;
+    const std::vector<MCObject*>* m_pxPlaces = nullptr;
+};
+
+}  // namespace
+
+TEST_F(NotificationTest, EventsNobodyCanHearAreSkippedWithoutChangingWhatAnyoneHears) {
+    // The same edits on the same tree twice: first as it is, where most events have nobody to reach
+    // and most owners only pass events on; then with a silent observer on every object and a reaction
+    // on every type, which force the full climb everywhere. The hosts hear the same in the same order.
+    static bool registered = false;
+    if (!registered) {
+        new MCFactoryT<Eavesdropper, MCObject>(Eavesdropper::c_sType, "Eavesdropper", 1, 0, false, false);
+        registered = true;
+    }
+    std::string log;
+    Eavesdropper::c_psLog = &log;
+    auto run = [&](bool forced) {
+        // root - spy (own Notify) - one; root - watched (observer) - w1 - one; root - quiet (a reference
+        // holder) - one.
+        MCObject* root = Make();
+        MCObject* spy = Make(root, Eavesdropper::c_sType);
+        MCObject* watched = Make(root);
+        MCObject* w1 = Make(watched);
+        MCObject* quiet = Make(root);
+        const std::vector<MCObject*> all{root, spy, Make(spy), watched, w1, Make(w1), quiet, Make(quiet)};
+        PlaceLog observer;
+        observer.m_psLog = &log;
+        observer.m_pxPlaces = &all;
+        PlaceLog holder;
+        PlaceLog forcing;
+        quiet->AddSubscriber(&holder, MCEvent::subscriberReferenceHolder);
+        watched->AddSubscriber(&observer, MCEvent::subscriberObserver);
+        // Logs elsewhere and lets the search go on to the default reaction.
+        static Recording late("late", MCNotification::resultNotHandled);
+        if (forced) {
+            for (MCObject* object : all)
+                object->AddSubscriber(&forcing, MCEvent::subscriberObserver);
+            for (short type : {MCGenericObject::c_sType, Eavesdropper::c_sType})
+                for (long event : {MCEvent::PropertySet, MCEvent::PropertyNulled, MCEvent::ObjectCreated})
+                    MCNotificationDirectory::GetInstance()->RegisterNotification(type, 0, event, &late);
+        }
+        log.clear();
+        for (std::size_t i = 0; i < all.size(); ++i) {
+            log += " [" + std::to_string(i) + "]";
+            SetLong(all[i], 87, static_cast<long>(i));
+            MCSPropertyAccessorT<long> nulled;
+            all[i]->NullProperty(87, nulled);
+            Make(all[i]);
+        }
+        for (MCObject* object : all)
+            object->RemoveSubscriber(&forcing, MCEvent::subscriberObserver);
+        watched->RemoveSubscriber(&observer, MCEvent::subscriberObserver);
+        quiet->RemoveSubscriber(&holder, MCEvent::subscriberReferenceHolder);
+        return log;
+    };
+    const std::string plain = run(false);
+    const std::string forced = run(true);
+    EXPECT_EQ(forced, plain);
+    EXPECT_EQ(plain,
+              " [0] [1] own-notify(3) [2] own-notify(1) own-notify(2) own-notify(3) [3] 1@3 2@3 3@new"
+              " [4] 1@4 2@4 3@new [5] 1@5 2@5 3@new [6] [7]");
+    Eavesdropper::c_psLog = nullptr;
+}
+
+TEST_F(NotificationTest, AnEventIsHeardWhenAnythingOnItsClimbCouldReact) {
+    // Of a type no other test gives reactions, so that only this test's registration counts.
+    MCObject* root = MakeNode();
+    MCObject* middle = MakeNode(root);
+    MCObject* leaf = MakeNode(middle);
+    constexpr unsigned mask = MCEvent::subscriberOwner | MCEvent::subscriberObserver;
+    PlaceLog listener;
+    const struct {
+        const char* pcName;
+        MCObject* pxOn;
+        unsigned nType;
+        bool bHeard;
+    } cases[] = {
+        {"nobody", nullptr, 0, false},
+        {"reference holder on the middle", middle, MCEvent::subscriberReferenceHolder, false},
+        {"observer on the leaf", leaf, MCEvent::subscriberObserver, true},
+        {"observer on the root", root, MCEvent::subscriberObserver, true},
+        {"owner-type subscriber on the root", root, MCEvent::subscriberOwner, true},
+    };
+    for (const auto& rCase : cases) {
+        SCOPED_TRACE(rCase.pcName);
+        if (rCase.pxOn)
+            rCase.pxOn->AddSubscriber(&listener, rCase.nType);
+        EXPECT_EQ(leaf->IsHeard(MCEvent::PropertySet, mask), rCase.bHeard);
+        if (rCase.pxOn)
+            rCase.pxOn->RemoveSubscriber(&listener, 0xFFFF);
+    }
+    // A reaction registered on the owners' type makes their events heard from then on.
+    EXPECT_FALSE(leaf->IsHeard(MCEvent::ObjectCreated, mask));
+    static Recording reaction("node-3", MCNotification::resultNotHandled);
+    MCNotificationDirectory::GetInstance()->RegisterNotification(TestNode::c_sType, 0, MCEvent::ObjectCreated,
+                                                                 &reaction);
+    EXPECT_TRUE(leaf->IsHeard(MCEvent::ObjectCreated, mask));
+    EXPECT_FALSE(leaf->IsHeard(MCEvent::PropertySet, mask));
+}

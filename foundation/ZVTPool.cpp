@@ -16,7 +16,9 @@ constexpr bool c_bPool = false;
 constexpr bool c_bPool = true;
 #endif
 
-constexpr std::size_t c_nGrain = 16;
+// Classes are 8 bytes apart; Allocate uses every second one, whose blocks stay 16-byte aligned, and
+// AllocatePacked all of them, sharing the even ones with Allocate.
+constexpr std::size_t c_nGrain = 8;
 constexpr std::size_t c_nLargest = 512;
 constexpr std::size_t c_nClasses = c_nLargest / c_nGrain;
 constexpr std::size_t c_nFirstSlab = 64 * 1024;
@@ -81,12 +83,17 @@ std::size_t RoundToHuge(std::size_t size) {
     return (size + c_nHuge - 1) & ~(c_nHuge - 1);
 }
 
-}  // namespace
+// The class of an Allocate block of `size` (1..c_nLargest): its size rounded up to 16.
+std::size_t AlignedClass(std::size_t size) {
+    return (size - 1) / 16 * 2 + 1;
+}
 
-void* ZVTPool::Allocate(std::size_t size) {
-    if (!c_bPool || size == 0 || size > c_nLargest)
-        return ::operator new(size);
-    const std::size_t index = (size - 1) / c_nGrain;
+// The class of an AllocatePacked block of `size` (1..c_nLargest): its size rounded up to 8.
+std::size_t PackedClass(std::size_t size) {
+    return (size - 1) / c_nGrain;
+}
+
+void* AllocateIn(std::size_t index) {
     SizeClass& sizeClass = c_axClasses[index];
     if (FreeBlock* block = sizeClass.m_pxFree) {
         sizeClass.m_pxFree = block->m_pxNext;
@@ -115,27 +122,59 @@ void* ZVTPool::Allocate(std::size_t size) {
     return block;
 }
 
-void ZVTPool::Release(void* block, std::size_t size) noexcept {
-    if (block == nullptr)
-        return;
-    if (!c_bPool || size == 0 || size > c_nLargest) {
-        ::operator delete(block);
-        return;
-    }
-    SizeClass& sizeClass = c_axClasses[(size - 1) / c_nGrain];
+void ReleaseIn(void* block, std::size_t index) noexcept {
+    SizeClass& sizeClass = c_axClasses[index];
     sizeClass.m_pxFree = ::new (block) FreeBlock{sizeClass.m_pxFree};
 }
 
-const void* ZVTPool::NextBlock(std::size_t size) {
-    if (!c_bPool || size == 0 || size > c_nLargest)
-        return nullptr;
-    const SizeClass& sizeClass = c_axClasses[(size - 1) / c_nGrain];
+const void* NextIn(std::size_t index) {
+    const SizeClass& sizeClass = c_axClasses[index];
     if (sizeClass.m_pxFree)
         return sizeClass.m_pxFree;
-    const std::size_t blockSize = ((size - 1) / c_nGrain + 1) * c_nGrain;
+    const std::size_t blockSize = (index + 1) * c_nGrain;
     if (sizeClass.m_pcNext && static_cast<std::size_t>(sizeClass.m_pcEnd - sizeClass.m_pcNext) >= blockSize)
         return sizeClass.m_pcNext;
     return nullptr;
+}
+
+bool IsPooled(std::size_t size) {
+    return c_bPool && size != 0 && size <= c_nLargest;
+}
+
+}  // namespace
+
+void* ZVTPool::Allocate(std::size_t size) {
+    return IsPooled(size) ? AllocateIn(AlignedClass(size)) : ::operator new(size);
+}
+
+void ZVTPool::Release(void* block, std::size_t size) noexcept {
+    if (block == nullptr)
+        return;
+    if (IsPooled(size))
+        ReleaseIn(block, AlignedClass(size));
+    else
+        ::operator delete(block);
+}
+
+const void* ZVTPool::NextBlock(std::size_t size) {
+    return IsPooled(size) ? NextIn(AlignedClass(size)) : nullptr;
+}
+
+void* ZVTPool::AllocatePacked(std::size_t size) {
+    return IsPooled(size) ? AllocateIn(PackedClass(size)) : ::operator new(size);
+}
+
+void ZVTPool::ReleasePacked(void* block, std::size_t size) noexcept {
+    if (block == nullptr)
+        return;
+    if (IsPooled(size))
+        ReleaseIn(block, PackedClass(size));
+    else
+        ::operator delete(block);
+}
+
+const void* ZVTPool::NextPackedBlock(std::size_t size) {
+    return IsPooled(size) ? NextIn(PackedClass(size)) : nullptr;
 }
 
 void* ZVTPool::AllocateLarge(std::size_t size) {

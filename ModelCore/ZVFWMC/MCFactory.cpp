@@ -84,8 +84,8 @@ unsigned long MCPoolFactory::GetPool() {
 
 namespace {
 
-// An object's address in units of 16 bytes, its alignment; 256 such units (4 KB) share a block of the
-// live-object table, where objects of at least 16 bytes stay sparse.
+// An object's address in units of 16 bytes (objects are 8-aligned but far larger, so no two share a
+// unit); 256 such units (4 KB) share a block of the live-object table, where objects stay sparse.
 unsigned int HashObjectAddress(MCObject* const& object) {
     return static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(object) >> 4);
 }
@@ -191,7 +191,7 @@ void MCFactoryRegistry::RegisterInstance(MCObject* object, ZVTBoolean add) {
     // the place of the block the next object of this type will take is loaded while this one is made.
     if (MCMetaInfoEntry* entry = impl->FindEntry(object->GetType())) {
         if (MCMetaInfoConcreteEntry* concrete = entry->AsConcrete()) {
-            if (const void* next = ZVTPool::NextBlock(concrete->m_uItemSize))
+            if (const void* next = ZVTPool::NextPackedBlock(concrete->m_uItemSize))
                 (*slot)->Prefetch(static_cast<MCObject*>(const_cast<void*>(next)));
         }
     }

@@ -34,10 +34,12 @@ public:
     /// An item of `type` with no flags.
     explicit MCItem(short type) : m_sType(type) {}
 
-    /// Items come from the small-block pool: a model holds millions of them.
-    static void* operator new(std::size_t size) { return ZVTPool::Allocate(size); }
+    /// Items come from the small-block pool, packed to their size: a model holds millions of them.
+    static void* operator new(std::size_t size) { return ZVTPool::AllocatePacked(size); }
     /// Gives the block back to the pool; the virtual destructor passes the whole item's size.
-    static void operator delete(void* block, std::size_t size) noexcept { ZVTPool::Release(block, size); }
+    static void operator delete(void* block, std::size_t size) noexcept {
+        ZVTPool::ReleasePacked(block, size);
+    }
     ~MCItem() override;
 
     /// The type code; 0 for none.

@@ -127,7 +127,7 @@ struct SegmentChain {
         // Iterative: recursion would be as deep as the chain.
         while (segment) {
             T** next = Next(segment);
-            ZVTPool::Release(segment, c_nBytes);
+            ZVTPool::ReleasePacked(segment, c_nBytes);
             segment = next;
         }
     }
@@ -147,7 +147,7 @@ struct SegmentChain {
     // Links a zeroed block to the end of the chain (or starts it) and gives the block's first slot.
     static T** Grow(T**& first) {
         // From the pool: every object has at least one segment.
-        auto** segment = static_cast<T**>(ZVTPool::Allocate(c_nBytes));
+        auto** segment = static_cast<T**>(ZVTPool::AllocatePacked(c_nBytes));
         for (int i = 0; i <= c_nSlots; ++i)
             segment[i] = nullptr;
         if (!first) {
@@ -161,10 +161,21 @@ struct SegmentChain {
         return segment;
     }
 
-    // One cursor step: the first takes slot 0 untested, later ones the next used slot; false at the end,
-    // where the cursor stays on the last slot so that it never reads a link as a value.
-    static ZVTBoolean Step(T** first, unsigned short count, T**& current, unsigned short& left) {
-        if (count == 0)
+    // The used slots of the chain.
+    static unsigned short Count(T** first) {
+        unsigned short count = 0;
+        for (T** segment = first; segment; segment = Next(segment)) {
+            for (int i = 0; i < c_nSlots; ++i)
+                count = static_cast<unsigned short>(count + (segment[i] != nullptr));
+        }
+        return count;
+    }
+
+    // One cursor step over a chain that holds something (`empty` false): the first takes slot 0 untested,
+    // later ones the next used slot; false at the end, where the cursor stays on the last slot so that it
+    // never reads a link as a value.
+    static ZVTBoolean Step(T** first, bool empty, T**& current, unsigned short& left) {
+        if (empty)
             return false;
         if (!current) {
             current = first;
@@ -207,6 +218,10 @@ MCPropertySet::~MCPropertySet() {
     PropertyChain::Free(PropertyChain::Next(First()));
 }
 
+unsigned short MCPropertySet::GetCount() const {
+    return PropertyChain::Count(First());
+}
+
 ZVTBoolean MCPropertySet::Insert(MCProperty* property) {
     const short type = property->GetType();
     MCProperty** freeSlot = nullptr;
@@ -225,7 +240,6 @@ ZVTBoolean MCPropertySet::Insert(MCProperty* property) {
         freeSlot = PropertyChain::Grow(first);
     }
     *freeSlot = property;
-    ++m_uCount;
     return true;
 }
 
@@ -236,7 +250,6 @@ ZVTBoolean MCPropertySet::Delete(MCProperty* property) {
     if (!slot)
         return false;
     *slot = nullptr;
-    --m_uCount;
     return true;
 }
 
@@ -245,7 +258,6 @@ ZVTBoolean MCPropertySet::Delete(short type) {
     if (!slot)
         return false;
     *slot = nullptr;
-    --m_uCount;
     return true;
 }
 
@@ -262,7 +274,12 @@ ZVTBoolean MCPropertySet::Contains(short type) const {
 }
 
 ZVTBoolean MCPropertySetIter::operator++() {
-    return PropertyChain::Step(m_pxSet->First(), m_pxSet->GetCount(), m_ppxCurrent, m_uLeft);
+    MCProperty** first = m_pxSet->First();
+    // Only the first step asks whether anything is there: later, a set emptied under the cursor has no
+    // used slot ahead, so the step ends there all the same.
+    const bool empty =
+        !m_ppxCurrent && !PropertyChain::Find(first, [](MCProperty** at) { return *at != nullptr; });
+    return PropertyChain::Step(first, empty, m_ppxCurrent, m_uLeft);
 }
 
 // ---------------------------------------------------------------------------------------------------
@@ -295,5 +312,5 @@ ZVTBoolean MCHeirSet::Delete(MCObject* heir) {
 }
 
 ZVTBoolean MCHeirSetIter::operator++() {
-    return HeirChain::Step(m_pxSet->m_ppxFirstSegment, m_pxSet->GetCount(), m_ppxCurrent, m_uLeft);
+    return HeirChain::Step(m_pxSet->m_ppxFirstSegment, m_pxSet->GetCount() == 0, m_ppxCurrent, m_uLeft);
 }

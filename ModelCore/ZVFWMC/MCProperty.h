@@ -218,8 +218,8 @@ public:
     MCPropertySet(const MCPropertySet&) = delete;
     MCPropertySet& operator=(const MCPropertySet&) = delete;
 
-    /// The number of properties.
-    unsigned short GetCount() const { return m_uCount; }
+    /// The number of properties, counted over the slots: a set holds a handful.
+    unsigned short GetCount() const;
     /// Puts `property` in the lowest free slot; false, and nothing changed, when one of its type is there.
     ZVTBoolean Insert(MCProperty* property);
     /// Frees the slot of `property`; false when it is not in the set.
@@ -248,8 +248,8 @@ private:
     MCProperty** First() const { return const_cast<MCProperty**>(m_apxFirstSegment); }
 
     // Segments of four property slots, then the link to the next segment. The first lives in the set:
-    // every object fills it (its id takes slot 0), and there it shares the object's cache lines.
-    unsigned short m_uCount = 0;
+    // every object fills it (its id takes slot 0), and there it shares the object's cache lines. No count
+    // is kept: the slots tell it, and beside them it would cost every object 8 bytes.
     MCProperty* m_apxFirstSegment[c_nSegmentSlots + 1] = {};
 };
 

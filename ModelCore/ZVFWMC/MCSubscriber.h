@@ -39,9 +39,11 @@ public:
     /// pSubscriber (not owned) with count 1 and the low 8 bits of nType.
     MCSubscriberReference(MCSubscriber* pSubscriber, unsigned int nType) { Initialize(pSubscriber, nType); }
     /// Entries come from the small-block pool: there is one for every reference in a model.
-    static void* operator new(std::size_t nSize) { return ZVTPool::Allocate(nSize); }
+    static void* operator new(std::size_t nSize) { return ZVTPool::AllocatePacked(nSize); }
     /// Gives the entry's block back to the pool.
-    static void operator delete(void* pBlock, std::size_t nSize) noexcept { ZVTPool::Release(pBlock, nSize); }
+    static void operator delete(void* pBlock, std::size_t nSize) noexcept {
+        ZVTPool::ReleasePacked(pBlock, nSize);
+    }
     /// Copies subscriber, count and type; the copy belongs to no list.
     MCSubscriberReference(const MCSubscriberReference& other)
         : m_pxSubscriber(other.m_pxSubscriber),

@@ -2,6 +2,8 @@
 // value type (round trip, calculated properties, reading through an accessor, short streams).
 
 #include <sstream>
+#include <string>
+#include <vector>
 #include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include "support/ModelTestSupport.h"
@@ -60,6 +62,32 @@ TEST_F(PropertyTest, SegmentsGrowByFourAndFreedSlotsAreReused) {
     Add(object, 7206);
     Add(object, 7207);
     EXPECT_EQ(Slots(object), "132 7201 7205 7203 7206 7207");
+}
+
+// The set keeps no count of its own: what it counts and walks is what its slots hold, across segments,
+// also once it has been emptied.
+TEST_F(PropertyTest, ASetCountsAndWalksWhatItsSlotsHold) {
+    MCObject* object = Make();
+    std::vector<MCProperty*> properties;
+    for (short code = c_sFirstAlias; code < c_sFirstAlias + 5; ++code)
+        properties.push_back(Add(object, code));
+    MCPropertySet set;
+    const auto state = [&set] {
+        std::string text;
+        MCPropertySetIter it(set);
+        while (++it)
+            text += it.GetValue() ? std::to_string(it.GetValue()->GetType()) + " " : "- ";
+        return text + "#" + std::to_string(set.GetCount());
+    };
+    EXPECT_EQ(state(), "#0");
+    for (MCProperty* property : properties)
+        ASSERT_TRUE(set.Insert(property));
+    EXPECT_EQ(state(), "7201 7202 7203 7204 7205 #5");
+    for (MCProperty* property : properties)
+        ASSERT_TRUE(set.Delete(property));
+    EXPECT_EQ(state(), "#0");
+    ASSERT_TRUE(set.Insert(properties[2]));
+    EXPECT_EQ(state(), "7203 #1");
 }
 
 TEST_F(PropertyTest, OneOfEachTypeEvenBehindAFreeSlot) {

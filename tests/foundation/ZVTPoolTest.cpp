@@ -114,3 +114,43 @@ TEST(ZVTPoolTest, NextBlockNamesTheBlockTheNextAllocationGives) {
     EXPECT_EQ(ZVTPool::NextBlock(0), nullptr);
     EXPECT_EQ(ZVTPool::NextBlock(4096), nullptr) << "large blocks come from the general heap";
 }
+
+// Packed blocks take their size rounded to 8, keep the alignment their size allows, and never mix with
+// Allocate's 16-byte-aligned blocks: a freed packed 24 must not come back from Allocate(24).
+TEST(ZVTPoolTest, PackedBlocksAreAsLargeAsTheirSizeAndAlignedAsItAllows) {
+    for (std::size_t size : {8u, 20u, 24u, 40u, 48u, 56u, 200u, 512u, 600u}) {
+        SCOPED_TRACE(size);
+        const std::size_t rounded = (size + 7) / 8 * 8;
+        std::vector<unsigned char*> blocks(300);
+        for (std::size_t i = 0; i < blocks.size(); ++i) {
+            blocks[i] = static_cast<unsigned char*>(ZVTPool::AllocatePacked(size));
+            ASSERT_EQ(reinterpret_cast<std::uintptr_t>(blocks[i]) % (rounded % 16 == 0 ? 16 : 8), 0u);
+            std::memset(blocks[i], static_cast<int>(i), size);
+        }
+        std::vector<unsigned char*> sorted(blocks);
+        std::sort(sorted.begin(), sorted.end());
+        std::size_t closest = SIZE_MAX;
+        for (std::size_t i = 1; i < sorted.size(); ++i)
+            closest = std::min(closest, static_cast<std::size_t>(sorted[i] - sorted[i - 1]));
+        ASSERT_GE(closest, size) << "blocks overlap";
+        const bool pooled = ZVTPool::NextPackedBlock(size) != nullptr;
+        if (pooled) {
+            EXPECT_EQ(closest, rounded) << "a slab's blocks lie side by side";
+        }
+        for (std::size_t i = 0; i < blocks.size(); ++i)
+            ASSERT_EQ(std::count(blocks[i], blocks[i] + size, static_cast<unsigned char>(i)),
+                      static_cast<std::ptrdiff_t>(size));
+        for (unsigned char* block : blocks)
+            ZVTPool::ReleasePacked(block, size);
+        if (pooled) {
+            EXPECT_EQ(ZVTPool::NextPackedBlock(size), blocks.back())
+                << "a released block is the next one given";
+            void* aligned = ZVTPool::Allocate(size);
+            EXPECT_EQ(aligned == blocks.back(), rounded % 16 == 0)
+                << "only a multiple of 16 shares its class";
+            ZVTPool::Release(aligned, size);
+        }
+    }
+    ZVTPool::ReleasePacked(nullptr, 24);
+    EXPECT_EQ(ZVTPool::NextPackedBlock(0), nullptr);
+}

@@ -110,7 +110,7 @@ void PrintType(short code) {
         std::printf("   item size %u bytes\n", R::GetItemSize(code));
     }
     ZVTOrderedVectorT<short> usages;
-    R::GetPropertyUsages(code, usages, 0x810, nullptr);
+    R::GetPropertyUsages(code, usages, R::usageCore | R::flagWithInherited, nullptr);
     for (size_t i = 0; i < usages.Length(); ++i) {
         short property = usages[i];
         std::printf("    property %-13s clip 0x%04x%s\n", Name(property).c_str(),

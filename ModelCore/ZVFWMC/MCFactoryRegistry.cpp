@@ -644,12 +644,12 @@ ZVTBoolean MCFactoryRegistry::GetPropertyUsages(short objectType, ZVTOrderedVect
         return false;
     auto collect = [&](MCMetaInfoAbstractObjectEntry* level) {
         ZVTOrderedVectorT<MCPropertyUsage>& usages = level->m_xPropertyUsages;
-        if (mask & 0x10) {
+        if (mask & usageCore) {
             for (size_t i = 0; i < usages.Length(); ++i)
                 if (usages[i].m_sPropertyType > 0)
                     types.Append(usages[i].m_sPropertyType);
         }
-        if (mask & 0x20) {
+        if (mask & usageUser) {
             for (size_t i = 0; i < usages.Length(); ++i) {
                 short code = usages[i].m_sPropertyType;
                 if (code >= 0)
@@ -1004,7 +1004,7 @@ void MCFactoryRegistry::Dump(MCStream& stream, long mode, MCDumpableParameter* /
         }
         WriteLine(stream, "\tProperty Usages:");
         ZVTOrderedVectorT<short> usages;
-        GetPropertyUsages(code, usages, concrete ? 0x810 : 0x10, nullptr);
+        GetPropertyUsages(code, usages, concrete ? usageCore | flagWithInherited : usageCore, nullptr);
         for (const auto& usage : SortedByName(usages))
             WriteLine(stream, Concat("\t\t", usage.first));
     }

@@ -75,6 +75,11 @@ public:
     static constexpr unsigned long flagItemFlag100 = 0x4000;
     static constexpr unsigned long flagPreFetch = 0x8000;
 
+    /// What GetPropertyUsages lists of a type: its core usages, its user-defined ones held by the model
+    /// (with flagWithInherited, those of its supertypes too).
+    static constexpr unsigned long usageCore = 0x10;
+    static constexpr unsigned long usageUser = 0x20;
+
     /// Selection groups of the query masks: a type passes a mask when, in every group the
     /// query tests, the type and the mask share a bit.
     static constexpr unsigned long groupKind = flagObject | flagProperty;
@@ -168,7 +173,7 @@ public:
     /// are selected by default; a mask that also names flagProperty selects property types too.
     /// Alias object types carry no origin bit and never pass.
     static ZVTBoolean GetObjectTypes(ZVTOrderedVectorT<short>& types, unsigned long mask);
-    /// The property types of a type: 0x10 its own core usages, 0x20 its user-defined ones held by
+    /// The property types of a type: usageCore its own core usages, usageUser its user-defined ones held by
     /// `model`, flagWithInherited also those of every supertype up to the root, own ones first.
     static ZVTBoolean GetPropertyUsages(short objectType, ZVTOrderedVectorT<short>& types, unsigned long mask,
                                         MCObject* model);

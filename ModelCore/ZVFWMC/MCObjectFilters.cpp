@@ -47,14 +47,8 @@ public:
         ++m_lIndex;
         return m_pxCurrent != nullptr;
     }
-    ZVTBoolean Seek_(long index) override {
-        Rewind_();
-        while (m_lIndex < index) {
-            if (!Next_())
-                return false;
-        }
-        return index >= 0;
-    }
+    // ZVTIter only steps; nothing seeks a cursor that lives behind a handle.
+    ZVTBoolean Seek_(long /*index*/) override { return false; }
     long Entries_() const override { return m_pxOwner ? m_pxOwner->GetOwneeCount() : 0; }
     long Index_() const override { return m_lIndex; }
     MCObject* Current_() const override { return m_pxCurrent; }

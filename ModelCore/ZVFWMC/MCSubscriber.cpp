@@ -460,13 +460,8 @@ public:
         ++m_lIndex;
         return true;
     }
-    ZVTBoolean Seek_(long index) override {
-        Rewind_();
-        while (m_lIndex < index)
-            if (!Next_())
-                return false;
-        return index >= 0;
-    }
+    // ZVTIter only steps; nothing seeks a cursor that lives behind a handle.
+    ZVTBoolean Seek_(long /*index*/) override { return false; }
     long Entries_() const override { return m_xSubject.Entries(); }
     long Index_() const override { return m_lIndex; }
     MCSubscriberReference* Current_() const override { return m_pxCurrent; }

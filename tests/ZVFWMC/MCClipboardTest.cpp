@@ -509,11 +509,15 @@ TEST_F(ClipTest, DamagedBuffersStopThePasteAndKeepOnlyWholeObjects) {
         const char* name;
         std::string bytes;
         const char* tree;
+        int pastes = 1;
     };
-    std::string noMark = good, foreign = good, shared = good;
+    std::string noMark = good, foreign = good, shared = good, byName = good;
     noMark.erase(mark, 1);
     foreign[mark + 1] = MCStream::tokenClipEntry1;
     shared[mark + 1] = MCStream::tokenClipEntry2;
+    byName[mark + 8] = 1;  // the entry's flag: match by name
+    std::string sharedByName = byName;
+    sharedByName[mark + 1] = MCStream::tokenClipEntry2;
     const Case cases[] = {
         {"empty", "", "T"},
         {"no head token", good.substr(1), "T"},
@@ -522,10 +526,14 @@ TEST_F(ClipTest, DamagedBuffersStopThePasteAndKeepOnlyWholeObjects) {
         {"0x23 only before the mark", shared, "T"},
         {"cut inside the last record", good.substr(0, good.size() - 3), "T(A(B))"},
         {"cut before the end token", good.substr(0, good.size() - 1), "T(A(B{12=C} C))"},
+        {"by name, nothing to match", byName, "T(A(B{12=C} C))"},
+        {"by name, the second lands in the first", byName, "T(A(B{12=C} C B{12=C} C))", 2},
+        {"by name before the mark", sharedByName, "T"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        Paste(c.bytes, {m_pxTarget}, *m_pxTarget);
+        for (int i = 0; i < c.pastes; ++i)
+            Paste(c.bytes, {m_pxTarget}, *m_pxTarget);
         EXPECT_EQ(Tree(m_pxTarget), c.tree);
         while (MCObject* pasted = m_pxTarget->GetFirstOwnee())
             pasted->Expunge(true);

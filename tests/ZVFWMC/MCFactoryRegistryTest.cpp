@@ -30,7 +30,7 @@ TEST_F(MCFactoryRegistryTest, EveryQueryAnswersEmptyBeforeTheRegistryExists) {
     EXPECT_EQ(flags, 7u);
     EXPECT_FALSE(R::IsRegistered(1, nullptr));
     EXPECT_FALSE(R::GetObjectTypes(types, ~0UL));
-    EXPECT_FALSE(R::GetPropertyUsages(1, types, 0x810, nullptr));
+    EXPECT_FALSE(R::GetPropertyUsages(1, types, R::usageCore | R::flagWithInherited, nullptr));
     EXPECT_FALSE(R::AddOwnerType(1, 2));
     EXPECT_FALSE(R::AddPropertyUsage(1, 2, 0));
     EXPECT_FALSE(R::AddName(1, "UI", "x"));
@@ -144,7 +144,9 @@ TEST_P(HierarchyOrderTest, SupertypesJoinWhateverTheOrder) {
     EXPECT_EQ(Codes([](auto& v) { return R::GetSubtypes(110, v); }), (std::vector<short>{111}));
     EXPECT_EQ(R::GetSupertype(111), 110);
     EXPECT_EQ(R::GetClipFlag(111, 500), 4u);
-    EXPECT_EQ(Codes([](auto& v) { return R::GetPropertyUsages(111, v, 0x810, nullptr); }),
+    EXPECT_EQ(Codes([](auto& v) {
+                  return R::GetPropertyUsages(111, v, R::usageCore | R::flagWithInherited, nullptr);
+              }),
               (std::vector<short>{500}));
 }
 
@@ -216,7 +218,7 @@ TEST_F(MCFactoryRegistryTest, UsagePairsWidenTheirClipValueWithItsSign) {
     EXPECT_TRUE(R::AddPropertyUsages(1, pairs, 3));
     EXPECT_EQ(R::GetClipFlag(1, 50), 0xFFFFFFFFu);
     EXPECT_EQ(R::GetClipFlag(1, 51), R::clipUndecided);
-    EXPECT_EQ(Codes([](auto& v) { return R::GetPropertyUsages(1, v, 0x10, nullptr); }),
+    EXPECT_EQ(Codes([](auto& v) { return R::GetPropertyUsages(1, v, R::usageCore, nullptr); }),
               (std::vector<short>{50, 51}));
 }
 
@@ -229,21 +231,25 @@ TEST_F(MCFactoryRegistryTest, FlattenedUsagesComeOwnFirstAndSeeLateDeclarations)
     ASSERT_TRUE(R::AddPropertyUsage(2, 61, 0));
     ASSERT_TRUE(R::AddPropertyUsage(2, 60, 0));
 
-    EXPECT_EQ(Codes([](auto& v) { return R::GetPropertyUsages(2, v, 0x10, nullptr); }),
+    EXPECT_EQ(Codes([](auto& v) { return R::GetPropertyUsages(2, v, R::usageCore, nullptr); }),
               (std::vector<short>{61, 60}));
-    EXPECT_EQ(Codes([](auto& v) { return R::GetPropertyUsages(2, v, 0x810, nullptr); }),
+    EXPECT_EQ(Codes([](auto& v) {
+                  return R::GetPropertyUsages(2, v, R::usageCore | R::flagWithInherited, nullptr);
+              }),
               (std::vector<short>{61, 60, 60}))
         << "a property declared on both levels comes twice";
     ASSERT_TRUE(R::AddPropertyUsage(1, 62, 0));
-    EXPECT_EQ(Codes([](auto& v) { return R::GetPropertyUsages(2, v, 0x810, nullptr); }),
+    EXPECT_EQ(Codes([](auto& v) {
+                  return R::GetPropertyUsages(2, v, R::usageCore | R::flagWithInherited, nullptr);
+              }),
               (std::vector<short>{61, 60, 60, 62}));
-    EXPECT_EQ(Codes([](auto& v) { return R::GetPropertyUsages(2, v, 0x800, nullptr); }),
+    EXPECT_EQ(Codes([](auto& v) { return R::GetPropertyUsages(2, v, R::flagWithInherited, nullptr); }),
               std::vector<short>{});
 
     // Alias object types stand outside the hierarchy and report nothing.
     ASSERT_TRUE(R::RegisterAliasObject(3, "Nick", 0, 2, true, false));
     ZVTOrderedVectorT<short> none;
-    EXPECT_FALSE(R::GetPropertyUsages(3, none, 0x810, nullptr));
+    EXPECT_FALSE(R::GetPropertyUsages(3, none, R::usageCore | R::flagWithInherited, nullptr));
     EXPECT_EQ(R::GetSupertype(3), 0);
 }
 
@@ -316,7 +322,7 @@ TEST_F(MCFactoryRegistryTest, ASupertypeCycleEndsTheWalkInsteadOfSpinning) {
     EXPECT_EQ(R::GetClipFlag(1, 87), R::clipNoUsage);
     EXPECT_EQ(R::GetClipFlag(3, 87), R::clipNoUsage);
     ZVTOrderedVectorT<short> usages;
-    EXPECT_TRUE(R::GetPropertyUsages(3, usages, 0x810, nullptr));
+    EXPECT_TRUE(R::GetPropertyUsages(3, usages, R::usageCore | R::flagWithInherited, nullptr));
 }
 
 TEST_F(MCFactoryRegistryTest, TableGrowsToEveryPositiveCode) {

@@ -101,6 +101,7 @@ TEST_F(NameSpaceTest, NumbersAreNotReusedButTheBaseNameIs) {
     space->Insert(second, '_', 0, true);
     space->Insert(Named("Entity"), '_', 0, true);
     EXPECT_FALSE(space->Delete(Named("Entity_2")));  // not the registered object
+    EXPECT_FALSE(space->Delete(Named(nullptr)) || space->Delete(Named("")) || space->Delete(nullptr));
     EXPECT_TRUE(Has(space, "Entity_2"));
     EXPECT_TRUE(space->Delete(second));
     EXPECT_FALSE(Has(space, "Entity_2"));
@@ -129,12 +130,17 @@ TEST_F(NameSpaceTest, NamesAreTakenUpAndDownTheTreeButNotAcrossIt) {
     MCNameSpace* left = MakeSpace(root);
     MCNameSpace* right = MakeSpace(root);
     MCNameSpace* leaf = MakeSpace(left);
+    MCNameSpace* deep = leaf;
+    for (int depth = 0; depth < 20; ++depth)  // deeper than a walk remembers without allocating
+        deep = MakeSpace(deep);
     MCObject* x = Named("X");
     ASSERT_TRUE(left->Insert(x, 0, 0, false));
 
     EXPECT_TRUE(Has(root, "X"));
     EXPECT_EQ(Find(root, "X"), nullptr);  // names go down, never up
     EXPECT_EQ(Find(leaf, "X"), x);
+    EXPECT_EQ(Find(deep, "X"), x);
+    EXPECT_TRUE(deep->Insert(Named("Y"), 0, 0, false) && Has(root, "Y"));
     EXPECT_FALSE(root->Insert(Named("X"), 0, 0, false));
     EXPECT_FALSE(leaf->Insert(Named("X"), 0, 0, false));
     EXPECT_TRUE(right->Insert(Named("X"), 0, 0, false));
@@ -160,6 +166,7 @@ TEST_F(NameSpaceTest, RefusalsLeaveTheObjectOut) {
         {"type not valid", space, Named("Taken", TestNode::c_sType)},
         {"empty valid list", empty, Named("Free")},
         {"null name", space, Named(nullptr)},
+        {"empty name", space, Named("")},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.label);
@@ -265,6 +272,8 @@ TEST_F(NameSpaceTest, RingsOfNameSpacesAreRefusedOrSurvived) {
     MCNameSpace* b = MakeSpace(a);
     a->AddChild(a);
     b->AddChild(a);
+    a->AddChild(nullptr);
+    b->RemoveChild(nullptr);
     EXPECT_EQ(ChildCount(a), 1);
     EXPECT_EQ(ChildCount(b), 0);
 
@@ -303,6 +312,8 @@ TEST_F(NameSpaceTest, ClearTypeExpungesTheNamesOfThatType) {
     EXPECT_FALSE(Has(space, "Other"));
     EXPECT_TRUE(Has(space, "Generic"));
     EXPECT_FALSE(space->IsValidFor(TestNode::c_sType));
+    space->ClearType(c_sGeneric, false);  // the names go, the type stays valid
+    EXPECT_FALSE(Has(space, "Generic"));
     EXPECT_TRUE(space->IsValidFor(c_sGeneric));
 }
 
@@ -364,6 +375,8 @@ TEST_F(NameSpaceTest, SorterOrdersOnDiffCount) {
         space->Insert(Named("E"), 0, 0, true);
     MCObject* items[] = {InfoOf(space, "E3"), InfoOf(space, "E"), InfoOf(space, "E2")};
     MCStringInfoSortOnDiffCount sorter;
+    sorter.Sort(nullptr, 3);
+    sorter.Sort(items, 1);
     sorter.Sort(items, 3);
     std::string order;
     for (MCObject* item : items)

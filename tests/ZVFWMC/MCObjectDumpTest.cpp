@@ -116,6 +116,10 @@ TEST_F(ObjectDumpTest, FileDumpsShowEveryValueTypeTheSubscribersAndTheSize) {
     Set<MCVRefAccessor>(a, 303, &targets);
     const short colour = R::RegisterUDP("DumpColour", MCCodes::pString, m_pxRoot, true);
     Set<MCSPropertyAccessorT<ZVTString>>(a, colour, ZVTString("red"));
+    const short floats = R::RegisterUDP("DumpFloats", MCCodes::pFloatList, m_pxRoot, true);
+    const short texts = R::RegisterUDP("DumpTexts", MCCodes::pStringList, m_pxRoot, true);
+    Set<MCVPropertyAccessorT<float>>(a, floats, List({1.5f, 2.5f}));
+    Set<MCVPropertyAccessorT<ZVTString>>(a, texts, List({ZVTString("uv"), ZVTString("w")}));
     std::ostringstream nullTarget;
     nullTarget << static_cast<const void*>(nullptr);
 
@@ -130,7 +134,8 @@ TEST_F(ObjectDumpTest, FileDumpsShowEveryValueTypeTheSubscribersAndTheSize) {
                        Line("000", id + Id(m_pxRoot)) +
                        Line("000", "MCSPropertyT<ZVTString>, Type=Name(147), Value=root") + subscribers +
                        "TestNode:\tId: " + Id(a) + ", Name='a', RefCnt=3\n" + Sized({2, 132, 147}, 4)},
-        // Text and list lengths count for aliases only: "a", two integers, two references, "red".
+        // Text and list lengths count for aliases only: "a", two integers, two references, "red", two
+        // floats, "uv" and "w".
         {a,
          "TestNode(7001):\tId=" + Id(a) + ", Name='a'\n" + Line("000", id + Id(a)) +
              Line("100", "MCSPropertyT<long>, Type=Embedded(7101), Value=5") +
@@ -148,10 +153,12 @@ TEST_F(ObjectDumpTest, FileDumpsShowEveryValueTypeTheSubscribersAndTheSize) {
              Line("001", "MCSRef, Type=Reference(89), Id=777") +
              Line("000", "MCVRef, Type=StringInfoList(303), Ids=" + Id(m_pxRoot) + " " + Id(m_pxRoot) + " ") +
              Line("000", "MCSPropertyT<ZVTString>, Type=DumpColour(" + to_string(colour) + "), Value=red") +
+             Line("000", "MCVPropertyT<float>, Type=DumpFloats(" + to_string(floats) + "), Values=1.5 2.5 ") +
+             Line("000", "MCVPropertyT<ZVTString>, Type=DumpTexts(" + to_string(texts) + "), Values=uv w ") +
              subscribers + "MCGenericObject:\tId: " + Id(m_pxRoot) + ", Name='root', RefCnt=1\n" +
              Sized({TestNode::c_sType, 132, TestNode::c_sEmbedded, 147, 1165, 1036, 85, 304, 86, 92, 93, 248,
-                    152, 133, 89, 303, colour},
-                   1 + 8 + 8 + 3)},
+                    152, 133, 89, 303, colour, floats, texts},
+                   1 + 8 + 8 + 3 + 8 + 3)},
         {m_pxC, "TestNode(7001):\tId=" + Id(m_pxC) + ", Name='old'\n" + Line("000", id + Id(m_pxC)) +
                     Line("100", "MCSPropertyT<long>, Type=Embedded(7101), Value=0") +
                     Line("100", "MCSPropertyT<ZVTString>, Type=Name(147), Value=old") + subscribers +

@@ -57,6 +57,7 @@ TEST_F(FiltersTest, SortedWalksKeepTheirSnapshotFilteredCountsTheirRebuild) {
     MCPropertyFilterOnNotNulled notNulled;
     MCPropertyListIter sorted(node, nullptr, &byType);
     MCPropertyListIter filtered(node, &notNulled);
+    EXPECT_EQ(sorted.GetValue(), nullptr);  // nothing before the first step
     EXPECT_EQ(Types(sorted), "-5 132 7101 7432");
     EXPECT_EQ(filtered.GetCount(), 2);
 
@@ -95,6 +96,17 @@ TEST_F(FiltersTest, CopiedHandlesShareOneCursor) {
     EXPECT_FALSE(++copy);
     EXPECT_FALSE(++first);
     EXPECT_EQ(MCPropertyListIter(nullptr).GetCount(), -1);
+
+    // So do ownee handles; Reset takes the shared cursor back to the start.
+    MCObject* firstOwnee = Make(object);
+    MCObject* second = Make(object);
+    MCOwneeListIter ownees(object), other(second);
+    MCOwneeListIter shared(ownees);
+    ASSERT_TRUE(++shared);
+    other = shared;
+    EXPECT_EQ(Ids(other), Id(second));
+    ownees.Reset(true);
+    EXPECT_EQ(Ids(shared), Id(firstOwnee) + " " + Id(second));
 }
 
 TEST_F(FiltersTest, OwneeWalksStandExpungingTheCurrentOwneeAndFilter) {
@@ -376,4 +388,10 @@ TYPED_TEST(ValueIterTest, WalksListsAndListProperties) {
     MCVPropertyIterT<T> held(object, ListType<T>::c_sType, &notFirst);
     EXPECT_EQ(held.GetCount(), 2);
     EXPECT_EQ(this->Walk(held, list), "12");
+
+    // A removal takes out the values it carries, and the list property walks without them.
+    MCVPropertyAccessorT<T> middle(list.At(1));
+    ASSERT_TRUE(object->SetProperty(ListType<T>::c_sType, middle, MCPropertyAccessor::accessRemove));
+    MCVPropertyIterT<T> rest(object, ListType<T>::c_sType);
+    EXPECT_EQ(this->Walk(rest, list), "02");
 }

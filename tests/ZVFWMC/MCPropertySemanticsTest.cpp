@@ -2,6 +2,8 @@
 // refusals before and after a change, the object going away inside a rule, calculated values, rules that
 // throw, and what registering and deregistering leave behind.
 
+#include <utility>
+
 #include "support/RuleTestSupport.h"
 
 namespace {
@@ -176,6 +178,7 @@ TEST_F(PropertySemanticsTest, RegisteringAndDeregistering) {
     EXPECT_EQ(TakeLog(), "X:1 X:1 I:1");
 
     registry->Deregister(&external);
+    registry->RegisterExternalSemantic(Box::c_sType, 0, &external, false);  // no property type: no rule
     EXPECT_FALSE(registry->IsRegistered(&external));
     SetWidth(box, 2);
     EXPECT_EQ(TakeLog(), "I:1");
@@ -184,26 +187,37 @@ TEST_F(PropertySemanticsTest, RegisteringAndDeregistering) {
     EXPECT_TRUE(registry->IsRegistered(Box::c_sType));
     SetWidth(box, 3);
     EXPECT_EQ(TakeLog(), "");
+    AddRule(Crate::c_sType, Shape::c_sWidth, internal);
+    registry->Deregister(Crate::c_sType);  // a leaf type: nothing derives from it
+    registry->Deregister(Crate::c_sType);  // once it is gone, both forms are no-ops
+    registry->Deregister(Crate::c_sType, Shape::c_sWidth);
+    EXPECT_FALSE(registry->IsRegistered(Crate::c_sType));
 
     EXPECT_THROW(AddRule(MCGenericObject::c_sType, Shape::c_sWidth, internal), EXGenericObject);
     EXPECT_EQ(registry->GetModeName(MCPropertySemantic::InheritedPostEdit), ZVTString("InheritedPostEdit"));
     EXPECT_EQ(registry->GetModeName(MCPropertySemantic::InheritedPreEdit), ZVTString("Invalid mode"));
 }
 
-TEST_F(PropertySemanticsTest, RuleRegisteredDuringFiringJoinsTheNextEdit) {
-    MCObject* box = Make(nullptr, Box::c_sType);
+TEST_F(PropertySemanticsTest, RulesRegisteredOrDeregisteredDuringFiringCountFromTheNextEdit) {
+    MCObject* crate = Make(nullptr, Crate::c_sType);
     static PropertyRule* late = nullptr;
     PropertyRule lateRule("L", MCPropertySemantic::PreEdit);
     late = &lateRule;
     PropertyRule first("F", MCPropertySemantic::PreEdit);
+    // The first edit adds a rule to Shape; the second takes Crate's handler away, the running rule's own, so
+    // the third, without a handler to start from, hears no rule.
     first.m_xAct = [](MCPropertySemantic::mode, MCObject*, MCProperty*, MCPropertySemanticContext*) {
         MCFactoryContext context;
-        MCPropertySemanticRegistry::Register(Shape::c_sType, &context, Shape::c_sWidth, late, false, false);
+        if (late)
+            MCPropertySemanticRegistry::Register(Shape::c_sType, &context, Shape::c_sWidth,
+                                                 std::exchange(late, nullptr), false, false);
+        else
+            MCPropertySemanticRegistry::GetInstance()->Deregister(Crate::c_sType);
         return MCPropertySemantic::resultContinue;
     };
-    AddRule(Box::c_sType, Shape::c_sWidth, first);
-    SetWidth(box, 1);
-    SetWidth(box, 2);
+    AddRule(Crate::c_sType, Shape::c_sWidth, first);
+    for (long width : {1, 2, 3})
+        SetWidth(crate, width);
     EXPECT_EQ(TakeLog(), "F:1 L:1 F:1");
 }
 

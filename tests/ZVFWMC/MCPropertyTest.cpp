@@ -267,6 +267,14 @@ TEST_F(PropertyTest, ListsRoundTripAndShortStreamsKeepWhatWasRead) {
         EXPECT_EQ(reader.GetList()->Entries(), expected);
         EXPECT_EQ(in.fail(), cut != image.size());
     }
+    // An accessor writes and reads its list as the property writes its value, without the flag word.
+    std::stringstream held;
+    MCStream heldOut(held, ZVTStream::binary), heldIn(held, ZVTStream::binary);
+    setter.SaveTo(heldOut);
+    EXPECT_EQ(held.str(), image.substr(2));
+    MCVPropertyAccessorT<ZVTString> back;
+    back.RestoreFrom(heldIn);
+    EXPECT_TRUE(back.GetList()->Entries() == 3 && back.GetList()->At(2) == ZVTString("ccc"));
 }
 
 TEST_F(PropertyTest, CalculatedPropertiesStoreTheirShapeOnly) {
@@ -294,4 +302,28 @@ TEST_F(PropertyTest, CalculatedPropertiesStoreTheirShapeOnly) {
     EXPECT_EQ(static_cast<MCSPropertyT<long>*>(single)->GetValue(), 77);  // nothing read for the value
     multi->RestoreFrom(in);
     EXPECT_EQ(static_cast<MCVPropertyT<long>*>(multi)->GetCount(), 1);
+}
+
+// A host's visitor of one value type meets each kind through its own VisitType; only CreateAndVisitProperty
+// makes a property that is absent, and a property of another value type is passed over.
+TEST_F(PropertyTest, VisitorsMeetEachKindAndOnlyCreateAndVisitMakesTheProperty) {
+    struct Longs : MCPropertyVisitorT<long> {
+        void VisitType(MCVPropertyT<long>* p) override {
+            m_sSeen += "V" + std::to_string(p->GetType()) + " ";
+        }
+        void VisitType(MCSPropertyT<long>* p) override {
+            m_sSeen += "S" + std::to_string(p->GetType()) + " ";
+        }
+        std::string m_sSeen;
+    } visitor;
+    MCObject* object = Make();
+    for (short type : {MCCodes::pInteger, MCCodes::pIntegerList, MCCodes::pString}) {
+        object->VisitProperty(type, &visitor);
+        object->CreateAndVisitProperty(type, &visitor);
+        object->VisitProperty(type, &visitor);
+    }
+    const std::string single = std::to_string(MCCodes::pInteger),
+                      list = std::to_string(MCCodes::pIntegerList);
+    EXPECT_EQ(visitor.m_sSeen, "S" + single + " S" + single + " V" + list + " V" + list + " ");
+    EXPECT_NE(object->FindProperty(MCCodes::pString, true), nullptr);
 }

@@ -72,6 +72,7 @@ TEST(MCRecMgrTest, AppendedRecordsWalkBothWaysCutAndRefuseBadWrites) {
     EXPECT_EQ(reader.MoveToRecId(24), R::eBadRecord);
     ASSERT_EQ(reader.MoveLast(), R::eOk);
     reader.SetState(saved);
+    EXPECT_TRUE(reader.GetState() == saved && reader.GetState() != MCRecMgrState());  // no state: all unset
     EXPECT_EQ(Walk(reader, true, true), "29:ccc |1");
 
     // Appending behind a record that has a successor cuts the chain there: what was cut off links back to

@@ -228,6 +228,25 @@ TEST_F(RefPropertyTest, RestoredIdsResolveThroughTheSpaceOrAConverter) {
     List(holder)->SaveTo(out);
     const std::string saved = medium.str();
 
+    // Through accessors the stored ids arrive as carried values for the accessor to resolve, the property
+    // left as it is; a list accessor saves and restores its objects by id in the global space.
+    {
+        std::stringstream in(saved), again;
+        MCStream stream(in, ZVTStream::binary), resave(again, ZVTStream::binary);
+        MCSRefAccessor one;
+        MCVRefAccessor many;
+        Single(holder)->RestoreFrom(stream, one);
+        List(holder)->RestoreFrom(stream, many);
+        MCIdSpace space;
+        space.RegisterPointer(a->GetId(), b);
+        EXPECT_EQ(std::to_string(one.ResolveIds(space)) + std::to_string(many.ResolveIds(space)), "01");
+        many.SaveTo(resave);
+        MCVRefRawAccessor back;
+        back.RestoreFrom(resave);
+        EXPECT_EQ(back.GetList()->Entries() == 1 ? back.GetList()->At(0) : nullptr, b);
+        EXPECT_EQ(Ids(holder), std::to_string(a->GetId()) + " " + std::to_string(b->GetId()));
+    }
+
     // In the new model `copyOfA` stands for `a`; `b` is found only through the converter.
     const struct {
         const char* pcName;

@@ -340,16 +340,21 @@ TEST_F(SubjectTest, SubscriberIteratorSkipsStaleEntriesFiltersAndSorts) {
     };
     MCSubscriberListIter xPlain(&m_xSubject), xFiltered(&m_xSubject, &xTypeTwo, nullptr),
         xSorted(&m_xSubject, nullptr, &xDescending), xBoth(&m_xSubject, &xTypeTwo, &xDescending);
-    m_xSubject.AddSubscriber(R(4), 2);  // seen live, not by a snapshot
+    m_xSubject.AddSubscriber(R(4), 2);       // seen live, not by a snapshot
+    EXPECT_EQ(xSorted.GetValue(), nullptr);  // nothing before the first step
     EXPECT_EQ(Walk(xPlain) + " | " + Walk(xFiltered) + " | " + Walk(xSorted) + " | " + Walk(xBoth),
               "5: 0 2 3 4 | 3: 0 2 4 | 4: 3 2 0 | 3: 2 0");
 
-    // Copies share one cursor.
+    // Copies, made or assigned, share one cursor, and a reset of one takes every copy back to the start.
     MCSubscriberListIter xFirst(&m_xSubject);
     ++xFirst;
     MCSubscriberListIter xSecond(xFirst);
     ++xSecond;
-    EXPECT_EQ(static_cast<Recorder*>(xFirst.GetValue())->m_nNumber, 2);
+    xPlain = xSecond;
+    ++xPlain;
+    EXPECT_EQ(static_cast<Recorder*>(xFirst.GetValue())->m_nNumber, 3);
+    xSecond.Reset(true);
+    EXPECT_EQ(Walk(xFirst), "5: 0 2 3 4");
 }
 
 TEST_F(SubjectTest, DumpListsLiveEntriesWithTypeAndCount) {

@@ -176,6 +176,12 @@ TEST_F(UDPTest, SectionHoldsTheModelsPropertiesOnly) {
     const short code = R::RegisterUDP("Ab", MCCodes::pInteger, c_pxRootA, true);
     ASSERT_TRUE(R::AddPropertyUsage(c_sNode, code, 1));
     ASSERT_TRUE(R::AddPropertyUsage(c_sLeaf, code, 1));
+    for (MCObject* model : {c_pxRootA, c_pxRootB}) {  // a user-defined usage counts for its models only
+        ZVTOrderedVectorT<short> used;
+        ASSERT_TRUE(
+            R::GetPropertyUsages(c_sLeaf, used, R::usageCore | R::usageUser | R::flagWithInherited, model));
+        EXPECT_EQ(used.Length(), model == c_pxRootA ? 2u : 0u);
+    }
     EXPECT_EQ(Save(c_pxRootA), Bytes({0x11, 1, 0xFE, 0xFF, 2, 0, 0,    0,    'A',  'b',  87,  0,
                                       1,    0, 2,    0,    0, 0, 0x59, 0x1B, 0x5A, 0x1B, 0x15}));
     R::RegisterUDP("Unused", MCCodes::pInteger, c_pxRootB, false);

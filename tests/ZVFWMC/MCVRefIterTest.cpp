@@ -63,7 +63,8 @@ TEST_F(RefIterTest, SortedWalkPassesOverTargetsThatDie) {
 
 TEST_F(RefIterTest, SortedWalkTakesItsFirstTargetUnchecked) {
     MCVRefIter walk(m_pxHolder, MCCodes::pReferenceList, nullptr, &m_xSorter);
-    ASSERT_EQ(walk.GetCount(), 3);  // the snapshot is taken here
+    ASSERT_EQ(walk.GetCount(), 3);        // the snapshot is taken here
+    EXPECT_EQ(walk.GetValue(), nullptr);  // before the first step, no read outside the snapshot
     m_apxTargets[2]->Expunge(true);
     EXPECT_EQ(Walk(walk), "null " + Id(1) + " " + Id(0));
 }

@@ -163,7 +163,8 @@ TEST(ZVTStreamTest, MalformedInputFailsAndLeavesTheTargetAlone) {
         {ZVTStream::text, "1x "},
         {ZVTStream::text, std::string(200, '1')},  // an endless token
         {ZVTStream::text, "   "},
-        {ZVTStream::text, "-1 "},  // the length of a null string, not a number of this type
+        {ZVTStream::text, "\t\r\f\v\n x "},  // every blank is skipped before the token
+        {ZVTStream::text, "-1 "},            // the length of a null string, not a number of this type
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.second.substr(0, 10));
@@ -323,6 +324,10 @@ TEST(ZVTStreamTest, EofClearsOnWriteAndReadOnlyStreamsRefuseWrites) {
     reader.clear();
     reader >> value;
     EXPECT_EQ(value, 9);
+    reader.flush();  // nothing to write: no failure
+    EXPECT_FALSE(reader.fail());
+    reader.seekp(0);
+    EXPECT_TRUE(reader.fail());
 }
 
 TEST(ZVTStreamTest, FilePositionsAreLongs) {

@@ -115,6 +115,7 @@ TEST(ZVMTemplateTest, ExpandsEachConstruct) {
         // Standalone block tags take their line; tags inside a line keep the text around them.
         {"a\n  ${if Name}  \nb\n\t${else}\nc\n${end}\nd", "a\nb\nd"},
         {"${# crlf }\r\nx\n${# last line, no break }", "x\n"},
+        {"${foreach Two}\r${end}", "\r\r"},  // a lone CR ends no line
         {"x ${if Name}y${end} z\n${Name}\n${if Name}${end}\n", "x y z\nval\n\n"},
         {"${foreach Two}\n  - ${Pass}\n${end}\n", "  - Two1\n  - Two2\n"},
     };
@@ -135,6 +136,7 @@ TEST(ZVMTemplateTest, ReportsMalformedTextWhereItIs) {
         {"${ 1x}", "1:4: expected a name"},
         {"${Na-me}", "1:5: unexpected '-' after 'Na'"},
         {"${Name\x01}", "1:7: unexpected '\\x01' after 'Name'"},
+        {"${_n\x7f}", "1:5: unexpected '\\x7F' after '_n'"},
         {"${Join(\"ab)}", "1:8: unterminated string"},
         {"${Join(\"\\q\")}", "1:9: unknown escape '\\q'"},
         {"${Join(a}", "1:9: missing ')'"},
@@ -151,6 +153,15 @@ TEST(ZVMTemplateTest, ReportsMalformedTextWhereItIs) {
         {"${if Name}${else}${else}${end}", "1:18: second 'else' in one 'if'"},
         {"${if Name}${break}${end}", "1:11: 'break' outside 'foreach'"},
         {"${foreach Two}\n${if Name}\n${end}\n  ${if Name}", "4:3: 'if' opened here is never closed"},
+        {"${Name ", "1:1: '${' is never closed"},
+        {"${Join(a", "1:1: '${' is never closed"},
+        {"${Join(\"a", "1:8: unterminated string"},
+        {"${Join(\"a\"", "1:1: '${' is never closed"},
+        {"${Join(a) ", "1:1: '${' is never closed"},
+        {"${Join(a$b)}", "1:9: '$' is not allowed in a bare argument"},
+        {"${Join(a\"b)}", "1:9: '\"' is not allowed in a bare argument"},
+        {"${foreach\tTwo x}", "1:15: unexpected 'x' after 'Two'"},
+        {"${if\r\nName x}", "2:6: unexpected 'x' after 'Name'"},
     };
     for (const auto& [text, expected] : cases) {
         SCOPED_TRACE(text);

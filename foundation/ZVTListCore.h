@@ -13,8 +13,9 @@
 
 namespace zvt_detail {
 
-/// The values of a list in order, in one array. RemoveFirst leaves a dead prefix that is dropped once it
-/// is half the array, so both ends cost O(1) amortized and an empty list allocates nothing.
+/// The values of a list in order, in one array. RemoveFirst, and any removal in the front half, leaves a
+/// dead prefix that is dropped once it is half the array, so both ends cost O(1) amortized and an empty
+/// list allocates nothing.
 template <class T>
 class ListCore {
 public:
@@ -34,9 +35,23 @@ public:
         auto found = std::find(Begin(), m_xItems.end(), value);
         if (found == m_xItems.end())
             return false;
-        m_xItems.erase(found);
-        Compact();
+        RemoveAt(static_cast<size_t>(found - Begin()));
         return true;
+    }
+    /// Removes the element at index, moving whichever side of it is shorter; throws std::out_of_range
+    /// when index >= Entries().
+    void RemoveAt(size_t index) {
+        if (index >= Entries())
+            throw std::out_of_range("list index out of range");
+        const auto at = Begin() + static_cast<std::ptrdiff_t>(index);
+        if (index < Entries() / 2) {
+            // The front moves up one place and its first slot joins the dead prefix.
+            std::move_backward(Begin(), at, at + 1);
+            ++m_nHead;
+        } else {
+            m_xItems.erase(at);
+        }
+        Compact();
     }
     /// The number of elements.
     size_t Entries() const { return m_xItems.size() - m_nHead; }
@@ -116,7 +131,7 @@ private:
         std::swap(m_nHead, other.m_nHead);
     }
     // Drops the dead prefix once it is at least half the array; moving the rest costs no more than the
-    // RemoveFirst calls that made the prefix.
+    // removals that made the prefix.
     void Compact() {
         if (m_nHead * 2 < m_xItems.size())
             return;

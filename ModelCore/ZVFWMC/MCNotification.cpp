@@ -1,6 +1,7 @@
 #include "ModelCore/ZVFWMC/MCNotification.h"
 
 #include <memory>
+#include <typeinfo>
 
 #include "ModelCore/ZVFWMC/MCEvent.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
@@ -228,7 +229,18 @@ MCNotification::result MCObjectSubjectDestNotification::Notify(MCObject* pObject
             continue;
         ZVTBoolean gone = false;
         const short type = property->GetType();
-        if (auto* single = mc_detail::PropertyCast<MCSRef>(property)) {
+        // The core's two classes by their type information; only a class derived from them pays for a
+        // dynamic_cast, and a list no longer pays for a failed cast to a single reference.
+        MCSRef* single = nullptr;
+        MCVRef* list = nullptr;
+        const std::type_info& cls = typeid(*property);
+        if (cls == typeid(MCSRef))
+            single = static_cast<MCSRef*>(property);
+        else if (cls == typeid(MCVRef))
+            list = static_cast<MCVRef*>(property);
+        else if (!(single = dynamic_cast<MCSRef*>(property)))
+            list = dynamic_cast<MCVRef*>(property);
+        if (single) {
             if (!single->IsBound() || static_cast<MCSubject*>(single->GetValue()) != subject)
                 continue;
             target = single->GetValue();
@@ -242,7 +254,7 @@ MCNotification::result MCObjectSubjectDestNotification::Notify(MCObject* pObject
                 MCSRefRawAccessor raw(nullptr);
                 raw.SetPropertyValue(still, pObject, MCPropertyAccessor::accessAdd);
             }
-        } else if (auto* list = mc_detail::PropertyCast<MCVRef>(property)) {
+        } else if (list) {
             if (!list->IsBound())
                 continue;
             if (!asObject())
@@ -265,8 +277,9 @@ MCNotification::result MCObjectSubjectDestNotification::Notify(MCObject* pObject
         }
         if (gone)
             return resultHandled;
-        pObject->NotifySubscribers(MCEvent::Instantiate(MCEvent::ReferenceCleared, pObject,
-                                                        MCEvent::subscriberObserver, nullptr, &rEvent));
+        if (pObject->IsHeard(MCEvent::ReferenceCleared, MCEvent::subscriberObserver))
+            pObject->NotifySubscribers(MCEvent::Instantiate(MCEvent::ReferenceCleared, pObject,
+                                                            MCEvent::subscriberObserver, nullptr, &rEvent));
     }
     // A source that subscribes to its heirs loses a dying heir from its set by itself.
     const MCHeirSet* heirs = nullptr;

@@ -142,7 +142,10 @@ MCObjectSem::result MCObjectOS::Fire(mode nMode, MCObject* object, MCObjectSemCo
                     return resultFailed;
                 }
             }
-            if (!object->GetFlag(MCItem::itemTreeExpunge)) {
+            // Asked once for the object: most types have no rule for this mode, and a firing that reaches
+            // none costs a look-up per property.
+            if (!object->GetFlag(MCItem::itemTreeExpunge) &&
+                MCPropertySemanticRegistry::MayFire(MCPropertySemantic::ObjectPreDestruction, object)) {
                 MCPropertySetIter properties(object->GetPropertySet());
                 while (++properties) {
                     if (MCProperty* property = properties.GetValue())

@@ -453,6 +453,21 @@ MCPropertySemantic::result MCPropertySemanticRegistry::FireSemantics(MCPropertyS
     return MCPropertySemantic::resultContinue;
 }
 
+ZVTBoolean MCPropertySemanticRegistry::MayFire(MCPropertySemantic::mode nMode, MCObject* pObject) {
+    // The same tests FireSemantics and FireHandler make before any rule runs.
+    MCPropertySemanticRegistry* registry = c_pxSingleton;
+    MCPropertySemanticHandler* handler =
+        registry && pObject ? registry->FindHandler(pObject->GetType()) : nullptr;
+    if (!handler)
+        return false;
+    Refresh(*registry->m_pxHandlers, *handler);
+    if ((handler->m_nChainInterests & nMode) != 0)
+        return true;
+    const MCHeirSet* heirs = nullptr;
+    pObject->GetHeirs(heirs);
+    return heirs != nullptr;
+}
+
 ZVTString MCPropertySemanticRegistry::GetModeName(MCPropertySemantic::mode nMode) const {
     switch (nMode) {
         case MCPropertySemantic::PreEdit:

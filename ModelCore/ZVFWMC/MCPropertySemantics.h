@@ -129,6 +129,11 @@ public:
                                                     MCObject* pObject, MCProperty* pProperty,
                                                     MCPropertySemanticContext* pContext);
 
+    /// Whether FireSemantics in `nMode` on `pObject` could reach a rule for any property type: false only
+    /// when the object's type chain has no rule with that interest and the object has no heirs. Fires
+    /// nothing; false for null.
+    static ZVTBoolean MayFire(MCPropertySemantic::mode nMode, MCObject* pObject);
+
     /// The name of a mode, "Invalid mode" for those without one.
     ZVTString GetModeName(MCPropertySemantic::mode nMode) const;
     /// The registry's state.

@@ -4,6 +4,8 @@
 #include <fstream>
 #include <memory>
 #include <typeinfo>
+#include <unordered_map>
+#include <vector>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCCodes.h"
@@ -79,6 +81,109 @@ unsigned short WithoutNL(unsigned short flags) {
 }
 
 }  // namespace
+
+// ---------------------------------------------------------------------------------------------------
+// The index of a long list
+
+namespace mc_detail {
+
+// Where each target stands in a long reference list, so that a removal needs no scan: when k targets of a
+// list of L entries die one by one, each removing itself as its own change, a scan each would cost k*L.
+// Entries are known by their slot when the index was built; a slot's position now is the slot less the
+// removed slots before it, which a Fenwick tree counts. Removals through the index keep it; any other
+// change of the list forgets it, and it is built again only once searches have again cost several passes
+// over the list, so a list that changes between single removals never pays more than a few scans.
+class RefListIndex {
+public:
+    // Counts a search of a list of `entries`; true once the searches since the last change are worth an
+    // index.
+    bool Searched(size_t entries) {
+        m_nSearched += entries;
+        return IsLong(entries) && m_nSearched >= c_nSearchesPerBuild * entries;
+    }
+    // Whether a list of `entries` is long enough to be indexed at all.
+    static bool IsLong(size_t entries) { return entries >= c_nLongList; }
+    bool IsBuilt() const { return m_bBuilt; }
+    // The number of entries the list has if nothing but removals through the index changed it.
+    size_t Entries() const { return m_nEntries; }
+
+    void Build(const ZVTSList<MCObject*>& values) {
+        Forget();
+        m_nEntries = values.Entries();
+        m_xTargets.reserve(m_nEntries);
+        for (size_t slot = 0; slot < m_nEntries; ++slot) {
+            auto placed = m_xTargets.try_emplace(values.At(slot), slot);
+            if (!placed.second)
+                placed.first->second.m_xLater.push_back(slot);
+        }
+        m_xRemoved.assign(m_nEntries + 1, 0);
+        m_bBuilt = true;
+    }
+
+    void Forget() {
+        std::unordered_map<const MCObject*, Slots>().swap(m_xTargets);
+        std::vector<size_t>().swap(m_xRemoved);
+        m_nEntries = 0;
+        m_nSearched = 0;
+        m_bBuilt = false;
+    }
+
+    long Occurrences(const MCObject* target) const {
+        auto found = m_xTargets.find(target);
+        return found == m_xTargets.end() ? 0 : static_cast<long>(found->second.Left());
+    }
+
+    // The position now of the first entry that is `target`; false when there is none.
+    bool FirstPosition(const MCObject* target, size_t& position) const {
+        auto found = m_xTargets.find(target);
+        if (found == m_xTargets.end())
+            return false;
+        const size_t slot = found->second.Next();
+        position = slot - RemovedBefore(slot);
+        return true;
+    }
+
+    // Records that the first entry of `target`, which FirstPosition found, was removed.
+    void RemoveFirst(const MCObject* target) {
+        auto found = m_xTargets.find(target);
+        if (found == m_xTargets.end())
+            return;
+        for (size_t i = found->second.Next() + 1; i < m_xRemoved.size(); i += i & (~i + 1))
+            ++m_xRemoved[i];
+        if (++found->second.m_nTaken > found->second.m_xLater.size())
+            m_xTargets.erase(found);
+        --m_nEntries;
+    }
+
+private:
+    static constexpr size_t c_nLongList = 64;
+    static constexpr size_t c_nSearchesPerBuild = 8;
+
+    // A target's slots in order; most targets stand once, which needs no vector.
+    struct Slots {
+        explicit Slots(size_t first) : m_nFirst(first) {}
+        size_t Left() const { return 1 + m_xLater.size() - m_nTaken; }
+        size_t Next() const { return m_nTaken == 0 ? m_nFirst : m_xLater[m_nTaken - 1]; }
+        size_t m_nFirst;
+        std::vector<size_t> m_xLater;
+        size_t m_nTaken = 0;
+    };
+
+    size_t RemovedBefore(size_t slot) const {
+        size_t removed = 0;
+        for (size_t i = slot; i > 0; i -= i & (~i + 1))
+            removed += m_xRemoved[i];
+        return removed;
+    }
+
+    std::unordered_map<const MCObject*, Slots> m_xTargets;
+    std::vector<size_t> m_xRemoved;  // the Fenwick tree, slot s at s + 1
+    size_t m_nEntries = 0;
+    size_t m_nSearched = 0;
+    bool m_bBuilt = false;
+};
+
+}  // namespace mc_detail
 
 // ---------------------------------------------------------------------------------------------------
 // MCSRef
@@ -229,6 +334,7 @@ void MCVRef::RestoreFrom(MCStream& stream, MCPropertyAccessor& accessor) {
 }
 
 void MCVRef::RestoreFrom(MCStream& stream) {
+    EntriesChanged_();
     m_xValues.Clear();
     MCProperty::RestoreFrom(stream);
     SetFlag(itemNL, true);
@@ -257,6 +363,7 @@ ZVTBoolean MCVRef::ResolveIds(MCIdSpace& space, MCObject& owner, ZVTBoolean stri
         complete = false;
     }
     // The ids go first, so that the replace finds nothing to unsubscribe.
+    EntriesChanged_();
     m_xValues.Clear();
     raw->SetFlags(WithoutNL(GetFlags()));
     raw->SetPropertyValue(this, &owner, MCPropertyAccessor::accessReplace | MCPropertyAccessor::accessFlags);
@@ -290,6 +397,8 @@ void MCVRef::AcceptVisitor(MCVisitor* visitor) {
 }
 
 long MCVRef::Occurrences(const MCObject* target) const {
+    if (mc_detail::RefListIndex* index = Index_())
+        return index->Occurrences(target);
     long count = 0;
     for (size_t i = 0; i < m_xValues.Entries(); ++i) {
         if (m_xValues.At(i) == target)
@@ -298,7 +407,49 @@ long MCVRef::Occurrences(const MCObject* target) const {
     return count;
 }
 
+ZVTBoolean MCVRef::RemoveEntry_(const MCObject* target) {
+    mc_detail::RefListIndex* index = Index_();
+    size_t position = 0;
+    if (!index)
+        return m_xValues.Remove(const_cast<MCObject*>(target));
+    if (!index->FirstPosition(target, position))
+        return false;
+    // An entry written in place, not through a change, leaves the index behind: the list is searched.
+    if (m_xValues.At(position) != target) {
+        index->Forget();
+        return m_xValues.Remove(const_cast<MCObject*>(target));
+    }
+    m_xValues.RemoveAt(position);
+    index->RemoveFirst(target);
+    return true;
+}
+
+void MCVRef::EntriesChanged_() {
+    if (m_pxIndex)
+        m_pxIndex->Forget();
+}
+
+mc_detail::RefListIndex* MCVRef::Index_() const {
+    const size_t entries = m_xValues.Entries();
+    if (!m_pxIndex) {
+        if (!mc_detail::RefListIndex::IsLong(entries))
+            return nullptr;
+        m_pxIndex = std::make_unique<mc_detail::RefListIndex>();
+    }
+    mc_detail::RefListIndex& index = *m_pxIndex;
+    // A count that differs means a change that bypassed EntriesChanged_.
+    if (index.IsBuilt() && index.Entries() != entries)
+        index.Forget();
+    if (!index.IsBuilt()) {
+        if (!index.Searched(entries))
+            return nullptr;
+        index.Build(m_xValues);
+    }
+    return &index;
+}
+
 void MCVRef::UnsubscribeTargets_(MCObject& holder, unsigned int type) {
+    EntriesChanged_();
     if (IsBound()) {
         for (size_t i = 0; i < m_xValues.Entries(); ++i) {
             if (MCObject* target = m_xValues.At(i))
@@ -338,6 +489,18 @@ void DropGoing(ZVTSList<MCObject*>& values) {
 
 }  // namespace
 
+// The base finds the value class by a cast to it, which for a reference is a dynamic_cast to a base every
+// time; the core's own class is known by its type information, and only a derived class goes that way.
+ZVTBoolean MCSRefRawAccessor::GetPropertyValue(MCProperty* property, MCObject* object) {
+    if (property == nullptr || typeid(*property) != typeid(MCSRef))
+        return MCSPropertyRawAccessorT<MCObject*>::GetPropertyValue(property, object);
+    if (!CalculateBeforeRead(property, object))
+        return false;
+    m_xValue = static_cast<MCSRef*>(property)->GetValue();
+    m_uFlags = property->GetFlags();
+    return true;
+}
+
 ZVTBoolean MCSRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* holder, long flags) {
     auto* ref = mc_detail::PropertyCast<MCSRef>(property);
     if (ref == nullptr || holder == nullptr)
@@ -370,6 +533,16 @@ MCVRefRawAccessor::MCVRefRawAccessor(const ZVTSList<MCObject*>* values) {
         m_xValues = *values;
 }
 
+ZVTBoolean MCVRefRawAccessor::GetPropertyValue(MCProperty* property, MCObject* object) {
+    if (property == nullptr || typeid(*property) != typeid(MCVRef))
+        return MCVPropertyRawAccessorT<MCObject*>::GetPropertyValue(property, object);
+    if (!CalculateBeforeRead(property, object))
+        return false;
+    m_xValues = static_cast<MCVRef*>(property)->m_xValues;
+    m_uFlags = property->GetFlags();
+    return true;
+}
+
 ZVTBoolean MCVRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* holder, long flags) {
     auto* ref = mc_detail::PropertyCast<MCVRef>(property);
     if (ref == nullptr || holder == nullptr)
@@ -378,9 +551,13 @@ ZVTBoolean MCVRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* h
     return RunChange(property, holder, flags, [&](MCObject*& hintObject) -> long {
         ZVTSList<MCObject*>& values = ref->m_xValues;
         const ZVTBoolean wasBound = ref->IsBound();
+        if (flags & (accessReplace | accessAdd))
+            ref->EntriesChanged_();
         // What a nulled list kept behind the flag was not watched, so it may be gone.
-        if (ref->GetFlag(MCItem::itemNulled) && !ref->GetFlag(MCItem::itemNL))
+        if (ref->GetFlag(MCItem::itemNulled) && !ref->GetFlag(MCItem::itemNL)) {
+            ref->EntriesChanged_();
             values.Clear();
+        }
         if (flags & accessReplace) {
             if (!((withFlags ? m_uFlags : WithoutNL(m_uFlags)) & MCItem::itemNL))
                 DropGoing(m_xValues);
@@ -417,7 +594,7 @@ ZVTBoolean MCVRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* h
         }
         for (size_t i = 0; i < m_xValues.Entries(); ++i) {
             MCObject* target = m_xValues.At(i);
-            if (values.Remove(target) && target && wasBound)
+            if (ref->RemoveEntry_(target) && target && wasBound)
                 target->RemoveSubscriber(holder, c_nHolder);
         }
         return MCCodes::hintRemoved;

@@ -9,6 +9,8 @@
 // (itemNL) until ResolveIds binds them. A reference holds its subscriptions only while it is bound:
 // neither nulled nor holding ids. Nothing may dereference the value of an unbound reference.
 
+#include <memory>
+
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
 #include "foundation/ZVTBoolean.h"
 #include "foundation/ZVTExport.h"
@@ -23,6 +25,10 @@ template <class T>
 class MCSPtrPropertyT;
 template <class T>
 class MCVPtrPropertyT;
+
+namespace mc_detail {
+class RefListIndex;
+}
 
 /// A visitor of pointer properties to T: the list kind in the first slot, the single kind in the second.
 template <class T>
@@ -170,7 +176,8 @@ public:
 
     /// Whether the entries are live pointers that the holder's subscriptions count.
     ZVTBoolean IsBound() const { return !GetFlag(itemNulled | itemNL); }
-    /// How many entries are `target`; linear in the list.
+    /// How many entries are `target`: linear in a short list, near constant in a long one that has
+    /// been searched often since it last grew or was replaced.
     long Occurrences(const MCObject* target) const;
     /// True: a reference.
     ZVTBoolean IsReference() const override { return true; }
@@ -179,6 +186,15 @@ private:
     friend class MCVRefRawAccessor;
 
     void UnsubscribeTargets_(MCObject& holder, unsigned int type) override;
+    // Removes the first entry that is `target`; false when there is none.
+    ZVTBoolean RemoveEntry_(const MCObject* target);
+    // Every change of the entries but a removal through RemoveEntry_ calls this first.
+    void EntriesChanged_();
+    // The index to search with, made once searches have cost enough; null for a short list.
+    mc_detail::RefListIndex* Index_() const;
+
+    // Only a long list that has been searched has one, so a short list pays one null pointer.
+    mutable std::unique_ptr<mc_detail::RefListIndex> m_pxIndex;
 };
 
 /// An accessor that can carry stored ids in its values' place (after RestoreFrom with an accessor).
@@ -199,6 +215,8 @@ public:
     explicit MCSRefRawAccessor(MCObject* value) : MCSPropertyRawAccessorT<MCObject*>(value) {}
     ~MCSRefRawAccessor() override;
 
+    /// As for any single value: the target (the stored id while unresolved) and the flags.
+    ZVTBoolean GetPropertyValue(MCProperty* property, MCObject* object) override;
     /// As for any single value (an equal target changes nothing without accessForce), and a value
     /// written without accessFlags binds the reference: itemNL goes. A target that has begun its expunge
     /// is written as null, as it would never tell this holder of its end.
@@ -227,6 +245,8 @@ public:
     explicit MCVRefRawAccessor(const ZVTSList<MCObject*>* values);
     ~MCVRefRawAccessor() override;
 
+    /// As for any list: the entries (the stored ids while unresolved) and the flags.
+    ZVTBoolean GetPropertyValue(MCProperty* property, MCObject* object) override;
     /// As for any list; with accessReplace and without accessFlags a value write binds the list (itemNL
     /// goes), while adding to or removing from an unresolved list takes the values for ids. A nulled list
     /// starts empty: what stood behind the flag is no longer watched. Targets that have begun their

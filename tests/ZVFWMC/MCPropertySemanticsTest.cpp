@@ -155,6 +155,25 @@ TEST_F(PropertySemanticsTest, NullingAndDestructionTellTheRules) {
     EXPECT_EQ(TakeLog(), "G@" + id + ":80");
 }
 
+// The end of an object is not offered property by property when its type chain has no rule for it; its
+// heirs must still hear it in the inherited mode.
+TEST_F(PropertySemanticsTest, ObjectEndReachesTheHeirsWhenTheObjectsTypeHasNoRuleForIt) {
+    auto* source = static_cast<Box*>(Make(nullptr, Box::c_sType));
+    MCObject* heir = Make(nullptr, Box::c_sType);
+    MCObject* alone = Make(nullptr, Box::c_sType);
+    source->AddHeir(heir);
+    for (MCObject* object : {static_cast<MCObject*>(source), alone})
+        SetLong(object, Shape::c_sWidth, 1);
+    PropertyRule inherited("H", static_cast<unsigned long>(MCPropertySemantic::ObjectPreDestruction) << 16);
+    inherited.m_bWithObject = true;
+    AddRule(Box::c_sType, Shape::c_sWidth, inherited);
+    TakeLog();
+    alone->Expunge(true);
+    EXPECT_EQ(TakeLog(), "");
+    source->Expunge(true);
+    EXPECT_EQ(TakeLog(), "H@" + std::to_string(heir->GetId()) + ":800000");
+}
+
 TEST_F(PropertySemanticsTest, RuleForAnAbsentPropertySeesNull) {
     MCObject* box = Make(nullptr, Box::c_sType);
     PropertyRule rule("R", MCPropertySemantic::PreCalculateData);

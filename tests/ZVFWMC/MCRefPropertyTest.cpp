@@ -2,6 +2,8 @@
 // the clean-ups when a target or holder goes, save/restore/resolve with missing ids and converters,
 // Rebind, and comparison by id across two models.
 
+#include <algorithm>
+#include <random>
 #include <sstream>
 #include "ModelCore/ZVFWMC/MCCodes.h"
 
@@ -216,6 +218,95 @@ TEST_F(RefPropertyTest, AListLosesADyingTargetThatNoSingleReferenceNames) {
     elsewhere->RemoveSubscriber(&log, MCEvent::subscriberObserver);
 }
 
+// ReferenceCleared goes to the holder's observers only and is not made when it has none: a holder with a
+// silent observer, which forces the event, and one without must show the same to everything else.
+TEST_F(RefPropertyTest, AnUnheardReferenceClearedChangesNothingElse) {
+    struct Silent : MCSubscriber {
+        void Notify(MCEvent& /*event*/) override {}
+    } silent;
+    auto run = [&](bool forced) {
+        MCObject* root = Make();
+        MCObject* holder = Make(root);
+        MCObject* target = Make();
+        MCObject* other = Make();
+        EXPECT_TRUE(SetRef(holder, target));
+        EXPECT_TRUE(SetRefs(holder, {target, other, target}, c_lAdd));
+        root->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
+        if (forced)
+            holder->AddSubscriber(&silent, MCEvent::subscriberObserver);
+        m_xLog.Take();
+        const long eventsBefore = MCEvent::c_nInstanceCount;
+        target->Expunge(true);
+        // Ids differ between the runs: the holder and the other target are named by letters.
+        std::string seen = m_xLog.Take();
+        const std::string id = "(" + std::to_string(holder->GetId()) + ",";
+        for (size_t at = seen.find(id); at != std::string::npos; at = seen.find(id))
+            seen.replace(at, id.size(), "(H,");
+        const std::string left = Ids(holder);
+        seen += " | " + (left == std::to_string(other->GetId()) ? "O" : left) + " | " +
+                std::to_string(Count(other, holder)) + (GetRef(holder) ? " bound" : " null") +
+                (MCEvent::c_nInstanceCount == eventsBefore ? "" : " leaked");
+        holder->RemoveSubscriber(&silent, MCEvent::subscriberObserver);
+        root->RemoveSubscriber(&m_xLog, MCEvent::subscriberObserver);
+        return seen;
+    };
+    const std::string plain = run(false);
+    EXPECT_EQ(plain, "PropertySet(H,89,0) PropertySet(H,90,2) | O | 1 null");
+    EXPECT_EQ(run(true), plain);
+}
+
+// A long list that is searched often finds its entries through an index. Whatever mix of dying targets,
+// single removals and adds (which make the index go stale) it meets, it must hold what a scan leaves,
+// with the same events and subscription counts.
+TEST_F(RefPropertyTest, ALongListRemovesWhatAScanWouldRemove) {
+    MCObject* holder = Make();
+    std::vector<MCObject*> pool;
+    for (int i = 0; i < 60; ++i)
+        pool.push_back(Make());
+    std::mt19937 draw(7);
+    std::vector<MCObject*> model;
+    for (int i = 0; i < 400; ++i)
+        model.push_back(pool[draw() % pool.size()]);
+    ASSERT_TRUE(SetRefs(holder, model, c_lAdd));
+    holder->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
+    const std::string set = "PropertySet(" + std::to_string(holder->GetId()) + ",90,";
+    auto render = [&model] {
+        std::string text;
+        for (size_t i = 0; i < model.size(); ++i)
+            text += (i ? " " : "") + std::to_string(model[i]->GetId());
+        return text;
+    };
+
+    for (int step = 0; step < 150 && !model.empty(); ++step) {
+        SCOPED_TRACE("step " + std::to_string(step));
+        MCObject* target = model[draw() % model.size()];
+        std::string expected;
+        if (step % 10 == 9) {
+            MCObject* added = pool[draw() % pool.size()];
+            ASSERT_TRUE(SetRefs(holder, {added, target}, c_lAdd));
+            model.insert(model.end(), {added, target});
+            expected = set + "1)";
+        } else if (step % 3 == 0) {
+            target->Expunge(true);
+            model.erase(std::remove(model.begin(), model.end(), target), model.end());
+            std::replace(pool.begin(), pool.end(), target, Make());
+            expected = set + "2) ReferenceCleared(" + std::to_string(holder->GetId()) + ")";
+        } else {
+            ASSERT_TRUE(SetRefs(holder, {target}, c_lRemove));
+            model.erase(std::find(model.begin(), model.end(), target));
+            expected = set + "2)";
+        }
+        ASSERT_EQ(Ids(holder), render());
+        EXPECT_EQ(m_xLog.Take(), expected);
+    }
+    for (MCObject* target : pool) {
+        SCOPED_TRACE(target->GetId());
+        EXPECT_EQ(Count(target, holder),
+                  static_cast<unsigned int>(std::count(model.begin(), model.end(), target)));
+    }
+    holder->RemoveSubscriber(&m_xLog, MCEvent::subscriberObserver);
+}
+
 TEST_F(RefPropertyTest, RestoredIdsResolveThroughTheSpaceOrAConverter) {
     MCObject* holder = Make();
     MCObject* a = Make();
@@ -346,6 +437,42 @@ TEST_F(RefPropertyTest, ADerivedSingleReferenceResolvesAsTheCoreClassDoes) {
     }
     EXPECT_EQ(outcomes[1], outcomes[0]);
     EXPECT_EQ(outcomes[0].substr(0, 4), "1 1 ");
+}
+
+// Reading takes the core's reference classes by their type information and a derived class through the
+// value class; both ways must read the same value and flags, nulled and set.
+TEST_F(RefPropertyTest, ACoreAndADerivedReferenceReadAlike) {
+    struct DerivedList : MCVRef {
+        using MCVRef::MCVRef;
+    };
+    MCObject* target = Make();
+    std::string seen[2];
+    for (int derived = 0; derived < 2; ++derived) {
+        SCOPED_TRACE(derived ? "derived" : "core");
+        MCObject* holder = Make();
+        MCProperty* single = derived ? new CountedRef(MCCodes::pReference, holder)
+                                     : static_cast<MCProperty*>(MCFactoryRegistry::CreateItem(
+                                           MCCodes::pReference, holder, nullptr, nullptr));
+        MCProperty* list = derived ? new DerivedList(MCCodes::pReferenceList, holder)
+                                   : static_cast<MCProperty*>(MCFactoryRegistry::CreateItem(
+                                         MCCodes::pReferenceList, holder, nullptr, nullptr));
+        auto read = [&] {
+            MCSRefRawAccessor one;
+            MCVRefAccessor many;
+            const bool readOne = one.GetPropertyValue(single, holder);
+            const bool readMany = many.GetPropertyValue(list, holder);
+            return std::to_string(readOne) + ":" + std::to_string(one.GetValue() == target) + ":" +
+                   std::to_string(one.GetFlags()) + " " + std::to_string(readMany) + ":" +
+                   std::to_string(many.GetList()->Entries()) + ":" + std::to_string(many.GetFlags()) + " ";
+        };
+        seen[derived] = read();
+        ASSERT_TRUE(SetRef(holder, target));
+        ASSERT_TRUE(SetRefs(holder, {target, target}, c_lAdd));
+        seen[derived] += read();
+    }
+    EXPECT_EQ(seen[1], seen[0]);
+    const std::string nulled = std::to_string(MCItem::itemNulled);
+    EXPECT_EQ(seen[0], "1:0:" + nulled + " 1:0:" + nulled + " 1:1:0 1:2:0 ");
 }
 
 TEST_F(RefPropertyTest, RebindMovesToCopiesAndComparisonGoesById) {

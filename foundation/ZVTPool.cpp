@@ -28,11 +28,19 @@ struct FreeBlock {
     FreeBlock* m_pxNext;
 };
 
+struct Slab {
+    char* m_pcBegin;
+    std::size_t m_nBytes;
+};
+
 struct SizeClass {
     FreeBlock* m_pxFree = nullptr;
-    char* m_pcNext = nullptr;  // the unused rest of the newest slab
+    char* m_pcNext = nullptr;  // the unused rest of the slab being carved
     char* m_pcEnd = nullptr;
     std::size_t m_nSlab = c_nFirstSlab;  // the size of the next slab
+    std::size_t m_nLive = 0;             // blocks handed out and not given back
+    std::size_t m_nCarving = 0;          // the index in m_xSlabs of the slab being carved
+    std::vector<Slab> m_xSlabs;          // in the order they were made
 };
 
 SizeClass c_axClasses[c_nClasses];
@@ -93,6 +101,29 @@ std::size_t PackedClass(std::size_t size) {
     return (size - 1) / c_nGrain;
 }
 
+// Makes the slab after the one being carved the one to carve: the next of those already made, else a new
+// one.
+void NextSlab(SizeClass& sizeClass) {
+    const std::size_t next = sizeClass.m_xSlabs.empty() ? 0 : sizeClass.m_nCarving + 1;
+    if (next == sizeClass.m_xSlabs.size()) {
+        const std::size_t bytes = sizeClass.m_nSlab;
+        // Room first, so that a failure below leaves nothing to undo.
+        sizeClass.m_xSlabs.reserve(next + 1);
+        char* slab = c_bHugePages && bytes == c_nHuge ? static_cast<char*>(MapHuge(bytes)) : nullptr;
+        if (slab == nullptr) {
+            Slabs().reserve(Slabs().size() + 1);
+            slab = static_cast<char*>(::operator new(bytes));
+            Slabs().push_back(slab);
+        }
+        sizeClass.m_xSlabs.push_back(Slab{slab, bytes});
+        if (bytes < c_nHuge)
+            sizeClass.m_nSlab = bytes * 2;
+    }
+    sizeClass.m_nCarving = next;
+    sizeClass.m_pcNext = sizeClass.m_xSlabs[next].m_pcBegin;
+    sizeClass.m_pcEnd = sizeClass.m_pcNext + sizeClass.m_xSlabs[next].m_nBytes;
+}
+
 void* AllocateIn(std::size_t index) {
     SizeClass& sizeClass = c_axClasses[index];
     if (FreeBlock* block = sizeClass.m_pxFree) {
@@ -101,30 +132,32 @@ void* AllocateIn(std::size_t index) {
         // is used, so the next allocation finds it at hand.
         if (block->m_pxNext)
             __builtin_prefetch(block->m_pxNext, 1);
+        ++sizeClass.m_nLive;
         return block;
     }
     const std::size_t blockSize = (index + 1) * c_nGrain;
-    if (sizeClass.m_pcNext == nullptr ||
-        static_cast<std::size_t>(sizeClass.m_pcEnd - sizeClass.m_pcNext) < blockSize) {
-        const std::size_t bytes = sizeClass.m_nSlab;
-        char* slab = c_bHugePages && bytes == c_nHuge ? static_cast<char*>(MapHuge(bytes)) : nullptr;
-        if (slab == nullptr) {
-            slab = static_cast<char*>(::operator new(bytes));
-            Slabs().push_back(slab);
-        }
-        sizeClass.m_pcNext = slab;
-        sizeClass.m_pcEnd = slab + bytes;
-        if (bytes < c_nHuge)
-            sizeClass.m_nSlab = bytes * 2;
-    }
+    while (sizeClass.m_pcNext == nullptr ||
+           static_cast<std::size_t>(sizeClass.m_pcEnd - sizeClass.m_pcNext) < blockSize)
+        NextSlab(sizeClass);
     void* block = sizeClass.m_pcNext;
     sizeClass.m_pcNext += blockSize;
+    ++sizeClass.m_nLive;
     return block;
 }
 
 void ReleaseIn(void* block, std::size_t index) noexcept {
     SizeClass& sizeClass = c_axClasses[index];
-    sizeClass.m_pxFree = ::new (block) FreeBlock{sizeClass.m_pxFree};
+    if (--sizeClass.m_nLive != 0 || sizeClass.m_xSlabs.empty()) {
+        sizeClass.m_pxFree = ::new (block) FreeBlock{sizeClass.m_pxFree};
+        return;
+    }
+    // The last block of the class came back: the free list would hand out its blocks in the order a
+    // model died, scattered over the slabs. Carved again from the first slab on, the next model's
+    // objects lie in the order they are made, neighbours in memory as they were in the first.
+    sizeClass.m_pxFree = nullptr;
+    sizeClass.m_nCarving = 0;
+    sizeClass.m_pcNext = sizeClass.m_xSlabs.front().m_pcBegin;
+    sizeClass.m_pcEnd = sizeClass.m_pcNext + sizeClass.m_xSlabs.front().m_nBytes;
 }
 
 const void* NextIn(std::size_t index) {

@@ -9,7 +9,9 @@
 /// large slabs in size classes up to 512 bytes and recycled through one free list per class: classes 16
 /// bytes apart for blocks that must be 16-aligned, 8 bytes apart for packed ones. It saves the general
 /// heap's per-block header and its work on freeing millions of blocks; the slabs are kept for reuse until
-/// the process ends, so memory once used by a model stays with the pool. Larger blocks go to the general
+/// the process ends, so memory once used by a model stays with the pool. A class whose every block has
+/// come back is carved again from its first slab, so the next model's blocks lie in the order they are
+/// made rather than in the order the last one died. Larger blocks go to the general
 /// heap. Single-threaded like the rest of the library. Builds with address
 /// sanitizing use the general heap for every block, so that a late use of a freed block is caught.
 ///

@@ -8,13 +8,13 @@
 #include <string>
 #include <vector>
 
+#include "ModelCore/ModelCoreModern.h"
 #include "support/FaultTestSupport.h"
 #include "support/PersTestSupport.h"
 
 /// A host node: a Count, a Link that a copy follows and a Links list that it drops.
-class RelNode : public MCObject {
+class RelNode : public mc::HostClass<7901> {
 public:
-    static constexpr short c_sType = 7901;
     static constexpr short c_sCount = 7911;
     static constexpr short c_sLink = 7912;
     static constexpr short c_sLinks = 7913;
@@ -26,7 +26,8 @@ public:
         R::RegisterAliasProperty(c_sCount, "Count", MCCodes::pInteger, true, false, false, false);
         R::RegisterAliasProperty(c_sLink, "Link", MCCodes::pReference, false, false, false, false);
         R::RegisterAliasProperty(c_sLinks, "Links", MCCodes::pReferenceList, false, false, false, false);
-        new MCObjectFactoryT<RelNode, MCObject>(c_sType, "RelNode", 1, PersRoot::c_sType, 10, 0, true, false);
+        mc::RegisterClass<RelNode>("RelNode",
+                                   mc::ClassOptions().OwnedBy(PersRoot::c_sType).Expecting(10).First());
         R::AddOwnerType(c_sType, c_sType);
         R::AddPropertyUsage(c_sType, c_sLink, R::clipFollow);
         R::AddPropertyUsage(c_sType, c_sLinks, 0);
@@ -34,14 +35,8 @@ public:
     }
 
 private:
-    friend class MCObjectFactoryT<RelNode, MCObject>;
-    RelNode(short type, MCFactorySignature& signature, MCFactoryContext* context)
-        : MCObject(type, signature, context) {
-        RegisterLevel(c_sType, context);
-    }
-    RelNode(MCObject* owner, MCFactoryContext* context) : MCObject(c_sType, owner, context) {
-        RegisterLevel(c_sType, context);
-    }
+    friend mc::FactoryOf<RelNode>;
+    using HostClass::HostClass;
 };
 
 class ReliabilityTest : public PersTest {

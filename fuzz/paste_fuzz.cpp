@@ -160,7 +160,10 @@ std::vector<MCObject*> PastedUnder(const ZVTOrderedVectorT<long>& ids, const MCO
 // (and an association without both its classes is left out of the copy), so the second generation, which
 // has none, is what a copy carries as it is. An undeletable object is bound by name to what the target
 // holds and otherwise made anew, where its name may meet the name-space entry that came with it and be
-// changed: no generation is sure to come out as the one before.
+// changed; and an object that refers to another through a property its type never declared (only a
+// damaged buffer makes one) has the copy follow it, tell the user (message 607) and bring the target in
+// under the referrer when the referrer is reached first: no generation is sure to come out as the one
+// before.
 enum class Carried { asItIs, fromTheSecondGeneration, notComparable };
 
 Carried HowCarried(const std::vector<MCObject*>& roots) {
@@ -174,7 +177,12 @@ Carried HowCarried(const std::vector<MCObject*>& roots) {
         if (object->GetFlag(MCItem::itemUndeletable))
             return Carried::notComparable;
         for (MCPropertySetIter it(object->GetPropertySet()); ++it;) {
-            for (const MCObject* target : BoundTargets(it.GetValue())) {
+            const std::vector<MCObject*> targets = BoundTargets(it.GetValue());
+            if (!targets.empty() &&
+                MCFactoryRegistry::GetClipFlag(object->GetType(), it.GetValue()->GetType()) ==
+                    MCFactoryRegistry::clipNoUsage)
+                return Carried::notComparable;
+            for (const MCObject* target : targets) {
                 if (target && !forest.count(target))
                     carried = Carried::fromTheSecondGeneration;
             }

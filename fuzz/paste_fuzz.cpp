@@ -12,6 +12,9 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
+#include <optional>
+#include <set>
+#include <string>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -158,7 +161,9 @@ std::vector<MCObject*> PastedUnder(const ZVTOrderedVectorT<long>& ids, const MCO
 
 // How a copy carries the trees under `roots`. A reference to an object outside them is cleared on paste
 // (and an association without both its classes is left out of the copy), so the second generation, which
-// has none, is what a copy carries as it is. An undeletable object is bound by name to what the target
+// has none, is what a copy carries as it is; so is it when two objects of one name stand under one owner
+// (a paste runs no rules, so a damaged buffer may place them so), as the paste of a copy renames one. An
+// undeletable object is bound by name to what the target
 // holds and otherwise made anew, where its name may meet the name-space entry that came with it and be
 // changed; and an object that refers to another through a property its type never declared (only a
 // damaged buffer makes one) has the copy follow it, tell the user (message 607) and bring the target in
@@ -173,9 +178,13 @@ Carried HowCarried(const std::vector<MCObject*>& roots) {
             forest.insert(walker.GetValue());
     }
     Carried carried = Carried::asItIs;
+    std::set<std::pair<const MCObject*, std::string>> names;
     for (const MCObject* object : forest) {
         if (object->GetFlag(MCItem::itemUndeletable))
             return Carried::notComparable;
+        const std::optional<ZVTString> name = mc::Get<ZVTString>(object, MCCodes::pName);
+        if (name && !names.emplace(object->GetOwner(0, MCItem::rttiExact), name->str()).second)
+            carried = Carried::fromTheSecondGeneration;
         for (MCPropertySetIter it(object->GetPropertySet()); ++it;) {
             const std::vector<MCObject*> targets = BoundTargets(it.GetValue());
             if (!targets.empty() &&

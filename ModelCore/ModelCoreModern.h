@@ -746,13 +746,7 @@ inline SaveResult Save(MCObject* root, std::ostream& out, std::optional<MCPersHe
 /// root among the holders of its user-defined properties until told (and a later root at the same
 /// address would hold them too), so the root leaves them first; plain `Expunge(true)` does not.
 inline void ExpungeModel(MCObject* root) {
-    using Registry = MCFactoryRegistry;
-    ZVTOrderedVectorT<short> held;
-    constexpr unsigned long userProperties =
-        Registry::flagProperty | Registry::flagUser | Registry::groupFirst | Registry::groupTypeKind;
-    Registry::GetPropertyTypes(held, userProperties, root);
-    for (size_t i = 0; i < held.Length(); ++i)
-        Registry::RemoveUDP(held[i], root);
+    MCFactoryRegistry::RemoveUDPs(root);
     // A restored root may carry itemUndeletable, which only its owner's end overrides.
     root->SetFlag(MCItem::itemUndeletable, false);
     root->Expunge(true);

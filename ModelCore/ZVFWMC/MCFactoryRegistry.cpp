@@ -793,6 +793,13 @@ ZVTBoolean MCFactoryRegistry::RemoveUDP(short code, MCObject* model) {
     return true;
 }
 
+void MCFactoryRegistry::RemoveUDPs(MCObject* model) {
+    ZVTOrderedVectorT<short> held;
+    GetPropertyTypes(held, selectUserProperties, model);
+    for (size_t i = 0; i < held.Length(); ++i)
+        RemoveUDP(held[i], model);
+}
+
 ZVTBoolean MCFactoryRegistry::ValidatePersistenceUnit(short code, MCObject* model) {
     // A null model would make every later query with a null model see the property as held.
     MCMetaInfoAliasPropertyEntry* udp = FindUDPEntry(c_pxImplementation, code);

@@ -87,6 +87,9 @@ public:
     static constexpr unsigned long groupFirst = flagFirstOff | flagFirstOn;
     static constexpr unsigned long groupTypeKind = flagAbstract | flagConcrete | flagAlias;
     static constexpr unsigned long groupSecond = flagSecondOff | flagSecondOn;
+    /// The GetPropertyTypes mask of every user-defined property (held by the model asked about).
+    static constexpr unsigned long selectUserProperties =
+        flagProperty | flagUser | groupFirst | groupTypeKind;
 
     /// The singleton, created on first call.
     static MCFactoryRegistry* GetInstance();
@@ -208,6 +211,10 @@ public:
     /// Lets `model` stop holding the user-defined property `code`; the code and its usages stay. False
     /// when `code` is no user-defined property.
     static ZVTBoolean RemoveUDP(short code, MCObject* model);
+    /// Lets `model` stop holding every user-defined property it holds, as RemoveUDP does for each; for a
+    /// root about to go, which the registry would otherwise keep counting (and a later root at the same
+    /// address would inherit).
+    static void RemoveUDPs(MCObject* model);
     /// Has `model` hold the user-defined property `code`; false without a registry, for a code that is no
     /// user-defined property, or for a null model.
     static ZVTBoolean ValidatePersistenceUnit(short code, MCObject* model);

@@ -374,11 +374,7 @@ void MCPersController::DropPartialTree(MCObject* root) {
         return;
     // The registry keeps a root among the holders of its user-defined properties until told, and a later
     // root at this address would hold them too; the host never sees this root, so it cannot tell.
-    using R = MCFactoryRegistry;
-    ZVTOrderedVectorT<short> held;
-    R::GetPropertyTypes(held, R::flagProperty | R::flagUser | R::groupFirst | R::groupTypeKind, root);
-    for (size_t i = 0; i < held.Length(); ++i)
-        R::RemoveUDP(held[i], root);
+    MCFactoryRegistry::RemoveUDPs(root);
     // Ids tell afterwards which objects the expunge took, without touching freed memory; objects that
     // found no owner in the file survive it and stay listed for the host.
     std::vector<std::pair<MCObject*, long>> made;

@@ -343,7 +343,7 @@ TEST_F(ModernLayerTest, AHostStreamKeepsTheRestoredIdsAndTheLogTakesDownStrays) 
     const auto udps = [](MCObject* holder) {
         ZVTOrderedVectorT<short> held;
         using R = MCFactoryRegistry;
-        R::GetPropertyTypes(held, R::flagProperty | R::flagUser | R::groupFirst | R::groupTypeKind, holder);
+        R::GetPropertyTypes(held, R::selectUserProperties, holder);
         return held.Length();
     };
     MCObject* restoredRoot = restored.root;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -516,7 +517,10 @@ void MCStringInfo::SetDiffCount(long diffCount) {
 }
 
 void MCStringInfo::SetCounters(unsigned long value) {
-    MCSPropertyRawAccessorT<long> accessor(static_cast<long>(value & 0xFFFFFFFFUL));
+    // The stored long is 32 bits wide: a difference count from 0x8000 up sets its sign bit, which must
+    // read back as the negative long it is, not as a wider positive one that no stream would write.
+    const auto bits = static_cast<std::uint32_t>(value & 0xFFFFFFFFUL);
+    MCSPropertyRawAccessorT<long> accessor(static_cast<long>(static_cast<std::int32_t>(bits)));
     SetProperty(MCCodes::pStringInfoCount, accessor, MCPropertyAccessor::accessAdd);
 }
 

@@ -42,9 +42,8 @@ protected:
             registered = true;
             MCFactoryRegistry::RegisterAliasProperty(c_sCalculated, "Calculated", MCCodes::pInteger, false,
                                                      false, true, true);
-            auto* factory =
-                new MCPropertyFactoryT<MCSPropertyT<long>>(c_sNegative, "Negative", false, false, 0);
-            EXPECT_TRUE(factory->IsRegistered());
+            EXPECT_TRUE((new MCPropertyFactoryT<MCSPropertyT<long>>(c_sNegative, "Negative", false, false, 0))
+                            ->IsRegistered());
             g_pxStrict = new MCFactoryT<Loose, TestNode>(Loose::c_sType, "Strict", 1, 0, false, false);
             g_pxTyped = new MCObjectFactoryT<Loose, TestNode>(30002, "Typed", 1, 0, 0, 0, false, false);
         }
@@ -65,50 +64,53 @@ TEST_F(CreationTest, CoreMetamodelIsInPlaceOnce) {
         EXPECT_TRUE(MCFactoryRegistry::IsRegistered(code, nullptr));
         EXPECT_FALSE(MCFactoryRegistry::IsPreFetch(code));
     }
-    unsigned long flags = 0;
+    unsigned long flags = 0, again = 0;
     ASSERT_TRUE(MCFactoryRegistry::GetFlags(MCGenericObject::c_sType, flags));
     const long pool = MCFactoryRegistry::GetPoolCount(sizeof(MCGenericObject));
     MdlCore::Initialize();
-    unsigned long again = 0;
     ASSERT_TRUE(MCFactoryRegistry::GetFlags(MCGenericObject::c_sType, again));
     EXPECT_EQ(again, flags);
     EXPECT_EQ(MCFactoryRegistry::GetPoolCount(sizeof(MCGenericObject)), pool);  // no second factory
 }
 
 TEST_F(CreationTest, RefusalsShowMessage601WithTheRequestedCode) {
-    MCObject* owner = Make();
+    TestNode* owner = MakeNode();
     ASSERT_TRUE(SetLong(owner, 87, 1));
+    MCSPropertyRawAccessorT<long> accessor(3);
+    ASSERT_TRUE(owner->NullProperty(TestNode::c_sEmbedded, accessor));
     MessageLog messages;
-    EXPECT_EQ(MCFactoryRegistry::CreateItem(31000, owner, nullptr, nullptr), nullptr);  // unknown
-    EXPECT_EQ(MCFactoryRegistry::CreateItem(1, nullptr, nullptr, nullptr), nullptr);    // abstract
-    EXPECT_EQ(MCFactoryRegistry::CreateItem(MCCodes::pInteger, owner, nullptr, nullptr),
-              nullptr);  // has a value
+    auto create = [](short type, MCObject* on) {
+        return MCFactoryRegistry::CreateItem(type, on, nullptr, nullptr);
+    };
+    EXPECT_EQ(create(31000, owner), nullptr);              // unknown
+    EXPECT_EQ(create(1, nullptr), nullptr);                // abstract
+    EXPECT_EQ(create(MCCodes::pInteger, owner), nullptr);  // has a value
+    // A nulled embedded property is given back; once set it is refused like any other.
+    EXPECT_EQ(create(TestNode::c_sEmbedded, owner), &owner->Embedded());
+    ASSERT_TRUE(SetLong(owner, TestNode::c_sEmbedded, 4));
+    EXPECT_EQ(create(TestNode::c_sEmbedded, owner), nullptr);
     // An alias of Reference is made as one and keeps its own code.
-    auto* parent =
-        dynamic_cast<MCSRef*>(MCFactoryRegistry::CreateItem(MCCodes::pParent, owner, nullptr, nullptr));
+    auto* parent = dynamic_cast<MCSRef*>(create(MCCodes::pParent, owner));
     ASSERT_NE(parent, nullptr);
     EXPECT_EQ(parent->GetType(), 152);
-    EXPECT_EQ(messages.Text(), "601(0x10: 31000) 601(0x10: 1) 601(0x10: 87)");
-    // Setting an unknown type is the same refusal, seen as false.
-    MCSPropertyAccessorT<long> accessor(3);
+    // Setting an unknown type is the same refusal, seen as false; an object type is no property.
     EXPECT_FALSE(owner->SetProperty(31000, accessor, 1));
-    // An object type is no property: nothing is made under the owner.
     EXPECT_FALSE(owner->SetProperty(MCGenericObject::c_sType, accessor, 1));
     EXPECT_EQ(owner->GetOwneeCount(), 0);
     // A concrete type under a negative code is refused without a message.
-    EXPECT_EQ(MCFactoryRegistry::CreateItem(c_sNegative, owner, nullptr, nullptr), nullptr);
-    EXPECT_EQ(messages.Text(), "601(0x10: 31000) 601(0x10: 1) 601(0x10: 87) 601(0x10: 31000) 601(0x10: 2)");
+    EXPECT_EQ(create(c_sNegative, owner), nullptr);
+    EXPECT_EQ(messages.Text(),
+              "601(0x10: 31000) 601(0x10: 1) 601(0x10: 87) 601(0x10: 7101) 601(0x10: 31000) 601(0x10: 2)");
+    owner->Expunge(true);
 }
 
 TEST_F(CreationTest, PropertiesTakeTheirRegisteredFlags) {
     MCObject* owner = Make();
     auto* property =
         static_cast<MCProperty*>(MCFactoryRegistry::CreateItem(c_sCalculated, owner, nullptr, nullptr));
-    ASSERT_NE(property, nullptr);
+    ASSERT_NE(dynamic_cast<MCSPropertyT<long>*>(property), nullptr);
     EXPECT_EQ(property->GetType(), c_sCalculated);
-    EXPECT_NE(dynamic_cast<MCSPropertyT<long>*>(property), nullptr);
     EXPECT_EQ(property->GetFlags(), MCItem::itemPreFetch | MCItem::itemPreFetchType | MCItem::itemFlag100);
-
     // Reading an absent calculated type makes it; reading an absent stored type does not.
     MCObject* other = Make();
     MCSPropertyRawAccessorT<long> accessor;
@@ -118,33 +120,30 @@ TEST_F(CreationTest, PropertiesTakeTheirRegisteredFlags) {
     EXPECT_EQ(other->FindProperty(MCCodes::pInteger, true), nullptr);
 }
 
-TEST_F(CreationTest, NulledEmbeddedPropertiesAreGivenBack) {
-    TestNode* node = MakeNode();
-    MCSPropertyRawAccessorT<long> accessor;
-    ASSERT_TRUE(node->NullProperty(TestNode::c_sEmbedded, accessor));
-    EXPECT_EQ(MCFactoryRegistry::CreateItem(TestNode::c_sEmbedded, node, nullptr, nullptr),
-              &node->Embedded());
-    ASSERT_TRUE(SetLong(node, TestNode::c_sEmbedded, 4));
-    MessageLog messages;
-    EXPECT_EQ(MCFactoryRegistry::CreateItem(TestNode::c_sEmbedded, node, nullptr, nullptr), nullptr);
-    EXPECT_EQ(messages.Text(), "601(0x10: 7101)");
-    node->Expunge(true);
-}
-
-TEST_F(CreationTest, HooksHearOfObjectsInOrder) {
+// Hooks hear of objects in the order they came, once each, and not of properties; the live table follows
+// objects and stays when emptied.
+TEST_F(CreationTest, HooksAndTheLiveTableFollowObjects) {
     std::string log;
     Hook first("1", log), second("2", log);
     EXPECT_TRUE(MCFactoryRegistry::HookCreateItem(first, true));
     EXPECT_TRUE(MCFactoryRegistry::HookCreateItem(second, true));
     EXPECT_FALSE(MCFactoryRegistry::HookCreateItem(first, true));
-    MCObject* object = Make();
-    ASSERT_TRUE(SetLong(object, 87, 1));  // properties are not reported
-    EXPECT_EQ(log, "12");
+    TestNode* node = MakeNode();
+    ASSERT_TRUE(SetLong(node, 87, 1));
     EXPECT_TRUE(MCFactoryRegistry::HookCreateItem(first, false));
     EXPECT_FALSE(MCFactoryRegistry::HookCreateItem(first, false));
-    Make(object);
-    EXPECT_EQ(log, "122");
+    ZVTHTableT<MCObject*>* live = nullptr;
+    ASSERT_TRUE(MCFactoryRegistry::GetInstances(TestNode::c_sType, live, nullptr));
+    const size_t before = live->Entries();
+    TestNode* inner = MakeNode(node);
     EXPECT_TRUE(MCFactoryRegistry::HookCreateItem(second, false));
+    EXPECT_EQ(log, "122");
+    EXPECT_EQ(live->Entries(), before + 1);
+    EXPECT_TRUE(live->Contains(inner));
+    node->Expunge(true);
+    EXPECT_TRUE(MCFactoryRegistry::GetInstances(TestNode::c_sType, live, nullptr));
+    EXPECT_EQ(live->Entries(), before - 1);
+    EXPECT_FALSE(MCFactoryRegistry::GetInstances(30999, live, nullptr));
 }
 
 TEST_F(CreationTest, PoolRecordsAreSharedPerItemSize) {
@@ -156,20 +155,6 @@ TEST_F(CreationTest, PoolRecordsAreSharedPerItemSize) {
     EXPECT_TRUE(MCFactoryRegistry::RegisterInitialPoolCount(size + 1, 10));
     EXPECT_EQ(MCFactoryRegistry::GetPoolCount(size + 1), 21);
     EXPECT_EQ(MCFactoryRegistry::GetPool(size + 1), 0u);
-}
-
-TEST_F(CreationTest, LiveTableFollowsObjectsAndStaysWhenEmpty) {
-    ZVTHTableT<MCObject*>* live = nullptr;
-    TestNode* node = MakeNode();
-    ASSERT_TRUE(MCFactoryRegistry::GetInstances(TestNode::c_sType, live, nullptr));
-    const size_t before = live->Entries();
-    TestNode* inner = MakeNode(node);
-    EXPECT_EQ(live->Entries(), before + 1);
-    EXPECT_TRUE(live->Contains(inner));
-    node->Expunge(true);
-    EXPECT_TRUE(MCFactoryRegistry::GetInstances(TestNode::c_sType, live, nullptr));
-    EXPECT_EQ(live->Entries(), before - 1);
-    EXPECT_FALSE(MCFactoryRegistry::GetInstances(30999, live, nullptr));
 }
 
 TEST_F(CreationTest, ObjectFactoriesCheckTheOwner) {

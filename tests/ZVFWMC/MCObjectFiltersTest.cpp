@@ -14,72 +14,82 @@ namespace {
 constexpr short c_sA = 7431;
 constexpr short c_sB = 7432;
 
-std::string Types(MCPropertyListIter& it) {
+std::string Id(const MCObject* object) {
+    return std::to_string(object->GetId());
+}
+
+std::string Walk(MCPropertyListIter& it) {
     std::string types;
     while (++it)
         types += (types.empty() ? "" : " ") + std::to_string(it.GetValue()->GetType());
     return types;
 }
 
-std::string Ids(MCOwneeListIter& it, const std::function<void(MCObject*)>& visit = nullptr) {
+std::string Walk(MCOwneeListIter& it, const std::function<void(MCObject*)>& visit = nullptr) {
     std::string ids;
     while (++it) {
-        ids += (ids.empty() ? "" : " ") + std::to_string(it.GetValue()->GetId());
+        ids += (ids.empty() ? "" : " ") + Id(it.GetValue());
         if (visit)
             visit(it.GetValue());
     }
     return ids;
 }
 
+template <class T>
+ZVTSList<T> List(std::initializer_list<T> values) {
+    ZVTSList<T> list;
+    for (const T& value : values)
+        list.Append(value);
+    return list;
+}
+
+MCProperty* Property(const MCObject* object, short type) {
+    return const_cast<MCProperty*>(object->FindProperty(type, false));
+}
+
 class FiltersTest : public ModelTest {
 protected:
     void SetUp() override {
         ModelTest::SetUp();
-        MCFactoryRegistry::RegisterAliasProperty(c_sA, "FirstA", MCCodes::pInteger, true, false, false,
-                                                 false);
-        MCFactoryRegistry::RegisterAliasProperty(c_sB, "FirstB", MCCodes::pInteger, true, false, false,
-                                                 false);
+        for (short code : {c_sA, c_sB})
+            MCFactoryRegistry::RegisterAliasProperty(code, code == c_sA ? "FirstA" : "FirstB",
+                                                     MCCodes::pInteger, true, false, false, false);
     }
-    static void SetName(MCObject* object, const char* name) {
+    MCObject* Named(const char* name, MCObject* object) {
         MCSPropertyAccessorT<ZVTString> accessor{ZVTString(name)};
-        ASSERT_TRUE(object->SetProperty(MCCodes::pName, accessor, MCPropertyAccessor::accessAdd));
+        EXPECT_TRUE(object->SetProperty(MCCodes::pName, accessor, MCPropertyAccessor::accessAdd));
+        return object;
     }
-    static std::string Id(const MCObject* object) { return std::to_string(object->GetId()); }
 };
 
 }  // namespace
 
-TEST_F(FiltersTest, SortedWalksKeepTheirSnapshotFilteredCountsTheirRebuild) {
+// A sorted walk keeps its snapshot until Reset(true); a filtered walk is live but its count is the one of
+// its last rebuild. Copied handles share one cursor, also across self-assignment and FreeImplementation.
+TEST_F(FiltersTest, SortedWalksKeepTheirSnapshotAndCopiesShareOneCursor) {
     TestNode* node = MakeNode();  // its embedded 7101 starts nulled
     SetLong(node, c_sB, 1);
     new MCSPropertyT<long>(-5, node);  // a user-defined type code, nulled; the object frees it
     MCPropertySortOnType byType;
     MCPropertyFilterOnNotNulled notNulled;
-    MCPropertyListIter sorted(node, nullptr, &byType);
-    MCPropertyListIter filtered(node, &notNulled);
+    MCPropertyListIter sorted(node, nullptr, &byType), filtered(node, &notNulled);
     EXPECT_EQ(sorted.GetValue(), nullptr);  // nothing before the first step
-    EXPECT_EQ(Types(sorted), "-5 132 7101 7432");
-    EXPECT_EQ(filtered.GetCount(), 2);
-
+    EXPECT_EQ(Walk(sorted) + " #" + std::to_string(filtered.GetCount()), "-5 132 7101 7432 #2");
     SetLong(node, TestNode::c_sEmbedded, 1);
     SetLong(node, c_sA, 1);
     sorted.Reset(false);
-    EXPECT_EQ(Types(sorted), "-5 132 7101 7432");
+    EXPECT_EQ(Walk(sorted), "-5 132 7101 7432");
     sorted.Reset(true);
-    EXPECT_EQ(Types(sorted), "-5 132 7101 7431 7432");
-    EXPECT_EQ(Types(filtered), "132 7101 7432 7431");  // the walk is live, its count is not
-    EXPECT_EQ(filtered.GetCount(), 2);
+    EXPECT_EQ(Walk(sorted), "-5 132 7101 7431 7432");
+    EXPECT_EQ(Walk(filtered) + " #" + std::to_string(filtered.GetCount()), "132 7101 7432 7431 #2");
     filtered.Reset(true);
     EXPECT_EQ(filtered.GetCount(), 4);
-
     ZVTSList<short> none;
     MCItemFilterOnPresenceInList nothing(&none);
     MCPropertyListIter empty(node, &nothing, &byType);
     EXPECT_EQ(empty.GetCount(), 0);
     EXPECT_FALSE(++empty);
-}
 
-TEST_F(FiltersTest, CopiedHandlesShareOneCursor) {
     MCObject* object = Make();
     SetLong(object, c_sA, 1);
     MCPropertyListIter first(object);
@@ -90,13 +100,10 @@ TEST_F(FiltersTest, CopiedHandlesShareOneCursor) {
     copy.FreeImplementation();
     EXPECT_EQ(copy.GetCount(), -1);
     EXPECT_FALSE(++copy);
-    ASSERT_TRUE(++first);
-    EXPECT_EQ(first.GetValue()->GetType(), c_sA);
+    EXPECT_EQ(Walk(first), std::to_string(c_sA));
     copy = first;
     EXPECT_FALSE(++copy);
-    EXPECT_FALSE(++first);
     EXPECT_EQ(MCPropertyListIter(nullptr).GetCount(), -1);
-
     // So do ownee handles; Reset takes the shared cursor back to the start.
     MCObject* firstOwnee = Make(object);
     MCObject* second = Make(object);
@@ -104,73 +111,62 @@ TEST_F(FiltersTest, CopiedHandlesShareOneCursor) {
     MCOwneeListIter shared(ownees);
     ASSERT_TRUE(++shared);
     other = shared;
-    EXPECT_EQ(Ids(other), Id(second));
+    EXPECT_EQ(Walk(other), Id(second));
     ownees.Reset(true);
-    EXPECT_EQ(Ids(shared), Id(firstOwnee) + " " + Id(second));
+    EXPECT_EQ(Walk(shared), Id(firstOwnee) + " " + Id(second));
 }
 
 TEST_F(FiltersTest, OwneeWalksStandExpungingTheCurrentOwneeAndFilter) {
     MCObject* root = Make();
     MCObject* plain = Make(root);
     TestNode* bare = MakeNode(root);
-    TestNode* named = MakeNode(root);
-    SetName(named, "n");
+    MCObject* named = Named("n", MakeNode(root));
     const std::string nodes = Id(bare) + " " + Id(named);
-
+    // Only the node whose Parent is `plain` matches; `plain` has one too but is of another type.
+    for (MCObject* holder : {named, plain, static_cast<MCObject*>(bare)}) {
+        MCSRefAccessor parent(holder == bare ? named : plain);
+        holder->SetProperty(MCCodes::pParent, parent, MCPropertyAccessor::accessAdd);
+    }
+    SetLong(bare, TestNode::c_sEmbedded, 0);
     MCOwneeFilterOnType anyObject(1), nodeType(TestNode::c_sType);
     MCOwneeFilterOnPropExistence withName(TestNode::c_sType, 147, true);
     MCOwneeFilterOnPropExistence withoutName(TestNode::c_sType, 147, false), exactOnly(1, 147, false);
     // Other types, absent and non-reference properties never match a reference value.
     MCOwneeFilterOnPropRefValue byRef(TestNode::c_sType, TestNode::c_sEmbedded, nullptr);
-    SetLong(bare, TestNode::c_sEmbedded, 0);
-    // Only the node whose Parent is `plain` matches; `plain` has one too but is of another type.
     MCOwneeFilterOnPropRefValue byParent(TestNode::c_sType, 152, plain);
-    for (MCObject* holder : {static_cast<MCObject*>(named), plain}) {
-        MCSRefAccessor parent(plain);
-        holder->SetProperty(MCCodes::pParent, parent, MCPropertyAccessor::accessAdd);
-    }
-    MCSRefAccessor elsewhere(named);
-    bare->SetProperty(MCCodes::pParent, elsewhere, MCPropertyAccessor::accessAdd);
     const struct {
         ZVTFilter<MCObject*>* m_pxFilter;
-        long m_lCount;
-        std::string m_sIds;
+        std::string m_sWalk;
     } cases[] = {
-        {&anyObject, 3, Id(plain) + " " + nodes},
-        {&nodeType, 2, nodes},
-        {&withName, 1, Id(named)},
-        {&withoutName, 1, Id(bare)},
-        {&exactOnly, 0, ""},
-        {&byRef, 0, ""},
-        {&byParent, 1, Id(named)},
+        {&anyObject, Id(plain) + " " + nodes + " #3"},
+        {&nodeType, nodes + " #2"},
+        {&withName, Id(named) + " #1"},
+        {&withoutName, Id(bare) + " #1"},
+        {&exactOnly, " #0"},
+        {&byRef, " #0"},
+        {&byParent, Id(named) + " #1"},
     };
     for (size_t i = 0; i < std::size(cases); ++i) {
-        SCOPED_TRACE(i);
         MCOwneeListIter it(root, cases[i].m_pxFilter);
-        EXPECT_EQ(it.GetCount(), cases[i].m_lCount);
-        EXPECT_EQ(Ids(it), cases[i].m_sIds);
+        const std::string count = " #" + std::to_string(it.GetCount());
+        EXPECT_EQ(Walk(it) + count, cases[i].m_sWalk) << i;
     }
-
     MCOwneeListIter all(root);
     EXPECT_EQ(all.GetCount(), 3);
-    EXPECT_EQ(Ids(all, [root](MCObject* ownee) { root->DestroyOwnedObject(ownee); }),
+    EXPECT_EQ(Walk(all, [root](MCObject* ownee) { root->DestroyOwnedObject(ownee); }),
               Id(plain) + " " + nodes);
     EXPECT_EQ(root->GetFirstOwnee(), nullptr);
 }
 
 TEST_F(FiltersTest, AbsenceLooksBehindAliasesPresenceDoesNot) {
-    MCObject* object = Make();
-    SetName(object, "n");  // 147, an alias of String (91)
+    MCObject* object = Named("n", Make());  // 147, an alias of String (91)
     MCSPropertyAccessorT<ZVTString> text{ZVTString("t")};
     ASSERT_TRUE(object->SetProperty(MCCodes::pString, text, MCPropertyAccessor::accessAdd));
     SetLong(object, 87, 1);
-    MCItem* name = const_cast<MCProperty*>(object->FindProperty(MCCodes::pName, false));
-    MCItem* string = const_cast<MCProperty*>(object->FindProperty(MCCodes::pString, false));
-    MCItem* integer = const_cast<MCProperty*>(object->FindProperty(MCCodes::pInteger, false));
-
-    ZVTSList<short> stringType, nameType;
-    stringType.Append(91);
-    nameType.Append(147);
+    MCItem* name = Property(object, MCCodes::pName);
+    MCItem* string = Property(object, MCCodes::pString);
+    MCItem* integer = Property(object, MCCodes::pInteger);
+    ZVTSList<short> stringType = List<short>({91}), nameType = List<short>({147});
     MCItemFilterOnPresenceInList presentString(&stringType), presentName(&nameType), presentNull(nullptr);
     MCItemFilterOnAbsenceInList absentString(&stringType), absentName(&nameType), absentNull(nullptr);
     const struct {
@@ -184,11 +180,9 @@ TEST_F(FiltersTest, AbsenceLooksBehindAliasesPresenceDoesNot) {
         {name, &absentNull, false},     {nullptr, &absentName, false},
     };
     for (size_t i = 0; i < std::size(cases); ++i) {
-        SCOPED_TRACE(i);
         MCItem* item = cases[i].m_pxItem;
-        EXPECT_EQ(cases[i].m_pxFilter->Test(item), cases[i].m_bPasses);
+        EXPECT_EQ(cases[i].m_pxFilter->Test(item), cases[i].m_bPasses) << i;
     }
-
     ZVTSList<ZVTFilter<MCItem*>*> filters;
     MCItemFilterOfFilters all(&filters), none(nullptr);
     EXPECT_TRUE(all.Test(integer));
@@ -196,7 +190,7 @@ TEST_F(FiltersTest, AbsenceLooksBehindAliasesPresenceDoesNot) {
     filters.Append(&absentName);
     filters.Append(&absentString);
     MCPropertyListIter it(object, &all);  // item filters serve the property walk as they are
-    EXPECT_EQ(Types(it), "132 87");
+    EXPECT_EQ(Walk(it), "132 87");
 }
 
 namespace {
@@ -216,16 +210,12 @@ struct FilteredValueStrategy : MCPropertyValueEqualStrategy {
 }  // namespace
 
 TEST_F(FiltersTest, DefaultEqualityComparesFirstTypesAndIgnoresTheId) {
-    MCObject* left = Make();
-    MCObject* right = Make();
-    SetName(left, "same");
-    SetName(right, "same");
+    MCObject* left = Named("same", Make());
+    MCObject* right = Named("same", Make());
     EXPECT_TRUE(left->IsEqualTo(right, nullptr, nullptr));
-
     MCPropertyValueEqualStrategy values(false);  // a null filter lets the id in
     EXPECT_FALSE(left->IsEqualTo(right, nullptr, &values));
-    ZVTSList<short> idOnly;
-    idOnly.Append(132);
+    ZVTSList<short> idOnly = List<short>({132}), noTypes;
     MCItemFilterOnAbsenceInList notId(&idOnly);
     FilteredValueStrategy withoutId(&notId);
     EXPECT_TRUE(left->IsEqualTo(right, nullptr, &withoutId));
@@ -241,35 +231,26 @@ TEST_F(FiltersTest, DefaultEqualityComparesFirstTypesAndIgnoresTheId) {
     EXPECT_FALSE(right->IsEqualTo(left, nullptr, nullptr));
     SetLong(right, c_sA, 1);
     EXPECT_TRUE(right->IsEqualTo(left, nullptr, nullptr));
-    auto* mine = const_cast<MCProperty*>(left->FindProperty(c_sA, false));
-    auto* theirs = const_cast<MCProperty*>(right->FindProperty(c_sA, false));
-    EXPECT_TRUE(left->IsEqualTo(mine, right, theirs, false));
-    EXPECT_FALSE(left->IsEqualTo(mine, right, nullptr, false));
+    EXPECT_TRUE(left->IsEqualTo(Property(left, c_sA), right, Property(right, c_sA), false));
+    EXPECT_FALSE(left->IsEqualTo(Property(left, c_sA), right, nullptr, false));
 
     // Objects of different types differ by any compared property; with none to compare they are equal.
-    TestNode* node = MakeNode();
-    SetName(node, "same");
+    MCObject* node = Named("same", MakeNode());
     EXPECT_FALSE(left->IsPropertyEqual(147, node, nullptr));
-    ZVTSList<short> noTypes;
     MCItemFilterOnPresenceInList nothing(&noTypes);
     FilteredValueStrategy compareNothing(&nothing);
     EXPECT_TRUE(node->IsEqualTo(left, nullptr, &compareNothing));
 }
 
 TEST_F(FiltersTest, ParallelismRanksTypeCloneIdAndName) {
-    MCObject* named = Make();
-    MCObject* sameName = Make();
-    MCObject* otherName = Make();
+    MCObject* named = Named("n", Make());
+    MCObject* sameName = Named("n", Make());
+    MCObject* otherName = Named("m", Make());
     MCObject* nameless = Make();
     TestNode* node = MakeNode();
-    SetName(named, "n");
-    SetName(sameName, "n");
-    SetName(otherName, "m");
     MCObject* clone = Make();
     SetLong(clone, 582, otherName->GetId());  // CloneId
-    auto* name = const_cast<MCProperty*>(named->FindProperty(MCCodes::pName, false));
-    auto* otherNameProperty = const_cast<MCProperty*>(sameName->FindProperty(MCCodes::pName, false));
-
+    MCProperty* name = Property(named, MCCodes::pName);
     const struct {
         const MCItem* m_pxSelf;
         MCItem* m_pxFirst;
@@ -286,14 +267,12 @@ TEST_F(FiltersTest, ParallelismRanksTypeCloneIdAndName) {
         {otherName, clone, false, 5},
         {name, nullptr, false, 10},
         {name, clone, false, 0},
-        {name, otherNameProperty, false, 10},
+        {name, Property(sameName, MCCodes::pName), false, 10},
     };
-    for (size_t i = 0; i < std::size(cases); ++i) {
-        SCOPED_TRACE(i);
+    for (size_t i = 0; i < std::size(cases); ++i)
         EXPECT_EQ(cases[i].m_pxSelf->GetParallelism(cases[i].m_pxFirst, nullptr, cases[i].m_bUseCloneId),
-                  cases[i].m_lExpected);
-    }
-
+                  cases[i].m_lExpected)
+            << i;
     EXPECT_TRUE(named->IsDefinedBy(named, 0));
     EXPECT_FALSE(named->IsDefinedBy(sameName, 0));
     MCHeirSet set;
@@ -302,27 +281,15 @@ TEST_F(FiltersTest, ParallelismRanksTypeCloneIdAndName) {
     EXPECT_EQ(heirs, nullptr);
 }
 
-// ---------------------------------------------------------------------------------------------------
-// Values of list properties
-
 namespace {
 
-template <class T>
-struct ListType;
-template <>
-struct ListType<long> {
-    static constexpr short c_sType = MCCodes::pIntegerList;
-    static long Make(int n) { return n; }
-};
-template <>
-struct ListType<float> {
-    static constexpr short c_sType = MCCodes::pFloatList;
-    static float Make(int n) { return static_cast<float>(n) + 0.5f; }
-};
-template <>
-struct ListType<ZVTString> {
-    static constexpr short c_sType = MCCodes::pStringList;
-    static ZVTString Make(int n) { return ZVTString(std::string(1, static_cast<char>('a' + n))); }
+// The list type of each value type, and its n-th sample value.
+struct ListSample {
+    static short Of(long& value, int n) { return value = n, MCCodes::pIntegerList; }
+    static short Of(float& value, int n) { return value = static_cast<float>(n) + 0.5f, MCCodes::pFloatList; }
+    static short Of(ZVTString& value, int n) {
+        return value = ZVTString(std::string(1, static_cast<char>('a' + n))), MCCodes::pStringList;
+    }
 };
 
 template <class T>
@@ -339,59 +306,56 @@ struct Refuse : ZVTFilter<T> {
     T m_xValue;
 };
 
+// The walk as positions in the list it was made from.
+template <class T>
+std::string Walk(MCVPropertyIterT<T>& it, const ZVTSList<T>& list) {
+    std::string walk;
+    while (++it) {
+        for (size_t i = 0; i < list.Entries(); ++i)
+            walk += list.At(i) == it.GetValue() ? std::to_string(i) : "";
+    }
+    return walk;
+}
+
 }  // namespace
 
 template <class T>
-class ValueIterTest : public ModelTest {
-protected:
-    // The walk as positions in the list it was made from.
-    static std::string Walk(MCVPropertyIterT<T>& it, const ZVTSList<T>& list) {
-        std::string walk;
-        while (++it) {
-            for (size_t i = 0; i < list.Entries(); ++i) {
-                if (list.At(i) == it.GetValue())
-                    walk += std::to_string(i);
-            }
-        }
-        return walk;
-    }
-};
-
+using ValueIterTest = ModelTest;
 using ListValueTypes = ::testing::Types<long, float, ZVTString>;
 TYPED_TEST_SUITE(ValueIterTest, ListValueTypes);
 
+// A walk over a list or a list property stays at its end rather than starting over; a filter and a sorter
+// apply to both; a removal takes out the values it carries.
 TYPED_TEST(ValueIterTest, WalksListsAndListProperties) {
     using T = TypeParam;
     ZVTSList<T> list;
-    for (int n : {1, 3, 2})
-        list.Append(ListType<T>::Make(n));
-
+    short type = 0;
+    for (int n : {1, 3, 2}) {
+        T value;
+        type = ListSample::Of(value, n);
+        list.Append(value);
+    }
     MCVPropertyIterT<T> plain(&list);
     EXPECT_EQ(plain.GetCount(), 3);
-    EXPECT_EQ(this->Walk(plain, list), "012");
-    EXPECT_FALSE(++plain);  // stays at the end rather than starting over
-
+    EXPECT_EQ(Walk(plain, list), "012");
+    EXPECT_FALSE(++plain);
     Descending<T> descending;
     Refuse<T> notFirst(list.At(0));
     MCVPropertyIterT<T> sorted(&list, &notFirst, &descending);
     EXPECT_EQ(sorted.GetCount(), 2);
-    EXPECT_EQ(this->Walk(sorted, list), "12");
+    EXPECT_EQ(Walk(sorted, list), "12");
 
     MCObject* object = this->Make();
-    MCVPropertyIterT<T> absent(object, ListType<T>::c_sType);
+    MCVPropertyIterT<T> absent(object, type);
     EXPECT_EQ(absent.GetCount(), 0);
     EXPECT_FALSE(++absent);
     EXPECT_THROW(absent.GetValue(), EXInvalidIter);
-
-    MCVPropertyAccessorT<T> accessor(list);
-    ASSERT_TRUE(object->SetProperty(ListType<T>::c_sType, accessor, MCPropertyAccessor::accessReplace));
-    MCVPropertyIterT<T> held(object, ListType<T>::c_sType, &notFirst);
+    MCVPropertyAccessorT<T> accessor(list), middle(list.At(1));
+    ASSERT_TRUE(object->SetProperty(type, accessor, MCPropertyAccessor::accessReplace));
+    MCVPropertyIterT<T> held(object, type, &notFirst);
     EXPECT_EQ(held.GetCount(), 2);
-    EXPECT_EQ(this->Walk(held, list), "12");
-
-    // A removal takes out the values it carries, and the list property walks without them.
-    MCVPropertyAccessorT<T> middle(list.At(1));
-    ASSERT_TRUE(object->SetProperty(ListType<T>::c_sType, middle, MCPropertyAccessor::accessRemove));
-    MCVPropertyIterT<T> rest(object, ListType<T>::c_sType);
-    EXPECT_EQ(this->Walk(rest, list), "02");
+    EXPECT_EQ(Walk(held, list), "12");
+    ASSERT_TRUE(object->SetProperty(type, middle, MCPropertyAccessor::accessRemove));
+    MCVPropertyIterT<T> rest(object, type);
+    EXPECT_EQ(Walk(rest, list), "02");
 }

@@ -81,38 +81,31 @@ protected:
     std::map<const MCObject*, std::string> m_xNames;
 };
 
-TEST_F(CloneTest, TheCopyIsANewRootWithOwneesReversedAndCloneIdNamesTheImmediateSource) {
-    MCObject* start = Named("S", Named("P"));
-    Named("a", start);
-    Named("d", Named("b", start, TestNode::c_sType));
-    Named("c", start);
-    MCObject* clone = Clone(start);
-    EXPECT_EQ(Tree(clone), "S'(c' b'(d') a')");
-    EXPECT_EQ(clone->GetOwner(0, MCItem::rttiDerived), nullptr);
-    EXPECT_EQ(Tree(Clone(clone)), "S''(a'' b''(d'') c'')");
-
-    struct : ZVTFilter<MCObject*> {
-        ZVTBoolean Test(MCObject*&) override { return false; }
-    } refuseAll;
-    EXPECT_EQ(Clone(start, &refuseAll), nullptr);
-}
-
-TEST_F(CloneTest, ReferencesInsideMoveOntoTheClonesWithTheirSubscriptionsAndThoseLeavingStay) {
+// The copy is a new root with its ownees reversed, and CloneId names the immediate source. References
+// inside the subtree move onto the clones with their subscriptions; those leaving it stay.
+TEST_F(CloneTest, TheCopyIsANewRootWithOwneesReversedAndReferencesMovedOntoTheClones) {
     MCObject* outside = Named("O");
-    MCObject* start = Named("S");
+    MCObject* start = Named("S", Named("P"));
     MCObject* x = Named("x", start);
-    MCObject* y = Named("y", start);
+    MCObject* y = Named("y", Named("b", start, TestNode::c_sType));
+    Named("c", start);
     Refer(start, {x});
     Refer(x, {y, y, outside, start, outside});
     Refer(y, {outside});
     MCObject* clone = Clone(start);
-    EXPECT_EQ(Tree(clone), "S'>x'(y'>O x'>y'[y' O S' O])");
-    EXPECT_EQ(Tree(start), "S>x(x>y[y O S O] y>O)");
+    EXPECT_EQ(Tree(clone), "S'>x'(c' b'(y'>O) x'>y'[y' O S' O])");
+    EXPECT_EQ(clone->GetOwner(0, MCItem::rttiDerived), nullptr);
+    EXPECT_EQ(Tree(Clone(clone)), "S''>x''(x''>y''[y'' O S'' O] b''(y''>O) c'')");
+    EXPECT_EQ(Tree(start), "S>x(x>y[y O S O] b(y>O) c)");
+    struct : ZVTFilter<MCObject*> {
+        ZVTBoolean Test(MCObject*&) override { return false; }
+    } refuseAll;
+    EXPECT_EQ(Clone(start, &refuseAll), nullptr);
 
     // Each clone hears of the end of what it now refers to, and no longer of what its source refers to.
-    MCObject* x1 = clone->GetFirstOwnee()->GetNextSibling();
+    MCObject* x1 = clone->GetFirstOwnee()->GetNextSibling()->GetNextSibling();
     outside->Expunge(true);
-    clone->GetFirstOwnee()->Expunge(true);
+    clone->GetFirstOwnee()->GetNextSibling()->GetFirstOwnee()->Expunge(true);
     EXPECT_EQ(Tree(x1), "x'>null[S']");
 }
 

@@ -22,51 +22,51 @@ struct AllButId : ZVTFilter<MCObject*> {
     long m_lId;
 };
 
+std::string Id(const MCObject* object) {
+    return object ? std::to_string(object->GetId()) : "null";
+}
+
+// The walk as "id id ...", "null" for a dead first target; `during` runs after the first step.
+std::string Walk(MCVRefIter& walk, const std::function<void()>& during = {}) {
+    std::string text;
+    for (bool first = true; ++walk; first = false) {
+        text += (text.empty() ? "" : " ") + Id(walk.GetValue());
+        if (first && during)
+            during();
+    }
+    return text;
+}
+
+// A holder whose list refers to three targets, oldest first.
 class RefIterTest : public ModelTest {
 protected:
     void SetUp() override {
         ModelTest::SetUp();
         m_pxHolder = Make();
-        for (MCObject*& target : m_apxTargets)
-            target = Make();
         ZVTSList<MCObject*> list;
-        for (MCObject* target : m_apxTargets)
-            list.Append(target);
+        for (MCObject*& target : m_apxTargets)
+            list.Append(target = Make());
         MCVRefAccessor accessor(&list);
         m_pxHolder->SetProperty(MCCodes::pReferenceList, accessor, MCPropertyAccessor::accessReplace);
     }
-
-    // The walk as "id id ...", "null" for a dead first target; `during` runs after the first step.
-    static std::string Walk(MCVRefIter& walk, const std::function<void()>& during = {}) {
-        std::string text;
-        for (bool first = true; ++walk; first = false) {
-            MCObject* value = walk.GetValue();
-            text +=
-                (text.empty() ? "" : " ") + (value ? std::to_string(value->GetId()) : std::string("null"));
-            if (first && during)
-                during();
-        }
-        return text;
-    }
-    std::string Id(int index) const { return std::to_string(m_apxTargets[index]->GetId()); }
+    std::string Id(int index) const { return ::Id(m_apxTargets[index]); }
 
     MCObject* m_pxHolder = nullptr;
     MCObject* m_apxTargets[3] = {};
     ByIdDescending m_xSorter;
 };
 
-TEST_F(RefIterTest, SortedWalkPassesOverTargetsThatDie) {
+// A sorted walk works on a snapshot taken by GetCount or the first step: it passes over targets that die
+// during the walk, but takes its first one unchecked (no read outside the snapshot before the first step).
+TEST_F(RefIterTest, SortedWalksPassOverTargetsThatDieAndTakeTheFirstUnchecked) {
     MCVRefIter walk(m_pxHolder, MCCodes::pReferenceList, nullptr, &m_xSorter);
     EXPECT_EQ(walk.GetCount(), 3);
     EXPECT_EQ(Walk(walk, [this] { m_apxTargets[1]->Expunge(true); }), Id(2) + " " + Id(0));
-}
-
-TEST_F(RefIterTest, SortedWalkTakesItsFirstTargetUnchecked) {
-    MCVRefIter walk(m_pxHolder, MCCodes::pReferenceList, nullptr, &m_xSorter);
-    ASSERT_EQ(walk.GetCount(), 3);        // the snapshot is taken here
-    EXPECT_EQ(walk.GetValue(), nullptr);  // before the first step, no read outside the snapshot
+    MCVRefIter again(m_pxHolder, MCCodes::pReferenceList, nullptr, &m_xSorter);
+    ASSERT_EQ(again.GetCount(), 2);
+    EXPECT_EQ(again.GetValue(), nullptr);
     m_apxTargets[2]->Expunge(true);
-    EXPECT_EQ(Walk(walk), "null " + Id(1) + " " + Id(0));
+    EXPECT_EQ(Walk(again), "null " + Id(0));
 }
 
 TEST_F(RefIterTest, WalksFilteredUnsortedFromAListAndAgainThroughACopy) {
@@ -108,53 +108,35 @@ TEST_F(RefIterTest, HasNothingToWalkWithoutAListOfObjects) {
     }
 }
 
-class RefSettingTest : public ModelTest {};
-
-TEST_F(RefSettingTest, WritesOneTargetIntoEitherKindThroughTheRules) {
+// The visitor replaces a single reference and adds to a list, through the rules (events fire), and passes
+// over other properties; without an owner it leaves every reference alone.
+TEST_F(RefIterTest, RefSettingVisitorWritesOneTargetIntoEitherKind) {
     MCObject* holder = Make();
-    MCObject* first = Make();
-    MCObject* second = Make();
+    MCObject* first = m_apxTargets[0];
     MCSRefAccessor single(first);
     holder->SetProperty(MCCodes::pReference, single, MCPropertyAccessor::accessAdd);
     MCVRefAccessor list(first);
     holder->SetProperty(MCCodes::pReferenceList, list, MCPropertyAccessor::accessAdd);
     SetLong(holder, MCCodes::pInteger, 1);
     holder->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
-
-    MCRefSettingVisitor visitor(holder, second);
-    for (short type : {MCCodes::pReference, MCCodes::pReferenceList, MCCodes::pInteger})
-        const_cast<MCProperty*>(holder->FindProperty(type, false))->AcceptVisitor(&visitor);
-    const std::string holderId = std::to_string(holder->GetId());
-    EXPECT_EQ(m_xLog.Take(), "PropertySet(" + holderId + ",89,0) PropertySet(" + holderId + ",90,1)");
-
-    MCObject* third = Make();
-    visitor.SetValue(third);
-    const_cast<MCProperty*>(holder->FindProperty(MCCodes::pReferenceList, false))->AcceptVisitor(&visitor);
-    const_cast<MCProperty*>(holder->FindProperty(MCCodes::pReference, false))->AcceptVisitor(&visitor);
+    auto visit = [holder](MCRefSettingVisitor& visitor, std::initializer_list<short> types) {
+        for (short type : types)
+            const_cast<MCProperty*>(holder->FindProperty(type, false))->AcceptVisitor(&visitor);
+    };
+    MCRefSettingVisitor visitor(holder, m_apxTargets[1]);
+    visit(visitor, {MCCodes::pReference, MCCodes::pReferenceList, MCCodes::pInteger});
+    EXPECT_EQ(m_xLog.Take(), "PropertySet(" + ::Id(holder) + ",89,0) PropertySet(" + ::Id(holder) + ",90,1)");
+    visitor.SetValue(m_apxTargets[2]);
+    visit(visitor, {MCCodes::pReferenceList, MCCodes::pReference});
+    MCRefSettingVisitor ownerless(nullptr, holder);
+    visit(ownerless, {MCCodes::pReference});
+    ownerless.VisitType(static_cast<MCVRef*>(nullptr));
 
     MCSRefRawAccessor singleNow;
     holder->GetProperty(MCCodes::pReference, singleNow);
-    EXPECT_EQ(singleNow.GetValue(), third);
     MCVRefIter listNow(holder, MCCodes::pReferenceList);
-    std::string ids;
-    while (++listNow)
-        ids += std::to_string(listNow.GetValue()->GetId()) + " ";
-    EXPECT_EQ(ids, std::to_string(first->GetId()) + " " + std::to_string(second->GetId()) + " " +
-                       std::to_string(third->GetId()) + " ");
-    holder->RemoveSubscriber(&m_xLog, MCEvent::subscriberObserver);
-}
-
-TEST_F(RefSettingTest, WithoutOwnerLeavesEveryReferenceAlone) {
-    MCObject* holder = Make();
-    MCObject* target = Make();
-    MCSRefAccessor single(target);
-    holder->SetProperty(MCCodes::pReference, single, MCPropertyAccessor::accessAdd);
-    MCRefSettingVisitor visitor(nullptr, holder);
-    const_cast<MCProperty*>(holder->FindProperty(MCCodes::pReference, false))->AcceptVisitor(&visitor);
-    visitor.VisitType(static_cast<MCVRef*>(nullptr));
-    MCSRefRawAccessor now;
-    holder->GetProperty(MCCodes::pReference, now);
-    EXPECT_EQ(now.GetValue(), target);
+    EXPECT_EQ(::Id(singleNow.GetValue()) + " [" + Walk(listNow) + "]",
+              Id(2) + " [" + Id(0) + " " + Id(1) + " " + Id(2) + "]");
 }
 
 }  // namespace

@@ -28,6 +28,7 @@ public:
 
 class RefuseFilter : public ZVTFilter<MCObject*> {
 public:
+    explicit RefuseFilter(std::set<const MCObject*> refused) : m_xRefused(std::move(refused)) {}
     ZVTBoolean Test(MCObject*& object) override { return m_xRefused.count(object) == 0; }
     std::set<const MCObject*> m_xRefused;
 };
@@ -69,7 +70,7 @@ protected:
 };
 
 TEST_F(WalkerTest, OrderIsPreOrderWithTheYoungestOwneeFirstAndAFilterCutsWholeSubtrees) {
-    struct Case {
+    const struct {
         const char* name;
         MCObject* start;
         std::set<const MCObject*> refused;
@@ -79,17 +80,14 @@ TEST_F(WalkerTest, OrderIsPreOrderWithTheYoungestOwneeFirstAndAFilterCutsWholeSu
         {"refused inner object", A, {B}, "A C"}, {"refused leaf", A, {D}, "A C B E"},
         {"refused start", A, {A}, ""},           {"null start", nullptr, {}, ""},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        RefuseFilter filter;
-        filter.m_xRefused = c.refused;
-        EXPECT_EQ(Walk(c.start, &filter, nullptr), c.expected);
+    for (const auto& c : cases) {
+        RefuseFilter filter(c.refused);
+        EXPECT_EQ(Walk(c.start, &filter, nullptr), c.expected) << c.name;
     }
-}
 
-TEST_F(WalkerTest, AFinishedWalkStaysFinishedUntilResetWhichTakesTheStartPastTheFilter) {
-    RefuseFilter filter;
-    filter.m_xRefused = {A, D};
+    // A finished walk stays finished until Reset, which takes the start past the filter; its end keeps the
+    // last object. A null Reset keeps the start.
+    RefuseFilter filter({A, D});
     Recorder recorder(m_xNames);
     MCDepthFirstWalker walker(A, &filter);
     MCVisitorAgent agent(walker, recorder);
@@ -98,54 +96,52 @@ TEST_F(WalkerTest, AFinishedWalkStaysFinishedUntilResetWhichTakesTheStartPastThe
     agent.Execute();
     agent.Execute();
     EXPECT_EQ(recorder.m_sLog, "A C B E");
-    EXPECT_EQ(walker.GetValue(), E) << "the end of the walk keeps the last object";
+    EXPECT_EQ(walker.GetValue(), E);
     walker.Reset(nullptr);
     EXPECT_FALSE(walker.Traverse());
     EXPECT_EQ(walker.GetStart(), A);
 }
 
-TEST_F(WalkerTest, UseKeepsTheFirstUserAndTellsItOfEveryLaterAttempt) {
+// The first user keeps the walker and hears of every later attempt; a refused user was not stored. A
+// second agent takes over; every agent stops when its walker or visitor ends, whether it was recorded as
+// the user or not, and an invalid agent does not step the walker.
+TEST_F(WalkerTest, UsersAndAgentsYieldToTheFirstAndStopWithWhatTheyUse) {
     ProbeUser first, second;  // attached by hand, so they must outlive the walker
-    MCDepthFirstWalker walker(A, nullptr);
-    EXPECT_TRUE(walker.Use(&first, true));
-    EXPECT_FALSE(walker.Use(&second, true));
-    EXPECT_EQ(first.m_nInvalidated * 10 + second.m_nInvalidated, 10);
-    EXPECT_FALSE(walker.Use(&second, false)) << "the refused user was not stored";
-    EXPECT_TRUE(walker.Use(&first, false));
-    EXPECT_TRUE(walker.Use(&second, true));
-}
-
-TEST_F(WalkerTest, ASecondAgentTakesOverAndEveryAgentStopsWhenWalkerOrVisitorEnds) {
+    {
+        MCDepthFirstWalker walker(A, nullptr);
+        EXPECT_TRUE(walker.Use(&first, true));
+        EXPECT_FALSE(walker.Use(&second, true));
+        EXPECT_EQ(first.m_nInvalidated * 10 + second.m_nInvalidated, 10);
+        EXPECT_FALSE(walker.Use(&second, false));
+        EXPECT_TRUE(walker.Use(&first, false));
+        EXPECT_TRUE(walker.Use(&second, true));
+    }
     for (bool sharedWalker : {true, false}) {
-        SCOPED_TRACE(sharedWalker ? "shared walker" : "shared visitor");
         Recorder recorder1(m_xNames), recorder2(m_xNames);
         MCDepthFirstWalker walker1(A, nullptr), walker2(B, nullptr);
-        MCVisitorAgent first(walker1, recorder1);
-        MCVisitorAgent second(sharedWalker ? walker1 : walker2, sharedWalker ? recorder2 : recorder1);
-        EXPECT_FALSE(first.IsValid());
-        first.Execute();
-        second.Execute();
+        MCVisitorAgent agent1(walker1, recorder1);
+        MCVisitorAgent agent2(sharedWalker ? walker1 : walker2, sharedWalker ? recorder2 : recorder1);
+        EXPECT_FALSE(agent1.IsValid());
+        agent1.Execute();
+        agent2.Execute();
         EXPECT_EQ(recorder1.m_sLog + "|" + recorder2.m_sLog, sharedWalker ? "|A C B E D" : "B E D|");
     }
-
-    // Agents outlive what they use, whether they were recorded as its user or not.
     auto recorder = std::make_unique<Recorder>(m_xNames);
     auto walker = std::make_unique<MCDepthFirstWalker>(A, nullptr);
-    MCVisitorAgent first(*walker, *recorder);
-    MCVisitorAgent second(*walker, *recorder);
+    MCVisitorAgent agent1(*walker, *recorder), agent2(*walker, *recorder);
     walker.reset();
-    EXPECT_FALSE(second.IsValid());
-    EXPECT_EQ(second.GetWalker(), nullptr);
-    second.Execute();
-
+    EXPECT_FALSE(agent2.IsValid());
+    EXPECT_EQ(agent2.GetWalker(), nullptr);
+    agent2.Execute();
     MCDepthFirstWalker walker3(A, nullptr);
-    MCVisitorAgent third(walker3, *recorder);
-    EXPECT_TRUE(third.IsValid());
+    MCVisitorAgent agent3(walker3, *recorder);
+    EXPECT_TRUE(agent3.IsValid());
     recorder.reset();
-    EXPECT_FALSE(third.IsValid());
-    EXPECT_EQ(third.GetVisitor(), nullptr);
-    third.Execute();
-    EXPECT_TRUE(walker3.Traverse()) << "an invalid agent does not step the walker";
+    EXPECT_FALSE(agent3.IsValid());
+    EXPECT_EQ(agent3.GetVisitor(), nullptr);
+    agent3.Execute();
+    EXPECT_TRUE(walker3.Traverse());
+    EXPECT_EQ(walker3.GetValue(), A);
 }
 
 TEST_F(WalkerTest, AnAgentInvalidatedDuringActStopsBeforeTheNextStep) {
@@ -167,7 +163,7 @@ TEST_F(WalkerTest, AnAgentInvalidatedDuringActStopsBeforeTheNextStep) {
 TEST_F(WalkerTest, EditsDuringTheWalkFollowTheLoadingOfOwneesAtEachStep) {
     // In turn on one tree: each case keeps what the one before it did. Without a name, the object expunges
     // itself.
-    struct Case {
+    const struct {
         const char* name;
         MCObject* on;
         const char* add;
@@ -178,8 +174,7 @@ TEST_F(WalkerTest, EditsDuringTheWalkFollowTheLoadingOfOwneesAtEachStep) {
         {"current leaf expunged", C, nullptr, "A C B Y X E D"},
         {"after the edits", nullptr, nullptr, "A B Y X E D"},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& c : cases) {
         EXPECT_EQ(Walk(A, nullptr,
                        [&](MCObject* o) {
                            if (o == c.on && c.add)
@@ -187,7 +182,8 @@ TEST_F(WalkerTest, EditsDuringTheWalkFollowTheLoadingOfOwneesAtEachStep) {
                            else if (o == c.on)
                                o->Expunge(true);
                        }),
-                  c.expected);
+                  c.expected)
+            << c.name;
     }
 }
 
@@ -196,15 +192,12 @@ TEST_F(WalkerTest, ADeepChainIsWalkedWithoutRecursion) {
     // creation semantics and goes quietly, from the leaf up.
     struct Quiet : MCFactoryContext {
         ZVTBoolean SemanticsNeeded() override { return false; }
-    };
+    } quiet;
     constexpr long c_lDepth = 100000;
     std::vector<MCObject*> chain{Make()};
-    for (long i = 1; i < c_lDepth; ++i) {
-        Quiet quiet;
+    for (long i = 1; i < c_lDepth; ++i)
         chain.push_back(static_cast<MCObject*>(
             MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, chain.back(), &quiet, nullptr)));
-    }
-
     ZVTHSetT<long> ids([](const long& id) { return static_cast<unsigned int>(id); });
     ids.Insert(-1);
     MCTreeVisitor visitor(ids);
@@ -214,7 +207,6 @@ TEST_F(WalkerTest, ADeepChainIsWalkedWithoutRecursion) {
     EXPECT_EQ(ids.Entries(), static_cast<size_t>(c_lDepth) + 1) << "the set is not emptied first";
     EXPECT_EQ(walker.GetValue(), chain.back());
     EXPECT_THROW(visitor.Visit(nullptr), EXUnexpected);
-
     for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
         (*it)->SetFlag(MCItem::itemTreeExpunge, true);
         (*it)->Expunge(true);

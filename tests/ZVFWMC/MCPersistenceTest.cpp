@@ -46,16 +46,6 @@ MCPersHeader::result Restore(const std::string& bytes, MCPersHeader& header) {
     return header.RestoreFrom(stream);
 }
 
-TEST(MCPersHeaderTest, SaveWritesThePrefixWithItsZeroThenVersionsAndStrings) {
-    std::stringstream medium;
-    MCStream stream(medium, ZVTStream::binary);
-    MCPersHeader header(3, 1, "Co", "P", "");
-    ASSERT_EQ(header.SaveTo(stream), MCPersHeader::resultOk);
-    const std::string expected =
-        c_sPrefix + std::string("\3\0\0\0\1\0\0\0", 8) + std::string("\2\0\0\0Co\1\0\0\0P\0\0\0\0", 15);
-    EXPECT_EQ(medium.str(), expected);
-}
-
 std::string State(const MCPersHeader& h) {
     return std::to_string(h.GetFileMajorVersion()) + "." + std::to_string(h.GetFileMinorVersion()) + " " +
            h.GetCompanyCode().str() + "/" + h.GetProductCode().str() + " " + h.GetProductVersion().str();
@@ -106,15 +96,17 @@ TEST(MCPersHeaderTest, AHeadCutShortOrClaimingMoreThanItHoldsFailsAsAStream) {
     }
 }
 
-TEST(MCPersHeaderTest, AWriteTheStreamRefusesFails) {
+TEST(MCPersHeaderTest, SaveWritesThePrefixWithItsZeroThenVersionsAndStringsOrFailsAsAStream) {
     std::stringstream medium;
     MCStream stream(medium, ZVTStream::binary);
+    MCPersHeader header(3, 1, "Co", "P", "");
+    ASSERT_EQ(header.SaveTo(stream), MCPersHeader::resultOk);
+    EXPECT_EQ(medium.str(), c_sPrefix + std::string("\3\0\0\0\1\0\0\0", 8) +
+                                std::string("\2\0\0\0Co\1\0\0\0P\0\0\0\0", 15));
     MCPersHeader tooWide(0x100000000L, 0, "Acme", "Tool", "");
     EXPECT_EQ(tooWide.SaveTo(stream), MCPersHeader::resultStreamFailed);
-
     std::istringstream readOnly;
     MCStream input(readOnly, ZVTStream::binary);
-    MCPersHeader header = Limits();
     EXPECT_EQ(header.SaveTo(input), MCPersHeader::resultStreamFailed);
 }
 

@@ -9,42 +9,11 @@
 #include <sstream>
 #include <string>
 
-#include "support/ModelTestSupport.h"
+#include "support/PersTestSupport.h"
 
 namespace {
 
 using R = MCFactoryRegistry;
-
-/// A host's persistence root: type 530, the type that scopes user-defined properties.
-class ModelRoot : public MCObject {
-public:
-    static constexpr short c_sType = MCCodes::tPersistenceRoot;
-
-    static void Register() {
-        static bool registered = false;
-        if (registered)
-            return;
-        registered = true;
-        new MCObjectFactoryT<ModelRoot, MCObject>(c_sType, "ModelRoot", 1, 0, 10, 0, false, false);
-    }
-
-protected:
-    ZVTBoolean IsType_(short type) const override { return MCObject::IsType_(type); }
-
-private:
-    friend class MCObjectFactoryT<ModelRoot, MCObject>;
-
-    ModelRoot(short type, MCFactorySignature& signature, MCFactoryContext* context)
-        : MCObject(type, signature, context) {
-        RegisterLevel(c_sType, context);
-    }
-    ModelRoot(MCObject* owner, MCFactoryContext* context) : MCObject(c_sType, owner, context) {
-        RegisterLevel(c_sType, context);
-    }
-    ~ModelRoot() override = default;
-};
-
-class LocalEnvironment : public MCEnvironment {};
 
 /// Counts the maps that go, to show who deletes them.
 class CountedMap : public MCUDPMap {
@@ -91,19 +60,19 @@ TEST(MCUDPMapTest, TheStreamOwnsOneMapAndTranslatesOnlyWhatItKnows) {
     EXPECT_EQ(deleted, 2);
 }
 
-class UDPMapModelTest : public ModelTest {
+class UDPMapModelTest : public PersTest {
 protected:
     void SetUp() override {
-        ModelTest::SetUp();
-        ModelRoot::Register();
-        m_pxRoot = Make(nullptr, ModelRoot::c_sType);
+        PersTest::SetUp();
+        m_pxRoot = Make(nullptr, PersRoot::c_sType);
         m_pxChild = MakeNode(MakeNode(m_pxRoot));
-        ASSERT_NE(m_pxChild, nullptr);
     }
 
     MCObject* m_pxRoot = nullptr;
     MCObject* m_pxChild = nullptr;
-    LocalEnvironment m_xEnvironment;
+    // Not the singleton: it must leave the installed one alone when it goes.
+    class : public MCEnvironment {
+    } m_xEnvironment;
 };
 
 TEST_F(UDPMapModelTest, GlobalsRoundTripThroughTheEnvironment) {

@@ -17,7 +17,7 @@
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 void* operator new(std::size_t size) {
-    if (AllocationFault::Fails())
+    if (c_xAllocationFault.Hit())
         throw std::bad_alloc();
     if (void* block = std::malloc(size ? size : 1))
         return block;
@@ -188,14 +188,14 @@ public:
         if (kind == FaultKind::read)
             return false;  // a copy reads nothing but the model
         MCObject* a = Find("A");
-        const std::string good = Copy(a);
+        const std::string good = Copy({a}, *m_pxModel);
         std::string bytes;
-        AllocationFault::Arm(failAt);
+        c_xAllocationFault.Arm(failAt);
         try {
-            bytes = Copy(a);
+            bytes = Copy({a}, *m_pxModel);
         } catch (const std::bad_alloc&) {
         }
-        const bool fired = AllocationFault::Disarm();
+        const bool fired = c_xAllocationFault.Disarm();
         EXPECT_EQ(bytes, fired ? "" : good);
         return fired;
     }
@@ -207,7 +207,7 @@ public:
         // Taken once: each damaged buffer may leave a user-defined property of a damaged name behind,
         // which a later copy would carry.
         if (failAt == 1)
-            m_sBuffer = Copy(Find("A"));
+            m_sBuffer = Copy({Find("A")}, *m_pxModel);
         const std::string& good = m_sBuffer;
         MCObject* e = Find("E");
         MCObject* b = Find("B");
@@ -237,15 +237,15 @@ public:
             const std::string whole = WithoutIds(TreeDump(m_pxModel));
             DropOwneesAfter(e, ownees);
             DropOwneesAfter(b, 0);
-            AllocationFault::Arm(failAt);
+            c_xAllocationFault.Arm(failAt);
             try {
                 Paste(good, {e, b});
             } catch (const std::bad_alloc&) {
-                AllocationFault::Disarm();
+                c_xAllocationFault.Disarm();
                 const std::string after = TreeDump(m_pxModel);
                 EXPECT_TRUE(after == before || WithoutIds(after) == whole) << after;
             }
-            fired = AllocationFault::Disarm();
+            fired = c_xAllocationFault.Disarm();
         }
         EXPECT_EQ(CheckModel(Scope()), "");
         DropOwneesAfter(e, ownees);

@@ -77,40 +77,12 @@ protected:
         m_pxSpace->Insert(node, '_', 0, true);
         return node;
     }
-    /// Sets `from`'s single reference `type` to `to`, or appends `to` to its list.
-    static void Link(MCObject* from, short type, MCObject* to) {
-        if (type == RelNode::c_sLinks) {
-            MCVRefAccessor accessor(to);
-            from->SetProperty(type, accessor, MCPropertyAccessor::accessAdd);
-            return;
-        }
-        MCSRefAccessor accessor(to);
-        from->SetProperty(type, accessor, MCPropertyAccessor::accessAdd);
-    }
     /// The first node named `name` in the model, or null.
     MCObject* Find(const std::string& name) {
         ZVTString text(name.c_str());
         return m_pxSpace->FindObject(text);
     }
 
-    /// The clip buffer of `object` copied out of the model.
-    std::string Copy(MCObject* object) {
-        ZVTSList<MCObject*> selection;
-        selection.Append(object);
-        MCClipList copy(selection, *m_pxModel, MCClipList::modeCopy, nullptr);
-        std::string bytes(static_cast<size_t>(copy.GetBufferSize()), '\0');
-        copy.CopyBuffer(bytes.data());
-        return bytes;
-    }
-    /// Pastes `bytes` under each of `targets` in turn; the ids of the objects placed there.
-    std::vector<long> Paste(std::string bytes, std::vector<MCObject*> targets) {
-        ZVTSList<MCObject*> list;
-        for (MCObject* target : targets)
-            list.Append(target);
-        ZVTOrderedVectorT<long> ids;
-        MCClipList paste(list, *targets[0], bytes.data(), static_cast<int>(bytes.size()), &ids, nullptr);
-        return std::vector<long>(ids.Data(), ids.Data() + ids.Length());
-    }
     /// Expunges every ownee of `owner` made after the first `keep`.
     static void DropOwneesAfter(MCObject* owner, long keep) {
         while (owner->GetOwneeCount() > keep) {

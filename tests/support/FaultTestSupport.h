@@ -19,6 +19,18 @@
 #include "ModelCore/ModelCore.h"
 #include "ModelCore/ZVFWMC/MCNameSpace.h"
 
+/// Fires once, at the `k`th call of Hit after Arm(k); Arm(0) and Disarm stop it.
+struct Countdown {
+    int m_nAt = 0;
+    int m_nCalls = 0;
+    bool m_bFired = false;
+
+    void Arm(int k) { m_nAt = k, m_nCalls = 0, m_bFired = false; }
+    /// Whether it fired; disarms.
+    bool Disarm() { return m_nAt = 0, m_bFired; }
+    bool Hit() { return m_nAt != 0 && ++m_nCalls == m_nAt && (m_bFired = true); }
+};
+
 /// Which operations of a FaultyStream count towards its fault.
 enum class FaultKind { read, write };
 
@@ -30,47 +42,33 @@ public:
     explicit FaultyStream(std::iostream& stream) : MCStream(stream, ZVTStream::binary) {}
 
     /// Makes the `failAt`th operation of `kind` from now fail; 0 disarms.
-    void Arm(FaultKind kind, int failAt) {
-        m_eKind = kind, m_nFailAt = failAt, m_nCount = 0, m_bFired = false;
-    }
+    void Arm(FaultKind kind, int failAt) { m_eKind = kind, m_xCountdown.Arm(failAt); }
     /// Whether the armed operation came; disarms.
-    bool Disarm() { return m_nFailAt = 0, m_bFired; }
+    bool Disarm() { return m_xCountdown.Disarm(); }
 
-#define FAULT_WRITE(T)                                                        \
-    ZVTStream& operator<<(T value) override {                                 \
+#define FAULT_IO(W, R)                                                        \
+    ZVTStream& operator<<(W value) override {                                 \
         return Fails(FaultKind::write) ? *this : MCStream::operator<<(value); \
+    }                                                                         \
+    ZVTStream& operator>>(R& value) override {                                \
+        return Fails(FaultKind::read) ? *this : MCStream::operator>>(value);  \
     }
-#define FAULT_READ(T)                                                        \
-    ZVTStream& operator>>(T& value) override {                               \
-        return Fails(FaultKind::read) ? *this : MCStream::operator>>(value); \
+    FAULT_IO(ZVTBoolean, ZVTBoolean)
+    FAULT_IO(const ZVTString&, ZVTString)
+    FAULT_IO(double, double)
+    FAULT_IO(float, float)
+    FAULT_IO(unsigned long, unsigned long)
+    FAULT_IO(long, long)
+    FAULT_IO(unsigned short, unsigned short)
+    FAULT_IO(short, short)
+    FAULT_IO(unsigned int, unsigned int)
+    FAULT_IO(int, int)
+    FAULT_IO(unsigned char, unsigned char)
+    FAULT_IO(char, char)
+#undef FAULT_IO
+    ZVTStream& operator<<(const char* value) override {
+        return Fails(FaultKind::write) ? *this : MCStream::operator<<(value);
     }
-    FAULT_WRITE(ZVTBoolean)
-    FAULT_WRITE(const ZVTString&)
-    FAULT_WRITE(const char*)
-    FAULT_WRITE(double)
-    FAULT_WRITE(float)
-    FAULT_WRITE(unsigned long)
-    FAULT_WRITE(long)
-    FAULT_WRITE(unsigned short)
-    FAULT_WRITE(short)
-    FAULT_WRITE(unsigned int)
-    FAULT_WRITE(int)
-    FAULT_WRITE(unsigned char)
-    FAULT_WRITE(char)
-    FAULT_READ(ZVTBoolean)
-    FAULT_READ(ZVTString)
-    FAULT_READ(double)
-    FAULT_READ(float)
-    FAULT_READ(unsigned long)
-    FAULT_READ(long)
-    FAULT_READ(unsigned short)
-    FAULT_READ(short)
-    FAULT_READ(unsigned int)
-    FAULT_READ(int)
-    FAULT_READ(unsigned char)
-    FAULT_READ(char)
-#undef FAULT_WRITE
-#undef FAULT_READ
     void seekg(long position) override {
         if (!Fails(FaultKind::read))
             MCStream::seekg(position);
@@ -92,52 +90,29 @@ public:
 
 private:
     bool Fails(FaultKind kind) {
-        if (m_nFailAt == 0 || kind != m_eKind || ++m_nCount != m_nFailAt)
+        if (kind != m_eKind || !m_xCountdown.Hit())
             return false;
-        m_bFired = true;
         clear(std::ios::badbit | std::ios::failbit | (eof() ? std::ios::eofbit : 0));
         return true;
     }
 
     FaultKind m_eKind = FaultKind::read;
-    int m_nFailAt = 0;
-    int m_nCount = 0;
-    bool m_bFired = false;
+    Countdown m_xCountdown;
 };
 
 /// The Nth allocation through operator new after Arm throws std::bad_alloc, once; the binary that
 /// includes this header replaces the global operator new and delete for it.
-struct AllocationFault {
-    static inline int c_nFailAt = 0;
-    static inline int c_nCount = 0;
-    static inline bool c_bFired = false;
-
-    static void Arm(int failAt) { c_nFailAt = failAt, c_nCount = 0, c_bFired = false; }
-    /// Whether the armed allocation came; disarms.
-    static bool Disarm() { return c_nFailAt = 0, c_bFired; }
-    static bool Fails() {
-        if (c_nFailAt == 0 || ++c_nCount != c_nFailAt)
-            return false;
-        c_bFired = true;
-        return true;
-    }
-};
+inline Countdown c_xAllocationFault;
 
 /// Throws at the `k`th call of Tick after Arm, once: EXUnexpected, or with `foreign` a std::runtime_error,
 /// which is no EXBase.
-struct ThrowCountdown {
-    int m_nThrowAt = 0;
-    int m_nCalls = 0;
-    bool m_bFired = false;
+struct ThrowCountdown : Countdown {
     bool m_bForeign = false;
 
-    void Arm(int k, bool foreign) { m_nThrowAt = k, m_nCalls = 0, m_bFired = false, m_bForeign = foreign; }
-    /// Whether the throw came; disarms.
-    bool Disarm() { return m_nThrowAt = 0, m_bFired; }
+    void Arm(int k, bool foreign) { Countdown::Arm(k), m_bForeign = foreign; }
     void Tick() {
-        if (m_nThrowAt == 0 || ++m_nCalls != m_nThrowAt)
+        if (!Hit())
             return;
-        m_bFired = true;
         if (m_bForeign)
             throw std::runtime_error("host");
         throw EXUnexpected("host", "rule");

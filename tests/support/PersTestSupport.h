@@ -9,27 +9,20 @@
 #include <vector>
 
 #include "ModelCore/ModelCore.h"
+#include "ModelCore/ModelCoreModern.h"
 #include "support/RuleTestSupport.h"
 
 /// The host's persistence root, type 530; registered here unless another unit of the binary did it.
-class PersRoot : public MCObject {
+class PersRoot : public mc::HostClass<MCCodes::tPersistenceRoot> {
 public:
-    static constexpr short c_sType = MCCodes::tPersistenceRoot;
-
     static void Register() {
         if (!MCFactoryRegistry::IsRegistered(c_sType, nullptr))
-            new MCObjectFactoryT<PersRoot, MCObject>(c_sType, "ModelRoot", 1, 0, 10, 0, false, false);
+            mc::RegisterClass<PersRoot>("ModelRoot");
     }
 
 private:
-    friend class MCObjectFactoryT<PersRoot, MCObject>;
-    PersRoot(short type, MCFactorySignature& signature, MCFactoryContext* context)
-        : MCObject(type, signature, context) {
-        RegisterLevel(c_sType, context);
-    }
-    PersRoot(MCObject* owner, MCFactoryContext* context) : MCObject(c_sType, owner, context) {
-        RegisterLevel(c_sType, context);
-    }
+    friend mc::FactoryOf<PersRoot>;
+    using HostClass::HostClass;
 };
 
 /// The environment the controller writes and reads the global section through; installed once.
@@ -92,6 +85,41 @@ protected:
         }
         Collect(controller, out);
         return out;
+    }
+
+    /// Sets `from`'s reference `type` to `to`, or appends `to` when `type` is a list of references.
+    static void Link(MCObject* from, short type, MCObject* to) {
+        if (MCFactoryRegistry::Translate(type, false) == MCCodes::pReferenceList) {
+            MCVRefAccessor accessor(to);
+            from->SetProperty(type, accessor, MCPropertyAccessor::accessAdd);
+        } else {
+            MCSRefAccessor accessor(to);
+            from->SetProperty(type, accessor, MCPropertyAccessor::accessAdd);
+        }
+    }
+    /// The clip buffer of `selection` copied out of the model `source`, through `converter` when given.
+    static std::string Copy(const std::vector<MCObject*>& selection, MCObject& source,
+                            MCClipIdConverter* converter = nullptr) {
+        ZVTSList<MCObject*> objects;
+        for (MCObject* object : selection)
+            objects.Append(object);
+        MCClipList copy(objects, source, converter ? MCClipList::modeConvert : MCClipList::modeCopy,
+                        converter);
+        std::string bytes(static_cast<size_t>(copy.GetBufferSize()), '\0');
+        copy.CopyBuffer(bytes.data());
+        return bytes;
+    }
+    /// Pastes `bytes` under each of `targets` in turn into the model of `into` (the first target when
+    /// null); the ids of the objects placed there.
+    static std::vector<long> Paste(std::string bytes, const std::vector<MCObject*>& targets,
+                                   MCObject* into = nullptr, MCClipIdConverter* converter = nullptr) {
+        ZVTSList<MCObject*> list;
+        for (MCObject* object : targets)
+            list.Append(object);
+        ZVTOrderedVectorT<long> ids;
+        MCClipList paste(list, into ? *into : *targets[0], bytes.data(), static_cast<int>(bytes.size()), &ids,
+                         converter);
+        return std::vector<long>(ids.Data(), ids.Data() + ids.Length());
     }
 
     std::vector<MCObject*> m_xRestored;

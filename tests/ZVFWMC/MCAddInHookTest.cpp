@@ -172,24 +172,22 @@ TEST_F(AddInTest, ExpungingTheScopeRetiresItsProxiesBeforeItsOwneesGo) {
     EXPECT_FALSE(MCPropertySemanticRegistry::GetInstance()->IsRegistered(&property));
 }
 
-TEST_F(AddInTest, DeletingAProxyEndsItsSubscription) {
+TEST_F(AddInTest, AHandlerDeletesItsObjectProxiesAndADeletedProxyEndsItsSubscription) {
+    TestProxy::c_nDeleted = 0;
+    auto* object = new TestProxy("o", nullptr);
+    MCObjectSemReg* registry = MCObjectSemReg::GetInstance();
+    registry->RegisterExternalSemantic(7791, object, false);  // types of no class
+    registry->RegisterExternalSemantic(7792, object, false);  // owned by the first handler: ignored
+    registry->Deregister(7791);
+    registry->Deregister(7792);
+    EXPECT_EQ(TestProxy::c_nDeleted, 1);
+
     auto* proxy = new MCExternalPropertySemantic("rec", "w", m_pxO, true);
     MCSubscriberListIter before(m_pxO);
     EXPECT_TRUE(++before && before.GetValue() == proxy);
     delete proxy;
     MCSubscriberListIter after(m_pxO);
     EXPECT_FALSE(++after);
-}
-
-TEST_F(AddInTest, AnObjectProxyBelongsToOneHandler) {
-    TestProxy::c_nDeleted = 0;
-    auto* proxy = new TestProxy("o", nullptr);
-    MCObjectSemReg* registry = MCObjectSemReg::GetInstance();
-    registry->RegisterExternalSemantic(7791, proxy, false);  // types of no class
-    registry->RegisterExternalSemantic(7792, proxy, false);  // owned by the first handler: ignored
-    registry->Deregister(7791);                              // a handler deletes its proxies
-    registry->Deregister(7792);
-    EXPECT_EQ(TestProxy::c_nDeleted, 1);
 }
 
 TEST_F(AddInTest, AddInHooksStandInTheChainsOfTheirType) {

@@ -1,5 +1,5 @@
-// Covers the host's environment: one installation per process, the order of the
-// global-token checks, and what shutting down ends.
+// The host's environment: one installation per process, the order of the global-token checks, and what
+// shutting down ends.
 
 #include "ModelCore/ZVFWMC/MCEnvironment.h"
 
@@ -17,26 +17,16 @@ namespace {
 class TestEnvironment : public MCEnvironment {
 public:
     static void Install(MCEnvironment* pEnvironment) { SetSingleton(pEnvironment); }
+    std::string m_xLog;
 };
 
-class RecordingEnvironment : public MCEnvironment {
-public:
-    std::string m_xLog;
-
+class RecordingEnvironment : public TestEnvironment {
 protected:
     void Shutdown() override { m_xLog += "Shutdown;"; }
 };
 
-// The checks under test fail before the stream is touched, and the model stream
-// type is not complete here, so any well-aligned storage stands in for it.
-MCStream& UntouchedStream() {
-    alignas(std::max_align_t) static unsigned char s_acStorage[256];
-    return *reinterpret_cast<MCStream*>(s_acStorage);
-}
-
 // The only test that installs an environment: installation is once per process.
 TEST(MCEnvironmentTest, TheFirstInstalledInstanceStaysUntilItIsDestroyed) {
-    ASSERT_EQ(MCEnvironment::GetInstance(), nullptr);
     try {
         TestEnvironment::Install(nullptr);
         ADD_FAILURE() << "nothing thrown";
@@ -47,12 +37,10 @@ TEST(MCEnvironmentTest, TheFirstInstalledInstanceStaysUntilItIsDestroyed) {
     {
         TestEnvironment first;
         TestEnvironment second;
+        TestEnvironment* const none = nullptr;
         EXPECT_EQ(MCEnvironment::GetInstance(), nullptr);  // constructing does not install
         TestEnvironment::Install(&first);
-        EXPECT_EQ(MCEnvironment::GetInstance(), &first);
-        MCEnvironment* const refused[] = {nullptr, &second, &first};
-        for (MCEnvironment* pEnvironment : refused) {
-            SCOPED_TRACE(pEnvironment == &second ? "second" : "null or first again");
+        for (MCEnvironment* pEnvironment : {none, &second, &first}) {
             EXPECT_THROW(TestEnvironment::Install(pEnvironment), EXUnexpected);
             EXPECT_EQ(MCEnvironment::GetInstance(), &first);
         }
@@ -61,14 +49,17 @@ TEST(MCEnvironmentTest, TheFirstInstalledInstanceStaysUntilItIsDestroyed) {
 }
 
 TEST(MCEnvironmentTest, RestoreGlobalTokenChecksTheTokenBeforeTheMapPointer) {
+    // The checks fail before the stream is touched, and the stream type is not complete here, so any
+    // well-aligned storage stands in for it.
+    alignas(std::max_align_t) static unsigned char s_acStorage[256];
+    MCStream& untouched = *reinterpret_cast<MCStream*>(s_acStorage);
     TestEnvironment environment;
-    const char otherTokens[] = {0, 1, 2, 0x10, 0x12, 0x15, -1};
-    for (char token : otherTokens) {
+    for (char token : {0, 1, 2, 0x10, 0x12, 0x15, -1}) {
         SCOPED_TRACE(static_cast<int>(token));
-        EXPECT_THROW(environment.RestoreGlobalToken(token, UntouchedStream(), nullptr), EXUnknownToken);
-        EXPECT_FALSE(environment.HandleUnknownToken(token, UntouchedStream()));
+        EXPECT_THROW(environment.RestoreGlobalToken(token, untouched, nullptr), EXUnknownToken);
+        EXPECT_FALSE(environment.HandleUnknownToken(token, untouched));
     }
-    EXPECT_THROW(environment.RestoreGlobalToken(0x11, UntouchedStream(), nullptr), EXNoMapPointer);
+    EXPECT_THROW(environment.RestoreGlobalToken(0x11, untouched, nullptr), EXNoMapPointer);
 }
 
 TEST(MCEnvironmentTest, ShutdownIsVirtualAndTheBaseEndsTheInterfaceLibraryAndTheCore) {

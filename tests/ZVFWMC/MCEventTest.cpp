@@ -42,28 +42,23 @@ public:
     int m_nCalls = 0;
 };
 
-TEST(EventTest, EventsAndTheirChainsLiveUntilTheLastHolderGoes) {
-    const long nBefore = MCEvent::c_nInstanceCount;
-    MCSubject xSubject;
-    MCEvent& rEvent = MCEvent::Instantiate(MCEvent::PropertyNulled, &xSubject, 3);
-    EXPECT_EQ(rEvent.GetReferenceCount(), 0);
-    EXPECT_EQ(MCEvent::c_nInstanceCount, nBefore + 1);  // alive although nobody holds it
-    EXPECT_EQ(rEvent.GetRootSubject(), &xSubject);
-    EXPECT_EQ(rEvent.GetChain(nullptr), nullptr);
-    EXPECT_EQ(rEvent.GetHintPointer(), nullptr);
-    { MCEventUser xHolder(rEvent); }
-    EXPECT_EQ(MCEvent::c_nInstanceCount, nBefore);
-
-    // A chain fired and forgotten goes, cause and all, once delivered.
-    MCEvent& rCause = MCEvent::Instantiate(MCEvent::SubjectDestroyed, &xSubject, 7);
-    xSubject.NotifySubscribers(
-        MCEvent::Instantiate(MCEvent::ReferenceCleared, &xSubject, 2, nullptr, &rCause));
-    EXPECT_EQ(MCEvent::c_nInstanceCount, nBefore);
-}
-
-TEST(EventTest, ChainsFindTheNearestEventAboutASubjectAndKeepTheirCauseAlive) {
+TEST(EventTest, ChainsFindTheNearestEventAboutASubjectAndLiveUntilTheLastHolderGoes) {
     const long nBefore = MCEvent::c_nInstanceCount;
     MCSubject s1, s2, s3, sOther;
+    {
+        // Alive although nobody holds it, until a holder lets go.
+        MCEvent& rEvent = MCEvent::Instantiate(MCEvent::PropertyNulled, &s1, 3);
+        EXPECT_EQ(rEvent.GetReferenceCount(), 0);
+        EXPECT_EQ(MCEvent::c_nInstanceCount, nBefore + 1);
+        EXPECT_EQ(rEvent.GetRootSubject(), &s1);
+        EXPECT_EQ(rEvent.GetHintPointer(), nullptr);
+        MCEventUser xHolder(rEvent);
+    }
+    // A chain fired and forgotten goes, cause and all, once delivered.
+    MCEvent& rCause = MCEvent::Instantiate(MCEvent::SubjectDestroyed, &s1, 7);
+    s1.NotifySubscribers(MCEvent::Instantiate(MCEvent::ReferenceCleared, &s1, 2, nullptr, &rCause));
+    EXPECT_EQ(MCEvent::c_nInstanceCount, nBefore);
+
     // Caused in the order e1 (s1) -> e2 (s2) -> e3 (s1) -> e4 (s3).
     MCEventUser x1(MCEvent::Instantiate(MCEvent::SubjectDestroyed, &s1, 7));
     MCEvent& e1 = x1.GetEvent();
@@ -71,7 +66,6 @@ TEST(EventTest, ChainsFindTheNearestEventAboutASubjectAndKeepTheirCauseAlive) {
     MCEvent& e3 = MCEvent::Instantiate(MCEvent::ReferenceCleared, &s1, 2, nullptr, &e2);
     MCEventUser x4(MCEvent::Instantiate(MCEvent::ReferenceCleared, &s3, 2, nullptr, &e3));
     MCEvent& e4 = x4.GetEvent();
-
     const struct {
         MCEvent* pxFrom;
         MCSubject* pxSubject;
@@ -79,7 +73,7 @@ TEST(EventTest, ChainsFindTheNearestEventAboutASubjectAndKeepTheirCauseAlive) {
     } axCases[] = {
         {&e4, nullptr, &e3},     {&e4, &s1, &e3},     {&e4, &s2, &e2},
         {&e3, &s1, &e1},         {&e4, &s3, nullptr},  // its own subject is not compared
-        {&e4, &sOther, nullptr}, {&e1, &s1, nullptr},
+        {&e4, &sOther, nullptr}, {&e1, &s1, nullptr}, {&e1, nullptr, nullptr},
     };
     for (const auto& rCase : axCases) {
         SCOPED_TRACE(testing::Message() << "case " << (&rCase - axCases));

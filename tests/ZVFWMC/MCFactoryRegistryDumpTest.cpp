@@ -37,38 +37,35 @@ protected:
         ASSERT_TRUE(R::AddPropertyUsage(22, 92, R::clipUndecided));
         ASSERT_TRUE(R::AddPropertyUsage(22, 90, R::clipUndecided));
     }
+};
 
-    static std::string Dump(long mode) {
+TEST_F(MCFactoryRegistryDumpTest, EachDumpSelectsItsTypesAndOtherModesWriteNothing) {
+    const std::pair<long, const char*> cases[] = {
+        // Abstract and concrete types with their own usages.
+        {R::dumpMetamodel,
+         "METAMODEL DUMP\r\n\r\n"
+         "Drawing\r\n\tSupertype: Shape\r\n\tProperty Usages:\r\n"
+         "Shape\r\n\tSupertype: \r\n\tProperty Usages:\r\n\t\tColour\r\n\t\tName\r\n"
+         "Square\r\n\tSupertype: Shape\r\n\tProperty Usages:\r\n\t\tColour\r\n\t\tSide\r\n"
+         "alpha\r\n\tSupertype: \r\n\tProperty Usages:\r\n"},
+        // Concrete and alias types with their owners and flattened usages.
+        {R::dumpConcreteMetamodel,
+         "CONCRETE METAMODEL DUMP\nConcrete objects with flattened properties\r\n\r\n"
+         "Box\r\n\tSupertype: \r\n\tOwner Types: \r\n\r\n\tProperty Usages:\r\n"
+         "Drawing\r\n\tSupertype: Shape\r\n\tOwner Types: \r\nUndefined, \r\n"
+         "\tProperty Usages:\r\n\t\tColour\r\n\t\tName\r\n"
+         "Square\r\n\tSupertype: Shape\r\n\tOwner Types: \r\nDrawing, Undefined, \r\n"
+         "\tProperty Usages:\r\n\t\tColour\r\n\t\tColour\r\n\t\tName\r\n\t\tSide\r\n"},
+        {0, ""},
+        {3, ""},
+        {6, ""},
+    };
+    for (const auto& [mode, text] : cases) {
+        SCOPED_TRACE(mode);
         std::stringstream medium;
         MCStream stream(medium, ZVTStream::binary);
         R::GetInstance()->Dump(stream, mode, nullptr);
-        return medium.str();
-    }
-};
-
-TEST_F(MCFactoryRegistryDumpTest, MetamodelDumpListsAbstractAndConcreteTypesWithTheirOwnUsages) {
-    EXPECT_EQ(Dump(R::dumpMetamodel),
-              "METAMODEL DUMP\r\n\r\n"
-              "Drawing\r\n\tSupertype: Shape\r\n\tProperty Usages:\r\n"
-              "Shape\r\n\tSupertype: \r\n\tProperty Usages:\r\n\t\tColour\r\n\t\tName\r\n"
-              "Square\r\n\tSupertype: Shape\r\n\tProperty Usages:\r\n\t\tColour\r\n\t\tSide\r\n"
-              "alpha\r\n\tSupertype: \r\n\tProperty Usages:\r\n");
-}
-
-TEST_F(MCFactoryRegistryDumpTest, ConcreteDumpListsConcreteAndAliasTypesWithOwnersAndFlattenedUsages) {
-    EXPECT_EQ(Dump(R::dumpConcreteMetamodel),
-              "CONCRETE METAMODEL DUMP\nConcrete objects with flattened properties\r\n\r\n"
-              "Box\r\n\tSupertype: \r\n\tOwner Types: \r\n\r\n\tProperty Usages:\r\n"
-              "Drawing\r\n\tSupertype: Shape\r\n\tOwner Types: \r\nUndefined, \r\n"
-              "\tProperty Usages:\r\n\t\tColour\r\n\t\tName\r\n"
-              "Square\r\n\tSupertype: Shape\r\n\tOwner Types: \r\nDrawing, Undefined, \r\n"
-              "\tProperty Usages:\r\n\t\tColour\r\n\t\tColour\r\n\t\tName\r\n\t\tSide\r\n");
-}
-
-TEST_F(MCFactoryRegistryDumpTest, OtherModesWriteNothing) {
-    for (long mode : {0L, 3L, 6L}) {
-        SCOPED_TRACE(mode);
-        EXPECT_EQ(Dump(mode), "");
+        EXPECT_EQ(medium.str(), text);
     }
 }
 

@@ -78,6 +78,11 @@ TEST_F(MCNomenclatureTest, RefusedNamesStillMayLeaveTheNomenclatureBehind) {
     EXPECT_FALSE(R::AddName(999, "Audit", "Ghost"));
     EXPECT_TRUE(R::ContainsNomenclature("Audit"));
     EXPECT_TRUE(R::IsRegistered(ZVTString("Audit"), nullptr));
+    // Without a model a name is a nomenclature's; with one, the types are asked.
+    auto* model = reinterpret_cast<MCObject*>(0x1000);
+    EXPECT_FALSE(R::IsRegistered(ZVTString("Element"), nullptr));
+    EXPECT_TRUE(R::IsRegistered(ZVTString("Element"), model));
+    EXPECT_FALSE(R::IsRegistered(ZVTString("Nothing"), model));
 
     EXPECT_FALSE(R::AddName(-3, "Other", "Udp")) << "user-defined properties have one name only";
     EXPECT_FALSE(R::AddName(1, ZVTString(), "x"));
@@ -113,15 +118,6 @@ TEST_F(MCNomenclatureTest, TranslateTakesOneStepOnly) {
         SCOPED_TRACE(testing::Message() << c.code << (c.keep ? " keep" : " drop"));
         EXPECT_EQ(R::Translate(c.code, c.keep), c.expected);
     }
-}
-
-TEST_F(MCNomenclatureTest, RegisteredByNameNeedsAModelToAskTheTypes) {
-    EXPECT_TRUE(R::IsRegistered(ZVTString("Logical"), nullptr));
-    EXPECT_FALSE(R::IsRegistered(ZVTString("Element"), nullptr))
-        << "without a model the name is a nomenclature's";
-    auto* model = reinterpret_cast<MCObject*>(0x1000);
-    EXPECT_TRUE(R::IsRegistered(ZVTString("Element"), model));
-    EXPECT_FALSE(R::IsRegistered(ZVTString("Nothing"), model));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 // owner tree only for types that registered.
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <memory>
 #include <vector>
@@ -185,26 +186,17 @@ TEST_F(NotificationTest, AClimbIsDepthFirstInSubscriberOrder) {
         }
     }
     std::string expected;
-    // Iterative, like the climb itself: a stack of (subject, entries, next index).
-    std::vector<std::pair<std::vector<std::pair<void*, char>>, std::size_t>> pending;
-    auto enter = [&](MCSubject* subject) {
+    std::function<void(MCSubject*)> climb = [&](MCSubject* subject) {
         auto entries = subscribers[subject];
         std::sort(entries.begin(), entries.end());
-        pending.push_back({entries, 0});
-    };
-    enter(chain[199]);
-    while (!pending.empty()) {
-        auto& [entries, next] = pending.back();
-        if (next == entries.size()) {
-            pending.pop_back();
-            continue;
+        for (const auto& [address, name] : entries) {
+            if (name == '^')
+                climb(static_cast<MCObject*>(address));
+            else
+                expected += name;
         }
-        const auto [address, name] = entries[next++];
-        if (name == '^')
-            enter(static_cast<MCObject*>(address));
-        else
-            expected += name;
-    }
+    };
+    climb(chain[199]);
     ASSERT_TRUE(SetLong(chain[199], 87, 4));
     EXPECT_EQ(log, expected);
     for (const auto& [object, names] : placed)
@@ -215,27 +207,12 @@ TEST_F(NotificationTest, AClimbIsDepthFirstInSubscriberOrder) {
 TEST_F(NotificationTest, EventsClimbAChainOfAnyDepth) {
     // 10^5 levels: an edit at the bottom reaches the root's observer without a call per level. The chain
     // is made quietly, as a creation announced at depth d would climb d levels.
-    struct Quiet : MCFactoryContext {
-        ZVTBoolean SemanticsNeeded() override { return false; }
-    } quiet;
-    struct Counter : MCSubscriber {
-        void Notify(MCEvent& event) override {
-            ++m_nCount;
-            m_pxLastSubject = event.GetSubject();
-        }
-        long m_nCount = 0;
-        MCSubject* m_pxLastSubject = nullptr;
-    } observer;
     MCObject* root = Make();
-    MCObject* last = root;
-    for (int i = 0; i < 100000; ++i)
-        last = static_cast<MCObject*>(
-            MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, last, &quiet, nullptr));
-    root->AddSubscriber(&observer, MCEvent::subscriberObserver);
+    MCObject* last = MakeChain(root, 100000);
+    root->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
     ASSERT_TRUE(SetLong(last, 87, 4));
-    EXPECT_EQ(observer.m_nCount, 1);
-    EXPECT_EQ(observer.m_pxLastSubject, last);
-    root->RemoveSubscriber(&observer, MCEvent::subscriberObserver);
+    EXPECT_EQ(m_xLog.Take(), "PropertySet(" + std::to_string(last->GetId()) + ",87,0)");
+    root->RemoveSubscriber(&m_xLog, MCEvent::subscriberObserver);
 }
 
 namespace {

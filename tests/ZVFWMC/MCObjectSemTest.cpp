@@ -1,6 +1,8 @@
 // Object rules along a three-level host hierarchy: both firing orders, failures and stops, late rules
 // reaching derived types, cycles refused, and the destruction veto of a rule and of an undeletable object.
 
+#include <vector>
+
 #include "support/RegistryTestSupport.h"
 #include "support/RuleTestSupport.h"
 
@@ -109,54 +111,40 @@ TEST_F(ObjectSemTest, LinkThatWouldCloseACycleIsRefused) {
     EXPECT_FALSE(MCObjectSemReg::GetInstance()->IsRegistered(&rule));
 }
 
-TEST_F(ObjectSemTest, VetoKeepsTheObjectWholeUnlessItsOwnerGoes) {
-    ObjectRule veto("V", MCObjectSem::PreDestructon, MCObjectSem::resultFailed);
-    AddRule(Box::c_sType, veto);
-    MCObject* root = Make();
-    MCObject* box = Make(root, Box::c_sType);
-    MCObject* inner = Make(box);
-    const long boxId = box->GetId(), innerId = inner->GetId();
-    box->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
+TEST_F(ObjectSemTest, AVetoOrTheUndeletableFlagKeepsTheObjectWholeUntilItsOwnerGoes) {
+    for (bool veto : {true, false}) {
+        SCOPED_TRACE(veto ? "veto" : "undeletable");
+        ObjectRule rule("V", MCObjectSem::PreDestructon, MCObjectSem::resultFailed);
+        if (veto)
+            AddRule(Box::c_sType, rule);
+        MCObject* root = Make();
+        MCObject* box = Make(root, Box::c_sType);
+        MCObject* inner = Make(box);
+        const long boxId = box->GetId(), innerId = inner->GetId();
+        box->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
+        // An undeletable root stays too, until its flag is cleared.
+        for (MCObject* object : veto ? std::vector<MCObject*>{box} : std::vector<MCObject*>{root, box}) {
+            object->SetFlag(MCItem::itemUndeletable, !veto);
+            MessageLog messages;
+            EXPECT_TRUE(object->Expunge(true));
+            EXPECT_EQ(messages.Text(), veto ? "" : "606(0x30)");
+        }
+        EXPECT_EQ(MCObject::ResolveId(boxId), box);
+        EXPECT_EQ(MCObject::ResolveId(innerId), inner);
+        EXPECT_FALSE(box->GetFlag(MCItem::itemExpunging | MCItem::itemTreeExpunge));
+        EXPECT_FALSE(inner->IsExpunging());
+        EXPECT_EQ(box->GetOwner(0, MCItem::rttiExact), root);
+        EXPECT_EQ(m_xLog.Take(), "");
 
-    EXPECT_TRUE(box->Expunge(true));
-    EXPECT_EQ(MCObject::ResolveId(boxId), box);
-    EXPECT_EQ(MCObject::ResolveId(innerId), inner);
-    EXPECT_FALSE(box->GetFlag(MCItem::itemExpunging | MCItem::itemTreeExpunge));
-    EXPECT_FALSE(inner->IsExpunging());
-    EXPECT_EQ(box->GetOwner(0, MCItem::rttiExact), root);
-    EXPECT_EQ(m_xLog.Take(), "");
-
-    root->Expunge(true);
-    EXPECT_EQ(MCObject::ResolveId(boxId), nullptr);
-    EXPECT_EQ(MCObject::ResolveId(innerId), nullptr);
-    EXPECT_EQ(TakeLog(), "V:2 V:2");
-}
-
-TEST_F(ObjectSemTest, UndeletableObjectGoesOnlyWithItsOwner) {
-    MCObject* root = Make();
-    MCObject* child = Make(root);
-    child->SetFlag(MCItem::itemUndeletable, true);
-    const long id = child->GetId();
-    {
+        root->SetFlag(MCItem::itemUndeletable, false);
         MessageLog messages;
-        child->Expunge(true);
-        EXPECT_EQ(messages.Text(), "606(0x30)");
+        root->Expunge(true);
+        EXPECT_EQ(MCObject::ResolveId(boxId), nullptr);
+        EXPECT_EQ(MCObject::ResolveId(innerId), nullptr);
+        EXPECT_EQ(messages.Text(), "");
+        EXPECT_EQ(TakeLog(), veto ? "V:2 V:2" : "");
+        m_xLog.Take();
     }
-    EXPECT_EQ(MCObject::ResolveId(id), child);
-    MessageLog messages;
-    root->Expunge(true);
-    EXPECT_EQ(MCObject::ResolveId(id), nullptr);
-    EXPECT_EQ(messages.Text(), "");
-}
-
-TEST_F(ObjectSemTest, UndeletableRootStaysUntilTheFlagIsCleared) {
-    MCObject* root = Make();
-    root->SetFlag(MCItem::itemUndeletable, true);
-    MessageLog messages;
-    root->Expunge(true);
-    EXPECT_EQ(messages.Text(), "606(0x30)");
-    EXPECT_EQ(MCObject::ResolveId(root->GetId()), root);
-    root->SetFlag(MCItem::itemUndeletable, false);
 }
 
 TEST_F(ObjectSemTest, CreationIsAnnouncedUpTheTreeUnlessTheContextDeclines) {
@@ -167,9 +155,7 @@ TEST_F(ObjectSemTest, CreationIsAnnouncedUpTheTreeUnlessTheContextDeclines) {
     EXPECT_EQ(m_xLog.Take(), "ObjectCreated(" + std::to_string(child->GetId()) + ") ObjectCreated(" +
                                  std::to_string(grandchild->GetId()) + ")");
 
-    struct Quiet : MCFactoryContext {
-        ZVTBoolean SemanticsNeeded() override { return false; }
-    } quiet;
+    QuietContext quiet;
     ObjectRule rule("R", MCObjectSem::PostCreation);
     AddRule(Box::c_sType, rule);
     MCFactoryRegistry::CreateItem(Box::c_sType, child, &quiet, nullptr);

@@ -41,82 +41,68 @@ TEST_F(PropertySemanticsTest, EditFiresRootLevelFirstAndExternalBeforeInternal) 
     MCSPropertyAccessorT<long> flags;
     EXPECT_TRUE(crateObject->SetProperty(Shape::c_sWidth, flags, MCPropertyAccessor::accessFlags));
     EXPECT_EQ(TakeLog(), "");
+
+    // The id changes only through a raw accessor.
+    const long id = crateObject->GetId();
+    EXPECT_FALSE(SetLong(crateObject, 132, id + 1000));
+    EXPECT_EQ(crateObject->GetId(), id);
+    EXPECT_TRUE(SetLong(crateObject, 132, id + 1000, MCPropertyAccessor::accessAdd, false));
+    EXPECT_EQ(crateObject->GetId(), id + 1000);
+    SetLong(crateObject, 132, id, MCPropertyAccessor::accessAdd, false);  // the id space still knows `id`
 }
 
-TEST_F(PropertySemanticsTest, RefusalsDecideWhatStaysAndWhatIsTold) {
+TEST_F(PropertySemanticsTest, RefusalsThrowsAndDestructionDecideWhatStaysAndWhatIsTold) {
+    using M = MCPropertySemantic;
     const struct {
         const char* pcName;
-        unsigned long nRefuseIn;
-        bool bResult;
-        const char* pcWidth;
-        const char* pcLog;
-        const char* pcEvents;
+        M::result (*xAct)(M::mode, MCObject*, MCProperty*, MCPropertySemanticContext*);
+        bool bStartSet;
+        const char* pcOutcome;  // answer, width, rules heard
     } cases[] = {
-        {"pre-edit refusal: nothing changes", MCPropertySemantic::PreEdit, false, "1", "S:1", ""},
-        {"post-edit refusal: the value stays, nobody hears", MCPropertySemantic::PostEdit, false, "9",
-         "S:1 B:1 S:2", ""},
+        {"pre-edit refusal: nothing changes",
+         [](M::mode m, MCObject*, MCProperty*, MCPropertySemanticContext*) {
+             return m == M::PreEdit ? M::resultRefused : M::resultContinue;
+         },
+         true, "0 1 S:1"},
+        {"post-edit refusal: the value stays, nobody hears",
+         [](M::mode m, MCObject*, MCProperty*, MCPropertySemanticContext*) {
+             return m == M::PostEdit ? M::resultRefused : M::resultContinue;
+         },
+         true, "0 9 S:1 B:1 S:2"},
+        {"a throw refuses and leaves no property",
+         [](M::mode, MCObject*, MCProperty*, MCPropertySemanticContext*) -> M::result {
+             throw EXInvalidIter();
+         },
+         false, "0 - S:1"},
+        {"destroying the object ends the change",
+         [](M::mode m, MCObject* object, MCProperty*, MCPropertySemanticContext*) {
+             if (m != M::PostEdit)
+                 return M::resultContinue;
+             object->Expunge(true);
+             return M::resultObjectDestroyed;
+         },
+         true, "1 destroyed S:1 B:1 S:2"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.pcName);
-        MCObject* box = Make(nullptr, Box::c_sType);
-        SetLong(box, Shape::c_sWidth, 1);
-        box->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
+        MCObject* root = Make();
+        MCObject* box = Make(root, Box::c_sType);
+        if (c.bStartSet)
+            SetLong(box, Shape::c_sWidth, 1);
+        root->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
         PropertyRule shape("S", c_nEdit), boxRule("B", c_nEdit);
-        shape.m_xAct = c.nRefuseIn == MCPropertySemantic::PreEdit
-                           ? +[](MCPropertySemantic::mode m, MCObject*, MCProperty*, MCPropertySemanticContext*) {
-                                 return m == MCPropertySemantic::PreEdit ? MCPropertySemantic::resultRefused
-                                                                         : MCPropertySemantic::resultContinue;
-                             }
-                           : +[](MCPropertySemantic::mode m, MCObject*, MCProperty*, MCPropertySemanticContext*) {
-                                 return m == MCPropertySemantic::PostEdit ? MCPropertySemantic::resultRefused
-                                                                          : MCPropertySemantic::resultContinue;
-                             };
+        shape.m_xAct = c.xAct;
         AddRule(Shape::c_sType, Shape::c_sWidth, shape);
         AddRule(Box::c_sType, Shape::c_sWidth, boxRule);
-        EXPECT_EQ(SetWidth(box, 9), c.bResult);
-        EXPECT_EQ(GetLong(box, Shape::c_sWidth), c.pcWidth);
-        EXPECT_EQ(TakeLog(), c.pcLog);
-        EXPECT_EQ(m_xLog.Take(), c.pcEvents);
-        box->RemoveSubscriber(&m_xLog, MCEvent::subscriberObserver);
+        MCSPropertyAccessorT<long> accessor(9);
+        const bool answer = box->SetProperty(Shape::c_sWidth, accessor, MCPropertyAccessor::accessAdd);
+        const std::string width = accessor.GetObjectDestroyed() && !root->GetFirstOwnee()
+                                      ? "destroyed"
+                                      : GetLong(box, Shape::c_sWidth);
+        EXPECT_EQ(std::to_string(answer) + " " + width + " " + TakeLog(), c.pcOutcome);
+        EXPECT_EQ(m_xLog.Take(), "");
+        root->RemoveSubscriber(&m_xLog, MCEvent::subscriberObserver);
     }
-}
-
-TEST_F(PropertySemanticsTest, IdChangesOnlyThroughARawAccessor) {
-    MCObject* object = Make(nullptr, Crate::c_sType);
-    const long id = object->GetId();
-    EXPECT_FALSE(SetLong(object, 132, id + 1000));
-    EXPECT_EQ(object->GetId(), id);
-    EXPECT_TRUE(SetLong(object, 132, id + 1000, MCPropertyAccessor::accessAdd, false));
-    EXPECT_EQ(object->GetId(), id + 1000);
-    SetLong(object, 132, id, MCPropertyAccessor::accessAdd, false);  // the id space still knows `id`
-}
-
-TEST_F(PropertySemanticsTest, RuleThatThrowsRefusesTheEdit) {
-    MCObject* box = Make(nullptr, Box::c_sType);
-    PropertyRule thrower("T", MCPropertySemantic::PreEdit);
-    thrower.m_xAct = [](MCPropertySemantic::mode, MCObject*, MCProperty*,
-                        MCPropertySemanticContext*) -> MCPropertySemantic::result { throw EXInvalidIter(); };
-    AddRule(Box::c_sType, Shape::c_sWidth, thrower);
-    EXPECT_FALSE(SetWidth(box, 5));
-    EXPECT_EQ(GetLong(box, Shape::c_sWidth), "-");
-}
-
-TEST_F(PropertySemanticsTest, RuleThatDestroysTheObjectEndsTheChange) {
-    MCObject* root = Make();
-    MCObject* box = Make(root, Box::c_sType);
-    root->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
-    PropertyRule destroyer("D", MCPropertySemantic::PostEdit);
-    destroyer.m_xAct = [](MCPropertySemantic::mode, MCObject* object, MCProperty*,
-                          MCPropertySemanticContext*) {
-        object->Expunge(true);
-        return MCPropertySemantic::resultObjectDestroyed;
-    };
-    AddRule(Box::c_sType, Shape::c_sWidth, destroyer);
-    MCSPropertyAccessorT<long> accessor(5);
-    EXPECT_TRUE(box->SetProperty(Shape::c_sWidth, accessor, MCPropertyAccessor::accessAdd));
-    EXPECT_TRUE(accessor.GetObjectDestroyed());
-    EXPECT_EQ(root->GetFirstOwnee(), nullptr);
-    EXPECT_EQ(m_xLog.Take().find("PropertySet"), std::string::npos);
 }
 
 TEST_F(PropertySemanticsTest, CalculatedPropertyIsComputedOnEveryRead) {

@@ -116,6 +116,11 @@ private:
     MCSPropertyT<long> m_xEmbedded;
 };
 
+/// A factory context that declines rules and creation events, for chains too long to announce.
+struct QuietContext : MCFactoryContext {
+    ZVTBoolean SemanticsNeeded() override { return false; }
+};
+
 /// Every test runs on the initialized core with TestNode registered; trees made through Make are
 /// expunged at the end, and no TestNode may survive the test.
 class ModelTest : public ::testing::Test {
@@ -139,6 +144,14 @@ protected:
         if (object && !owner)
             m_xRoots.emplace_back(object, object->GetId());
         return object;
+    }
+    /// A chain of `length` objects made quietly under `root`; the last one.
+    static MCObject* MakeChain(MCObject* root, int length) {
+        QuietContext quiet;
+        for (int i = 0; i < length; ++i)
+            root = static_cast<MCObject*>(
+                MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, root, &quiet, nullptr));
+        return root;
     }
     TestNode* MakeNode(MCObject* owner = nullptr) {
         return static_cast<TestNode*>(Make(owner, TestNode::c_sType));

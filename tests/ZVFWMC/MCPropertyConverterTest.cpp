@@ -55,21 +55,34 @@ TEST_F(PropertyConverterTest, WritesEachValueTypeAsText) {
     object->SetProperty(MCCodes::pName, name, MCPropertyAccessor::accessAdd);
     MCSPropertyAccessorT<float> number(1.5f);
     object->SetProperty(MCCodes::pFloat, number, MCPropertyAccessor::accessAdd);
-    for (const char* element : {"a", "b", "c"}) {
+    // A list of three, of one, and one emptied: no list joins as the empty text.
+    MCObject* one = Make();
+    MCObject* none = Make();
+    for (auto [holder, element] : {std::pair<MCObject*, const char*>{object, "a"},
+                                   {object, "b"},
+                                   {object, "c"},
+                                   {one, "only"},
+                                   {none, "gone"}}) {
         MCVPropertyAccessorT<ZVTString> list{ZVTString(element)};
-        object->SetProperty(MCCodes::pStringList, list, MCPropertyAccessor::accessAdd);
+        holder->SetProperty(MCCodes::pStringList, list, MCPropertyAccessor::accessAdd);
     }
+    MCVPropertyAccessorT<ZVTString> empty{ZVTSList<ZVTString>()};
+    empty.SetValue(ZVTString("gone"), MCPropertyAccessor::accessRemove);  // absent: stays empty
+    none->SetProperty(MCCodes::pStringList, empty, MCPropertyAccessor::accessReplace);
     const struct {
+        MCObject* m_pxObject;
         short m_sType;
-        const char* m_pcText;
+        const char* m_pcText;  // "unread": refused
     } cases[] = {
-        {MCCodes::pInteger, "-7"},   {MCCodes::pName, "Order"},       {MCCodes::pStringList, "a, b, c"},
-        {MCCodes::pFloat, "unread"}, {MCCodes::pReference, "unread"},
+        {object, MCCodes::pInteger, "-7"},         {object, MCCodes::pName, "Order"},
+        {object, MCCodes::pStringList, "a, b, c"}, {one, MCCodes::pStringList, "only"},
+        {none, MCCodes::pStringList, ""},          {object, MCCodes::pFloat, "unread"},
+        {object, MCCodes::pReference, "unread"},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.m_sType);
+        SCOPED_TRACE(c.m_pcText);
         ZVTString text("unread");
-        object->GetPropertyString(c.m_sType, text);
+        EXPECT_EQ(c.m_pxObject->GetPropertyString(c.m_sType, text), std::string(c.m_pcText) != "unread");
         EXPECT_EQ(text, c.m_pcText);
     }
 
@@ -80,20 +93,6 @@ TEST_F(PropertyConverterTest, WritesEachValueTypeAsText) {
     MCFromStringListConverter list;
     EXPECT_FALSE(list.AsString(object->FindProperty(MCCodes::pInteger, false), text));
     EXPECT_EQ(text, "kept");
-}
-
-TEST_F(PropertyConverterTest, JoinsNoListAsTheEmptyTextAndOneElementAlone) {
-    MCObject* object = Make();
-    MCVPropertyAccessorT<ZVTString> one{ZVTString("only")};
-    object->SetProperty(MCCodes::pStringList, one, MCPropertyAccessor::accessAdd);
-    ZVTString text;
-    EXPECT_TRUE(object->GetPropertyString(MCCodes::pStringList, text));
-    EXPECT_EQ(text, "only");
-    one.SetValue(ZVTString("only"), MCPropertyAccessor::accessRemove);
-    MCVPropertyAccessorT<ZVTString> none{ZVTSList<ZVTString>()};
-    object->SetProperty(MCCodes::pStringList, none, MCPropertyAccessor::accessReplace);
-    EXPECT_TRUE(object->GetPropertyString(MCCodes::pStringList, text));
-    EXPECT_EQ(text, "");
 }
 
 }  // namespace

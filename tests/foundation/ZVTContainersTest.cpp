@@ -122,9 +122,7 @@ TEST(ZVTHDictTest, FindKeepsTheOutValueAndInsertReplaces) {
 
 TEST(ZVTHSetTest, SetRefusesRepeatsTableCountsThem) {
     ZVTHSetT<long> set(CollidingHash);
-    EXPECT_TRUE(set.Insert(7) && set.Insert(12));  // same hash, other values
-    EXPECT_FALSE(set.Insert(7));
-    EXPECT_EQ(set.Entries(), 2u);
+    EXPECT_TRUE(set.Insert(7) && set.Insert(12) && !set.Insert(7));  // same hash, other values
 
     ZVTHTableT<long> table(CollidingHash, 1);
     std::multiset<long> model;
@@ -152,22 +150,6 @@ template <class List>
 class ZVTListTest : public ::testing::Test {};
 using ListTypes = ::testing::Types<ZVTSList<ZVTString>, ZVTDList<ZVTString>>;
 TYPED_TEST_SUITE(ZVTListTest, ListTypes);
-
-TYPED_TEST(ZVTListTest, RepeatsStandAndRemoveTakesTheFirst) {
-    TypeParam list;
-    for (const char* value : {"a", "b", "a"})
-        list.Append(value);
-    EXPECT_TRUE(list.Remove("a"));
-    EXPECT_EQ(list.Entries(), 2u);
-    EXPECT_EQ(list.First(), "b");
-    EXPECT_EQ(list.Last(), "a");
-    EXPECT_FALSE(list.Remove("z"));
-    EXPECT_THROW(list.At(2), std::out_of_range);
-    EXPECT_THROW(list.InsertAt(3, "y"), std::out_of_range);
-    list.Clear();
-    EXPECT_THROW(list.RemoveFirst(), std::out_of_range);
-    EXPECT_THROW(list.RemoveLast(), std::out_of_range);
-}
 
 TYPED_TEST(ZVTListTest, MatchesADequeUnderRandomOperations) {
     TypeParam list;
@@ -209,6 +191,10 @@ TYPED_TEST(ZVTListTest, MatchesADequeUnderRandomOperations) {
     list.Clear();
     for (size_t i = 0; i < model.size(); ++i)
         ASSERT_EQ(copy.At(i), model[i]) << i;
+    EXPECT_THROW(copy.At(model.size()), std::out_of_range);
+    EXPECT_THROW(list.InsertAt(1, "y"), std::out_of_range);
+    EXPECT_THROW(list.RemoveFirst(), std::out_of_range);
+    EXPECT_THROW(list.RemoveLast(), std::out_of_range);
 }
 
 TEST(ZVTListIterTest, CursorsWalkOnceAndStartOverOffTheEnds) {

@@ -5,48 +5,40 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "platform/HUB.h"
 
 namespace {
 
-TEST(TGTTest, OneTargetPerNameAndNoneForTheEmptyName) {
-    HUBTargetRegistry::Clear();
+using R = HUBTargetRegistry;
+
+TEST(TGTTest, OneTargetPerNameAndTheRegistryForgetsThem) {
+    R::Clear();
     tgt_target first("Drive"), twin("Drive"), empty(""), null(static_cast<const char*>(nullptr));
-    EXPECT_FALSE(HUBTargetRegistry::RegisterTarget(nullptr));
-    EXPECT_FALSE(HUBTargetRegistry::RegisterTarget(&empty));
-    EXPECT_FALSE(HUBTargetRegistry::RegisterTarget(&null));
-    EXPECT_TRUE(HUBTargetRegistry::RegisterTarget(&first));
-    EXPECT_FALSE(HUBTargetRegistry::RegisterTarget(&first));
-    EXPECT_FALSE(HUBTargetRegistry::RegisterTarget(&twin));
-    EXPECT_EQ(HUBTargetRegistry::GetTargetFromId("Drive"), &first);
-    EXPECT_EQ(HUBTargetRegistry::GetTargetFromId("drive"), nullptr);
-    EXPECT_EQ(HUBTargetRegistry::GetTargetFromId(""), nullptr);
+    std::string seen;
+    for (tgt_target* target : {static_cast<tgt_target*>(nullptr), &empty, &null, &first, &first, &twin})
+        seen += R::RegisterTarget(target) ? "T" : "F";
+    for (const char* name : {"Drive", "drive", ""})
+        seen += R::GetTargetFromId(name) == &first ? " first" : " none";
+    // Only the registered target unregisters its name, and only once.
+    for (tgt_target* target : {static_cast<tgt_target*>(nullptr), &twin, &first, &first})
+        seen += R::UnregisterTarget(target) ? " T" : " F";
+    seen += R::GetTargetFromId("Drive") ? " found" : " gone";
+    seen += R::RegisterTarget(&twin) ? " T" : " F";
+    EXPECT_EQ(seen, "FFFTFF first none none F F T F gone T");
 
-    EXPECT_FALSE(HUBTargetRegistry::UnregisterTarget(nullptr));
-    EXPECT_FALSE(HUBTargetRegistry::UnregisterTarget(&twin));  // same name, not the registered one
-    EXPECT_EQ(HUBTargetRegistry::GetTargetFromId("Drive"), &first);
-    EXPECT_TRUE(HUBTargetRegistry::UnregisterTarget(&first));
-    EXPECT_FALSE(HUBTargetRegistry::UnregisterTarget(&first));
-    EXPECT_EQ(HUBTargetRegistry::GetTargetFromId("Drive"), nullptr);
-    EXPECT_TRUE(HUBTargetRegistry::RegisterTarget(&twin));
-    HUBTargetRegistry::Clear();
-}
-
-TEST(TGTTest, ClearTerminateAndDestructionForgetTargets) {
-    HUBTargetRegistry::Clear();
-    tgt_target kept("Kept");
+    // Clear, HUB::Terminate and a target's destruction forget targets.
     {
         tgt_target shortLived("Gone");
-        ASSERT_TRUE(HUBTargetRegistry::RegisterTarget(&shortLived));
-        ASSERT_TRUE(HUBTargetRegistry::RegisterTarget(&kept));
+        ASSERT_TRUE(R::RegisterTarget(&shortLived));
     }
-    EXPECT_EQ(HUBTargetRegistry::GetTargetFromId("Gone"), nullptr);
-    EXPECT_EQ(HUBTargetRegistry::GetTargetFromId("Kept"), &kept);
+    EXPECT_EQ(R::GetTargetFromId("Gone"), nullptr);
     HUB::Terminate();
-    EXPECT_EQ(HUBTargetRegistry::GetTargetFromId("Kept"), nullptr);
-    ASSERT_TRUE(HUBTargetRegistry::RegisterTarget(&kept));
-    HUBTargetRegistry::Clear();
-    EXPECT_EQ(HUBTargetRegistry::GetTargetFromId("Kept"), nullptr);
+    EXPECT_EQ(R::GetTargetFromId("Drive"), nullptr);
+    ASSERT_TRUE(R::RegisterTarget(&twin));
+    R::Clear();
+    EXPECT_EQ(R::GetTargetFromId("Drive"), nullptr);
 }
 
 }  // namespace

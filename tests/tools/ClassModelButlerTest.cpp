@@ -97,9 +97,7 @@ TEST_F(ClassModelButlerTest, WalksOwneesTreesAndReferrersAndSpellsCppNames) {
 }
 
 TEST_F(ClassModelButlerTest, RefusesTwoClassesOfOneName) {
-    MCObject* package = Find(CMCodes::tPackage, "sub");
-    ClassModel::AddPackage(package, "inner");
-    MCObject* inner = Find(CMCodes::tPackage, "inner");
+    MCObject* inner = ClassModel::AddPackage(Find(CMCodes::tPackage, "sub"), "inner");
     ASSERT_NE(ClassModel::AddClass(inner, "Shape"), nullptr);
     std::vector<std::string> written;
     std::string error;

@@ -18,6 +18,9 @@ if ! command -v gcovr >/dev/null 2>&1; then
     exit 1
 fi
 
+# ccache's base directory makes the compiler record relative source paths, which gcovr cannot find again:
+# headers compiled into the tests, the tools and the examples would drop out of the figures.
+unset CCACHE_BASEDIR
 # Debug: at -O0 every source line keeps its own code, so the line figures mean what they say.
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Debug -DMODELCORE_WERROR=ON \
     -DCMAKE_CXX_FLAGS=--coverage -DCMAKE_EXE_LINKER_FLAGS=--coverage \

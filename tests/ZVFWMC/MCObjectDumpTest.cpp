@@ -198,9 +198,7 @@ TEST_F(ObjectDumpTest, ABranchOfAnyDepthKeepsOrderAndIndentationOnASmallStack) {
     // after the whole deeper branch. Made without creation rules, whose events would climb the branch.
     constexpr int c_nDepth = 20000;
     constexpr int c_nOutlineFrom = c_nDepth - 1000;  // an outline grows with the square of its depth
-    struct Quiet : MCFactoryContext {
-        ZVTBoolean SemanticsNeeded() override { return false; }
-    } quiet;
+    QuietContext quiet;
     auto make = [&quiet](MCObject* owner) {
         return static_cast<MCObject*>(R::CreateItem(MCGenericObject::c_sType, owner, &quiet, nullptr));
     };

@@ -193,6 +193,26 @@ TEST_F(FiltersTest, AbsenceLooksBehindAliasesPresenceDoesNot) {
     EXPECT_EQ(Walk(it), "132 87");
 }
 
+TEST_F(FiltersTest, NullInputsPassNoFilterAndSortNothing) {
+    MCObject* nothing = nullptr;
+    MCProperty* noProperty = nullptr;
+    MCOwneeFilterOnType onType(MCGenericObject::c_sType);
+    MCOwneeFilterOnPropExistence lacksName(MCGenericObject::c_sType, MCCodes::pName, false);
+    MCOwneeFilterOnPropRefValue refersToNothing(MCGenericObject::c_sType, MCCodes::pReference, nullptr);
+    MCPropertyFilterOnNotNulled notNulled;
+    MCPropertyValueEqualStrategy values(false);
+    MCPropertySortOnType byType;
+    byType.Sort(nullptr, 2);
+    byType.Sort(&noProperty, 1);
+    const std::string got = std::to_string(onType.Test(nothing)) + std::to_string(lacksName.Test(nothing)) +
+                            std::to_string(refersToNothing.Test(nothing)) +
+                            std::to_string(notNulled.Test(noProperty)) +
+                            std::to_string(values.AreEqual(nullptr, nullptr, nullptr, nullptr));
+    EXPECT_EQ(got, "00000");
+    MCObject* object = Make();
+    EXPECT_EQ(std::to_string(onType.Test(object)) + std::to_string(lacksName.Test(object)), "11");
+}
+
 namespace {
 
 struct RefusingObjectStrategy : MCObjectEqualStrategy {

@@ -190,9 +190,7 @@ TEST_F(WalkerTest, EditsDuringTheWalkFollowTheLoadingOfOwneesAtEachStep) {
 TEST_F(WalkerTest, ADeepChainIsWalkedWithoutRecursion) {
     // Announcements and deaths climb the owners one call per level, so the chain is made without
     // creation semantics and goes quietly, from the leaf up.
-    struct Quiet : MCFactoryContext {
-        ZVTBoolean SemanticsNeeded() override { return false; }
-    } quiet;
+    QuietContext quiet;
     constexpr long c_lDepth = 100000;
     std::vector<MCObject*> chain{Make()};
     for (long i = 1; i < c_lDepth; ++i)

@@ -249,6 +249,35 @@ TEST_F(ModernLayerTest, RulesRunWhileTheirHandlesLive) {
     EXPECT_FALSE(mc::Incoming<long>(nullptr) || mc::IncomingList<long>(nullptr).first);
 }
 
+TEST_F(ModernLayerTest, NullAndEmptyInputsGiveEmptyHandlesAndRanges) {
+    Part* root = Root<Part>();
+    mc::Create<Part>(root);
+    const auto heard = [](MCEvent&) {};
+    const auto edit = [](MCPropertySemantic::mode, MCObject*, MCProperty*, MCPropertySemanticContext*) {
+        return MCPropertySemantic::resultContinue;
+    };
+    const auto object = [](MCObjectSem::mode, MCObject*, MCObjectSemContext*) {
+        return MCObjectSem::resultContinue;
+    };
+    const auto bit = [](bool b) { return b ? '1' : '0'; };
+    std::string got;
+    got += bit(mc::Observe(root, heard).IsActive());  // the one real input, for contrast
+    got += bit(mc::Observe(nullptr, heard).IsActive());
+    got += bit(mc::Observe(root, nullptr).IsActive());
+    got += bit(mc::OnEdit(c_sPart, MCCodes::pDouble, nullptr).IsActive());
+    got += bit(mc::OnEdit(c_sPart, MCCodes::pDouble, edit, 0).IsActive());
+    got += bit(mc::OnObject(c_sPart, nullptr).IsActive());
+    got += bit(mc::OnObject(c_sPart, object, 0).IsActive());
+    got += bit(mc::Ownees(nullptr).begin() != mc::Ownees(nullptr).end());
+    got += bit(mc::Targets(nullptr, MCCodes::pReferenceList).size() != 0);
+    got += bit(mc::Values<long>(nullptr, MCCodes::pIntegerList).size() != 0);
+    std::ostream nowhere(nullptr);
+    std::ostringstream out;
+    got += bit(static_cast<bool>(mc::Save(nullptr, out)) || !out.str().empty());
+    got += bit(static_cast<bool>(mc::Save(Root<Model>(), nowhere)));
+    EXPECT_EQ(got, "100000000000");
+}
+
 TEST_F(ModernLayerTest, PropertiesWalkLive) {
     Part* root = Root<Part>();
     mc::Set(root, MCCodes::pInteger, 1);

@@ -175,6 +175,23 @@ TEST(ZVTStreamTest, MalformedInputFailsAndLeavesTheTargetAlone) {
         EXPECT_TRUE(stream.fail());
         EXPECT_TRUE(flag);
     }
+    // A real or a string length that is no number, or a length no string has, in text.
+    const std::pair<bool, const char*> texts[] = {
+        {true, "x "}, {true, "1.5x "}, {false, "x "}, {false, "1x "}, {false, "-2 "}, {false, "4294967295 "},
+    };
+    for (const auto& [real, input] : texts) {
+        SCOPED_TRACE(input);
+        std::stringbuf buffer(input);
+        ZVTStream stream(buffer, ZVTStream::text);
+        double number = 7;
+        ZVTString text("?");
+        if (real)
+            stream >> number;
+        else
+            stream >> text;
+        EXPECT_TRUE(stream.fail());
+        EXPECT_EQ(std::to_string(number) + text.str(), std::to_string(7.0) + "?");
+    }
     // Text numbers obey the stored widths too.
     std::stringbuf wide("4294967296 ");
     ZVTStream stream(wide, ZVTStream::text);

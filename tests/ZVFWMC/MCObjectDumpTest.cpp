@@ -21,14 +21,6 @@ void Set(MCObject* object, short type, const Value& value) {
     ASSERT_TRUE(object->SetProperty(type, accessor, MCPropertyAccessor::accessAdd)) << type;
 }
 
-template <class T>
-ZVTSList<T> List(std::initializer_list<T> values) {
-    ZVTSList<T> list;
-    for (const T& value : values)
-        list.Append(value);
-    return list;
-}
-
 // Reads what `write` puts on a stream into the property of `type` raw, as a restore does.
 void RestoreRaw(MCObject* object, short type, const std::function<void(MCStream&)>& write) {
     std::stringstream medium;
@@ -100,9 +92,9 @@ TEST_F(ObjectDumpTest, FileDumpsShowEveryValueTypeTheSubscribersAndTheSize) {
     Set<MCSPropertyAccessorT<double>>(a, 1036, 2.5);
     Set<MCSPropertyAccessorT<float>>(a, 85, 0.25f);
     a->SetPropertyFlag(property(85), MCItem::itemPreFetch, true);
-    Set<MCVPropertyAccessorT<long>>(a, 304, List({3L, 4L}));
-    Set<MCVPropertyAccessorT<float>>(a, 86, List({1.5f}));
-    Set<MCVPropertyAccessorT<ZVTString>>(a, 92, List({ZVTString("x"), ZVTString("yz")}));
+    Set<MCVPropertyAccessorT<long>>(a, 304, ListOf({3L, 4L}));
+    Set<MCVPropertyAccessorT<float>>(a, 86, ListOf({1.5f}));
+    Set<MCVPropertyAccessorT<ZVTString>>(a, 92, ListOf({ZVTString("x"), ZVTString("yz")}));
     ZvUCObjectId origin;
     for (int word = 0; word < ZvUCId::c_nWordCount; ++word)
         origin.SetWord(word, 0x64636261u + 0x04040404u * static_cast<unsigned>(word));  // "abcd", "efgh", ...
@@ -112,14 +104,14 @@ TEST_F(ObjectDumpTest, FileDumpsShowEveryValueTypeTheSubscribersAndTheSize) {
     Set<MCSRefAccessor>(a, 133, static_cast<MCObject*>(nullptr));
     Set<MCSRefAccessor>(a, 89, static_cast<MCObject*>(nullptr));
     RestoreRaw(a, 89, [](MCStream& s) { s << static_cast<unsigned short>(0) << 777L; });
-    ZVTSList<MCObject*> targets = List({m_pxRoot, m_pxRoot});
+    ZVTSList<MCObject*> targets = ListOf({m_pxRoot, m_pxRoot});
     Set<MCVRefAccessor>(a, 303, &targets);
     const short colour = R::RegisterUDP("DumpColour", MCCodes::pString, m_pxRoot, true);
     Set<MCSPropertyAccessorT<ZVTString>>(a, colour, ZVTString("red"));
     const short floats = R::RegisterUDP("DumpFloats", MCCodes::pFloatList, m_pxRoot, true);
     const short texts = R::RegisterUDP("DumpTexts", MCCodes::pStringList, m_pxRoot, true);
-    Set<MCVPropertyAccessorT<float>>(a, floats, List({1.5f, 2.5f}));
-    Set<MCVPropertyAccessorT<ZVTString>>(a, texts, List({ZVTString("uv"), ZVTString("w")}));
+    Set<MCVPropertyAccessorT<float>>(a, floats, ListOf({1.5f, 2.5f}));
+    Set<MCVPropertyAccessorT<ZVTString>>(a, texts, ListOf({ZVTString("uv"), ZVTString("w")}));
     std::ostringstream nullTarget;
     nullTarget << static_cast<const void*>(nullptr);
 

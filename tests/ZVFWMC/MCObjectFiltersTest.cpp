@@ -35,14 +35,6 @@ std::string Walk(MCOwneeListIter& it, const std::function<void(MCObject*)>& visi
     return ids;
 }
 
-template <class T>
-ZVTSList<T> List(std::initializer_list<T> values) {
-    ZVTSList<T> list;
-    for (const T& value : values)
-        list.Append(value);
-    return list;
-}
-
 MCProperty* Property(const MCObject* object, short type) {
     return const_cast<MCProperty*>(object->FindProperty(type, false));
 }
@@ -166,7 +158,7 @@ TEST_F(FiltersTest, AbsenceLooksBehindAliasesPresenceDoesNot) {
     MCItem* name = Property(object, MCCodes::pName);
     MCItem* string = Property(object, MCCodes::pString);
     MCItem* integer = Property(object, MCCodes::pInteger);
-    ZVTSList<short> stringType = List<short>({91}), nameType = List<short>({147});
+    ZVTSList<short> stringType = ListOf<short>({91}), nameType = ListOf<short>({147});
     MCItemFilterOnPresenceInList presentString(&stringType), presentName(&nameType), presentNull(nullptr);
     MCItemFilterOnAbsenceInList absentString(&stringType), absentName(&nameType), absentNull(nullptr);
     const struct {
@@ -235,7 +227,7 @@ TEST_F(FiltersTest, DefaultEqualityComparesFirstTypesAndIgnoresTheId) {
     EXPECT_TRUE(left->IsEqualTo(right, nullptr, nullptr));
     MCPropertyValueEqualStrategy values(false);  // a null filter lets the id in
     EXPECT_FALSE(left->IsEqualTo(right, nullptr, &values));
-    ZVTSList<short> idOnly = List<short>({132}), noTypes;
+    ZVTSList<short> idOnly = ListOf<short>({132}), noTypes;
     MCItemFilterOnAbsenceInList notId(&idOnly);
     FilteredValueStrategy withoutId(&notId);
     EXPECT_TRUE(left->IsEqualTo(right, nullptr, &withoutId));

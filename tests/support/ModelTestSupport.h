@@ -9,12 +9,22 @@
 #include <pthread.h>
 
 #include <functional>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "ModelCore/ModelCore.h"
+
+/// A list of the given values, for accessors and filters that take one.
+template <class T>
+ZVTSList<T> ListOf(std::initializer_list<T> values) {
+    ZVTSList<T> list;
+    for (const T& value : values)
+        list.Append(value);
+    return list;
+}
 
 /// Renders every event it receives: "PropertySet(<id>,<property type>,<hint code>)",
 /// "PropertyNulled(<id>,<type>)", "SubjectDestroyed(<id>)", "ReferenceCleared(<id>)",

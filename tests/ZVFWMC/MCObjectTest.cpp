@@ -47,9 +47,11 @@ TEST_F(ObjectTest, OwnershipLinksKeepOrderAndRefuseForeignObjects) {
     EXPECT_EQ(a->GetId(), root->GetId() + 1);
     EXPECT_EQ(MCObject::ResolveId(a->GetId()), a);
     EXPECT_EQ(a->GetOwner(0, MCItem::rttiExact), root);
-    MCSubscriberListIter subscribers(a);
-    EXPECT_TRUE(++subscribers && subscribers.GetValue() == static_cast<MCSubscriber*>(root) &&
-                !++subscribers);
+    {
+        MCSubscriberListIter subscribers(a);  // a walk holds its subject: it must end before `a` does
+        EXPECT_TRUE(++subscribers && subscribers.GetValue() == static_cast<MCSubscriber*>(root) &&
+                    !++subscribers);
+    }
     ZVTHTableT<MCObject*>* live = nullptr;
     ASSERT_TRUE(MCFactoryRegistry::GetInstances(MCGenericObject::c_sType, live, nullptr));
     EXPECT_TRUE(live->Contains(a));

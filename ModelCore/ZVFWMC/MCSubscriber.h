@@ -220,7 +220,8 @@ private:
 
 /// Walks the live subscribers of a subject in ascending address, with an optional filter and sorter over
 /// the entries (not owned). Holds the subject guarded, so entries stay put while it lives; copies share
-/// one cursor. Without filter and sorter GetCount counts stale entries too.
+/// one cursor. Without filter and sorter GetCount counts stale entries too. The guard does not keep the
+/// subject alive: a walk must end before its subject is expunged.
 class MODELCORE_API MCSubscriberListIter : public MCSubjectUser {
 public:
     /// An iterator before the first subscriber of pSubject, which must not be null.

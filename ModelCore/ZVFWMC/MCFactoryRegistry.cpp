@@ -112,14 +112,11 @@ MCMetaInfoI::~MCMetaInfoI() {
 }
 
 MCMetaInfoEntry* MCMetaInfoI::FindEntry(short code) const {
-    Recent& recent = m_axRecent[static_cast<unsigned short>(code) % c_nRecent];
-    if (recent.m_pxEntry && recent.m_sCode == code)
-        return recent.m_pxEntry;
+    if (MCMetaInfoEntry* known = m_xRecent.Find(code))
+        return known;
     MCMetaInfoEntry* entry = nullptr;
-    if (m_xEntries.Find(code, entry) && entry) {
-        recent.m_sCode = code;
-        recent.m_pxEntry = entry;
-    }
+    if (m_xEntries.Find(code, entry))
+        m_xRecent.Remember(code, entry);
     return entry;
 }
 

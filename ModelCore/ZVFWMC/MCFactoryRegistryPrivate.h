@@ -6,6 +6,7 @@
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "foundation/ZVTHDict.h"
 #include "foundation/ZVTHSet.h"
+#include "foundation/ZVTRecent.h"
 #include "foundation/ZVTSList.h"
 
 class MCMetaInfoObjectEntry;
@@ -158,10 +159,7 @@ public:
 
     MCMetaInfoEntry* FindEntry(short code) const;
     /// Drops what FindEntry remembers; every change of m_xEntries calls it.
-    void ForgetRecent() const {
-        for (Recent& recent : m_axRecent)
-            recent = Recent();
-    }
+    void ForgetRecent() const { m_xRecent.Forget(); }
     /// The supertype entry of `entry`, resolved through the table and cached on first need.
     MCMetaInfoAbstractObjectEntry* SupertypeOf(MCMetaInfoAbstractObjectEntry* entry) const;
     MCNomenclature* FindNomenclature(const ZVTString& name) const;
@@ -180,14 +178,8 @@ public:
     ZVTSList<MCCreationHook*> m_xCreationHooks;
 
 private:
-    // The entries FindEntry found lately, by the low bits of the code: making one object asks for the
-    // same few codes a dozen times.
-    struct Recent {
-        short m_sCode = 0;
-        MCMetaInfoEntry* m_pxEntry = nullptr;
-    };
-    static constexpr unsigned c_nRecent = 64;
-    mutable Recent m_axRecent[c_nRecent];
+    // The entries FindEntry found lately: making one object asks for the same few codes a dozen times.
+    mutable ZVTRecentT<MCMetaInfoEntry> m_xRecent;
 };
 
 #endif

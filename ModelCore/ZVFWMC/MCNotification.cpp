@@ -157,15 +157,11 @@ MCNotificationEntry* MCNotificationDirectory::CreateEntry(short nType, short nAn
 }
 
 ZVTBoolean MCNotificationDirectory::FindAndAsk(short nType, long nEventType) const {
-    Recent& recent = m_axRecent[static_cast<unsigned short>(nType) % c_nRecent];
-    if (!recent.m_pxEntry || recent.m_nType != nType) {
-        MCNotificationEntry* entry = nullptr;
-        if (!m_xEntries.Find(nType, entry))
-            return false;
-        recent.m_nType = nType;
-        recent.m_pxEntry = entry;
-    }
-    return recent.m_pxEntry->PassesOnAlone(nEventType);
+    MCNotificationEntry* entry = nullptr;
+    if (!m_xEntries.Find(nType, entry) || !entry)
+        return false;
+    m_xRecent.Remember(nType, entry);
+    return entry->PassesOnAlone(nEventType);
 }
 
 ZVTBoolean MCNotificationDirectory::ContainsEntry(short nType) const {

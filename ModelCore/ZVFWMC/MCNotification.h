@@ -11,6 +11,7 @@
 #include "foundation/ZVTBoolean.h"
 #include "foundation/ZVTExport.h"
 #include "foundation/ZVTHDict.h"
+#include "foundation/ZVTRecent.h"
 #include "foundation/ZVTSList.h"
 
 class MCEvent;
@@ -124,9 +125,8 @@ public:
     /// Whether an object of `nType` does nothing with an event of `nEventType` but pass it on to its own
     /// subscribers (the default reaction, reached before any other); false for a type without an entry.
     ZVTBoolean PassesOnAlone(short nType, long nEventType) const {
-        const Recent& recent = m_axRecent[static_cast<unsigned short>(nType) % c_nRecent];
-        if (recent.m_pxEntry && recent.m_nType == nType)
-            return recent.m_pxEntry->PassesOnAlone(nEventType);
+        if (MCNotificationEntry* known = m_xRecent.Find(nType))
+            return known->PassesOnAlone(nEventType);
         return FindAndAsk(nType, nEventType);
     }
 
@@ -143,14 +143,9 @@ private:
 
     static MCNotificationDirectory* c_pxSingleton;
     ZVTHDict<short, MCNotificationEntry*> m_xEntries;
-    // The entries PassesOnAlone found lately, by the low bits of their type: a climb asks for the same
-    // few types over and over, and an entry lives as long as the directory.
-    struct Recent {
-        short m_nType = 0;
-        MCNotificationEntry* m_pxEntry = nullptr;
-    };
-    static constexpr unsigned c_nRecent = 64;
-    mutable Recent m_axRecent[c_nRecent];
+    // The entries PassesOnAlone found lately: a climb asks for the same few types over and over, and an
+    // entry lives as long as the directory, so nothing is ever forgotten.
+    mutable ZVTRecentT<MCNotificationEntry> m_xRecent;
 };
 
 /// The default reaction of every object, registered on the root type: pass the event on to the

@@ -166,7 +166,7 @@ MCObjectSemReg::~MCObjectSemReg() {
     while (++handlers)
         delete handlers.Value();
     m_xHandlers.Clear();
-    ForgetRecent();
+    m_xRecent.Forget();
     ms_bDead = true;
     c_pxSingleton = nullptr;
 }
@@ -182,14 +182,11 @@ void MCObjectSemReg::DeleteInstance() {
 }
 
 MCObjectSemHandler* MCObjectSemReg::FindHandler(short nType) const {
-    Recent& recent = m_axRecent[static_cast<unsigned short>(nType) % c_nRecent];
-    if (recent.m_pxHandler && recent.m_nType == nType)
-        return recent.m_pxHandler;
+    if (MCObjectSemHandler* known = m_xRecent.Find(nType))
+        return known;
     MCObjectSemHandler* handler = nullptr;
-    if (m_xHandlers.Find(nType, handler) && handler) {
-        recent.m_nType = nType;
-        recent.m_pxHandler = handler;
-    }
+    if (m_xHandlers.Find(nType, handler))
+        m_xRecent.Remember(nType, handler);
     return handler;
 }
 
@@ -214,7 +211,7 @@ ZVTBoolean MCObjectSemReg::CreateHandler(short nType, MCFactoryContext* pContext
     if (!handler) {
         handler = new MCObjectSemHandler(ancestorType);
         m_xHandlers.Insert(nType, handler);
-        ForgetRecent();
+        m_xRecent.Forget();
         made = true;
     }
     const short concrete = MCFactoryRegistry::Translate(nType, true);
@@ -237,7 +234,7 @@ void MCObjectSemReg::RemoveHandler(short nType) {
     if (!handler)
         return;
     m_xHandlers.Remove(nType);
-    ForgetRecent();
+    m_xRecent.Forget();
     delete handler;
 }
 

@@ -9,6 +9,7 @@
 #include "foundation/ZVTBoolean.h"
 #include "foundation/ZVTExport.h"
 #include "foundation/ZVTHDict.h"
+#include "foundation/ZVTRecent.h"
 #include "foundation/ZVTSList.h"
 #include "foundation/ZVTString.h"
 
@@ -206,18 +207,9 @@ private:
     static MCObjectSemReg* c_pxSingleton;
     static ZVTBoolean ms_bDead;
     ZVTHDict<short, MCObjectSemHandler*> m_xHandlers;
-    // The handlers FindHandler found lately, by the low bits of the type; forgotten whenever a handler
-    // comes or goes. Every object made asks for each of its class levels.
-    struct Recent {
-        short m_nType = 0;
-        MCObjectSemHandler* m_pxHandler = nullptr;
-    };
-    static constexpr unsigned c_nRecent = 64;
-    mutable Recent m_axRecent[c_nRecent];
-    void ForgetRecent() {
-        for (Recent& recent : m_axRecent)
-            recent = Recent();
-    }
+    // The handlers FindHandler found lately; forgotten whenever a handler comes or goes. Every object
+    // made asks for each of its class levels.
+    mutable ZVTRecentT<MCObjectSemHandler> m_xRecent;
     State m_eState = stateInUse;
 };
 

@@ -10,6 +10,7 @@
 #include "ModelCore/ZVFWMC/MCNotification.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "foundation/ZVTHDict.h"
+#include "foundation/ZVTRecent.h"
 #include "foundation/ZVTVector.h"
 
 /// The rules of one property type on one level, with the OR of the interests of all that were ever added.
@@ -82,7 +83,10 @@ public:
     ~MCPropertySemanticRegistryImpl() { Purge(); }
 
     // Every change of a handler, a list or a link moves the generation, so no cache outlives it.
-    void Changed() { ++m_uGeneration; }
+    void Changed() {
+        ++m_uGeneration;
+        m_xRecent.Forget();
+    }
 
     void Retire(MCPropertySemanticHandler* handler) {
         if (m_nFiring == 0)
@@ -112,15 +116,9 @@ public:
 
     ZVTHDict<short, MCPropertySemanticHandler*> m_xHandlers;
     unsigned long m_uGeneration = 1;
-    // The handlers FindHandler found lately, by the low bits of the type, each valid for the generation it
-    // was found in: every object made and every edit asks for the same few types.
-    struct Recent {
-        short m_nType = 0;
-        unsigned long m_uGeneration = 0;
-        MCPropertySemanticHandler* m_pxHandler = nullptr;
-    };
-    static constexpr unsigned c_nRecent = 64;
-    Recent m_axRecent[c_nRecent];
+    // The handlers FindHandler found lately, forgotten at every change: every object made and every edit
+    // asks for the same few types.
+    ZVTRecentT<MCPropertySemanticHandler> m_xRecent;
     long m_nFiring = 0;
     std::vector<std::unique_ptr<MCPropertySemanticChain>> m_xRetiredChains;
     std::vector<std::unique_ptr<MCPropertySemanticList>> m_xRetiredLists;
@@ -244,17 +242,11 @@ void MCPropertySemanticRegistry::DeleteInstance() {
 }
 
 MCPropertySemanticHandler* MCPropertySemanticRegistry::FindHandler(short nObjectType) const {
-    MCPropertySemanticRegistryImpl::Recent& recent =
-        m_pxHandlers->m_axRecent[static_cast<unsigned short>(nObjectType) %
-                                 MCPropertySemanticRegistryImpl::c_nRecent];
-    if (recent.m_uGeneration == m_pxHandlers->m_uGeneration && recent.m_nType == nObjectType)
-        return recent.m_pxHandler;
+    if (MCPropertySemanticHandler* known = m_pxHandlers->m_xRecent.Find(nObjectType))
+        return known;
     MCPropertySemanticHandler* handler = nullptr;
-    if (m_pxHandlers->m_xHandlers.Find(nObjectType, handler)) {
-        recent.m_nType = nObjectType;
-        recent.m_uGeneration = m_pxHandlers->m_uGeneration;
-        recent.m_pxHandler = handler;
-    }
+    if (m_pxHandlers->m_xHandlers.Find(nObjectType, handler))
+        m_pxHandlers->m_xRecent.Remember(nObjectType, handler);
     return handler;
 }
 

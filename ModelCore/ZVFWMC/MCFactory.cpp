@@ -91,9 +91,8 @@ unsigned int HashObjectAddress(MCObject* const& object) {
 }
 constexpr unsigned int c_nAddressLocalityBits = 8;
 
-// The item flags a new property of `code` takes from its registration.
-unsigned short RegisteredPropertyFlags(MCMetaInfoI* impl, short code) {
-    MCMetaInfoEntry* entry = impl->FindEntry(code);
+// The item flags a new property takes from the registration of the code it was asked for by.
+unsigned short RegisteredPropertyFlags(MCMetaInfoEntry* entry) {
     if (!entry)
         return 0;
     unsigned short flags = 0;
@@ -108,6 +107,11 @@ unsigned short RegisteredPropertyFlags(MCMetaInfoI* impl, short code) {
 
 MCItem* MCFactoryRegistry::CreateItem(short code, MCObject* owner, MCFactoryContext* context,
                                       MCObject* /*model*/) {
+    return CreateItem_(code, owner, context, false);
+}
+
+MCItem* MCFactoryRegistry::CreateItem_(short code, MCObject* owner, MCFactoryContext* context,
+                                       ZVTBoolean propertyOnly) {
     const short requested = code;
     auto creationFailed = [](short failed) -> MCItem* {
         ShowCodeMessage(MCCodes::msgCannotCreate, failed);
@@ -116,11 +120,19 @@ MCItem* MCFactoryRegistry::CreateItem(short code, MCObject* owner, MCFactoryCont
     MCMetaInfoI* impl = c_pxImplementation;
     if (!impl)
         return creationFailed(requested);
+    // The entry of the code as asked for: a property's flags come from it, and an alias leads from it to
+    // its concrete type's entry.
+    MCMetaInfoEntry* asked = impl->FindEntry(requested);
+    if (propertyOnly && asked && !(asked->GetFlags() & flagProperty))
+        return creationFailed(requested);
     MCFactoryContext defaultContext;
     if (!context)
         context = &defaultContext;
-    code = Translate(code, true);
-    MCMetaInfoEntry* entry = impl->FindEntry(code);
+    MCMetaInfoEntry* entry = asked;
+    if (MCMetaInfoAliasEntry* alias = asked ? asked->AsAlias() : nullptr) {
+        code = alias->m_sConcreteType;
+        entry = impl->FindEntry(code);
+    }
     if (!entry)
         return creationFailed(requested);
     if (code < 0)
@@ -137,7 +149,7 @@ MCItem* MCFactoryRegistry::CreateItem(short code, MCObject* owner, MCFactoryCont
     if (entry->GetFlags() & flagProperty) {
         auto* property = static_cast<MCProperty*>(item);
         // CreateItem may have given an existing nulled property back: it takes its flags again.
-        if (const unsigned short flags = RegisteredPropertyFlags(impl, requested))
+        if (const unsigned short flags = RegisteredPropertyFlags(asked))
             owner->SetPropertyFlag(property, flags, true);
         return item;
     }

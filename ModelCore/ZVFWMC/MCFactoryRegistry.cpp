@@ -91,6 +91,7 @@ MCMetaInfoI::MCMetaInfoI()
       m_xPools(HashSize, 64) {
     m_pxDefaultNomenclature = new MCNomenclature(c_pcDefaultNomenclature, false);
     m_xNomenclatures.Insert(m_pxDefaultNomenclature->m_xName, m_pxDefaultNomenclature);
+    ForgetRecent();
 }
 
 MCMetaInfoI::~MCMetaInfoI() {
@@ -117,6 +118,16 @@ MCMetaInfoEntry* MCMetaInfoI::FindEntry(short code) const {
     MCMetaInfoEntry* entry = nullptr;
     if (m_xEntries.Find(code, entry))
         m_xRecent.Remember(code, entry);
+    return entry;
+}
+
+MCMetaInfoEntry* MCMetaInfoI::FindTranslated(short code, short& concrete) const {
+    MCMetaInfoEntry* entry = FindEntry(code);
+    concrete = code;
+    if (MCMetaInfoAliasEntry* alias = entry ? entry->AsAlias() : nullptr) {
+        concrete = alias->m_sConcreteType;
+        entry = FindEntry(concrete);
+    }
     return entry;
 }
 
@@ -490,14 +501,20 @@ ZVTBoolean MCFactoryRegistry::SetWantPreFetch(short code, ZVTBoolean /*want*/) {
 }
 
 unsigned int MCFactoryRegistry::GetItemSize(short code) {
-    short concrete = Translate(code, true);
-    MCMetaInfoEntry* entry = c_pxImplementation ? c_pxImplementation->FindEntry(concrete) : nullptr;
+    MCMetaInfoI* impl = c_pxImplementation;
+    if (MCMetaInfoConcreteEntry* known = impl ? impl->FindRecentSized(code) : nullptr)
+        return known->m_uItemSize;
+    short concrete = code;
+    MCMetaInfoEntry* entry = impl ? impl->FindTranslated(code, concrete) : nullptr;
     if (!entry) {
         ShowCodeMessage(MCCodes::msgUnknownSize, concrete);
         return 0;
     }
     MCMetaInfoConcreteEntry* sized = entry->AsConcrete();
-    return sized ? sized->m_uItemSize : 0;
+    if (!sized)
+        return 0;
+    impl->RememberSized(code, sized);
+    return sized->m_uItemSize;
 }
 
 ZVTBoolean MCFactoryRegistry::SetDefinition(short code, const ZVTString& text) {

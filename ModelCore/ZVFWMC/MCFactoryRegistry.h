@@ -277,6 +277,10 @@ public:
 private:
     friend class MCObject;
 
+    // CreateItem; with `propertyOnly`, as MCObject makes a property, the code of an object type is refused
+    // with message 601 before anything is made, since its factory would make an ownee.
+    static MCItem* CreateItem_(short code, MCObject* owner, MCFactoryContext* context,
+                               ZVTBoolean propertyOnly);
     // Enters (`add`) or removes an object in the table of live objects of its type.
     static void RegisterInstance(MCObject* object, ZVTBoolean add);
     // Shows numbered message `messageId` with `code` in decimal, as the registry reports a type it

@@ -4,6 +4,7 @@
 // The registry's storage: the entry family and the implementation object. Not installed.
 
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+#include "ModelCore/ZVFWMC/MCRegistrationPrivate.h"
 #include "foundation/ZVTHDict.h"
 #include "foundation/ZVTHSet.h"
 #include "foundation/ZVTRecent.h"
@@ -158,8 +159,21 @@ public:
     MCMetaInfoI& operator=(const MCMetaInfoI&) = delete;
 
     MCMetaInfoEntry* FindEntry(short code) const;
+    /// The entry of `code`, or for an alias the entry of its concrete type, whose code goes to `concrete`
+    /// in either case: Translate and FindEntry in one, with one look-up for a code that is no alias.
+    MCMetaInfoEntry* FindTranslated(short code, short& concrete) const;
     /// Drops what FindEntry remembers; every change of m_xEntries calls it.
-    void ForgetRecent() const { m_xRecent.Forget(); }
+    void ForgetRecent() const {
+        m_xRecent.Forget();
+        m_xRecentSized.Forget();
+        mc_detail::RegistriesChanged();
+    }
+    /// The concrete entry behind `code` that GetItemSize last found, null when it has none remembered.
+    MCMetaInfoConcreteEntry* FindRecentSized(short code) const { return m_xRecentSized.Find(code); }
+    /// Remembers the concrete entry behind `code` until the next change of m_xEntries.
+    void RememberSized(short code, MCMetaInfoConcreteEntry* entry) const {
+        m_xRecentSized.Remember(code, entry);
+    }
     /// The supertype entry of `entry`, resolved through the table and cached on first need.
     MCMetaInfoAbstractObjectEntry* SupertypeOf(MCMetaInfoAbstractObjectEntry* entry) const;
     MCNomenclature* FindNomenclature(const ZVTString& name) const;
@@ -180,6 +194,9 @@ public:
 private:
     // The entries FindEntry found lately: making one object asks for the same few codes a dozen times.
     mutable ZVTRecentT<MCMetaInfoEntry> m_xRecent;
+    // The concrete entries behind the codes GetItemSize answered lately: every property made asks for
+    // its object's size, and every object ended for its own.
+    mutable ZVTRecentT<MCMetaInfoConcreteEntry> m_xRecentSized;
 };
 
 #endif

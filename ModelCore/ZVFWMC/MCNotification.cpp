@@ -9,6 +9,7 @@
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "ModelCore/ZVFWMC/MCRefProperty.h"
+#include "ModelCore/ZVFWMC/MCRegistrationPrivate.h"
 
 // ---------------------------------------------------------------------------------------------------
 // Handlers and entries
@@ -99,12 +100,15 @@ ZVTBoolean MCNotificationEntry::PassesOnAloneAnew(long nEventType) {
 
 MCNotificationDirectory* MCNotificationDirectory::c_pxSingleton = nullptr;
 
-MCNotificationDirectory::MCNotificationDirectory() : m_xEntries(HashId, 64) {}
+MCNotificationDirectory::MCNotificationDirectory() : m_xEntries(HashId, 64) {
+    mc_detail::RegistriesChanged();
+}
 
 MCNotificationDirectory::~MCNotificationDirectory() {
     ZVTHDictIter<short, MCNotificationEntry*> entries(m_xEntries);
     while (++entries)
         delete entries.Value();
+    mc_detail::RegistriesChanged();
 }
 
 MCNotificationDirectory* MCNotificationDirectory::GetInstance() {
@@ -153,6 +157,7 @@ MCNotificationEntry* MCNotificationDirectory::CreateEntry(short nType, short nAn
     if (nAncestorType != 0 && m_xEntries.Find(nAncestorType, ancestor))
         made->SetAncestor(ancestor);
     m_xEntries.Insert(nType, made.get());
+    mc_detail::RegistriesChanged();
     return made.release();
 }
 

@@ -1,7 +1,10 @@
 #include "ModelCore/ZVFWMC/MCObject.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <exception>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <typeinfo>
@@ -23,6 +26,7 @@
 #include "ModelCore/ZVFWMC/MCPropertyConverter.h"
 #include "ModelCore/ZVFWMC/MCPropertySemantics.h"
 #include "ModelCore/ZVFWMC/MCRefProperty.h"
+#include "ModelCore/ZVFWMC/MCRegistrationPrivate.h"
 #include "ModelCore/ZVFWMC/MCStreams.h"
 #include "ModelCore/ZVFWMC/MCVisitor.h"
 #include "platform/HUB.h"
@@ -120,6 +124,50 @@ bool HasOwnNotify(MCObject* owner) {
 #endif
 }
 
+// What one class level's registration did to the context the last time it ran without changing any
+// registry: while the registries have not changed since, the same level with the same ancestor types in
+// the context would do exactly that again, so only the context's ancestor types are moved. Every object
+// made registers each of its class levels, and only the first of a type changes anything.
+constexpr MCFactoryContext::user c_aeAncestorSlots[] = {MCFactoryContext::userObjectSemantics,
+                                                        MCFactoryContext::userPropertySemantics,
+                                                        MCFactoryContext::userNotifications};
+constexpr std::size_t c_nAncestorSlots = std::size(c_aeAncestorSlots);
+
+struct LevelRegistration {
+    std::uint64_t m_nChanges = 0;  // the registries' change count it was seen at; 0 never is current
+    short m_sType = 0;
+    short m_asBefore[c_nAncestorSlots] = {};
+    short m_asAfter[c_nAncestorSlots] = {};
+};
+
+// The levels by type, one slot per type's low bits: a few host types share them.
+constexpr std::size_t c_nLevelSlots = 64;
+LevelRegistration c_axLevels[c_nLevelSlots];
+LevelRegistration c_xObjectLevel;
+
+template <class Register>
+void RegisterOnce(LevelRegistration& level, short type, MCFactoryContext* context, Register registerLevel) {
+    short before[c_nAncestorSlots];
+    for (std::size_t i = 0; i < c_nAncestorSlots; ++i)
+        before[i] = context->GetAncestorType(c_aeAncestorSlots[i]);
+    const std::uint64_t changes = mc_detail::c_nRegistryChanges;
+    if (level.m_nChanges == changes && level.m_sType == type &&
+        std::equal(before, before + c_nAncestorSlots, level.m_asBefore)) {
+        for (std::size_t i = 0; i < c_nAncestorSlots; ++i)
+            context->SetAncestorType(c_aeAncestorSlots[i], level.m_asAfter[i]);
+        return;
+    }
+    registerLevel();
+    if (mc_detail::c_nRegistryChanges != changes)
+        return;
+    level.m_nChanges = changes;
+    level.m_sType = type;
+    for (std::size_t i = 0; i < c_nAncestorSlots; ++i) {
+        level.m_asBefore[i] = before[i];
+        level.m_asAfter[i] = context->GetAncestorType(c_aeAncestorSlots[i]);
+    }
+}
+
 void AnnounceCreation(MCObject* object) {
     constexpr unsigned int mask = MCEvent::subscriberOwner | MCEvent::subscriberObserver;
     if (object->IsHeard(MCEvent::ObjectCreated, mask))
@@ -189,15 +237,19 @@ MCObject::MCObject(short type, MCFactorySignature& /*signature*/, MCFactoryConte
 MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
     : MCItem(type), m_pxOwner(owner), m_xId(MCCodes::pId, this) {
     if (context) {
-        c_xObjectOS.Register(MCCodes::tAbstractObject, context);
-        if (RegisterNotificationObject(MCCodes::tAbstractObject, context, true)) {
-            RegisterNotification(MCObjectNotification::c_xInstance, MCCodes::tAbstractObject, context, true);
-            RegisterNotification(MCObjectSubjectDestNotification::c_xInstance, MCCodes::tAbstractObject,
-                                 MCEvent::SubjectDestroyed, context, true);
-        }
-        if (MCPropertySemanticRegistry::GetInstance()->CreateHandler(MCCodes::tAbstractObject, context, true))
-            MCPropertySemanticRegistry::Register(MCCodes::tAbstractObject, context, MCCodes::pId, &c_xIdPS,
-                                                 true, false);
+        RegisterOnce(c_xObjectLevel, MCCodes::tAbstractObject, context, [context] {
+            c_xObjectOS.Register(MCCodes::tAbstractObject, context);
+            if (RegisterNotificationObject(MCCodes::tAbstractObject, context, true)) {
+                RegisterNotification(MCObjectNotification::c_xInstance, MCCodes::tAbstractObject, context,
+                                     true);
+                RegisterNotification(MCObjectSubjectDestNotification::c_xInstance, MCCodes::tAbstractObject,
+                                     MCEvent::SubjectDestroyed, context, true);
+            }
+            if (MCPropertySemanticRegistry::GetInstance()->CreateHandler(MCCodes::tAbstractObject, context,
+                                                                         true))
+                MCPropertySemanticRegistry::Register(MCCodes::tAbstractObject, context, MCCodes::pId,
+                                                     &c_xIdPS, true, false);
+        });
     }
 #ifdef MC_READS_NOTIFY_OVERRIDER
     // Until the body ends this object is an MCObject, whatever class it is being made as.
@@ -251,9 +303,12 @@ MCObject::~MCObject() {
 void MCObject::RegisterLevel(short type, MCFactoryContext* context) {
     if (!context)
         return;
-    MCObjectSemReg::Register(type, context, nullptr, true);
-    RegisterNotificationObject(type, context, true);
-    MCPropertySemanticRegistry::Register(type, context, 0, nullptr, true, false);
+    LevelRegistration& level = c_axLevels[static_cast<unsigned short>(type) % c_nLevelSlots];
+    RegisterOnce(level, type, context, [type, context] {
+        MCObjectSemReg::Register(type, context, nullptr, true);
+        RegisterNotificationObject(type, context, true);
+        MCPropertySemanticRegistry::Register(type, context, 0, nullptr, true, false);
+    });
 }
 
 ZVTBoolean MCObject::InvokeCreationSemantics(MCFactoryContext* context) {
@@ -297,8 +352,12 @@ ZVTBoolean MCObject::SetFlags_(unsigned short& /*flags*/) {
 // Identity
 
 void MCObject::SetId(long id) {
-    MCSPropertyRawAccessorT<long> accessor(id);
-    accessor.SetPropertyValue(&m_xId, this, MCPropertyAccessor::accessAdd);
+    // What a raw accessor's set does to the id, without making one: no rule and no event fire, an
+    // unchanged value is left alone, a new one clears the nulled and SA flags.
+    if (!m_xId.GetFlag(itemNulled) && m_xId.GetValue() == id)
+        return;
+    m_xId.SetValue(id);
+    m_xId.SetFlagRaw(itemSA, false);
 }
 
 MCIdSpace* MCObject::GetIdSpace() {
@@ -417,19 +476,13 @@ MCProperty* MCObject::FindProperty_(short type, ZVTBoolean withNulled) const {
 }
 
 MCProperty* MCObject::CreateProperty_(short type) {
-    unsigned long flags = 0;
-    // An object type here would make an ownee and hand it out as a property.
-    if (MCFactoryRegistry::GetFlags(type, flags) && !(flags & MCFactoryRegistry::flagProperty)) {
-        MCFactoryRegistry::ShowCodeMessage(MCCodes::msgCannotCreate, type);
-        return nullptr;
-    }
-    return static_cast<MCProperty*>(MCFactoryRegistry::CreateItem(type, this, nullptr, nullptr));
+    return static_cast<MCProperty*>(MCFactoryRegistry::CreateItem_(type, this, nullptr, true));
 }
 
 void MCObject::AddProperty(MCProperty* property) {
-    if (m_xProperties.Contains(property->GetType()))
+    // Insert refuses a second property of a type and then leaves the set as it was.
+    if (!m_xProperties.Insert(property))
         throw EXDuplicateProperty();
-    m_xProperties.Insert(property);
 }
 
 ZVTBoolean MCObject::SetProperty(short type, MCPropertyAccessor& accessor, long flags) {

@@ -5,6 +5,7 @@
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCNotification.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
+#include "ModelCore/ZVFWMC/MCRegistrationPrivate.h"
 
 namespace {
 
@@ -97,6 +98,7 @@ void MCObjectSemHandler::Register(const MCObjectSem* semantic) {
     if (!rule || m_xSemantics.Contains(rule))
         return;
     m_xSemantics.Append(rule);
+    mc_detail::RegistriesChanged();
     SetInterests(rule->GetInterests(), typeInternal);
 }
 
@@ -105,15 +107,19 @@ void MCObjectSemHandler::RegisterExternalSemantic(const MCObjectSem* semantic) {
     if (!rule || m_xExternalSemantics.Contains(rule))
         return;
     m_xExternalSemantics.Append(rule);
+    mc_detail::RegistriesChanged();
     SetInterests(rule->GetInterests(), typeExternal);
 }
 
 void MCObjectSemHandler::Deregister(const MCObjectSem* semantic) {
     auto* rule = const_cast<MCObjectSem*>(semantic);
-    while (m_xSemantics.Remove(rule)) {
-    }
-    while (m_xExternalSemantics.Remove(rule)) {
-    }
+    bool removed = false;
+    while (m_xSemantics.Remove(rule))
+        removed = true;
+    while (m_xExternalSemantics.Remove(rule))
+        removed = true;
+    if (removed)
+        mc_detail::RegistriesChanged();
 }
 
 ZVTBoolean MCObjectSemHandler::IsRegistered(const MCObjectSem* semantic) const {
@@ -133,6 +139,7 @@ void MCObjectSemHandler::SetAncestorType(short nType) {
     if (m_pxAncestor)
         m_pxAncestor->m_xDescendants.Remove(this);
     m_pxAncestor = ancestor;
+    mc_detail::RegistriesChanged();
     ancestor->AddDescendant(this);
     SetInterests(ancestor->GetInterests(typeInternal), typeInternal);
     SetInterests(ancestor->GetInterests(typeExternal), typeExternal);
@@ -158,7 +165,9 @@ void MCObjectSemHandler::SetInterests(unsigned long nMask, type nType) {
 MCObjectSemReg* MCObjectSemReg::c_pxSingleton = nullptr;
 ZVTBoolean MCObjectSemReg::ms_bDead = false;
 
-MCObjectSemReg::MCObjectSemReg() : m_xHandlers(MCNotificationDirectory::HashId, 64) {}
+MCObjectSemReg::MCObjectSemReg() : m_xHandlers(MCNotificationDirectory::HashId, 64) {
+    mc_detail::RegistriesChanged();
+}
 
 MCObjectSemReg::~MCObjectSemReg() {
     m_eState = stateDying;
@@ -167,6 +176,7 @@ MCObjectSemReg::~MCObjectSemReg() {
         delete handlers.Value();
     m_xHandlers.Clear();
     m_xRecent.Forget();
+    mc_detail::RegistriesChanged();
     ms_bDead = true;
     c_pxSingleton = nullptr;
 }
@@ -212,6 +222,7 @@ ZVTBoolean MCObjectSemReg::CreateHandler(short nType, MCFactoryContext* pContext
         handler = new MCObjectSemHandler(ancestorType);
         m_xHandlers.Insert(nType, handler);
         m_xRecent.Forget();
+        mc_detail::RegistriesChanged();
         made = true;
     }
     const short concrete = MCFactoryRegistry::Translate(nType, true);
@@ -235,6 +246,10 @@ void MCObjectSemReg::RemoveHandler(short nType) {
         return;
     m_xHandlers.Remove(nType);
     m_xRecent.Forget();
+    mc_detail::RegistriesChanged();
+    // The ancestor must not reach it when it next spreads a late rule's interests down.
+    if (MCObjectSemHandler* ancestor = handler->GetAncestor())
+        ancestor->m_xDescendants.Remove(handler);
     delete handler;
 }
 

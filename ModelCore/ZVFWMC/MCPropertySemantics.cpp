@@ -9,6 +9,7 @@
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCNotification.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
+#include "ModelCore/ZVFWMC/MCRegistrationPrivate.h"
 #include "foundation/ZVTHDict.h"
 #include "foundation/ZVTRecent.h"
 #include "foundation/ZVTVector.h"
@@ -79,13 +80,19 @@ public:
 /// invalidates the caches, and what it drops is only freed once no firing is running.
 class MCPropertySemanticRegistryImpl {
 public:
-    MCPropertySemanticRegistryImpl() : m_xHandlers(MCNotificationDirectory::HashId) {}
-    ~MCPropertySemanticRegistryImpl() { Purge(); }
+    MCPropertySemanticRegistryImpl() : m_xHandlers(MCNotificationDirectory::HashId) {
+        mc_detail::RegistriesChanged();
+    }
+    ~MCPropertySemanticRegistryImpl() {
+        Purge();
+        mc_detail::RegistriesChanged();
+    }
 
     // Every change of a handler, a list or a link moves the generation, so no cache outlives it.
     void Changed() {
         ++m_uGeneration;
         m_xRecent.Forget();
+        mc_detail::RegistriesChanged();
     }
 
     void Retire(MCPropertySemanticHandler* handler) {

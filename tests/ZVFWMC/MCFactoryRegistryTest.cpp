@@ -278,6 +278,16 @@ TEST_F(MCFactoryRegistryTest, FactoriesBelongToTheRegistryOnceAcceptedAndDefinit
     R::DeleteInstance();
     EXPECT_EQ(counters.destroyed, 2);
     EXPECT_EQ(counters.alive, 0);
+
+    // The sizes answered above were remembered; codes registered anew answer anew, also when asked again,
+    // and an unknown code is reported every time.
+    ASSERT_TRUE(R::RegisterConcreteObject(2, "Thing", 1, 0, new CountingFactory(counters, 64), 0, 0));
+    ASSERT_TRUE(R::RegisterAliasProperty(132, "Id", 2, 0, 0, 0, 0));
+    MessageLog log;
+    std::string sizes;
+    for (short code : {short{2}, short{132}, short{4242}, short{132}, short{4242}})
+        sizes += std::to_string(R::GetItemSize(code)) + " ";
+    EXPECT_EQ(sizes + log.Text(), "64 64 0 64 0 602(0x10: 4242) 602(0x10: 4242)");
 }
 
 TEST_F(MCFactoryRegistryTest, ASupertypeCycleEndsTheWalkInsteadOfSpinning) {

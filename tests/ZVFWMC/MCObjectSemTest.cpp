@@ -162,3 +162,64 @@ TEST_F(ObjectSemTest, CreationIsAnnouncedUpTheTreeUnlessTheContextDeclines) {
     EXPECT_EQ(m_xLog.Take(), "");
     EXPECT_EQ(TakeLog(), "");
 }
+
+TEST_F(ObjectSemTest, RepeatedClassLevelRegistrationsAreSkippedWithoutChangingWhatAnyoneSees) {
+    // After the first object of a type a class level's registration is skipped while no registry has
+    // changed. Each case runs so and with a registry change before every creation (every level registers
+    // in full); both must give the same trace: rules fired, ancestor types a rule sees, events heard.
+    struct AncestorProbe : MCObjectSem {
+        result Fire(mode nMode, MCObject*, MCObjectSemContext* context) override {
+            if (nMode != PostCreation)
+                return resultContinue;
+            const MCFactoryContext* made = context->GetFactoryContext();
+            char text[32];
+            std::snprintf(text, sizeof text, " ctx:%d/%d/%d",
+                          made->GetAncestorType(MCFactoryContext::userObjectSemantics),
+                          made->GetAncestorType(MCFactoryContext::userPropertySemantics),
+                          made->GetAncestorType(MCFactoryContext::userNotifications));
+            RuleLog() += text;
+            return resultContinue;
+        }
+        unsigned long GetInterests() const override { return PostCreation; }
+    };
+    const struct {
+        const char* pcName;
+        void (*pfnBetween)();  // each removed handler must come back with the next crate, under Box
+    } cases[] = {
+        {"nothing between", [] {}},
+        {"object-rule handler removed", [] { MCObjectSemReg::GetInstance()->Deregister(Crate::c_sType); }},
+        {"property-rule handler removed",
+         [] { MCPropertySemanticRegistry::GetInstance()->Deregister(Crate::c_sType); }},
+    };
+    for (const auto& c : cases) {
+        for (bool forced : {false, true}) {
+            SCOPED_TRACE(std::string(c.pcName) + (forced ? ", full registration" : ", skipped"));
+            ObjectRule box("B", MCObjectSem::PostCreation);
+            AncestorProbe probe;
+            PropertyRule width("W", MCPropertySemantic::PostEdit), idle("I", 0);
+            AddRule(Box::c_sType, box);
+            AddRule(Box::c_sType, probe);
+            AddRule(Box::c_sType, Shape::c_sWidth, width);
+            MCObject* root = Make();
+            root->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
+            TakeLog();
+            for (int i = 0; i < 3; ++i) {
+                if (i > 0)
+                    c.pfnBetween();
+                MCFactoryContext context;  // registering a rule again changes the registry's count alone
+                if (forced)
+                    MCPropertySemanticRegistry::Register(7799, &context, Shape::c_sWidth, &idle, false, true);
+                MCObject* crate = Make(root, Crate::c_sType);
+                SetLong(crate, Shape::c_sWidth, i);
+                RuleLog() +=
+                    m_xLog.Take().rfind("ObjectCreated(" + std::to_string(crate->GetId()) + ") Prop", 0) == 0
+                        ? " heard"
+                        : " unheard";
+            }
+            const std::string made = "B:1 ctx:7703/7703/7703 W:2 heard";
+            EXPECT_EQ(TakeLog(), made + " " + made + " " + made);
+            root->Expunge(true);
+            m_xLog.Take();
+        }
+    }
+}

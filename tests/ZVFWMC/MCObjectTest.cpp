@@ -109,6 +109,33 @@ TEST_F(ObjectTest, IdsComeFromTheContextOrItsSpaceAndSetIdMovesNoEntry) {
     MCObject::GetIdSpace()->RemoveId(impostorId);
 }
 
+// SetId writes the id without an accessor and must leave value and flags as a raw set does: an unchanged
+// id keeps SA, a new or nulled one loses SA and the nulled flag.
+TEST_F(ObjectTest, SetIdLeavesTheIdPropertyAsARawSetDoes) {
+    for (int offset : {0, 7}) {
+        for (bool nulled : {false, true}) {
+            std::string seen[2];
+            for (int raw = 0; raw < 2; ++raw) {
+                MCObject* object = Make();
+                const long own = object->GetId();
+                auto* id = const_cast<MCProperty*>(object->FindProperty(MCCodes::pId, true));
+                object->SetPropertyFlag(id, MCItem::itemSA, true);
+                MCSPropertyRawAccessorT<long> nulling, accessor(own + offset);
+                ASSERT_TRUE(!nulled || object->NullProperty(id, &nulling));
+                raw ? (void)object->SetProperty(MCCodes::pId, accessor, 1) : object->SetId(own + offset);
+                seen[raw] = std::to_string(object->GetId() - own) +
+                            (id->GetFlag(MCItem::itemSA) ? " SA" : "") +
+                            (id->GetFlag(MCItem::itemNulled) ? " nulled" : "");
+                object->SetId(own);
+                object->Expunge(true);
+            }
+            EXPECT_EQ(seen[0] + "|" + seen[1], std::to_string(offset) + (offset || nulled ? "" : " SA") +
+                                                   "|" + std::to_string(offset) +
+                                                   (offset || nulled ? "" : " SA"));
+        }
+    }
+}
+
 TEST_F(ObjectTest, TypesOwnersAndContainedAddresses) {
     const int destroyedBefore = TestNode::c_nDestroyed;
     TestNode* top = MakeNode();

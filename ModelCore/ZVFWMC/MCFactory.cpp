@@ -154,6 +154,7 @@ MCItem* MCFactoryRegistry::CreateItem_(short code, MCObject* owner, MCFactoryCon
         return item;
     }
     auto* object = static_cast<MCObject*>(item);
+    object->MarkMade();
     // A hook may remove itself or another: walk a copy.
     if (!impl->m_xCreationHooks.IsEmpty()) {
         ZVTSList<MCCreationHook*> hooks = impl->m_xCreationHooks;

@@ -1,10 +1,14 @@
 #include "ModelCore/ZVFWMC/MCItem.h"
 
+#include "ModelCore/ZVFWMC/MCEventPrivate.h"
+
 MCItem::~MCItem() = default;
 
 void MCItem::SetType(short type) {
     SetType_(type);
     m_sType = type;
+    // An object's type decides what its owners' reactions do with an event.
+    mc_detail::ForgetHeard();
 }
 
 ZVTBoolean MCItem::SetFlag(unsigned short flag, ZVTBoolean on) {

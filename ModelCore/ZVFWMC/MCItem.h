@@ -2,6 +2,7 @@
 #define MCITEM_H
 
 #include <cstddef>
+#include <cstdint>
 
 #include "ModelCore/ZVFWMC/MCDebug.h"
 #include "foundation/ZVTBoolean.h"
@@ -91,8 +92,13 @@ protected:
     void SetFlagsRaw(unsigned short flags) { m_uFlags = flags; }
 
 private:
+    friend class MCObject;
+
     short m_sType;
     unsigned short m_uFlags = 0;
+    // Room the layout leaves anyway: an object keeps here the generation its audibility memo was taken at
+    // (MCObject::IsHeard), 0 for none; a property leaves it alone.
+    mutable std::uint32_t m_nHeardAt = 0;
 };
 
 #endif

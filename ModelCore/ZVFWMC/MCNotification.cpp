@@ -4,6 +4,7 @@
 #include <typeinfo>
 
 #include "ModelCore/ZVFWMC/MCEvent.h"
+#include "ModelCore/ZVFWMC/MCEventPrivate.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
@@ -41,6 +42,7 @@ MCNotificationEntry::~MCNotificationEntry() {
 
 ZVTBoolean MCNotificationEntry::Register(long nEventType, MCNotification* pNotification) {
     ++c_nRegistrations;
+    mc_detail::ForgetHeard();
     MCNotificationHandler* handler = nullptr;
     if (nEventType == 0) {
         if (!m_pxDefaultHandler)
@@ -105,6 +107,8 @@ MCNotificationDirectory::MCNotificationDirectory() : m_xEntries(HashId, 64) {
 }
 
 MCNotificationDirectory::~MCNotificationDirectory() {
+    // Whatever is made next starts without the reactions the memos counted on.
+    mc_detail::ForgetHeard();
     ZVTHDictIter<short, MCNotificationEntry*> entries(m_xEntries);
     while (++entries)
         delete entries.Value();
@@ -167,6 +171,14 @@ ZVTBoolean MCNotificationDirectory::FindAndAsk(short nType, long nEventType) con
         return false;
     m_xRecent.Remember(nType, entry);
     return entry->PassesOnAlone(nEventType);
+}
+
+std::uint8_t MCNotificationDirectory::FindPassingOn(short nType) const {
+    MCNotificationEntry* entry = nullptr;
+    if (!m_xEntries.Find(nType, entry) || !entry)
+        return 0;
+    m_xRecent.Remember(nType, entry);
+    return entry->PassingOn();
 }
 
 ZVTBoolean MCNotificationDirectory::ContainsEntry(short nType) const {

@@ -65,6 +65,12 @@ public:
             return (m_nPassingOn & (1u << nEventType)) != 0;
         return PassesOnAloneAnew(nEventType);
     }
+    /// PassesOnAlone for every event type below 8 at once, one bit per type (bit = type).
+    std::uint8_t PassingOn() {
+        if (m_nAnswersMadeAt != c_nRegistrations)
+            PassesOnAloneAnew(1);
+        return m_nPassingOn;
+    }
     /// The entry of the ancestor type, null for none.
     MCNotificationEntry* GetAncestor() const { return m_pxAncestor; }
     /// Links the ancestor's entry.
@@ -130,6 +136,14 @@ public:
         return FindAndAsk(nType, nEventType);
     }
 
+    /// PassesOnAlone for every event type below 8 at once, one bit per type (bit = type); 0 for a type
+    /// without an entry.
+    std::uint8_t PassingOn(short nType) const {
+        if (MCNotificationEntry* known = m_xRecent.Find(nType))
+            return known->PassingOn();
+        return FindPassingOn(nType);
+    }
+
     /// The hash of the table: the type itself, as unsigned int.
     static unsigned int HashId(const short& nType);
 
@@ -140,6 +154,7 @@ private:
     MCNotificationDirectory& operator=(const MCNotificationDirectory&) = delete;
 
     ZVTBoolean FindAndAsk(short nType, long nEventType) const;
+    std::uint8_t FindPassingOn(short nType) const;
 
     static MCNotificationDirectory* c_pxSingleton;
     ZVTHDict<short, MCNotificationEntry*> m_xEntries;

@@ -31,7 +31,22 @@
 #include "ModelCore/ZVFWMC/MCVisitor.h"
 #include "platform/HUB.h"
 
+std::uint64_t mc_detail::g_nHeardGeneration = 1;
+
 namespace {
+
+// The audibility memos hold the answers for the events that owners and observers hear of an object's
+// own changes (bit = event type), as a climb finds them all at once.
+constexpr unsigned int c_nMemoMask = MCEvent::subscriberOwner | MCEvent::subscriberObserver;
+constexpr long c_nMemoEventLimit = 8;
+constexpr std::uint8_t c_nMemoEvents =
+    (1u << MCEvent::PropertySet) | (1u << MCEvent::PropertyNulled) | (1u << MCEvent::ObjectCreated);
+// A climb leaves its memo on this many levels at most, the lowest ones; it still climbs on.
+constexpr int c_nMemoLevels = 32;
+// The generation of the memos when IsHeard last found none, and how often it has found none since.
+std::uint64_t c_nAskedAt = 0;
+unsigned c_nAskedSince = 0;
+constexpr unsigned c_nAskedBeforeMemos = 8;
 
 // Whether `address` lies in the `size` bytes at `object`, both ends included; any address for size 0.
 bool IsWithin(const void* object, unsigned int size, const void* address) {
@@ -667,10 +682,8 @@ void MCObject::Notify(MCEvent& event) {
     PassOnToSubscribers(event);
 }
 
-ZVTBoolean MCObject::IsHeard(long eventType, unsigned int mask) const {
-    const MCNotificationDirectory* directory = MCNotificationDirectory::FindInstance();
-    if (!directory)
-        return true;
+ZVTBoolean MCObject::IsHeardClimb(const MCNotificationDirectory& directory, long eventType,
+                                  unsigned int mask) const {
     // The type last found to pass events on: owners above one another are mostly of one type.
     short passingType = 0;
     for (const MCObject* level = this;;) {
@@ -683,12 +696,99 @@ ZVTBoolean MCObject::IsHeard(long eventType, unsigned int mask) const {
             return true;
         const short type = owner->GetType();
         if (type != passingType || passingType == 0) {
-            if (!directory->PassesOnAlone(type, eventType))
+            if (!directory.PassesOnAlone(type, eventType))
                 return true;
             passingType = type;
         }
         level = owner;
     }
+}
+
+ZVTBoolean MCObject::IsHeard(long eventType, unsigned int mask) const {
+    const MCNotificationDirectory* directory = MCNotificationDirectory::FindInstance();
+    if (!directory)
+        return true;
+    const std::uint64_t generation = mc_detail::g_nHeardGeneration;
+    if (mask != c_nMemoMask || eventType <= 0 || eventType >= c_nMemoEventLimit ||
+        (c_nMemoEvents & (1u << eventType)) == 0 || generation > UINT32_MAX)
+        return IsHeardClimb(*directory, eventType, mask);
+    const auto stamp = static_cast<std::uint32_t>(generation);
+    if (m_nHeardAt == stamp)
+        return (m_nQuietEvents & (1u << eventType)) == 0;
+    // Memos are left only once a generation has lasted for a few questions: where the subscriptions
+    // change every few edits (an expunge clearing references), they would be dropped unread.
+    if (c_nAskedAt != generation) {
+        c_nAskedAt = generation;
+        c_nAskedSince = 0;
+    }
+    if (c_nAskedSince < c_nAskedBeforeMemos) {
+        ++c_nAskedSince;
+        return IsHeardClimb(*directory, eventType, mask);
+    }
+    return (FindQuietEvents(*directory, stamp) & (1u << eventType)) == 0;
+}
+
+std::uint8_t MCObject::FindQuietEvents(const MCNotificationDirectory& directory, std::uint32_t stamp) const {
+    // The levels passed, lowest first, each with what its owner's type only passes on; the level the
+    // climb ended on has all bits there, and its own answer, or that of the level with a memo, is `end`.
+    // Levels past the last one kept gather theirs in `above`.
+    const MCObject* levels[c_nMemoLevels];
+    std::uint8_t passing[c_nMemoLevels];
+    int kept = 0;
+    std::uint8_t above = c_nMemoEvents;
+    std::uint8_t end = 0;
+    bool made = true;
+    short passingType = 0;
+    std::uint8_t passingBits = 0;
+    auto keep = [&](const MCObject* level, std::uint8_t pass) {
+        if (kept < c_nMemoLevels) {
+            levels[kept] = level;
+            passing[kept++] = pass;
+            return;
+        }
+        above &= pass;
+        level->m_nHeardState = static_cast<std::uint8_t>(level->m_nHeardState | c_nHeardRelied);
+    };
+    for (const MCObject* level = this;;) {
+        MCSubscriber* hearer = nullptr;
+        const int hearers = level->CountHearers(c_nMemoMask, hearer);
+        MCObject* owner = level->m_pxOwner;
+        std::uint8_t pass = 0;
+        if (hearers == 0) {
+            end = c_nMemoEvents;
+        } else if (hearers == 1 && owner && hearer == static_cast<MCSubscriber*>(owner) &&
+                   !HasOwnNotify(owner)) {
+            // Owners above one another are mostly of one type.
+            const short type = owner->GetType();
+            if (type != passingType || passingType == 0) {
+                passingType = type;
+                passingBits = static_cast<std::uint8_t>(directory.PassingOn(type) & c_nMemoEvents);
+            }
+            pass = passingBits;
+        }
+        if (pass == 0) {
+            keep(level, 0xFF);
+            break;
+        }
+        keep(level, pass);
+        made = made && (owner->m_nHeardState & c_nHeardMade) != 0;
+        level = owner;
+        if (level->m_nHeardAt == stamp) {
+            end = level->m_nQuietEvents;
+            break;
+        }
+    }
+    std::uint8_t quiet = static_cast<std::uint8_t>(end & above);
+    for (int i = kept - 1; i >= 0; --i) {
+        quiet &= passing[i];
+        if (made) {
+            // Whatever this level's list does from now on drops the memo.
+            levels[i]->m_nHeardState = static_cast<std::uint8_t>(levels[i]->m_nHeardState | c_nHeardRelied);
+            levels[i]->m_nHeardAt = stamp;
+            levels[i]->m_nQuietEvents = quiet;
+        }
+    }
+    return quiet;
 }
 
 ZVTBoolean MCObject::Expunge(ZVTBoolean top) {

@@ -21,6 +21,7 @@ class MCEvent;
 class MCFactoryContext;
 class MCFactorySignature;
 class MCIdSpace;
+class MCNotificationDirectory;
 class MCObjectEqualStrategy;
 class MCNotification;
 class MCPropertyAccessor;
@@ -245,6 +246,18 @@ private:
     friend class MCPropertyAccessor;
     // The subject's dump names a subscribing object as the object's own dump does.
     friend class MCSubject;
+    // The registry says when a made object's class is final (MarkMade).
+    friend class MCFactoryRegistry;
+
+    // From now on this object's class is final, so an audibility memo may rely on its Notify.
+    void MarkMade() { m_nHeardState = static_cast<std::uint8_t>(m_nHeardState | c_nHeardMade); }
+    // IsHeard without memos, for any event type and mask.
+    ZVTBoolean IsHeardClimb(const MCNotificationDirectory& directory, long eventType,
+                            unsigned int mask) const;
+    // The event types (bit = type) among those the memos hold that nobody could hear from this object,
+    // found by a climb that stops at the first level with a memo of `stamp` and leaves one on the levels
+    // it passed when every owner on the way is fully made.
+    std::uint8_t FindQuietEvents(const MCNotificationDirectory& directory, std::uint32_t stamp) const;
 
     // Writes the subtree in `mode` (dumpListing or dumpOutline; any other mode writes nothing) to a model
     // stream; a host reaches it through MCDumpable. The text goes out one character at a time, so a binary

@@ -25,6 +25,8 @@ public:
 /// before internal on each.
 struct MCPropertySemanticChain {
     std::vector<MCPropertySemanticList*> m_xLists;
+    // The OR of the lists' interests: a mode outside it fires nothing of this chain.
+    unsigned long m_nInterests = 0;
 };
 
 /// The rules of one object type, per property type, and the link to the handler of the level above.
@@ -55,6 +57,7 @@ public:
         while (++each)
             delete each.Value();
         m_xChains.Clear();
+        m_pxLastChain = nullptr;
     }
 
     static MCPropertySemanticList* FindList(const Lists& lists, short propertyType) {
@@ -74,6 +77,9 @@ public:
     unsigned long m_uCacheGeneration = 0;
     unsigned long m_nChainInterests = 0;
     ZVTHDict<short, MCPropertySemanticChain*> m_xChains;
+    // The chain asked for last: an edit asks for the same one before and after the change.
+    short m_sLastChainType = 0;
+    MCPropertySemanticChain* m_pxLastChain = nullptr;
 };
 
 /// The handlers by object type, and what keeps re-entrant firing safe: a registration made by a rule
@@ -112,6 +118,7 @@ public:
         while (++each)
             m_xRetiredChains.emplace_back(each.Value());
         handler.m_xChains.Clear();
+        handler.m_pxLastChain = nullptr;
         if (m_nFiring == 0)
             Purge();
     }
@@ -162,21 +169,30 @@ void Refresh(MCPropertySemanticRegistryImpl& impl, MCPropertySemanticHandler& ha
 }
 
 MCPropertySemanticChain* ChainFor(MCPropertySemanticHandler& handler, short propertyType) {
+    if (handler.m_pxLastChain && handler.m_sLastChainType == propertyType)
+        return handler.m_pxLastChain;
     MCPropertySemanticChain* chain = nullptr;
-    if (handler.m_xChains.Find(propertyType, chain))
+    if (handler.m_xChains.Find(propertyType, chain)) {
+        handler.m_sLastChainType = propertyType;
+        handler.m_pxLastChain = chain;
         return chain;
+    }
     std::vector<MCPropertySemanticHandler*> levels;
     for (MCPropertySemanticHandler* level = &handler; level; level = level->m_pxAncestor)
         levels.push_back(level);
     auto made = std::make_unique<MCPropertySemanticChain>();
     for (auto level = levels.rbegin(); level != levels.rend(); ++level) {
-        if (auto* list = MCPropertySemanticHandler::FindList((*level)->m_xExternalSemantics, propertyType))
-            made->m_xLists.push_back(list);
-        if (auto* list = MCPropertySemanticHandler::FindList((*level)->m_xSemantics, propertyType))
-            made->m_xLists.push_back(list);
+        for (const auto* lists : {&(*level)->m_xExternalSemantics, &(*level)->m_xSemantics}) {
+            if (auto* list = MCPropertySemanticHandler::FindList(*lists, propertyType)) {
+                made->m_xLists.push_back(list);
+                made->m_nInterests |= list->m_nInterests;
+            }
+        }
     }
     chain = made.release();
     handler.m_xChains.Insert(propertyType, chain);
+    handler.m_sLastChainType = propertyType;
+    handler.m_pxLastChain = chain;
     return chain;
 }
 
@@ -423,29 +439,44 @@ MCPropertySemantic::result MCPropertySemanticRegistry::FireSemantics(MCPropertyS
     if (!handler)
         return MCPropertySemantic::resultContinue;
     MCPropertySemanticRegistryImpl& impl = *registry->m_pxHandlers;
-    FiringScope firing(impl);
-    try {
-        const MCPropertySemantic::result result =
-            FireHandler(impl, *handler, nMode, nPropertyType, pObject, pProperty, pContext);
-        if (result != MCPropertySemantic::resultContinue)
-            return result;
-        const MCHeirSet* heirs = nullptr;
-        pObject->GetHeirs(heirs);
-        if (heirs) {
-            // Shifted once: the heirs of heirs hear the same inherited mode.
-            const auto inherited =
-                static_cast<MCPropertySemantic::mode>((nMode & 0xFFFF0000UL) != 0 ? nMode : nMode << 16);
-            MCHeirSetIter each(*heirs);
-            while (++each) {
-                MCObject* heir = each.GetValue();
-                if (!heir)
-                    continue;
-                const MCPropertySemantic::result inHeir =
-                    FireSemantics(inherited, nPropertyType, heir, pProperty, pContext);
-                if (inHeir != MCPropertySemantic::resultContinue)
-                    return inHeir;
-            }
+    // The object's heirs hear the edit in the inherited mode, shifted once: the heirs of heirs hear the same.
+    auto fireHeirs = [&](const MCHeirSet& heirs) {
+        const auto inherited =
+            static_cast<MCPropertySemantic::mode>((nMode & 0xFFFF0000UL) != 0 ? nMode : nMode << 16);
+        MCHeirSetIter each(heirs);
+        while (++each) {
+            MCObject* heir = each.GetValue();
+            if (!heir)
+                continue;
+            const MCPropertySemantic::result inHeir =
+                FireSemantics(inherited, nPropertyType, heir, pProperty, pContext);
+            if (inHeir != MCPropertySemantic::resultContinue)
+                return inHeir;
         }
+        return MCPropertySemantic::resultContinue;
+    };
+    // Most edits meet no rule for their property on their object's chain: then only heirs can react, and
+    // the firing is set up for them alone.
+    Refresh(impl, *handler);
+    const bool ruled = (handler->m_nChainInterests & nMode) != 0 &&
+                       (ChainFor(*handler, nPropertyType)->m_nInterests & nMode) != 0;
+    const MCHeirSet* heirs = nullptr;
+    try {
+        if (!ruled) {
+            pObject->GetHeirs(heirs);
+            if (!heirs)
+                return MCPropertySemantic::resultContinue;
+        }
+        FiringScope firing(impl);
+        if (ruled) {
+            const MCPropertySemantic::result result =
+                FireHandler(impl, *handler, nMode, nPropertyType, pObject, pProperty, pContext);
+            if (result != MCPropertySemantic::resultContinue)
+                return result;
+            pObject->GetHeirs(heirs);
+        }
+        if (heirs)
+            return fireHeirs(*heirs);
     } catch (const EXBase&) {
         return MCPropertySemantic::resultRefused;
     }

@@ -30,6 +30,10 @@ constexpr std::size_t c_nKeptStaleCapacity = 64;
 // The only bit of a subscriber type that RemoveSubscriber never clears.
 constexpr unsigned int c_nPermanentType = 4;
 
+// The subscriber types whose entries the audibility memos count (MCObject::IsHeard remembers answers
+// for events to owners and observers only): an entry of a reference holder alone changes none.
+constexpr unsigned int c_nHeardTypes = MCEvent::subscriberOwner | MCEvent::subscriberObserver;
+
 // Subscriber addresses are compared through std::less: a total order even for unrelated objects.
 bool Before(const MCSubscriber* pLeft, const MCSubscriber* pRight) {
     return std::less<const MCSubscriber*>()(pLeft, pRight);
@@ -142,10 +146,14 @@ MCSubscriberReference* MCSubject::Find(MCSubscriber* pSubscriber) const {
 }
 
 void MCSubject::Revive(MCSubscriberReference& rEntry, unsigned int nType) {
+    const unsigned int nHeardBefore =
+        rEntry.m_nReferenceCount == 0 ? 0 : rEntry.m_nSubscriberType & c_nHeardTypes;
     if (rEntry.m_nReferenceCount == 0)
         --m_nStaleEntries;
     rEntry.AddReference();
     rEntry.SetSubscriberType(rEntry.m_nSubscriberType | nType);
+    if ((rEntry.m_nSubscriberType & c_nHeardTypes) != nHeardBefore)
+        ListChanged();
 }
 
 long MCSubject::Entries() const {
@@ -189,6 +197,8 @@ void MCSubject::AddSubscriber(MCSubscriber* pSubscriber, unsigned int nType) {
             throw;
         }
         Link(pBefore, pEntry);
+        if (nType & c_nHeardTypes)
+            ListChanged();
         return;
     }
 
@@ -204,6 +214,8 @@ void MCSubject::AddSubscriber(MCSubscriber* pSubscriber, unsigned int nType) {
             break;
     }
     Link(pBefore, NewEntry(pSubscriber, nType));
+    if (nType & c_nHeardTypes)
+        ListChanged();
     for (; pEntry != nullptr; pEntry = pEntry->m_pxNext)
         ++nEntries;
     if (nEntries + 1 > c_nIndexAbove)
@@ -221,6 +233,8 @@ void MCSubject::BuildIndex() {
         }
     }
     m_uSubscribers = reinterpret_cast<std::uintptr_t>(pIndex.release()) | 1u;
+    // A long list counts as heard.
+    ListChanged();
 }
 
 void MCSubject::RemoveSubscriber(MCSubscriber* pSubscriber, unsigned int nType) {
@@ -228,6 +242,7 @@ void MCSubject::RemoveSubscriber(MCSubscriber* pSubscriber, unsigned int nType) 
     MCSubscriberReference* pEntry = Find(pSubscriber);
     if (pEntry == nullptr || pEntry->m_nReferenceCount == 0)
         return;
+    ListChanged();
     if (pEntry->RemoveReference() == 0) {
         ++m_nStaleEntries;
         if (IsIndexed() && !pEntry->m_bStaleListed) {
@@ -238,7 +253,12 @@ void MCSubject::RemoveSubscriber(MCSubscriber* pSubscriber, unsigned int nType) 
     pEntry->SetSubscriberType(pEntry->m_nSubscriberType & ~(nType & ~c_nPermanentType));
 }
 
+void MCSubject::ForgetHeardMemos() {
+    mc_detail::ForgetHeard();
+}
+
 void MCSubject::RemoveAllSubscribers() {
+    ListChanged();
     MCSubscriberReference* pEntry = First();
     while (pEntry != nullptr) {
         MCSubscriberReference* pNext = pEntry->m_pxNext;
@@ -263,6 +283,8 @@ unsigned int MCSubject::RemoveReference() {
 }
 
 void MCSubject::CleanUpList() {
+    // Nothing for the memos: it frees entries that count for nothing, and a list that loses its index
+    // counts fewer hearers, never more, so an answer taken before stays right or errs towards heard.
     if (!IsIndexed()) {
         MCSubscriberReference* pBefore = nullptr;
         MCSubscriberReference* pEntry = First();

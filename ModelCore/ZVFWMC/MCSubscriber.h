@@ -159,10 +159,29 @@ private:
 
     MCSubscriberReference* NewEntry(MCSubscriber* pSubscriber, unsigned int nType);
     void FreeEntry(MCSubscriberReference* pEntry);
+    // Called after a change of the list that could alter what CountHearers answers: a subject that an
+    // audibility memo relies on drops them all.
+    void ListChanged() {
+        if (m_nHeardState & c_nHeardRelied) {
+            m_nHeardState = static_cast<std::uint8_t>(m_nHeardState & ~c_nHeardRelied);
+            ForgetHeardMemos();
+        }
+    }
+    static void ForgetHeardMemos();
+
+    // Bits of m_nHeardState, kept for MCObject::IsHeard: a memo taken since the last forgetting relies on
+    // this list; the object is fully made (its class, and so its Notify, is final).
+    static constexpr std::uint8_t c_nHeardRelied = 1;
+    static constexpr std::uint8_t c_nHeardMade = 2;
+
     // The first entry, or the address of the SubscriberIndex with bit 0 set once the list is long.
     std::uintptr_t m_uSubscribers = 0;
     std::uint32_t m_nStaleEntries = 0;
     std::uint16_t m_nUsers = 0;
+    // For an object, in room the layout leaves anyway: the state above, and the event types (bit = type)
+    // its memo says nobody hears.
+    mutable std::uint8_t m_nHeardState = 0;
+    mutable std::uint8_t m_nQuietEvents = 0;
     // The node of the first subscriber while it lasts (for an object, its owner): it shares the subject's
     // cache lines, so an event climbing an owner chain loads no separate node per level.
     MCSubscriberReference m_xOwnEntry;

@@ -343,3 +343,101 @@ TEST_F(NotificationTest, AnEventIsHeardWhenAnythingOnItsClimbCouldReact) {
     EXPECT_TRUE(leaf->IsHeard(MCEvent::ObjectCreated, mask));
     EXPECT_FALSE(leaf->IsHeard(MCEvent::PropertySet, mask));
 }
+
+namespace {
+
+// An owner type of this test alone, for the reactions it registers late; and a class whose base edits an
+// ownee before the class with its own Notify is done.
+struct Relay : MCObject {
+    Relay(MCObject* owner, MCFactoryContext* context, short type = 9150) : MCObject(type, owner, context) {
+        RegisterLevel(type, context);
+    }
+};
+struct Builder : Relay {
+    Builder(MCObject* owner, MCFactoryContext* context) : Relay(owner, context, 9152) {
+        m_pxChild = static_cast<MCObject*>(
+            MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, this, nullptr, nullptr));
+        for (long i = 0; i < 16; ++i) {  // often enough for a climb to leave memos, if it could
+            MCSPropertyAccessorT<long> value(i);
+            m_pxChild->SetProperty(87, value, 1);
+        }
+    }
+    MCObject* m_pxChild;
+};
+struct Heeding : Builder {
+    Heeding(MCObject* owner, MCFactoryContext* context) : Builder(owner, context) {}
+    void Notify(MCEvent& event) override {
+        c_sLog += std::to_string(event.GetEventType());
+        MCObject::Notify(event);
+    }
+    static inline std::string c_sLog;
+};
+
+}  // namespace
+
+TEST_F(NotificationTest, RememberedAudibilityFollowsEveryChangeThatCouldAlterIt) {
+    // Two trees root - a - b - {leaf, sibling}: made through the registry, where climbs leave memos, and by
+    // hand, where no memo may rely on an owner. After each step, done to both, the answers for the sibling
+    // (whose climb meets the leaf's memos) and the leaf must match, asked a few rounds so memos are left.
+    static const bool registered = new MCFactoryT<Relay, MCObject>(9150, "Relay", 1, 0, false, false) &&
+                                   new MCFactoryT<Heeding, MCObject>(9152, "Heeding", 1, 0, false, false);
+    (void)registered;
+    std::vector<MCObject*> made{Make(nullptr, 9150)}, hand{new Relay(nullptr, nullptr)};
+    m_xRoots.emplace_back(hand[0], hand[0]->GetId());
+    for (int i : {0, 1, 2, 2}) {
+        made.push_back(Make(made[i], 9150));
+        hand.push_back(new Relay(hand[i], nullptr));
+    }
+    PlaceLog one;
+    std::vector<PlaceLog> many(17);
+    static Recording late("late", MCNotification::resultNotHandled);
+    using T = std::vector<MCObject*>;  // root, a, b, leaf, sibling
+    const std::function<void(const T&)> steps[] = {
+        [&](const T& t) { t[1]->AddSubscriber(&one, MCEvent::subscriberObserver); },
+        [&](const T& t) { t[1]->RemoveSubscriber(&one, 0); },  // stale, still observer
+        [&](const T& t) { t[1]->AddSubscriber(&one, MCEvent::subscriberReferenceHolder); },  // revived
+        [&](const T& t) { t[1]->RemoveSubscriber(&one, 0xFFFF); },
+        [&](const T& t) {
+            for (PlaceLog& each : many)
+                t[0]->AddSubscriber(&each, MCEvent::subscriberReferenceHolder);
+        },
+        [&](const T& t) {
+            for (PlaceLog& each : many)
+                t[0]->RemoveSubscriber(&each, 0xFFFF);
+        },
+        [&](const T& t) {
+            if (t == made)
+                MCNotificationDirectory::GetInstance()->RegisterNotification(9150, 0, MCEvent::PropertyNulled,
+                                                                             &late);
+        },
+        [](const T& t) { t[1]->SetType(Silent::c_sType); },
+        [](const T& t) { t[1]->SetType(9150); },
+    };
+    constexpr unsigned mask = MCEvent::subscriberOwner | MCEvent::subscriberObserver;
+    auto answers = [](const T& t) {
+        std::string bits;
+        for (int round = 0; round < 4; ++round) {
+            bits = " |";
+            SetLong(t[3], 87, round);
+            for (MCObject* object : {t[4], t[3]})
+                for (long event : {MCEvent::PropertySet, MCEvent::PropertyNulled, MCEvent::ObjectCreated})
+                    bits += object->IsHeard(event, mask) ? '1' : '0';
+        }
+        return bits;
+    };
+    std::string trace = answers(made);
+    for (const auto& step : steps) {
+        step(made);
+        step(hand);
+        trace += answers(made);
+        EXPECT_EQ(trace.substr(trace.size() - 8), answers(hand)) << trace;
+    }
+    EXPECT_EQ(trace, " |000000 |111111 |000000 |111111 |000000 |111111 |000000 |010010 |111111 |010010");
+
+    // An owner whose class gets its own Notify only after its base class has edited an ownee.
+    for (Heeding* owner : {static_cast<Heeding*>(Make(made[2], 9152)), new Heeding(hand[2], nullptr)}) {
+        EXPECT_TRUE(owner->m_pxChild->IsHeard(MCEvent::PropertySet, mask));
+        SetLong(owner->m_pxChild, 87, 16);
+    }
+    EXPECT_EQ(Heeding::c_sLog, "11");
+}

@@ -281,3 +281,45 @@ TEST_F(PropertySemanticsTest, HeirsHearEditsInTheInheritedModeAndMayRefuse) {
     EXPECT_TRUE(SetWidth(heir, 5));
     EXPECT_EQ(TakeLog(), "own@" + h + ":1 inh@" + h + ":1 own@" + h + ":2 inh@" + h + ":2");
 }
+
+TEST_F(PropertySemanticsTest, AnEditWithoutRulesOfItsOwnReachesTheHeirsAsAnyOther) {
+    // The same edits twice: with no rule for them on the edited object's chain, so that only its heirs
+    // react, then with a silent rule there that takes every edit the whole way. The property is one no
+    // other rule names: a list keeps the interests of every rule it ever held.
+    constexpr short c_sFresh = 87;
+    struct Silent : MCPropertySemantic {
+        ~Silent() { MCPropertySemanticRegistry::GetInstance()->Deregister(this); }
+        result Fire(mode, MCObject*, MCProperty*, MCPropertySemanticContext*) override {
+            ++m_nFired;
+            return resultContinue;
+        }
+        unsigned long GetInterests() const override { return c_nEdit; }
+        int m_nFired = 0;
+    } silent;
+    auto* source = static_cast<Box*>(Make(nullptr, Box::c_sType));
+    auto* heir = static_cast<Box*>(Make(nullptr, Box::c_sType));
+    MCObject* alone = Make(nullptr, Box::c_sType);
+    source->AddHeir(heir);
+    heir->AddHeir(Make(nullptr, Crate::c_sType));
+    PropertyRule inherited("inh",
+                           MCPropertySemantic::InheritedPreEdit | MCPropertySemantic::InheritedPostEdit);
+    AddRule(Box::c_sType, c_sFresh, inherited);
+    long value = 0;
+    auto run = [&]() {
+        std::string trace;
+        for (auto answer : {MCPropertySemantic::resultContinue, MCPropertySemantic::resultRefused}) {
+            inherited.m_eAnswer = answer;
+            for (MCObject* object : {static_cast<MCObject*>(source), alone}) {
+                trace += SetLong(object, c_sFresh, ++value) ? " set " : " refused ";
+                trace += TakeLog() + " |";
+            }
+        }
+        return trace;
+    };
+    const std::string heirsOnly = run();
+    MCFactoryContext context;
+    MCPropertySemanticRegistry::Register(Shape::c_sType, &context, c_sFresh, &silent, false, false);
+    EXPECT_EQ(run(), heirsOnly);
+    EXPECT_EQ(silent.m_nFired, 7);  // before and after each edit but the refused one
+    EXPECT_EQ(heirsOnly, " set inh:10000 inh:10000 inh:20000 inh:20000 | set  | refused inh:10000 | set  |");
+}

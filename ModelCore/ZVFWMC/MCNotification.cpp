@@ -80,6 +80,7 @@ ZVTBoolean MCNotificationEntry::PassesOnAloneAnew(long nEventType) {
     const auto bit = static_cast<std::uint8_t>(1u << nEventType);
     // Recomputed for every low event type at once: registrations are rare, deliveries are not.
     m_nPassingOn = 0;
+    m_nCleaningUp = 0;
     for (long eventType = 1; eventType < c_nDirectEvents; ++eventType) {
         for (const MCNotificationEntry* entry = this; entry; entry = entry->m_pxAncestor) {
             const MCNotificationHandler* handler =
@@ -90,6 +91,9 @@ ZVTBoolean MCNotificationEntry::PassesOnAloneAnew(long nEventType) {
             // MCObjectNotification always answers resultHandled, so nothing after it runs.
             if (handler->At(0) == &MCObjectNotification::c_xInstance)
                 m_nPassingOn = static_cast<std::uint8_t>(m_nPassingOn | (1u << eventType));
+            // So does the reference clean-up.
+            else if (handler->At(0) == &MCObjectSubjectDestNotification::c_xInstance)
+                m_nCleaningUp = static_cast<std::uint8_t>(m_nCleaningUp | (1u << eventType));
             break;
         }
     }
@@ -173,12 +177,12 @@ ZVTBoolean MCNotificationDirectory::FindAndAsk(short nType, long nEventType) con
     return entry->PassesOnAlone(nEventType);
 }
 
-std::uint8_t MCNotificationDirectory::FindPassingOn(short nType) const {
+MCNotificationEntry* MCNotificationDirectory::FindEntry(short nType) const {
     MCNotificationEntry* entry = nullptr;
     if (!m_xEntries.Find(nType, entry) || !entry)
-        return 0;
+        return nullptr;
     m_xRecent.Remember(nType, entry);
-    return entry->PassingOn();
+    return entry;
 }
 
 ZVTBoolean MCNotificationDirectory::ContainsEntry(short nType) const {

@@ -71,6 +71,15 @@ public:
             PassesOnAloneAnew(1);
         return m_nPassingOn;
     }
+    /// Whether this entry's chain answers events of `nEventType` with MCObjectSubjectDestNotification
+    /// before any other notification could run; false as PassesOnAlone is.
+    ZVTBoolean CleansUpAlone(long nEventType) {
+        if (nEventType <= 0 || nEventType >= c_nDirectEvents)
+            return false;
+        if (m_nAnswersMadeAt != c_nRegistrations)
+            PassesOnAloneAnew(nEventType);
+        return (m_nCleaningUp & (1u << nEventType)) != 0;
+    }
     /// The entry of the ancestor type, null for none.
     MCNotificationEntry* GetAncestor() const { return m_pxAncestor; }
     /// Links the ancestor's entry.
@@ -95,6 +104,8 @@ private:
     // anywhere since: a registration on an ancestor changes the answer of every entry below it.
     std::uint64_t m_nAnswersMadeAt = 0;
     std::uint8_t m_nPassingOn = 0;
+    // The same for CleansUpAlone, made along with them.
+    std::uint8_t m_nCleaningUp = 0;
 };
 
 /// The process-wide table of notification entries by object type. Made on first use, deleted by
@@ -139,9 +150,18 @@ public:
     /// PassesOnAlone for every event type below 8 at once, one bit per type (bit = type); 0 for a type
     /// without an entry.
     std::uint8_t PassingOn(short nType) const {
-        if (MCNotificationEntry* known = m_xRecent.Find(nType))
-            return known->PassingOn();
-        return FindPassingOn(nType);
+        MCNotificationEntry* entry = m_xRecent.Find(nType);
+        if (!entry && !(entry = FindEntry(nType)))
+            return 0;
+        return entry->PassingOn();
+    }
+    /// Whether an object of `nType` answers an event of `nEventType` with the reference clean-up
+    /// (MCObjectSubjectDestNotification) before anything else; false for a type without an entry.
+    ZVTBoolean CleansUpAlone(short nType, long nEventType) const {
+        MCNotificationEntry* entry = m_xRecent.Find(nType);
+        if (!entry && !(entry = FindEntry(nType)))
+            return false;
+        return entry->CleansUpAlone(nEventType);
     }
 
     /// The hash of the table: the type itself, as unsigned int.
@@ -154,7 +174,8 @@ private:
     MCNotificationDirectory& operator=(const MCNotificationDirectory&) = delete;
 
     ZVTBoolean FindAndAsk(short nType, long nEventType) const;
-    std::uint8_t FindPassingOn(short nType) const;
+    // The entry of `nType` through the table, remembered for the next look-up; null when there is none.
+    MCNotificationEntry* FindEntry(short nType) const;
 
     static MCNotificationDirectory* c_pxSingleton;
     ZVTHDict<short, MCNotificationEntry*> m_xEntries;

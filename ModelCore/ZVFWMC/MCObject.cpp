@@ -672,6 +672,13 @@ void MCObject::Notify(MCEvent& event) {
     if (!directory)
         return;
     if (!directory->PassesOnAlone(GetType(), event.GetEventType())) {
+        if (directory->CleansUpAlone(GetType(), event.GetEventType())) {
+            // The search would end at once in the reference clean-up (an owner or holder hearing of a
+            // death): go there directly, holding the event as the directory would.
+            const mc_detail::EventHold holder(event);
+            MCObjectSubjectDestNotification::c_xInstance.Notify(this, event);
+            return;
+        }
         // The directory holds the event while it searches.
         directory->Notify(GetType(), this, event);
         return;
@@ -747,7 +754,7 @@ std::uint8_t MCObject::FindQuietEvents(const MCNotificationDirectory& directory,
             return;
         }
         above &= pass;
-        level->m_nHeardState = static_cast<std::uint8_t>(level->m_nHeardState | c_nHeardRelied);
+        level->m_nState = static_cast<std::uint8_t>(level->m_nState | c_nHeardRelied);
     };
     for (const MCObject* level = this;;) {
         MCSubscriber* hearer = nullptr;
@@ -771,7 +778,7 @@ std::uint8_t MCObject::FindQuietEvents(const MCNotificationDirectory& directory,
             break;
         }
         keep(level, pass);
-        made = made && (owner->m_nHeardState & c_nHeardMade) != 0;
+        made = made && (owner->m_nState & c_nHeardMade) != 0;
         level = owner;
         if (level->m_nHeardAt == stamp) {
             end = level->m_nQuietEvents;
@@ -783,7 +790,7 @@ std::uint8_t MCObject::FindQuietEvents(const MCNotificationDirectory& directory,
         quiet &= passing[i];
         if (made) {
             // Whatever this level's list does from now on drops the memo.
-            levels[i]->m_nHeardState = static_cast<std::uint8_t>(levels[i]->m_nHeardState | c_nHeardRelied);
+            levels[i]->m_nState = static_cast<std::uint8_t>(levels[i]->m_nState | c_nHeardRelied);
             levels[i]->m_nHeardAt = stamp;
             levels[i]->m_nQuietEvents = quiet;
         }
@@ -830,7 +837,7 @@ ZVTBoolean MCObject::PrepareExpunge(ZVTBoolean top) {
     MCObjectSem* failed = nullptr;
     MCObjectSem::result answer = MCObjectSem::resultContinue;
     try {
-        answer = MCObjectSemReg::FireSemantics(MCObjectSem::PreDestructon, this, failed, nullptr, true);
+        answer = MCObjectSemReg::FireDerivedFirst(MCObjectSem::PreDestructon, this, c_xObjectOS, failed);
     } catch (...) {
         // Before anything has gone a rule's exception is a refusal that the host hears of; an ownee's
         // goes on up through the expunge that its owner began.

@@ -250,7 +250,7 @@ private:
     friend class MCFactoryRegistry;
 
     // From now on this object's class is final, so an audibility memo may rely on its Notify.
-    void MarkMade() { m_nHeardState = static_cast<std::uint8_t>(m_nHeardState | c_nHeardMade); }
+    void MarkMade() { m_nState = static_cast<std::uint8_t>(m_nState | c_nHeardMade); }
     // IsHeard without memos, for any event type and mask.
     ZVTBoolean IsHeardClimb(const MCNotificationDirectory& directory, long eventType,
                             unsigned int mask) const;

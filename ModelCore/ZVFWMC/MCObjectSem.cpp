@@ -55,9 +55,10 @@ MCObjectSemHandler::~MCObjectSemHandler() {
 
 MCObjectSem::result MCObjectSemHandler::FireList(ZVTSList<MCObjectSem*>& list, MCObjectSem::mode nMode,
                                                  MCObject* object, MCObjectSem*& rpFailed,
-                                                 MCObjectSemContext* context, ZVTBoolean bDerivedFirst) {
+                                                 MCObjectSemContext* context, ZVTBoolean bDerivedFirst,
+                                                 size_t nFirst) {
     // By index over the live list: a rule may register another one on the list that is running.
-    for (size_t i = 0; i < list.Entries(); ++i) {
+    for (size_t i = nFirst; i < list.Entries(); ++i) {
         MCObjectSem* semantic = list.At(i);
         const MCObjectSem::result result = semantic->Fire(nMode, object, context);
         if (result == MCObjectSem::resultFailed) {
@@ -308,6 +309,41 @@ MCObjectSem::result MCObjectSemReg::FireSemantics(MCObjectSem::mode nMode, MCObj
                    MCObjectSem::resultFailed
                ? MCObjectSem::resultFailed
                : MCObjectSem::resultContinue;
+}
+
+MCObjectSem::result MCObjectSemReg::FireDerivedFirst(MCObjectSem::mode nMode, MCObject* pObject,
+                                                     MCObjectSem& rRule, MCObjectSem*& rpFailed) {
+    MCObjectSemReg* registry = GetInstance();
+    MCObjectSemHandler* first = registry && pObject ? registry->FindHandler(pObject->GetType()) : nullptr;
+    // The level that holds rRule, when every other level of the chain is empty.
+    MCObjectSemHandler* level = nullptr;
+    for (MCObjectSemHandler* handler = first; handler; handler = handler->m_pxAncestor) {
+        const size_t rules = handler->m_xSemantics.Entries();
+        if (rules == 0 && handler->m_xExternalSemantics.Entries() == 0)
+            continue;
+        if (level || rules != 1 || handler->m_xExternalSemantics.Entries() != 0 ||
+            handler->m_xSemantics.At(0) != &rRule || !(handler->m_nInterests & nMode)) {
+            level = nullptr;
+            break;
+        }
+        level = handler;
+    }
+    if (!level)
+        return FireSemantics(nMode, pObject, rpFailed, nullptr, true);
+    MCObjectSem::result result = rRule.Fire(nMode, pObject, nullptr);
+    if (result == MCObjectSem::resultFailed)
+        rpFailed = &rRule;
+    if (result != MCObjectSem::resultContinue)
+        return result == MCObjectSem::resultFailed ? result : MCObjectSem::resultContinue;
+    // The walk goes on from where rRule stood: what rRule registered on this level or above still runs,
+    // what it registered on a level below would have come too late.
+    if (level->m_xSemantics.Entries() > 1)
+        result = level->FireList(level->m_xSemantics, nMode, pObject, rpFailed, nullptr, true, 1);
+    if (result == MCObjectSem::resultContinue && (level->m_nExternalInterests & nMode))
+        result = level->FireList(level->m_xExternalSemantics, nMode, pObject, rpFailed, nullptr, true);
+    if (result == MCObjectSem::resultContinue && level->m_pxAncestor)
+        result = level->m_pxAncestor->FireSemantics(nMode, pObject, rpFailed, nullptr, true);
+    return result == MCObjectSem::resultFailed ? result : MCObjectSem::resultContinue;
 }
 
 ZVTString MCObjectSemReg::GetModeName(MCObjectSem::mode nMode) const {

@@ -131,7 +131,7 @@ private:
     // 1 or 2 when that ends the walk; 0 to go on.
     MCObjectSem::result FireList(ZVTSList<MCObjectSem*>& list, MCObjectSem::mode nMode, MCObject* object,
                                  MCObjectSem*& rpFailed, MCObjectSemContext* context,
-                                 ZVTBoolean bDerivedFirst);
+                                 ZVTBoolean bDerivedFirst, size_t nFirst = 0);
 
     ZVTSList<MCObjectSem*> m_xSemantics;
     ZVTSList<MCObjectSem*> m_xExternalSemantics;
@@ -183,6 +183,12 @@ public:
     static MCObjectSem::result FireSemantics(MCObjectSem::mode nMode, MCObject* pObject,
                                              MCObjectSem*& rpFailed, MCObjectSemContext* pContext,
                                              ZVTBoolean bDerivedFirst);
+    /// FireSemantics in derived-first order without a context, for a caller that knows the rule it expects:
+    /// when `rRule` is the only rule on `pObject`'s whole type chain it is called directly, sparing the
+    /// walk over the empty levels; rules registered while it runs still fire as the walk would reach them.
+    /// Any other chain takes the walk.
+    static MCObjectSem::result FireDerivedFirst(MCObjectSem::mode nMode, MCObject* pObject,
+                                                MCObjectSem& rRule, MCObjectSem*& rpFailed);
 
     /// "PostCreation", "PreDestructon", "CalculateData", and "Invalid mode" for every other value.
     ZVTString GetModeName(MCObjectSem::mode nMode) const;

@@ -112,8 +112,10 @@ void MCSubject::Unlink(MCSubscriberReference* pBefore, MCSubscriberReference* pE
 }
 
 MCSubscriberReference* MCSubject::NewEntry(MCSubscriber* pSubscriber, unsigned int nType) {
-    if (m_xOwnEntry.m_pxSubscriber != nullptr)
+    if (m_xOwnEntry.m_pxSubscriber != nullptr) {
+        m_nState = static_cast<std::uint8_t>(m_nState | OtherTypeBits(nType));
         return new MCSubscriberReference(pSubscriber, nType);
+    }
     m_xOwnEntry.Initialize(pSubscriber, nType);
     m_xOwnEntry.m_pxNext = nullptr;
     return &m_xOwnEntry;
@@ -150,6 +152,8 @@ void MCSubject::Revive(MCSubscriberReference& rEntry, unsigned int nType) {
         rEntry.m_nReferenceCount == 0 ? 0 : rEntry.m_nSubscriberType & c_nHeardTypes;
     if (rEntry.m_nReferenceCount == 0)
         --m_nStaleEntries;
+    if (&rEntry != &m_xOwnEntry)
+        m_nState = static_cast<std::uint8_t>(m_nState | OtherTypeBits(nType));
     rEntry.AddReference();
     rEntry.SetSubscriberType(rEntry.m_nSubscriberType | nType);
     if ((rEntry.m_nSubscriberType & c_nHeardTypes) != nHeardBefore)
@@ -168,6 +172,15 @@ long MCSubject::Entries() const {
 int MCSubject::CountHearers(unsigned int nMask, MCSubscriber*& rpHearer) const {
     if (IsIndexed() || (m_nUsers == 0 && m_nStaleEntries > c_nStaleThreshold))
         return 2;
+    if ((m_nState & OtherTypeBits(nMask)) == 0) {
+        // Only the own entry can share a bit with the mask: the other nodes, one cache miss each on a
+        // popular target or a holder far away, stay unread.
+        if (m_xOwnEntry.m_pxSubscriber == nullptr || m_xOwnEntry.m_nReferenceCount == 0 ||
+            (m_xOwnEntry.m_nSubscriberType & nMask) == 0)
+            return 0;
+        rpHearer = m_xOwnEntry.m_pxSubscriber;
+        return 1;
+    }
     int nHearers = 0;
     for (const MCSubscriberReference* pEntry = First(); pEntry != nullptr; pEntry = pEntry->m_pxNext) {
         if (pEntry->m_nReferenceCount == 0 || (pEntry->m_nSubscriberType & nMask) == 0)
@@ -269,6 +282,7 @@ void MCSubject::RemoveAllSubscribers() {
         delete GetIndex();
     m_uSubscribers = 0;
     m_nStaleEntries = 0;
+    m_nState = static_cast<std::uint8_t>(m_nState & ~OtherTypeBits(~0u));
 }
 
 unsigned int MCSubject::AddReference() {

@@ -162,25 +162,35 @@ private:
     // Called after a change of the list that could alter what CountHearers answers: a subject that an
     // audibility memo relies on drops them all.
     void ListChanged() {
-        if (m_nHeardState & c_nHeardRelied) {
-            m_nHeardState = static_cast<std::uint8_t>(m_nHeardState & ~c_nHeardRelied);
+        if (m_nState & c_nHeardRelied) {
+            m_nState = static_cast<std::uint8_t>(m_nState & ~c_nHeardRelied);
             ForgetHeardMemos();
         }
     }
     static void ForgetHeardMemos();
 
-    // Bits of m_nHeardState, kept for MCObject::IsHeard: a memo taken since the last forgetting relies on
-    // this list; the object is fully made (its class, and so its Notify, is final).
+    // Bits of m_nState. For MCObject::IsHeard: a memo taken since the last forgetting relies on this list;
+    // the object is fully made (its class, and so its Notify, is final). For CountHearers, from
+    // c_nOtherTypesShift up: every subscriber type an entry other than m_xOwnEntry has had since the list
+    // was last emptied. Bits only ever leave an entry, so a type missing there is on no such entry and
+    // CountHearers need not load them.
     static constexpr std::uint8_t c_nHeardRelied = 1;
     static constexpr std::uint8_t c_nHeardMade = 2;
+    static constexpr unsigned int c_nOtherTypesShift = 4;
+    // The bits of m_nState that stand for subscriber types `nType`: the library's three types one each,
+    // any other type bit all in one.
+    static constexpr std::uint8_t OtherTypeBits(unsigned int nType) {
+        return static_cast<std::uint8_t>(((nType & 7u) | ((nType & ~7u) != 0 ? 8u : 0u))
+                                         << c_nOtherTypesShift);
+    }
 
     // The first entry, or the address of the SubscriberIndex with bit 0 set once the list is long.
     std::uintptr_t m_uSubscribers = 0;
     std::uint32_t m_nStaleEntries = 0;
     std::uint16_t m_nUsers = 0;
-    // For an object, in room the layout leaves anyway: the state above, and the event types (bit = type)
-    // its memo says nobody hears.
-    mutable std::uint8_t m_nHeardState = 0;
+    // In room the layout leaves anyway: the state bits above, and for an object the event types
+    // (bit = type) its audibility memo says nobody hears.
+    mutable std::uint8_t m_nState = 0;
     mutable std::uint8_t m_nQuietEvents = 0;
     // The node of the first subscriber while it lasts (for an object, its owner): it shares the subject's
     // cache lines, so an event climbing an owner chain loads no separate node per level.

@@ -323,6 +323,8 @@ TEST_F(NotificationTest, AnEventIsHeardWhenAnythingOnItsClimbCouldReact) {
     } cases[] = {
         {"nobody", nullptr, 0, false},
         {"reference holder on the middle", middle, MCEvent::subscriberReferenceHolder, false},
+        // The next case revives this stale entry as an observer: its new bit must count.
+        {"reference holder on the leaf", leaf, MCEvent::subscriberReferenceHolder, false},
         {"observer on the leaf", leaf, MCEvent::subscriberObserver, true},
         {"observer on the root", root, MCEvent::subscriberObserver, true},
         {"owner-type subscriber on the root", root, MCEvent::subscriberOwner, true},
@@ -440,4 +442,66 @@ TEST_F(NotificationTest, RememberedAudibilityFollowsEveryChangeThatCouldAlterIt)
         SetLong(owner->m_pxChild, 87, 16);
     }
     EXPECT_EQ(Heeding::c_sLog, "11");
+}
+
+namespace {
+
+// A type with an entry of its own and only the reactions every object has.
+class Keeper : public MCObject {
+public:
+    static constexpr short c_sType = 9160;
+    Keeper(MCObject* owner, MCFactoryContext* context) : MCObject(c_sType, owner, context) {
+        RegisterLevel(c_sType, context);
+    }
+};
+
+}  // namespace
+
+TEST_F(NotificationTest, ADeathReachesTheCleanUpAlikeDirectlyOrThroughTheSearch) {
+    // The same death twice: the holders' type answers it with the clean-up alone, called directly; then a
+    // reaction registered since lets the search run on to it. A single reference and a list lose the
+    // target; the owner's list, without it, hears of the death through a change that removes nothing.
+    static bool registered = false;
+    if (!registered)
+        new MCFactoryT<Keeper, MCObject>(Keeper::c_sType, "Keeper", 1, 0, false, false);
+    registered = true;
+    static Recording late("late", MCNotification::resultNotHandled);
+    auto run = [this] {
+        const std::vector<MCObject*> places{Make(nullptr, Keeper::c_sType), Make(nullptr, Keeper::c_sType),
+                                            Make(nullptr, Keeper::c_sType)};
+        MCObject* target = Make(places[0]);
+        ZVTSList<MCObject*> targets, others;
+        targets.Append(target);
+        others.Append(Make());
+        MCSRefAccessor single(target);
+        MCVRefAccessor list(&targets), elsewhere(&others);
+        places[0]->SetProperty(MCCodes::pReferenceList, elsewhere, MCPropertyAccessor::accessAdd);
+        places[1]->SetProperty(MCCodes::pReference, single, MCPropertyAccessor::accessAdd);
+        places[2]->SetProperty(MCCodes::pReferenceList, list, MCPropertyAccessor::accessAdd);
+        std::string logs[3];
+        PlaceLog observers[3];
+        for (int i = 0; i < 3; ++i) {
+            observers[i].m_psLog = &logs[i];
+            observers[i].m_pxPlaces = &places;
+            places[i]->AddSubscriber(&observers[i], MCEvent::subscriberObserver);
+        }
+        Recording::c_sLog.clear();
+        target->Expunge(true);
+        std::string trace = Recording::c_sLog;
+        for (int i = 0; i < 3; ++i) {
+            MCVRefRawAccessor entries;
+            MCSRefRawAccessor value;
+            places[i]->GetProperty(MCCodes::pReferenceList, entries);
+            places[i]->GetProperty(MCCodes::pReference, value);
+            trace += "|" + logs[i] + " " + std::to_string(entries.GetList()->Entries()) +
+                     (value.GetValue() ? "+" : "-");
+            places[i]->RemoveSubscriber(&observers[i], MCEvent::subscriberObserver);
+        }
+        return trace;
+    };
+    const std::string direct = run();
+    MCNotificationDirectory::GetInstance()->RegisterNotification(Keeper::c_sType, 0,
+                                                                 MCEvent::SubjectDestroyed, &late);
+    EXPECT_EQ(run(), "late late late" + direct);
+    EXPECT_EQ(direct, "| 1@0 5@0 1-| 1@1 5@1 0-| 1@2 5@2 0-");
 }

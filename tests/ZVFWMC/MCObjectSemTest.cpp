@@ -1,6 +1,7 @@
 // Object rules along a three-level host hierarchy: both firing orders, failures and stops, late rules
 // reaching derived types, cycles refused, and the destruction veto of a rule and of an undeletable object.
 
+#include <utility>
 #include <vector>
 
 #include "support/RegistryTestSupport.h"
@@ -222,4 +223,32 @@ TEST_F(ObjectSemTest, RepeatedClassLevelRegistrationsAreSkippedWithoutChangingWh
             m_xLog.Take();
         }
     }
+}
+
+TEST_F(ObjectSemTest, EndRulesRunAlikeWhetherTheCoreRuleStandsAloneOrAmongOthers) {
+    // A tree goes with only the core rule on its types, which then runs without the walk, and with a
+    // silent rule on Box, which makes every end walk. A property's end rule registers an object rule on
+    // the root type while the core rule runs: the object going then and every later one hear it.
+    static ObjectRule* s_pxLate = nullptr;
+    auto run = [this](bool walked) {
+        ObjectRule silent("Q", 0), late("L", MCObjectSem::PreDestructon);
+        if (walked)
+            AddRule(Box::c_sType, silent);
+        s_pxLate = &late;
+        PropertyRule end("P", MCPropertySemantic::ObjectPreDestruction);
+        end.m_xAct = [](MCPropertySemantic::mode, MCObject*, MCProperty*, MCPropertySemanticContext*) {
+            if (s_pxLate)
+                AddRule(MCCodes::tAbstractObject, *std::exchange(s_pxLate, nullptr));
+            return MCPropertySemantic::resultContinue;
+        };
+        AddRule(Box::c_sType, Shape::c_sWidth, end);
+        MCObject* root = Make(nullptr, Box::c_sType);
+        SetLong(root, Shape::c_sWidth, 1);
+        SetLong(Make(Make(root), Crate::c_sType), Shape::c_sWidth, 1);
+        root->Expunge(true);
+        return TakeLog();
+    };
+    const std::string alone = run(false);
+    EXPECT_EQ(run(true), alone);
+    EXPECT_EQ(alone, "P:80 L:2 L:2 P:80 L:2");
 }

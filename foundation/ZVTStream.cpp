@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
@@ -71,6 +72,15 @@ std::uint64_t DecodeLittleEndian(const unsigned char* in, size_t width) {
         bits |= static_cast<std::uint64_t>(in[i]) << (8 * i);
     return bits;
 }
+
+// The get area's bounds and its advance are protected in std::streambuf; member pointers named through
+// a derived class reach them on any buffer, without a virtual call.
+class GetArea : public std::streambuf {
+public:
+    static const char* Next(std::streambuf& buffer) { return (buffer.*&GetArea::gptr)(); }
+    static const char* End(std::streambuf& buffer) { return (buffer.*&GetArea::egptr)(); }
+    static void Advance(std::streambuf& buffer, int count) { (buffer.*&GetArea::gbump)(count); }
+};
 
 // The unsigned integer type with the bits of a floating type.
 template <class F>
@@ -338,6 +348,32 @@ ZVTStream& ZVTStream::operator>>(char& value) {
 template <class T>
 ZVTStream& ZVTStream::ReadInteger(T& value) {
     constexpr size_t width = StoredWidth<T>;
+    // Most binary reads find their bytes, and one more, in the get area: such a read can neither fail
+    // nor reach the end, so the bytes are decoded where they lie and nothing else is asked.
+    if (m_eType == binary && m_pxIos->rdstate() == std::ios::goodbit) {
+        std::streambuf& buffer = *Buffer();
+        const char* next = GetArea::Next(buffer);
+        if (next && GetArea::End(buffer) - next > static_cast<std::ptrdiff_t>(width)) {
+            std::uint64_t bits = DecodeLittleEndian(reinterpret_cast<const unsigned char*>(next), width);
+            GetArea::Advance(buffer, static_cast<int>(width));
+            if constexpr (std::is_signed_v<T>) {
+                const std::uint64_t sign = std::uint64_t(1) << (8 * width - 1);
+                bits = (bits ^ sign) - sign;  // sign-extend
+            }
+            const auto wide = static_cast<Wide<T>>(bits);
+            if (!Fits<T>(wide))
+                return Refuse();
+            value = static_cast<T>(wide);
+            return *this;
+        }
+    }
+    return ReadIntegerSlowly(value);
+}
+
+// Out of line, so that the common read above stays short.
+template <class T>
+[[gnu::noinline]] ZVTStream& ZVTStream::ReadIntegerSlowly(T& value) {
+    constexpr size_t width = StoredWidth<T>;
     if (!BeginRead())
         return *this;
     Wide<T> wide = 0;
@@ -393,6 +429,29 @@ ZVTStream& ZVTStream::ReadFloat(T& value) {
 }
 
 ZVTStream& ZVTStream::operator>>(ZVTString& value) {
+    // As for a scalar: a short string whose length, bytes and one more byte lie in the get area is
+    // taken from there.
+    if (m_eType == binary && m_pxIos->rdstate() == std::ios::goodbit) {
+        std::streambuf& buffer = *Buffer();
+        const char* next = GetArea::Next(buffer);
+        const std::ptrdiff_t available = next ? GetArea::End(buffer) - next : 0;
+        constexpr std::ptrdiff_t head = 4;
+        if (available > head) {
+            const std::uint64_t size = DecodeLittleEndian(reinterpret_cast<const unsigned char*>(next), head);
+            if (size == c_nNullLength) {
+                GetArea::Advance(buffer, head);
+                value = ZVTString();
+                return *this;
+            }
+            const auto behind = static_cast<std::uint64_t>(available - head);
+            if (size < c_nChunk && behind > size) {
+                const std::string bytes(next + head, static_cast<size_t>(size));
+                GetArea::Advance(buffer, static_cast<int>(head + size));
+                value = ZVTString(bytes);
+                return *this;
+            }
+        }
+    }
     if (!BeginRead())
         return *this;
     std::uint64_t size = 0;

@@ -123,6 +123,8 @@ private:
     template <class T>
     ZVTStream& ReadInteger(T& value);
     template <class T>
+    ZVTStream& ReadIntegerSlowly(T& value);
+    template <class T>
     ZVTStream& WriteFloat(T value);
     template <class T>
     ZVTStream& ReadFloat(T& value);

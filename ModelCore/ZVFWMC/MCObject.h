@@ -85,6 +85,8 @@ public:
     void DestroyOwnedObject(MCObject*& object);
     /// The oldest ownee, null when there is none.
     MCObject* GetFirstOwnee() const { return m_pxFirstOwnee; }
+    /// The youngest ownee, null when there is none.
+    MCObject* GetLastOwnee() const { return m_pxFirstOwnee ? m_pxFirstOwnee->m_pxPrevSibling : nullptr; }
     /// The next younger sibling under the same owner, null after the youngest or outside any list.
     MCObject* GetNextSibling() const;
     /// The number of ownees; linear in that number.

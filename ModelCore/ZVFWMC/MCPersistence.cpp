@@ -356,6 +356,11 @@ MCPersController::result MCPersController::RestoreFrom(MCStream& stream, MCObjec
         MCObject* created = m_xCreatedObjects.At(i);
         MCObjectSem* failed = nullptr;
         MCObjectSemReg::FireSemantics(MCObjectSem::CalculateData, created, failed, nullptr, false);
+        // Asked after the object rules, which may register property rules: most types have none for this
+        // mode, and a firing that reaches none costs a look-up per property. With none, no host code runs
+        // in the loop that could register one.
+        if (!MCPropertySemanticRegistry::MayFire(MCPropertySemantic::PostCalculateData, created))
+            continue;
         // The set's own cursor walks the live set as an unfiltered list walk does, without its counted
         // implementation on the heap.
         MCPropertySetIter properties(created->GetPropertySet());
@@ -405,7 +410,11 @@ MCObject* MCPersController::CreateObject(MCPersRestoreVisitor& visitor, MCUDPMap
     } catch (...) {
         throw MCPersExObjectCreation(type);
     }
-    MCObject* object = dynamic_cast<MCObject*>(item);
+    // A new object is its owner's youngest ownee, and finding it there is cheaper than the cross cast;
+    // the cast answers for the root and for anything a host's constructor added after it.
+    MCObject* object = owner ? owner->GetLastOwnee() : nullptr;
+    if (!object || static_cast<MCItem*>(object) != item)
+        object = dynamic_cast<MCObject*>(item);
     // A property code in an object's place was entered into the owner's set; the owner disposes of it.
     if (!object)
         throw MCPersExObjectCreation(type);

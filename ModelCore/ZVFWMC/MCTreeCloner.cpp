@@ -10,6 +10,8 @@
 // call depth not at all. (Each copied value still tells the clone's owners, one level at a time up to the
 // root clone, as every edit does.)
 
+#include <typeinfo>
+
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCDepthFirstWalker.h"
@@ -18,6 +20,7 @@
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
+#include "ModelCore/ZVFWMC/MCRefProperty.h"
 #include "ModelCore/ZVFWMC/MCVisitor.h"
 #include "ModelCore/ZVFWMC/MCVisitorAgent.h"
 #include "foundation/ZVTReference.h"
@@ -52,6 +55,15 @@ private:
     // Copies the valued properties of `source` but the id, then CloneId; false once the clone's rules
     // report it destroyed.
     static ZVTBoolean CopyProperties(MCObject& source, MCObject& clone, long sourceId);
+    // Copies `property` of `source` into `clone` through `accessor`, as an edit with the source's flags;
+    // true once the clone's rules report it destroyed.
+    static ZVTBoolean CopyValue(MCPropertyAccessor& accessor, MCProperty& property, MCObject& source,
+                                MCObject& clone);
+    template <class Accessor>
+    static ZVTBoolean CopyValue(MCProperty& property, MCObject& source, MCObject& clone) {
+        Accessor accessor;
+        return CopyValue(accessor, property, source, clone);
+    }
 
     MCIdSpace* m_pxIdSpace;
     MCTreeClonerFactoryContext m_xFactoryContext;
@@ -94,8 +106,17 @@ void MCTreeClonerVisitor::Visit(MCObject* object) {
     }
 }
 
-ZVTBoolean MCTreeClonerVisitor::CopyProperties(MCObject& source, MCObject& clone, long sourceId) {
+ZVTBoolean MCTreeClonerVisitor::CopyValue(MCPropertyAccessor& accessor, MCProperty& property,
+                                          MCObject& source, MCObject& clone) {
     constexpr long c_lCopyFlags = MCPropertyAccessor::accessReplace | MCPropertyAccessor::accessFlags;
+    accessor.GetPropertyValue(&property, &source);
+    accessor.SetFlags(property.GetFlags());
+    // A refusal leaves the property as the clone's constructor made it, and the copy goes on.
+    clone.SetProperty(property.GetType(), accessor, c_lCopyFlags);
+    return accessor.GetObjectDestroyed();
+}
+
+ZVTBoolean MCTreeClonerVisitor::CopyProperties(MCObject& source, MCObject& clone, long sourceId) {
     MCPropertySetIter properties(source.GetPropertySet());
     while (++properties) {
         MCProperty* property = properties.GetValue();
@@ -103,13 +124,24 @@ ZVTBoolean MCTreeClonerVisitor::CopyProperties(MCObject& source, MCObject& clone
         // share.
         if (!property || property->GetFlag(MCItem::itemNulled) || property->GetType() == MCCodes::pId)
             continue;
-        MCPropertyAccessor* accessor = property->CreateAccessor();
-        const ZVTReferenceUser holder(accessor);
-        accessor->GetPropertyValue(property, &source);
-        accessor->SetFlags(property->GetFlags());
-        // A refusal leaves the property as the clone's constructor made it, and the copy goes on.
-        clone.SetProperty(property->GetType(), *accessor, c_lCopyFlags);
-        if (accessor->GetObjectDestroyed())
+        // The core's own classes get the accessor their CreateAccessor would make, on the stack; any other
+        // class (a host's among them) makes its own.
+        const std::type_info& cls = typeid(*property);
+        ZVTBoolean destroyed = false;
+        if (cls == typeid(MCSPropertyT<long>))
+            destroyed = CopyValue<MCSPropertyAccessorT<long>>(*property, source, clone);
+        else if (cls == typeid(MCSPropertyT<ZVTString>))
+            destroyed = CopyValue<MCSPropertyAccessorT<ZVTString>>(*property, source, clone);
+        else if (cls == typeid(MCSRef))
+            destroyed = CopyValue<MCSRefAccessor>(*property, source, clone);
+        else if (cls == typeid(MCVRef))
+            destroyed = CopyValue<MCVRefAccessor>(*property, source, clone);
+        else {
+            MCPropertyAccessor* accessor = property->CreateAccessor();
+            const ZVTReferenceUser holder(accessor);
+            destroyed = CopyValue(*accessor, *property, source, clone);
+        }
+        if (destroyed)
             return false;
     }
     // Last, so that a CloneId copied from a source that is itself a clone names the immediate source.

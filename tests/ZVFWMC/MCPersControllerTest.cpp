@@ -1,6 +1,6 @@
 // Covers saving and restoring trees through the controller: every result, the exceptions, files that end
-// early or carry an end mark, id remapping, the order of resolving and firing, user-defined properties
-// read under other codes, stored flags.
+// early or carry an end mark, id remapping, the order of resolving and firing (with a property rule
+// registered during the restore), user-defined properties read under other codes, stored flags.
 
 #include <gtest/gtest.h>
 
@@ -232,6 +232,50 @@ TEST_F(PersTest, RulesFireAfterEveryReferenceIsResolvedAndNoCreationRuleRuns) {
     TakeLog();
     ASSERT_EQ(Restore(bytes).result, C::resultOk);
     EXPECT_EQ(TakeLog(), "obj:4 prop:10 resolved:0 obj:4");
+}
+
+// The property rules are looked up only for an object whose type has one, asked after its object rules:
+// one that an object rule registers fires for that very object, as if it had been there from the start.
+// TestNode, since no other test gives it a rule for this mode.
+TEST_F(PersTest, APropertyRuleThatAnObjectRuleRegistersFiresForThatObject) {
+    MCObject* model = Make(nullptr, PersRoot::c_sType);
+    SetLong(Make(model, TestNode::c_sType), MCCodes::pInteger, 7);
+    SetLong(Make(model, TestNode::c_sType), MCCodes::pInteger, 8);
+    const std::string bytes = Save(model);
+    struct Registering : ObjectRule {
+        using ObjectRule::ObjectRule;
+        result Fire(mode nMode, MCObject* object, MCObjectSemContext* context) override {
+            if (m_pxLate) {
+                MCFactoryContext registration;
+                MCPropertySemanticRegistry::Register(TestNode::c_sType, &registration, MCCodes::pInteger,
+                                                     m_pxLate, false, false);
+                m_pxLate = nullptr;
+            }
+            return ObjectRule::Fire(nMode, object, context);
+        }
+        PropertyRule* m_pxLate = nullptr;
+    };
+    std::string traces[2];
+    for (int late = 1; late >= 0; --late) {  // late first: a type's interests outlive its rules
+        SCOPED_TRACE(late);
+        PropertyRule propertyRule("prop", MCPropertySemantic::PostCalculateData);
+        propertyRule.m_xAct = [](MCPropertySemantic::mode, MCObject* object, MCProperty*,
+                                 MCPropertySemanticContext*) {
+            Record(std::to_string(IntegerOf(object, MCCodes::pInteger)), 0);
+            return MCPropertySemantic::resultContinue;
+        };
+        Registering objectRule("obj", MCObjectSem::CalculateData);
+        AddRule(TestNode::c_sType, objectRule);
+        if (late)
+            objectRule.m_pxLate = &propertyRule;
+        else
+            AddRule(TestNode::c_sType, MCCodes::pInteger, propertyRule);
+        TakeLog();
+        ASSERT_EQ(Restore(bytes).result, C::resultOk);
+        traces[late] = TakeLog();
+    }
+    EXPECT_EQ(traces[0], "obj:4 prop:10 8:0 obj:4 prop:10 7:0");
+    EXPECT_EQ(traces[1], traces[0]);
 }
 
 TEST_F(PersTest, UserDefinedPropertiesAreReadUnderTheCodesOfThisProcess) {

@@ -1,5 +1,6 @@
 // Cloning a subtree: shape and order of the copy, CloneId, references moved onto the clones or kept, the
-// rules and events a copy fires, clones their own rules destroy, and a deep chain on a small stack.
+// rules and events a copy fires, a core value and a host subclass's copied alike, clones their own rules
+// destroy, and a deep chain on a small stack.
 
 #include <map>
 #include <string>
@@ -10,8 +11,20 @@
 
 namespace {
 
-constexpr short c_sRef = 7821;   // a Reference
-constexpr short c_sRefs = 7822;  // a ReferenceList
+constexpr short c_sRef = 7821;        // a Reference
+constexpr short c_sRefs = 7822;       // a ReferenceList
+constexpr short c_sHostWidth = 7823;  // a HostInteger
+
+// A host's subclass of the core Integer that makes its accessors itself, and counts them.
+class HostInteger : public MCSPropertyT<long> {
+public:
+    HostInteger(short type, MCObject* owner) : MCSPropertyT<long>(type, owner) {}
+    MCPropertyAccessor* CreateAccessor() const override {
+        ++c_nMade;
+        return MCSPropertyT<long>::CreateAccessor();
+    }
+    static inline int c_nMade = 0;
+};
 
 class CloneTest : public RuleTest {
 protected:
@@ -21,6 +34,10 @@ protected:
                                                  false, false);
         MCFactoryRegistry::RegisterAliasProperty(c_sRefs, "CloneTestRefs", MCCodes::pReferenceList, true,
                                                  false, false, false);
+        static const bool c_bHostWidth =
+            (new MCPropertyFactoryT<HostInteger>(c_sHostWidth, "CloneTestHostWidth", true, false, 0))
+                ->IsRegistered();
+        ASSERT_TRUE(c_bHostWidth);
     }
     MCObject* Named(const char* name, MCObject* owner = nullptr, short type = MCGenericObject::c_sType) {
         MCObject* object = Make(owner, type);
@@ -142,6 +159,42 @@ TEST_F(CloneTest, CopiesRunTheEditRulesAndEventsButNoCreationRules) {
                                  std::to_string(node->GetId()) + ",582,0)");
     EXPECT_EQ(GetLong(clone, Shape::c_sWidth), "3");
     EXPECT_EQ(clone->FindProperty(Shape::c_sLabel, false), nullptr) << "refused, and the copy went on";
+}
+
+// The core's classes are copied through an accessor on the stack, a host's subclass through the one it
+// makes; the rules see the same accessor, value and flags either way.
+TEST_F(CloneTest, ACoreValueAndAHostSubclassValueAreCopiedAlike) {
+    std::string traces[2];
+    const short types[] = {Shape::c_sWidth, c_sHostWidth};
+    for (int i = 0; i < 2; ++i) {
+        SCOPED_TRACE(types[i]);
+        MCObject* source = Make(nullptr, Shape::c_sType);
+        SetLong(source, types[i], 3, MCPropertyAccessor::accessAdd, false);
+        source->SetPropertyFlag(const_cast<MCProperty*>(source->FindProperty(types[i], false)),
+                                MCItem::itemTemp, true);
+        PropertyRule rule("edit", MCPropertySemantic::PreEdit | MCPropertySemantic::PostEdit);
+        rule.m_xAct = [](MCPropertySemantic::mode, MCObject*, MCProperty*,
+                         MCPropertySemanticContext* context) {
+            const MCActiveAccessor* active = context ? context->GetActiveAccessor() : nullptr;
+            auto* accessor =
+                active ? dynamic_cast<MCSPropertyAccessorT<long>*>(active->m_pxAccessor) : nullptr;
+            Record(accessor
+                       ? std::to_string(accessor->GetValue()) + "/" + std::to_string(accessor->GetFlags()) +
+                             "/" + std::to_string(active->m_lFlags)
+                       : "other",
+                   0);
+            return MCPropertySemantic::resultContinue;
+        };
+        AddRule(Shape::c_sType, types[i], rule);
+        TakeLog();
+        const int made = HostInteger::c_nMade;
+        MCObject* clone = Clone(source);
+        traces[i] = TakeLog() + " " + GetLong(clone, types[i]) + " " +
+                    std::to_string(clone->FindProperty(types[i], false)->GetFlags());
+        EXPECT_EQ(HostInteger::c_nMade - made, i);
+    }
+    EXPECT_EQ(traces[0], "edit:1 3/1/10:0 edit:2 3/1/10:0 3 1");
+    EXPECT_EQ(traces[1], traces[0]);
 }
 
 TEST_F(CloneTest, AClonesOwnRulesThatDestroyItLeaveItOutWithItsSubtree) {

@@ -157,8 +157,9 @@ TEST(ZVTStreamTest, ValuesWiderThanTheirSlotAreRefused) {
 
 TEST(ZVTStreamTest, MalformedInputFailsAndLeavesTheTargetAlone) {
     const std::pair<ZVTStream::stream_type, std::string> cases[] = {
-        {ZVTStream::binary, std::string("\x02", 1)},  // a ZVTBoolean byte other than 0 or 1
-        {ZVTStream::text, "2 "},                      // the same in text
+        {ZVTStream::binary, std::string("\x02", 1)},      // a ZVTBoolean byte other than 0 or 1
+        {ZVTStream::binary, std::string("\x02\x01", 2)},  // the same with more bytes behind it
+        {ZVTStream::text, "2 "},                          // the same in text
         {ZVTStream::text, "x "},
         {ZVTStream::text, "1x "},
         {ZVTStream::text, std::string(200, '1')},  // an endless token
@@ -202,7 +203,7 @@ TEST(ZVTStreamTest, MalformedInputFailsAndLeavesTheTargetAlone) {
 }
 
 // A buffer that shows at most `window` bytes in its get area (0: none, every byte through uflow), so
-// that a scalar read cannot take its bytes from the area and goes through the block read instead.
+// that a scalar read finds its bytes in the area, with or without one more, or has to ask the buffer.
 class NarrowBuf : public std::streambuf {
 public:
     NarrowBuf(std::string bytes, size_t window) : m_xBytes(std::move(bytes)), m_nWindow(window) {}
@@ -269,7 +270,7 @@ TEST(ZVTStreamTest, TruncationAtEveryCutFailsWithoutTouchingLaterTargets) {
         expected += cut < bytes.size() ? " fail eof" : " eof";
         std::stringbuf whole(bytes.substr(0, cut));
         EXPECT_EQ(ReadAll(whole), expected);
-        for (size_t window : {0, 1, 3}) {
+        for (size_t window : {0, 1, 3, 4, 5}) {
             SCOPED_TRACE("window " + std::to_string(window));
             NarrowBuf narrow(bytes.substr(0, cut), window);
             EXPECT_EQ(ReadAll(narrow), expected);

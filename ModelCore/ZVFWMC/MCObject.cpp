@@ -32,6 +32,9 @@
 #include "platform/HUB.h"
 
 std::uint64_t mc_detail::g_nHeardGeneration = 1;
+#ifdef MC_READS_NOTIFY_OVERRIDER
+mc_detail::NotifyCode mc_detail::g_pfnObjectNotify = nullptr;
+#endif
 
 namespace {
 
@@ -113,30 +116,9 @@ public:
 MCObjectOS c_xObjectOS;
 MCIdPS c_xIdPS;
 
-// The function a subscriber's Notify calls, as the compiler's extension reads it from the object; with
-// another compiler there is no reading, and every owner counts as one with a Notify of its own.
-#if defined(__GNUC__) && !defined(__clang__)
-#define MC_READS_NOTIFY_OVERRIDER 1
-using NotifyCode = void (*)(MCSubscriber*, MCEvent&);
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wpmf-conversions"
-#pragma GCC diagnostic ignored "-Wpedantic"
-NotifyCode NotifyOf(MCSubscriber* subscriber) {
-    return reinterpret_cast<NotifyCode>(subscriber->*(&MCSubscriber::Notify));
-}
-#pragma GCC diagnostic pop
-// MCObject's own Notify, read from the first object while its MCObject constructor runs.
-NotifyCode c_pfnObjectNotify = nullptr;
-#endif
-
 // Whether `owner`'s class replaced MCObject::Notify, so that hearing an event may do anything at all.
 bool HasOwnNotify(MCObject* owner) {
-#ifdef MC_READS_NOTIFY_OVERRIDER
-    return c_pfnObjectNotify == nullptr || NotifyOf(owner) != c_pfnObjectNotify;
-#else
-    (void)owner;
-    return true;
-#endif
+    return !mc_detail::KeepsObjectNotify(owner);
 }
 
 // What one class level's registration did to the context the last time it ran without changing any
@@ -268,8 +250,8 @@ MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
     }
 #ifdef MC_READS_NOTIFY_OVERRIDER
     // Until the body ends this object is an MCObject, whatever class it is being made as.
-    if (!c_pfnObjectNotify)
-        c_pfnObjectNotify = NotifyOf(this);
+    if (!mc_detail::g_pfnObjectNotify)
+        mc_detail::g_pfnObjectNotify = mc_detail::NotifyOf(this);
 #endif
     if (owner) {
         owner->AddOwnedObject(this);
@@ -668,25 +650,7 @@ ZVTBoolean MCObject::RegisterNotificationObject(short type, short ancestorType) 
 // Events and the end
 
 void MCObject::Notify(MCEvent& event) {
-    MCNotificationDirectory* directory = MCNotificationDirectory::FindInstance();
-    if (!directory)
-        return;
-    if (!directory->PassesOnAlone(GetType(), event.GetEventType())) {
-        if (directory->CleansUpAlone(GetType(), event.GetEventType())) {
-            // The search would end at once in the reference clean-up (an owner or holder hearing of a
-            // death): go there directly, holding the event as the directory would.
-            const mc_detail::EventHold holder(event);
-            MCObjectSubjectDestNotification::c_xInstance.Notify(this, event);
-            return;
-        }
-        // The directory holds the event while it searches.
-        directory->Notify(GetType(), this, event);
-        return;
-    }
-    // The search would end at once in MCObjectNotification: go there directly, holding the event as the
-    // directory would.
-    const mc_detail::EventHold holder(event);
-    PassOnToSubscribers(event);
+    mc_detail::HearAsObject(*this, event);
 }
 
 ZVTBoolean MCObject::IsHeardClimb(const MCNotificationDirectory& directory, long eventType,

@@ -11,6 +11,7 @@
 
 #include "ModelCore/ZVFWMC/MCEvent.h"
 #include "ModelCore/ZVFWMC/MCEventPrivate.h"
+#include "ModelCore/ZVFWMC/MCNotification.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "foundation/ZVTReference.h"
 
@@ -368,6 +369,43 @@ bool Hears(const MCSubscriberReference& entry, const MCEvent& event) {
     return entry.GetReferenceCount() != 0 && (entry.GetSubscriberType() & event.GetSubscriberType()) != 0;
 }
 
+// MCObject::Notify's reaction, written out where deliveries can take it without a call per step: the
+// directory's search for the object's type, or when that would end at once in MCObjectNotification, the
+// event passed on to the object's own subscribers, held as the search holds it.
+inline void Hear(MCObject& object, MCEvent& event) {
+    MCNotificationDirectory* directory = MCNotificationDirectory::FindInstance();
+    if (!directory)
+        return;
+    if (!directory->PassesOnAlone(object.GetType(), event.GetEventType())) {
+        if (directory->CleansUpAlone(object.GetType(), event.GetEventType())) {
+            // The search would end at once in the reference clean-up (an owner or holder hearing of a
+            // death): go there directly, holding the event as the directory would.
+            const mc_detail::EventHold holder(event);
+            MCObjectSubjectDestNotification::c_xInstance.Notify(&object, event);
+            return;
+        }
+        // The directory holds the event while it searches.
+        directory->Notify(object.GetType(), &object, event);
+        return;
+    }
+    const mc_detail::EventHold holder(event);
+    // PassOnToSubscribers, which calls at this depth and queues beyond it.
+    if (t_nDepth < c_nCallDepth)
+        object.NotifySubscribers(event);
+    else
+        object.PassOnToSubscribers(event);
+}
+
+// Hands `event` to the subscriber of one entry as its Notify would. An object that keeps MCObject::Notify
+// reacts here without the virtual hop, so that an owner passing an event on delivers it from this very
+// frame; whatever it does is what its Notify would have done.
+inline void HandTo(MCSubscriber* subscriber, MCEvent& event) {
+    if (mc_detail::KeepsObjectNotify(subscriber))
+        Hear(*static_cast<MCObject*>(subscriber), event);
+    else
+        subscriber->Notify(event);
+}
+
 struct DepthGuard {
     DepthGuard() : m_nDepth(++t_nDepth) {}
     ~DepthGuard() { --t_nDepth; }
@@ -402,7 +440,7 @@ void MCSubject::Deliver(std::size_t nBase) {
             const MCSubscriberReference xEntry(*pEntry);
             MCEvent& rEvent = *rTop.m_pxEvent;
             if (Hears(xEntry, rEvent))
-                xEntry.GetSubscriber()->Notify(rEvent);
+                HandTo(xEntry.GetSubscriber(), rEvent);
         }
     } catch (...) {
         while (rQueued.size() > nBase)
@@ -424,7 +462,7 @@ void MCSubject::NotifySubscribers(MCEvent& rEvent) {
         const MCSubscriberReference xEntry(*pEntry);
         if (!Hears(xEntry, rEvent))
             continue;
-        xEntry.GetSubscriber()->Notify(rEvent);
+        HandTo(xEntry.GetSubscriber(), rEvent);
         if (pQueued && pQueued->size() > nBase)
             Deliver(nBase);
     }
@@ -438,6 +476,10 @@ void MCSubject::PassOnToSubscribers(MCEvent& rEvent) {
     rEvent.AddReference();
     AddReference();
     Queued().push_back(Delivery{this, &rEvent, nullptr});
+}
+
+void mc_detail::HearAsObject(MCObject& object, MCEvent& event) {
+    Hear(object, event);
 }
 
 unsigned int MCSubject::Dump(std::ofstream& stream, long /*level*/) {

@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "support/ModelTestSupport.h"
@@ -504,4 +505,103 @@ TEST_F(NotificationTest, ADeathReachesTheCleanUpAlikeDirectlyOrThroughTheSearch)
                                                                  MCEvent::SubjectDestroyed, &late);
     EXPECT_EQ(run(), "late late late" + direct);
     EXPECT_EQ(direct, "| 1@0 5@0 1-| 1@1 5@1 0-| 1@2 5@2 0-");
+}
+
+namespace {
+
+// Owners alike but for Notify: Straight keeps MCObject's, which deliveries take without the virtual hop;
+// Detour's calls MCObject's, reached only through the hop, and counts the edits it hears.
+struct Straight : MCObject {
+    static constexpr short c_sType = 9170;
+    Straight(MCObject* owner, MCFactoryContext* context, short type = c_sType)
+        : MCObject(type, owner, context) {
+        RegisterLevel(type, context);
+    }
+};
+struct Detour : Straight {
+    static constexpr short c_sType = 9171;
+    Detour(MCObject* owner, MCFactoryContext* context) : Straight(owner, context, c_sType) {}
+    void Notify(MCEvent& event) override {
+        c_nEdits += event.GetEventType() == MCEvent::PropertySet;
+        MCObject::Notify(event);
+    }
+    static inline int c_nEdits = 0;
+};
+
+// Logs its name, the event type and the event's holders among the reactions, and runs its action once.
+struct Tracer : MCSubscriber {
+    explicit Tracer(char name) : m_cName(name) {}
+    void Notify(MCEvent& event) override {
+        Recording::c_sLog += std::string(" ") + m_cName + std::to_string(event.GetEventType()) + "#" +
+                             std::to_string(event.GetReferenceCount());
+        if (auto act = std::exchange(m_xAct, nullptr))
+            act();
+    }
+    char m_cName;
+    std::function<void()> m_xAct;
+};
+
+}  // namespace
+
+TEST_F(NotificationTest, AnOwnerThatKeepsTheCommonNotifyIsPassedEventsWithoutItYetNobodyCanTell) {
+    static const bool registered =
+        new MCFactoryT<Straight, MCObject>(Straight::c_sType, "Straight", 1, 0, false, false) &&
+        new MCFactoryT<Detour, MCObject>(Detour::c_sType, "Detour", 1, 0, false, false);
+    (void)registered;
+    // Each case on a chain of Straight and one of Detour, edited twice at the leaf, tracer r on the root, m
+    // in the middle, l on the leaf: on the stack, tracers sort after every object, so both see one order.
+    static Recording late("late", MCNotification::resultNotHandled);
+    using Chain = std::vector<MCObject*>;
+    Tracer r('r'), m('m'), l('l'), x('x');
+    const struct {
+        const char* pcName;
+        int nLevels;
+        std::function<void(const Chain&, short)> act;  // m's action, given the chain and its type
+        const char* pcExpected;
+    } cases[] = {
+        {"plain climb", 4, nullptr, " r1#8 m1#4 l1#2 | r1#8 m1#4 l1#2 |"},
+        {"deeper than the calls go", 100, nullptr, " r1#164 m1#100 l1#2 | r1#164 m1#100 l1#2 |"},
+        {"subscriber added on the way", 4,
+         [&](const Chain& c, short) { c.back()->AddSubscriber(&x, MCEvent::subscriberObserver); },
+         " r1#8 m1#4 l1#2 x1#2 | r1#8 m1#4 l1#2 x1#2 |"},
+        {"subscriber removed on the way", 4,
+         [&](const Chain& c, short) { c.back()->RemoveSubscriber(&l, 0); }, " r1#8 m1#4 | r1#8 m1#4 |"},
+        // Last: the reaction stays registered on both types.
+        {"reaction registered on the way", 4,
+         [&](const Chain&, short type) {
+             MCNotificationDirectory::GetInstance()->RegisterNotification(type, 0, MCEvent::PropertySet,
+                                                                          &late);
+         },
+         " r1#8 m1#4 l1#2 | late late late r1#8 m1#4 l1#2 |"},
+    };
+    for (const auto& rCase : cases) {
+        SCOPED_TRACE(rCase.pcName);
+        std::string traces[2];
+        for (short type : {Straight::c_sType, Detour::c_sType}) {
+            Chain chain{Make(nullptr, type)};
+            while (static_cast<int>(chain.size()) < rCase.nLevels)
+                chain.push_back(Make(chain.back(), type));
+            chain.front()->AddSubscriber(&r, MCEvent::subscriberObserver);
+            chain[chain.size() / 2]->AddSubscriber(&m, MCEvent::subscriberObserver);
+            chain.back()->AddSubscriber(&l, MCEvent::subscriberObserver);
+            m.m_xAct = [&] {
+                if (rCase.act)
+                    rCase.act(chain, type);
+            };
+            Recording::c_sLog.clear();
+            for (long value : {1, 2}) {
+                SetLong(chain.back(), 87, value);
+                Recording::c_sLog += " |";
+            }
+            traces[type == Detour::c_sType] = Recording::c_sLog;
+            m.m_xAct = nullptr;
+            for (MCObject* object : chain)
+                for (Tracer* tracer : {&r, &m, &l, &x})
+                    object->RemoveSubscriber(tracer, 0xFFFF);
+        }
+        EXPECT_EQ(traces[0], rCase.pcExpected);
+        EXPECT_EQ(traces[1], traces[0]);
+    }
+    // The detour was taken on every hop of every edit's climb: 3 + 99 + 3 + 3 + 3 hops, twice each.
+    EXPECT_EQ(Detour::c_nEdits, 2 * (3 + 99 + 3 + 3 + 3));
 }

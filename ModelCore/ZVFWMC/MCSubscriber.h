@@ -75,7 +75,9 @@ public:
     }
     /// Replaces the subscriber; never call it on an entry that sits in a subject's list.
     void SetSubscriber(MCSubscriber* pSubscriber) { m_pxSubscriber = pSubscriber; }
-    /// Keeps the low 8 bits of nType as the mask.
+    /// Keeps the low 8 bits of nType as the mask. Like SetSubscriber, not for an entry that sits in a
+    /// subject's list: what the subject remembers of its entries' types would not follow (a subject's
+    /// entries change through AddSubscriber and RemoveSubscriber).
     void SetSubscriberType(unsigned int nType) { m_nSubscriberType = static_cast<std::uint8_t>(nType); }
     /// Equal when both name the same subscriber; count and type play no part.
     ZVTBoolean operator==(const MCSubscriberReference& other) const {

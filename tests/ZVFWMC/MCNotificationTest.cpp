@@ -552,7 +552,10 @@ TEST_F(NotificationTest, AnOwnerThatKeepsTheCommonNotifyIsPassedEventsWithoutItY
     // in the middle, l on the leaf: on the stack, tracers sort after every object, so both see one order.
     static Recording late("late", MCNotification::resultNotHandled);
     using Chain = std::vector<MCObject*>;
-    Tracer r('r'), m('m'), l('l'), x('x');
+    // In one array, so that their addresses, and with them the order in which a subject serves them, are
+    // the same in every build: l before x.
+    Tracer tracers[] = {Tracer('r'), Tracer('m'), Tracer('l'), Tracer('x')};
+    Tracer &r = tracers[0], &m = tracers[1], &l = tracers[2], &x = tracers[3];
     const struct {
         const char* pcName;
         int nLevels;

@@ -80,6 +80,13 @@ public:
     // The chain asked for last: an edit asks for the same one before and after the change.
     short m_sLastChainType = 0;
     MCPropertySemanticChain* m_pxLastChain = nullptr;
+    // Rebuilt with the mask: the property types with a list anywhere on the chain, each with the OR of
+    // its lists' interests, while there are no more than c_nFewTypes; -1 when there are more. Most
+    // chains rule only a type or two, and an edit of any other then needs no chain look-up.
+    static constexpr int c_nFewTypes = 4;
+    int m_nRuledTypes = -1;
+    short m_asRuledTypes[c_nFewTypes] = {};
+    unsigned long m_anRuledInterests[c_nFewTypes] = {};
 };
 
 /// The handlers by object type, and what keeps re-entrant firing safe: a registration made by a rule
@@ -156,6 +163,30 @@ private:
     MCPropertySemanticRegistryImpl& m_xImpl;
 };
 
+// Fills the handler's table of ruled property types from its chain's lists; how many there are, or -1
+// when more than the table holds.
+int CollectRuledTypes(MCPropertySemanticHandler& handler) {
+    int count = 0;
+    for (MCPropertySemanticHandler* level = &handler; level; level = level->m_pxAncestor) {
+        for (auto* lists : {&level->m_xExternalSemantics, &level->m_xSemantics}) {
+            ZVTHDictIter<short, MCPropertySemanticList*> each(*lists);
+            while (++each) {
+                int at = 0;
+                while (at < count && handler.m_asRuledTypes[at] != each.Key())
+                    ++at;
+                if (at == count) {
+                    if (count == MCPropertySemanticHandler::c_nFewTypes)
+                        return -1;
+                    handler.m_asRuledTypes[count] = each.Key();
+                    handler.m_anRuledInterests[count++] = 0;
+                }
+                handler.m_anRuledInterests[at] |= each.Value()->m_nInterests;
+            }
+        }
+    }
+    return count;
+}
+
 // Brings the handler's chain mask up to date and drops its chains when anything was registered since.
 void Refresh(MCPropertySemanticRegistryImpl& impl, MCPropertySemanticHandler& handler) {
     if (handler.m_uCacheGeneration == impl.m_uGeneration)
@@ -166,6 +197,7 @@ void Refresh(MCPropertySemanticRegistryImpl& impl, MCPropertySemanticHandler& ha
         mask |= level->m_nInterests | level->m_nExternalInterests;
     handler.m_nChainInterests = mask;
     handler.m_uCacheGeneration = impl.m_uGeneration;
+    handler.m_nRuledTypes = CollectRuledTypes(handler);
 }
 
 MCPropertySemanticChain* ChainFor(MCPropertySemanticHandler& handler, short propertyType) {
@@ -194,6 +226,17 @@ MCPropertySemanticChain* ChainFor(MCPropertySemanticHandler& handler, short prop
     handler.m_sLastChainType = propertyType;
     handler.m_pxLastChain = chain;
     return chain;
+}
+
+// The modes any rule on the handler's chain has for the property type; Refresh must have run first.
+unsigned long ChainInterests(MCPropertySemanticHandler& handler, short propertyType) {
+    if (handler.m_nRuledTypes < 0)
+        return ChainFor(handler, propertyType)->m_nInterests;
+    for (int i = 0; i < handler.m_nRuledTypes; ++i) {
+        if (handler.m_asRuledTypes[i] == propertyType)
+            return handler.m_anRuledInterests[i];
+    }
+    return 0;
 }
 
 MCPropertySemantic::result FireList(MCPropertySemanticList& list, MCPropertySemantic::mode nMode,
@@ -458,8 +501,8 @@ MCPropertySemantic::result MCPropertySemanticRegistry::FireSemantics(MCPropertyS
     // Most edits meet no rule for their property on their object's chain: then only heirs can react, and
     // the firing is set up for them alone.
     Refresh(impl, *handler);
-    const bool ruled = (handler->m_nChainInterests & nMode) != 0 &&
-                       (ChainFor(*handler, nPropertyType)->m_nInterests & nMode) != 0;
+    const bool ruled =
+        (handler->m_nChainInterests & nMode) != 0 && (ChainInterests(*handler, nPropertyType) & nMode) != 0;
     const MCHeirSet* heirs = nullptr;
     try {
         if (!ruled) {

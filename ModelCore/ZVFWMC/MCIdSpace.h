@@ -35,6 +35,8 @@ public:
     void RegisterPointer(long id, MCObject* pObject);
     /// The object under `id`, null for an unknown id.
     MCObject* ResolveId(long id) const;
+    /// Asks the processor to load where `id` is kept, ahead of its ResolveId; changes nothing.
+    void Prefetch(long id) const;
     /// Forgets `id` (an unknown id is ignored); the id is not handed out again.
     void RemoveId(long id);
     /// Removes `id` only while it resolves to `pObject`; an id set by hand may name another object's entry.

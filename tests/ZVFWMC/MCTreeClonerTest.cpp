@@ -2,6 +2,7 @@
 // rules and events a copy fires, a core value and a host subclass's copied alike, clones their own rules
 // destroy, and a deep chain on a small stack.
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@ namespace {
 constexpr short c_sRef = 7821;        // a Reference
 constexpr short c_sRefs = 7822;       // a ReferenceList
 constexpr short c_sHostWidth = 7823;  // a HostInteger
+constexpr short c_sHostRef = 7824;    // a HostRef
 
 // A host's subclass of the core Integer that makes its accessors itself, and counts them.
 class HostInteger : public MCSPropertyT<long> {
@@ -24,6 +26,18 @@ public:
         return MCSPropertyT<long>::CreateAccessor();
     }
     static inline int c_nMade = 0;
+};
+
+// A host's subclass of the core reference, whose rebinding may first run a hook on its holder.
+class HostRef : public MCSRef {
+public:
+    HostRef(short type, MCObject* owner) : MCSRef(type, owner) {}
+    void Rebind(MCIdSpace& space, MCObject& owner) override {
+        if (c_xHook)
+            c_xHook(owner);
+        MCSRef::Rebind(space, owner);
+    }
+    static inline std::function<void(MCObject&)> c_xHook;
 };
 
 class CloneTest : public RuleTest {
@@ -38,6 +52,13 @@ protected:
             (new MCPropertyFactoryT<HostInteger>(c_sHostWidth, "CloneTestHostWidth", true, false, 0))
                 ->IsRegistered();
         ASSERT_TRUE(c_bHostWidth);
+        static const bool c_bHostRef =
+            (new MCPropertyFactoryT<HostRef>(c_sHostRef, "CloneTestHostRef", true, false, 0))->IsRegistered();
+        ASSERT_TRUE(c_bHostRef);
+    }
+    void TearDown() override {
+        HostRef::c_xHook = nullptr;
+        RuleTest::TearDown();
     }
     MCObject* Named(const char* name, MCObject* owner = nullptr, short type = MCGenericObject::c_sType) {
         MCObject* object = Make(owner, type);
@@ -213,6 +234,71 @@ TEST_F(CloneTest, AClonesOwnRulesThatDestroyItLeaveItOutWithItsSubtree) {
     EXPECT_EQ(Tree(Clone(start)), "S'(n')");
     SetLong(start, Shape::c_sWidth, 1, MCPropertyAccessor::accessAdd, false);
     EXPECT_EQ(Clone(start), nullptr);
+}
+
+// Many clones, so that rebinding runs over several batches: a reference of the core's class and one of a
+// host's subclass end up alike, also when a host's rebinding re-points a clone not yet rebound, and each
+// clone hears of the end of its new target, not of its source's.
+TEST_F(CloneTest, AWideTreeIsReboundAlikeByTheCoresReferenceAndAHosts) {
+    constexpr int c_nNodes = 60;
+    const auto targetOf = [](int i) { return i % 5 == 0 ? -1 : (i * 7 + 3) % c_nNodes; };  // -1: outside
+    const struct {
+        short m_sType;
+        bool m_bHook;
+    } cases[] = {{c_sRef, false}, {c_sHostRef, false}, {c_sRef, true}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.m_sType) + (c.m_bHook ? " hook" : ""));
+        MCObject* outside = Named("O");
+        MCObject* start = Named("S");
+        std::vector<MCObject*> nodes;
+        for (int i = 0; i < c_nNodes; ++i)
+            nodes.push_back(Named(("n" + std::to_string(i)).c_str(), start));
+        for (int i = 0; i < c_nNodes; ++i) {
+            MCSRefAccessor ref(targetOf(i) < 0 ? outside : nodes[static_cast<size_t>(targetOf(i))]);
+            nodes[static_cast<size_t>(i)]->SetProperty(c.m_sType, ref, MCPropertyAccessor::accessAdd);
+        }
+        // The root clone is rebound first; its hook moves n3's clone, a few clones on, onto n20.
+        MCSRefAccessor root(nodes[1]);
+        start->SetProperty(c_sHostRef, root, MCPropertyAccessor::accessAdd);
+        HostRef::c_xHook = [&](MCObject& holder) {
+            for (MCObject* clone = holder.GetFirstOwnee(); c.m_bHook && clone;
+                 clone = clone->GetNextSibling())
+                if (Source(clone) == nodes[3]) {
+                    MCSRefRawAccessor moved(nodes[20]);
+                    clone->SetProperty(c.m_sType, moved, MCPropertyAccessor::accessReplace);
+                }
+        };
+        MCObject* clone = Clone(start);
+        HostRef::c_xHook = nullptr;
+        const auto trace = [&] {
+            std::string text;
+            for (MCObject* copy = clone->GetFirstOwnee(); copy; copy = copy->GetNextSibling()) {
+                MCSRefRawAccessor ref;
+                copy->GetProperty(c.m_sType, ref);
+                text += Name(copy) + ">" + Name(ref.GetValue()) + " ";
+            }
+            return text;
+        };
+        // Clones in list order, newest first; `gone` is the clone of the last node, and the outside target.
+        const auto expected = [&](bool gone) {
+            std::string text;
+            for (int i = c_nNodes - 1 - gone; i >= 0; --i) {
+                const int target = c.m_bHook && i == 3 ? 20 : targetOf(i);
+                const bool cleared = gone && (target < 0 || target == c_nNodes - 1);
+                text += "n" + std::to_string(i) + "'>" +
+                        (cleared      ? "null"
+                         : target < 0 ? "O"
+                                      : "n" + std::to_string(target) + "'") +
+                        " ";
+            }
+            return text;
+        };
+        EXPECT_EQ(trace(), expected(false));
+        outside->Expunge(true);
+        clone->GetFirstOwnee()->Expunge(true);  // the last one's clone
+        EXPECT_EQ(trace(), expected(true));
+        m_xNames.clear();
+    }
 }
 
 TEST_F(CloneTest, ADeepChainIsClonedOnASmallStack) {

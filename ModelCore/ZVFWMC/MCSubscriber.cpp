@@ -457,14 +457,20 @@ void MCSubject::NotifySubscribers(MCEvent& rEvent) {
     std::vector<Delivery>* pQueued = xDepth.m_nDepth < c_nCallDepth ? nullptr : &Queued();
     const std::size_t nBase = pQueued ? pQueued->size() : 0;
     // The guard keeps every node in place, so the walk may stand on a node across a Notify that adds or
-    // removes subscribers; the next link is read only after the call.
-    for (MCSubscriberReference* pEntry = First(); pEntry != nullptr; pEntry = pEntry->m_pxNext) {
+    // removes subscribers; the next link is read only after the call. While no entry but the own one has
+    // ever had a type of the event, the others cannot hear it: the walk starts at the own entry and ends
+    // after it, leaving the other nodes (a cache miss each, holders far away) unread. The types only
+    // grow while a walk runs, so once one is added the walk goes on exactly as a full one would.
+    const std::uint8_t nOtherBits = OtherTypeBits(rEvent.GetSubscriberType());
+    MCSubscriberReference* pEntry = (m_nState & nOtherBits) != 0 ? First() : OwnEntry();
+    while (pEntry != nullptr) {
         const MCSubscriberReference xEntry(*pEntry);
-        if (!Hears(xEntry, rEvent))
-            continue;
-        HandTo(xEntry.GetSubscriber(), rEvent);
-        if (pQueued && pQueued->size() > nBase)
-            Deliver(nBase);
+        if (Hears(xEntry, rEvent)) {
+            HandTo(xEntry.GetSubscriber(), rEvent);
+            if (pQueued && pQueued->size() > nBase)
+                Deliver(nBase);
+        }
+        pEntry = (m_nState & nOtherBits) != 0 ? pEntry->m_pxNext : nullptr;
     }
 }
 

@@ -159,6 +159,11 @@ private:
     void BuildIndex();
     long Entries() const;
 
+    // The own entry while it is in the list, else null.
+    MCSubscriberReference* OwnEntry() {
+        return m_xOwnEntry.m_pxSubscriber != nullptr ? &m_xOwnEntry : nullptr;
+    }
+
     MCSubscriberReference* NewEntry(MCSubscriber* pSubscriber, unsigned int nType);
     void FreeEntry(MCSubscriberReference* pEntry);
     // Called after a change of the list that could alter what CountHearers answers: a subject that an

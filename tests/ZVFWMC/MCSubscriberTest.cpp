@@ -272,6 +272,54 @@ TEST_P(ReentrantDeliveryTest, ChangesDuringDeliveryReachTheWalkAsTheirAddressSay
     }
 }
 
+// A walk whose other entries never had the event's type reads only the first subscriber's entry; changes
+// made while it hears must reach the walk as on a list where a stale entry once had that type.
+TEST_P(ReentrantDeliveryTest, AWalkOnlyTheFirstEntryCanHearMatchesTheFullWalk) {
+    // 2 came first, so its entry is the subject's own; holders (type 4) lie around it and from 10 on.
+    using Fixture = ReentrantDeliveryTest;
+    const struct {
+        const char* pcName;
+        std::function<void(Fixture&, MCEvent&)> xAct;
+        const char* pcExpected;
+    } axCases[] = {
+        {"a later one added with the event's type is called",
+         [](Fixture& t, MCEvent&) { t.m_xSubject.AddSubscriber(t.R(4), 1); }, "2 4 | 2 4"},
+        {"a later one added with another type is not",
+         [](Fixture& t, MCEvent&) { t.m_xSubject.AddSubscriber(t.R(4), 2); }, "2 | 2"},
+        {"an earlier one added is not called",
+         [](Fixture& t, MCEvent&) { t.m_xSubject.AddSubscriber(t.R(1), 1); }, "2 | 1 2"},
+        {"a later holder taking the event's type is called",
+         [](Fixture& t, MCEvent&) { t.m_xSubject.AddSubscriber(t.R(9), 1); }, "2 9 | 2 9"},
+        {"the first removing itself", [](Fixture& t, MCEvent&) { t.m_xSubject.RemoveSubscriber(t.R(2), 1); },
+         "2 | "},
+        {"nested delivery", [](Fixture& t, MCEvent& e) { t.m_xSubject.NotifySubscribers(e); }, "2 2 | 2"},
+    };
+    for (const auto& rCase : axCases) {
+        SCOPED_TRACE(rCase.pcName);
+        std::string asTraces[2];
+        for (int nFull = 0; nFull < 2; ++nFull) {
+            m_xSubject.AddSubscriber(R(2), 1);
+            for (int i : {0, 3, 9})
+                m_xSubject.AddSubscriber(R(i), 4);
+            for (int i = 0; i < GetParam(); ++i)
+                m_xSubject.AddSubscriber(R(10 + i), 4);
+            if (nFull) {
+                // A stale entry that once had the event's type makes every walk a full one.
+                m_xSubject.AddSubscriber(R(299), 1);
+                m_xSubject.RemoveSubscriber(R(299), 1);
+            }
+            R(2)->m_xAction = [this, &rCase](MCEvent& rEvent) { rCase.xAct(*this, rEvent); };
+            const std::string sFirst = Deliver();
+            asTraces[nFull] = sFirst + " | " + Deliver();
+            for (Recorder& rRecorder : m_axRecorders)
+                rRecorder.m_xAction = nullptr;
+            m_xSubject.RemoveAllSubscribers();
+        }
+        EXPECT_EQ(asTraces[0], rCase.pcExpected);
+        EXPECT_EQ(asTraces[1], asTraces[0]);
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(ListLengths, ReentrantDeliveryTest, ::testing::Values(0, 13, 60));
 
 TEST_F(SubjectTest, AThrowingSubscriberEndsDeliveryAndReleasesTheGuards) {

@@ -82,6 +82,17 @@ public:
     static void Advance(std::streambuf& buffer, int count) { (buffer.*&GetArea::gbump)(count); }
 };
 
+// The `width` little-endian bytes at `in` as the value type T stores them: sign-extended for a signed T.
+template <class T>
+std::uint64_t DecodeStored(const unsigned char* in, size_t width) {
+    std::uint64_t bits = DecodeLittleEndian(in, width);
+    if constexpr (std::is_signed_v<T>) {
+        const std::uint64_t sign = std::uint64_t(1) << (8 * width - 1);
+        bits = (bits ^ sign) - sign;
+    }
+    return bits;
+}
+
 // The unsigned integer type with the bits of a floating type.
 template <class F>
 using BitsOf = std::conditional_t<sizeof(F) == 4, std::uint32_t, std::uint64_t>;
@@ -354,13 +365,9 @@ ZVTStream& ZVTStream::ReadInteger(T& value) {
         std::streambuf& buffer = *Buffer();
         const char* next = GetArea::Next(buffer);
         if (next && GetArea::End(buffer) - next > static_cast<std::ptrdiff_t>(width)) {
-            std::uint64_t bits = DecodeLittleEndian(reinterpret_cast<const unsigned char*>(next), width);
+            const auto wide =
+                static_cast<Wide<T>>(DecodeStored<T>(reinterpret_cast<const unsigned char*>(next), width));
             GetArea::Advance(buffer, static_cast<int>(width));
-            if constexpr (std::is_signed_v<T>) {
-                const std::uint64_t sign = std::uint64_t(1) << (8 * width - 1);
-                bits = (bits ^ sign) - sign;  // sign-extend
-            }
-            const auto wide = static_cast<Wide<T>>(bits);
             if (!Fits<T>(wide))
                 return Refuse();
             value = static_cast<T>(wide);
@@ -381,12 +388,7 @@ template <class T>
         unsigned char bytes[width];
         if (!GetBytes(bytes, width))
             return *this;
-        std::uint64_t bits = DecodeLittleEndian(bytes, width);
-        if constexpr (std::is_signed_v<T>) {
-            const std::uint64_t sign = std::uint64_t(1) << (8 * width - 1);
-            bits = (bits ^ sign) - sign;  // sign-extend
-        }
-        wide = static_cast<Wide<T>>(bits);
+        wide = static_cast<Wide<T>>(DecodeStored<T>(bytes, width));
     } else {
         char token[c_nMaxToken];
         size_t length = 0;

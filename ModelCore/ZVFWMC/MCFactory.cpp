@@ -128,11 +128,7 @@ MCItem* MCFactoryRegistry::CreateItem_(short code, MCObject* owner, MCFactoryCon
     MCFactoryContext defaultContext;
     if (!context)
         context = &defaultContext;
-    MCMetaInfoEntry* entry = asked;
-    if (MCMetaInfoAliasEntry* alias = asked ? asked->AsAlias() : nullptr) {
-        code = alias->m_sConcreteType;
-        entry = impl->FindEntry(code);
-    }
+    MCMetaInfoEntry* entry = impl->Translated(asked, code);
     if (!entry)
         return creationFailed(requested);
     if (code < 0)

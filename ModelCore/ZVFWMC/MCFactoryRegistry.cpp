@@ -122,13 +122,8 @@ MCMetaInfoEntry* MCMetaInfoI::FindEntry(short code) const {
 }
 
 MCMetaInfoEntry* MCMetaInfoI::FindTranslated(short code, short& concrete) const {
-    MCMetaInfoEntry* entry = FindEntry(code);
     concrete = code;
-    if (MCMetaInfoAliasEntry* alias = entry ? entry->AsAlias() : nullptr) {
-        concrete = alias->m_sConcreteType;
-        entry = FindEntry(concrete);
-    }
-    return entry;
+    return Translated(FindEntry(code), concrete);
 }
 
 MCMetaInfoAbstractObjectEntry* MCMetaInfoI::SupertypeOf(MCMetaInfoAbstractObjectEntry* entry) const {

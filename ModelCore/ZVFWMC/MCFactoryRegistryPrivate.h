@@ -162,6 +162,15 @@ public:
     /// The entry of `code`, or for an alias the entry of its concrete type, whose code goes to `concrete`
     /// in either case: Translate and FindEntry in one, with one look-up for a code that is no alias.
     MCMetaInfoEntry* FindTranslated(short code, short& concrete) const;
+    /// The second half of FindTranslated, for an entry already found under `code`: an alias's concrete
+    /// entry, with its code going to `code`; any other entry (or null) as it is.
+    MCMetaInfoEntry* Translated(MCMetaInfoEntry* entry, short& code) const {
+        MCMetaInfoAliasEntry* alias = entry ? entry->AsAlias() : nullptr;
+        if (!alias)
+            return entry;
+        code = alias->m_sConcreteType;
+        return FindEntry(code);
+    }
     /// Drops what FindEntry remembers; every change of m_xEntries calls it.
     void ForgetRecent() const {
         m_xRecent.Forget();

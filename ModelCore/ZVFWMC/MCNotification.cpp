@@ -169,14 +169,6 @@ MCNotificationEntry* MCNotificationDirectory::CreateEntry(short nType, short nAn
     return made.release();
 }
 
-ZVTBoolean MCNotificationDirectory::FindAndAsk(short nType, long nEventType) const {
-    MCNotificationEntry* entry = nullptr;
-    if (!m_xEntries.Find(nType, entry) || !entry)
-        return false;
-    m_xRecent.Remember(nType, entry);
-    return entry->PassesOnAlone(nEventType);
-}
-
 MCNotificationEntry* MCNotificationDirectory::FindEntry(short nType) const {
     MCNotificationEntry* entry = nullptr;
     if (!m_xEntries.Find(nType, entry) || !entry)

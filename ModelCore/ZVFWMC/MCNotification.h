@@ -142,26 +142,24 @@ public:
     /// Whether an object of `nType` does nothing with an event of `nEventType` but pass it on to its own
     /// subscribers (the default reaction, reached before any other); false for a type without an entry.
     ZVTBoolean PassesOnAlone(short nType, long nEventType) const {
+        // Asked at every level of every climb: the recent entry's answer comes without a null test.
         if (MCNotificationEntry* known = m_xRecent.Find(nType))
             return known->PassesOnAlone(nEventType);
-        return FindAndAsk(nType, nEventType);
+        MCNotificationEntry* entry = FindEntry(nType);
+        return entry && entry->PassesOnAlone(nEventType);
     }
 
     /// PassesOnAlone for every event type below 8 at once, one bit per type (bit = type); 0 for a type
     /// without an entry.
     std::uint8_t PassingOn(short nType) const {
-        MCNotificationEntry* entry = m_xRecent.Find(nType);
-        if (!entry && !(entry = FindEntry(nType)))
-            return 0;
-        return entry->PassingOn();
+        MCNotificationEntry* entry = EntryOf(nType);
+        return entry ? entry->PassingOn() : 0;
     }
     /// Whether an object of `nType` answers an event of `nEventType` with the reference clean-up
     /// (MCObjectSubjectDestNotification) before anything else; false for a type without an entry.
     ZVTBoolean CleansUpAlone(short nType, long nEventType) const {
-        MCNotificationEntry* entry = m_xRecent.Find(nType);
-        if (!entry && !(entry = FindEntry(nType)))
-            return false;
-        return entry->CleansUpAlone(nEventType);
+        MCNotificationEntry* entry = EntryOf(nType);
+        return entry && entry->CleansUpAlone(nEventType);
     }
 
     /// The hash of the table: the type itself, as unsigned int.
@@ -173,7 +171,11 @@ private:
     MCNotificationDirectory(const MCNotificationDirectory&) = delete;
     MCNotificationDirectory& operator=(const MCNotificationDirectory&) = delete;
 
-    ZVTBoolean FindAndAsk(short nType, long nEventType) const;
+    // The entry of `nType`, from the recent ones or else the table; null when there is none.
+    MCNotificationEntry* EntryOf(short nType) const {
+        MCNotificationEntry* known = m_xRecent.Find(nType);
+        return known ? known : FindEntry(nType);
+    }
     // The entry of `nType` through the table, remembered for the next look-up; null when there is none.
     MCNotificationEntry* FindEntry(short nType) const;
 

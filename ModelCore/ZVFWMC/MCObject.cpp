@@ -256,6 +256,18 @@ MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
     if (owner) {
         owner->AddOwnedObject(this);
         AddSubscriber(owner, MCEvent::subscriberOwner);
+        // The owner is the only one to hear this object yet: where the owner holds a memo and is made (its
+        // Notify final), the first climb from here would stop at it at once, so this level's memo is taken
+        // now, as FindQuietEvents would leave it.
+        if (owner->m_nHeardAt == mc_detail::g_nHeardGeneration && (owner->m_nState & c_nHeardMade) != 0 &&
+            !HasOwnNotify(owner)) {
+            if (const MCNotificationDirectory* directory = MCNotificationDirectory::FindInstance()) {
+                m_nQuietEvents =
+                    static_cast<std::uint8_t>(owner->m_nQuietEvents & directory->PassingOn(owner->GetType()));
+                m_nHeardAt = owner->m_nHeardAt;
+                m_nState = static_cast<std::uint8_t>(m_nState | c_nHeardRelied);
+            }
+        }
     }
     try {
         long id = context ? context->RequestId() : 0;

@@ -358,9 +358,14 @@ struct Relay : MCObject {
 };
 struct Builder : Relay {
     Builder(MCObject* owner, MCFactoryContext* context) : Relay(owner, context, 9152) {
+        // Often enough for climbs to leave memos, if they could: on this level, then on the child's.
+        for (long i = 0; i < 16; ++i) {
+            MCSPropertyAccessorT<long> value(i);
+            SetProperty(87, value, 1);
+        }
         m_pxChild = static_cast<MCObject*>(
             MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, this, nullptr, nullptr));
-        for (long i = 0; i < 16; ++i) {  // often enough for a climb to leave memos, if it could
+        for (long i = 0; i < 16; ++i) {
             MCSPropertyAccessorT<long> value(i);
             m_pxChild->SetProperty(87, value, 1);
         }
@@ -381,7 +386,8 @@ struct Heeding : Builder {
 TEST_F(NotificationTest, RememberedAudibilityFollowsEveryChangeThatCouldAlterIt) {
     // Two trees root - a - b - {leaf, sibling}: made through the registry, where climbs leave memos, and by
     // hand, where no memo may rely on an owner. After each step, done to both, the answers for the sibling
-    // (whose climb meets the leaf's memos) and the leaf must match, asked a few rounds so memos are left.
+    // (whose climb meets the leaf's memos) and the leaf must match, asked a few rounds so memos are left,
+    // and so must those of a child then born under the leaf.
     static const bool registered = new MCFactoryT<Relay, MCObject>(9150, "Relay", 1, 0, false, false) &&
                                    new MCFactoryT<Heeding, MCObject>(9152, "Heeding", 1, 0, false, false);
     (void)registered;
@@ -415,9 +421,12 @@ TEST_F(NotificationTest, RememberedAudibilityFollowsEveryChangeThatCouldAlterIt)
         },
         [](const T& t) { t[1]->SetType(Silent::c_sType); },
         [](const T& t) { t[1]->SetType(9150); },
+        // The leaf's own answers stay; those of what is born under it do not.
+        [](const T& t) { t[3]->SetType(Silent::c_sType); },
+        [](const T& t) { t[3]->SetType(9150); },
     };
     constexpr unsigned mask = MCEvent::subscriberOwner | MCEvent::subscriberObserver;
-    auto answers = [](const T& t) {
+    auto answers = [&](const T& t) {
         std::string bits;
         for (int round = 0; round < 4; ++round) {
             bits = " |";
@@ -426,16 +435,28 @@ TEST_F(NotificationTest, RememberedAudibilityFollowsEveryChangeThatCouldAlterIt)
                 for (long event : {MCEvent::PropertySet, MCEvent::PropertyNulled, MCEvent::ObjectCreated})
                     bits += object->IsHeard(event, mask) ? '1' : '0';
         }
+        // Through the registry the child starts from the leaf's memo; then it is observed.
+        MCObject* child = t == made ? Make(t[3], 9150) : new Relay(t[3], nullptr);
+        for (bool observed : {false, true}) {
+            if (observed)
+                child->AddSubscriber(&one, MCEvent::subscriberObserver);
+            for (long event : {MCEvent::PropertySet, MCEvent::PropertyNulled, MCEvent::ObjectCreated})
+                bits += child->IsHeard(event, mask) ? '1' : '0';
+        }
+        child->RemoveSubscriber(&one, 0xFFFF);
         return bits;
     };
     std::string trace = answers(made);
     for (const auto& step : steps) {
         step(made);
         step(hand);
-        trace += answers(made);
-        EXPECT_EQ(trace.substr(trace.size() - 8), answers(hand)) << trace;
+        const std::string now = answers(made);
+        trace += now;
+        EXPECT_EQ(now, answers(hand)) << trace;
     }
-    EXPECT_EQ(trace, " |000000 |111111 |000000 |111111 |000000 |111111 |000000 |010010 |111111 |010010");
+    EXPECT_EQ(trace,
+              " |000000000111 |111111111111 |000000000111 |111111111111 |000000000111 |111111111111"
+              " |000000000111 |010010010111 |111111111111 |010010010111 |010010111111 |010010010111");
 
     // An owner whose class gets its own Notify only after its base class has edited an ownee.
     for (Heeding* owner : {static_cast<Heeding*>(Make(made[2], 9152)), new Heeding(hand[2], nullptr)}) {

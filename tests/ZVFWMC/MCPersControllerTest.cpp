@@ -6,6 +6,7 @@
 
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "ModelCore/ZVFWMC/MCCodes.h"
 #include "support/PersTestSupport.h"
@@ -42,24 +43,9 @@ struct Bytes {
     std::string Str() const { return medium.str(); }
 };
 
-long IntegerOf(const MCObject* object, short type) {
-    MCSPropertyRawAccessorT<long> accessor;
-    return object->GetProperty(type, accessor) ? accessor.GetValue() : -999;
-}
-
-MCObject* RefOf(const MCObject* object) {
-    MCSRefRawAccessor accessor;
-    return object->GetProperty(MCCodes::pReference, accessor) ? accessor.GetValue() : nullptr;
-}
-
-void SetRef(MCObject* from, MCObject* to) {
-    MCSRefRawAccessor ref(to);
-    ASSERT_TRUE(from->SetProperty(MCCodes::pReference, ref, MCPropertyAccessor::accessAdd));
-}
-
 using C = MCPersController;
 
-TEST_F(PersTest, EachRefusedHeadMapsToItsResultAndCreatesNothing) {
+TEST_F(PersTest, RefusedHeadsBadTreesAndUnwritableHeadsEachGiveTheirResult) {
     const struct {
         MCPersHeader stored;
         C::result expected;
@@ -78,27 +64,42 @@ TEST_F(PersTest, EachRefusedHeadMapsToItsResultAndCreatesNothing) {
     EXPECT_EQ(Restore("MdlCorX" + std::string(40, '\0')).result, C::resultBadPrefix);
     // A head that ends inside the product code is a stream failure, not a refusal.
     EXPECT_THROW(Restore(Bytes().Str().substr(0, 20)), EXUnexpected);
-}
 
-TEST_F(PersTest, SaveFailsOnAnUnwritableHeadAndWithoutAPersistenceRoot) {
-    MCObject* root = Make(nullptr, PersRoot::c_sType);
+    // Saving: a head too wide to write, no persistence root, no object at all; a null object reaching a
+    // visitor either way is a bad tree.
     std::stringstream medium;
     MCStream stream(medium, ZVTStream::binary);
     MCPersController controller;
-    MCPersHeader tooWide(1L << 40, 0, "Acme", "Tool", "");
-    EXPECT_EQ(controller.SaveTo(stream, root, tooWide), C::resultHeadNotWritten);
-    MCPersHeader header = PersLimits();
+    MCPersHeader tooWide(1L << 40, 0, "Acme", "Tool", ""), header = PersLimits();
+    EXPECT_EQ(controller.SaveTo(stream, Make(nullptr, PersRoot::c_sType), tooWide), C::resultHeadNotWritten);
     for (MCObject* object : {Make(), static_cast<MCObject*>(nullptr)}) {
         std::stringstream fresh;
         MCStream freshStream(fresh, ZVTStream::binary);
         EXPECT_THROW(controller.SaveTo(freshStream, object, header), EXUnexpected);
     }
+    std::stringstream untouched;
+    MCStream visited(untouched, ZVTStream::binary);
+    MCPersSaveVisitor save(visited);
+    MCPersRestoreVisitor restore(visited);
+    EXPECT_THROW(save.Visit(nullptr), MCPersExBadTree);
+    EXPECT_THROW(restore.Visit(nullptr), MCPersExBadTree);
+    EXPECT_TRUE(untouched.str().empty());
 }
 
-TEST_F(PersTest, UnknownTopLevelTokenExpungesTheTreeAndLeavesTheOutputAlone) {
+TEST_F(PersTest, UnknownTopLevelTokenExpungesTheTreeAndItsUserDefinedPropertiesAndLeavesTheOutputAlone) {
+    // The host never sees the dropped root; only its address tells whether the registry still counts its
+    // property, and a later root at that address would otherwise hold the property and save it.
+    struct FirstMade : MCCreationHook {
+        MCObject* first = nullptr;
+        void ItemCreated(MCObject* object) override { first = first ? first : object; }
+    } hook;
+    const short code = MCFactoryRegistry::RegisterUDP("PersDropped", MCCodes::pInteger, nullptr, true);
+    ASSERT_LT(code, 0);
     const short node = TestNode::c_sType;
     std::stringstream medium(Bytes()
-                                 .Object(node, 10, 0)
+                                 .Globals(code, "PersDropped")
+                                 .Object(PersRoot::c_sType, 10, 0)
+                                 .Integer(code, 31)
                                  .End()
                                  .Object(node, 11, 10)
                                  .End()
@@ -112,67 +113,29 @@ TEST_F(PersTest, UnknownTopLevelTokenExpungesTheTreeAndLeavesTheOutputAlone) {
     MCPersHeader header = PersLimits();
     MCPersController controller;
     MCObject* out = reinterpret_cast<MCObject*>(&medium);
+    MCFactoryRegistry::HookCreateItem(hook, true);
     EXPECT_EQ(controller.RestoreFrom(stream, out, header), C::resultUnknownToken);
+    MCFactoryRegistry::HookCreateItem(hook, false);
     EXPECT_EQ(out, reinterpret_cast<MCObject*>(&medium));
+    ASSERT_NE(hook.first, nullptr);
+    EXPECT_FALSE(MCFactoryRegistry::IsRegistered(code, hook.first));
     // Only the ownerless object outlives the root, and only it is left for the host to dispose of.
     ASSERT_EQ(controller.GetCreatedObjects().Entries(), 1u);
     EXPECT_EQ(TestNode::c_nAlive, m_nAliveAtStart + 1);
     MCObject* survivor = controller.GetCreatedObjects().At(0);
     EXPECT_EQ(survivor->GetOwner(0, MCItem::rttiDerived), nullptr);
     survivor->Expunge(true);
-}
 
-TEST_F(PersTest, RootDroppedForAnUnknownTokenLeavesItsUserDefinedProperties) {
-    // The host never sees the dropped root; only its address tells whether the registry still counts it,
-    // and a later root at that address would otherwise hold the property and save it.
-    struct FirstMade : MCCreationHook {
-        MCObject* first = nullptr;
-        void ItemCreated(MCObject* object) override { first = first ? first : object; }
-    } hook;
-    const short code = MCFactoryRegistry::RegisterUDP("PersDropped", MCCodes::pInteger, nullptr, true);
-    ASSERT_LT(code, 0);
-    const std::string bytes = Bytes()
-                                  .Globals(code, "PersDropped")
-                                  .Object(PersRoot::c_sType, 10, 0)
-                                  .Integer(code, 31)
-                                  .End()
-                                  .Token(0x33)
-                                  .Str();
-    MCFactoryRegistry::HookCreateItem(hook, true);
-    const PersRestored r = Restore(bytes);
-    MCFactoryRegistry::HookCreateItem(hook, false);
-    ASSERT_EQ(r.result, C::resultUnknownToken);
-    ASSERT_NE(hook.first, nullptr);
-    EXPECT_FALSE(MCFactoryRegistry::IsRegistered(code, hook.first));
-}
-
-TEST_F(PersTest, FailingFactoryThrowsWithTheTypeAndKeepsWhatWasMade) {
-    const std::string bytes = Bytes()
-                                  .Object(TestNode::c_sType, 10, 0)
-                                  .End()
-                                  .Object(TestNode::c_sType, 11, 10)
-                                  .End()
-                                  .Object(4321, 12, 10)
-                                  .End()
-                                  .Str();
+    // A failing factory throws with the type and keeps what was made.
     try {
-        Restore(bytes);
+        Restore(
+            Bytes().Object(node, 10, 0).End().Object(node, 11, 10).End().Object(4321, 12, 10).End().Str());
         FAIL() << "no exception";
     } catch (const MCPersExObjectCreation& e) {
         EXPECT_EQ(e.GetObjectType(), 4321);
     }
     ASSERT_EQ(m_xRestored.size(), 1u);
     EXPECT_EQ(m_xRestored[0]->GetOwneeCount(), 1);
-}
-
-TEST_F(PersTest, NullObjectReachingAVisitorIsABadTree) {
-    std::stringstream medium;
-    MCStream stream(medium, ZVTStream::binary);
-    MCPersSaveVisitor save(stream);
-    MCPersRestoreVisitor restore(stream);
-    EXPECT_THROW(save.Visit(nullptr), MCPersExBadTree);
-    EXPECT_THROW(restore.Visit(nullptr), MCPersExBadTree);
-    EXPECT_TRUE(medium.str().empty());
 }
 
 TEST_F(PersTest, FileWithoutObjectsGivesNullRootAndEndMarkStopsReading) {
@@ -182,13 +145,8 @@ TEST_F(PersTest, FileWithoutObjectsGivesNullRootAndEndMarkStopsReading) {
     EXPECT_EQ(r.result, C::resultOk);
     EXPECT_EQ(r.root, nullptr);
     // Nothing after the end mark is read, not even a token that would be refused.
-    r = Restore(Bytes()
-                    .Object(TestNode::c_sType, 10, 0)
-                    .End()
-                    .Token(-1)
-                    .Token(0x33)
-                    .Object(TestNode::c_sType, 11, 0)
-                    .Str());
+    const short node = TestNode::c_sType;
+    r = Restore(Bytes().Object(node, 10, 0).End().Token(-1).Token(0x33).Object(node, 11, 0).Str());
     EXPECT_EQ(r.result, C::resultOk);
     EXPECT_EQ(r.created.size(), 1u);
 }
@@ -197,7 +155,7 @@ TEST_F(PersTest, TruncatedFileAtAnyByteRestoresThePartReadWithoutFailing) {
     MCObject* model = Make(nullptr, PersRoot::c_sType);
     MCObject* a = Make(model, Shape::c_sType);
     SetLong(a, MCCodes::pInteger, 7);
-    SetRef(a, Make(model, Shape::c_sType));
+    Link(a, MCCodes::pReference, Make(model, Shape::c_sType));
     const std::string full = Save(model);
     size_t previous = 0;
     for (size_t cut = Bytes().Str().size(); cut <= full.size(); ++cut) {
@@ -214,13 +172,16 @@ TEST_F(PersTest, TruncatedFileAtAnyByteRestoresThePartReadWithoutFailing) {
 TEST_F(PersTest, RulesFireAfterEveryReferenceIsResolvedAndNoCreationRuleRuns) {
     MCObject* model = Make(nullptr, PersRoot::c_sType);
     MCObject* target = Make(model, Shape::c_sType);
-    SetRef(Make(model, Shape::c_sType), target);  // the holder is saved, and so made, before its target
+    Link(Make(model, Shape::c_sType), MCCodes::pReference,
+         target);  // the holder is saved, and so made, before its target
     ObjectRule objectRule("obj", MCObjectSem::PostCreation | MCObjectSem::CalculateData);
     AddRule(Shape::c_sType, objectRule);
     PropertyRule propertyRule("prop", MCPropertySemantic::PostCalculateData);
     propertyRule.m_xAct = [](MCPropertySemantic::mode, MCObject* object, MCProperty*,
                              MCPropertySemanticContext*) {
-        MCObject* seen = RefOf(object);
+        MCSRefRawAccessor ref;
+        object->GetProperty(MCCodes::pReference, ref);
+        MCObject* seen = ref.GetValue();
         const bool resolved =
             seen && seen != object &&
             seen->GetOwner(0, MCItem::rttiDerived) == object->GetOwner(0, MCItem::rttiDerived);
@@ -242,33 +203,31 @@ TEST_F(PersTest, APropertyRuleThatAnObjectRuleRegistersFiresForThatObject) {
     SetLong(Make(model, TestNode::c_sType), MCCodes::pInteger, 7);
     SetLong(Make(model, TestNode::c_sType), MCCodes::pInteger, 8);
     const std::string bytes = Save(model);
-    struct Registering : ObjectRule {
-        using ObjectRule::ObjectRule;
-        result Fire(mode nMode, MCObject* object, MCObjectSemContext* context) override {
-            if (m_pxLate) {
-                MCFactoryContext registration;
-                MCPropertySemanticRegistry::Register(TestNode::c_sType, &registration, MCCodes::pInteger,
-                                                     m_pxLate, false, false);
-                m_pxLate = nullptr;
-            }
-            return ObjectRule::Fire(nMode, object, context);
-        }
-        PropertyRule* m_pxLate = nullptr;
-    };
+    static PropertyRule* s_pxLate = nullptr;
     std::string traces[2];
     for (int late = 1; late >= 0; --late) {  // late first: a type's interests outlive its rules
         SCOPED_TRACE(late);
         PropertyRule propertyRule("prop", MCPropertySemantic::PostCalculateData);
         propertyRule.m_xAct = [](MCPropertySemantic::mode, MCObject* object, MCProperty*,
                                  MCPropertySemanticContext*) {
-            Record(std::to_string(IntegerOf(object, MCCodes::pInteger)), 0);
+            Record(GetLong(object, MCCodes::pInteger), 0);
             return MCPropertySemantic::resultContinue;
         };
-        Registering objectRule("obj", MCObjectSem::CalculateData);
+        ObjectRule objectRule("obj", MCObjectSem::CalculateData);
         AddRule(TestNode::c_sType, objectRule);
-        if (late)
-            objectRule.m_pxLate = &propertyRule;
-        else
+        // The object rule's own firing is logged before this runs, so the registration stays silent.
+        struct : ObjectRule {
+            using ObjectRule::ObjectRule;
+            result Fire(mode nMode, MCObject*, MCObjectSemContext*) override {
+                if ((nMode & MCObjectSem::CalculateData) && s_pxLate)
+                    RuleTest::AddRule(TestNode::c_sType, MCCodes::pInteger,
+                                      *std::exchange(s_pxLate, nullptr));
+                return resultContinue;
+            }
+        } registering{"reg", MCObjectSem::CalculateData};
+        AddRule(TestNode::c_sType, registering);
+        s_pxLate = late ? &propertyRule : nullptr;
+        if (!late)
             AddRule(TestNode::c_sType, MCCodes::pInteger, propertyRule);
         TakeLog();
         ASSERT_EQ(Restore(bytes).result, C::resultOk);
@@ -290,12 +249,11 @@ TEST_F(PersTest, UserDefinedPropertiesAreReadUnderTheCodesOfThisProcess) {
                                  .Str());
     ASSERT_EQ(r.result, C::resultOk);
     ASSERT_NE(r.root, nullptr);
-    EXPECT_EQ(IntegerOf(r.root, current), 31);
     EXPECT_TRUE(MCFactoryRegistry::IsRegistered(current, r.root));
     // Saved again, the property goes out under its current code and comes back the same.
     PersRestored again = Restore(Save(r.root));
     ASSERT_NE(again.root, nullptr);
-    EXPECT_EQ(IntegerOf(again.root, current), 31);
+    EXPECT_EQ(GetLong(r.root, current) + " " + GetLong(again.root, current), "31 31");
 }
 
 TEST_F(PersTest, ExpungeFlagsAreNeitherStoredNorTakenFromAFile) {

@@ -13,7 +13,7 @@
 #include <random>
 #include <sstream>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "ModelCore/ZVFWMC/MCEvent.h"
 #include "ModelCore/ZVFWMC/MCSubscriber.h"
@@ -26,11 +26,8 @@ class Recorder : public MCSubscriber {
 public:
     void Notify(MCEvent& rEvent) override {
         *m_psLog += (m_psLog->empty() ? "" : " ") + std::to_string(m_nNumber);
-        if (m_xAction) {
-            std::function<void(MCEvent&)> xAction;
-            xAction.swap(m_xAction);
-            xAction(rEvent);
-        }
+        if (m_xAction)
+            std::exchange(m_xAction, nullptr)(rEvent);
     }
 
     int m_nNumber = 0;
@@ -39,23 +36,6 @@ public:
 };
 
 constexpr int c_nRecorders = 300;
-
-// Renders every entry, stale ones too, as "number:count/type" in list order.
-class EntryProbe : public ZVTFilter<MCSubscriberReference*> {
-public:
-    explicit EntryProbe(const Recorder* pFirst) : m_pxFirst(pFirst) {}
-    ZVTBoolean Test(MCSubscriberReference*& pEntry) override {
-        const auto* pRecorder = static_cast<const Recorder*>(pEntry->GetSubscriber());
-        m_sOut += (m_sOut.empty() ? "" : " ") + std::to_string(pRecorder - m_pxFirst) + ":" +
-                  std::to_string(pEntry->GetReferenceCount()) + "/" +
-                  std::to_string(pEntry->GetSubscriberType());
-        return false;
-    }
-    std::string m_sOut;
-
-private:
-    const Recorder* m_pxFirst;
-};
 
 class SubjectTest : public ::testing::Test {
 public:
@@ -68,17 +48,59 @@ public:
     ~SubjectTest() override { m_xSubject.RemoveAllSubscribers(); }
 
     Recorder* R(int i) { return &m_axRecorders[i]; }
+    /// Every entry, stale ones too, as "number:count/type" in list order.
     std::string Entries() {
-        EntryProbe xProbe(m_axRecorders);
+        struct Probe : ZVTFilter<MCSubscriberReference*> {
+            ZVTBoolean Test(MCSubscriberReference*& pEntry) override {
+                m_sOut += (m_sOut.empty() ? "" : " ") +
+                          std::to_string(static_cast<const Recorder*>(pEntry->GetSubscriber())->m_nNumber) +
+                          ":" + std::to_string(pEntry->GetReferenceCount()) + "/" +
+                          std::to_string(pEntry->GetSubscriberType());
+                return false;
+            }
+            std::string m_sOut;
+        } xProbe;
         MCSubscriberListIter xWalk(&m_xSubject, &xProbe, nullptr);
         return xProbe.m_sOut;
     }
     long RawCount() { return MCSubscriberListIter(&m_xSubject).GetCount(); }
-    // Delivers an event of mask 1 and returns who got it.
-    std::string Deliver() {
+    /// Delivers an event of `nMask` and returns who got it.
+    std::string Deliver(unsigned int nMask = 1) {
         m_sLog.clear();
-        m_xSubject.NotifySubscribers(MCEvent::Instantiate(MCEvent::PropertySet, &m_xSubject, 1));
+        m_xSubject.NotifySubscribers(MCEvent::Instantiate(MCEvent::PropertySet, &m_xSubject, nMask));
         return m_sLog;
+    }
+    /// Runs `sSteps`: "+N:T" adds recorder N with type T (default 1), "-N:T" removes it, "-A..B:T" removes a
+    /// range, "n" re-delivers `pEvent` nested, "D" delivers a new event, and "@N ... @" makes the steps
+    /// between the marks recorder N's action.
+    void Apply(const std::string& sSteps, MCEvent* pEvent = nullptr) {
+        std::istringstream xSteps(sSteps);
+        for (std::string sStep; xSteps >> sStep;) {
+            if (sStep[0] == '@') {
+                std::string sAction;
+                for (std::string sNext; xSteps >> sNext && sNext != "@";)
+                    sAction += sNext + " ";
+                R(std::stoi(sStep.substr(1)))->m_xAction = [this, sAction](MCEvent& e) {
+                    Apply(sAction, &e);
+                };
+            } else if (sStep == "n") {
+                m_xSubject.NotifySubscribers(*pEvent);
+            } else if (sStep == "D") {
+                m_xSubject.NotifySubscribers(MCEvent::Instantiate(MCEvent::PropertySet, &m_xSubject, 1));
+            } else {
+                int nFirst = 0, nLast = 0, nType = 1;
+                if (std::sscanf(sStep.c_str() + 1, "%d..%d:%i", &nFirst, &nLast, &nType) < 2)
+                    nLast = nFirst, std::sscanf(sStep.c_str() + 1, "%d:%i", &nFirst, &nType);
+                for (int i = nFirst; i <= nLast; ++i)
+                    sStep[0] == '+' ? m_xSubject.AddSubscriber(R(i), static_cast<unsigned>(nType))
+                                    : m_xSubject.RemoveSubscriber(R(i), static_cast<unsigned>(nType));
+            }
+        }
+    }
+    void Reset() {
+        for (Recorder& rRecorder : m_axRecorders)
+            rRecorder.m_xAction = nullptr;
+        m_xSubject.RemoveAllSubscribers();
     }
 
     Recorder m_axRecorders[c_nRecorders];
@@ -86,49 +108,33 @@ public:
     MCSubject m_xSubject;
 };
 
-TEST_F(SubjectTest, CountsTypesAndStaleEntriesFollowAddAndRemove) {
-    // Steps on subscriber 0: "+t" adds with type t, "-t" removes with type t.
+TEST_F(SubjectTest, CountsTypesStaleEntriesAndDeliveryFollowAddAndRemove) {
     const struct {
         const char* pcName;
         const char* pcSteps;
         const char* pcExpected;
     } axCases[] = {
-        {"second add counts and unions types", "+1 +2", "0:2/3"},
-        {"types keep their low 8 bits", "+0x1FF", "0:1/255"},
-        {"removing 1 of 1|4 keeps 4", "+1 +4 -1", "0:1/4"},
-        {"bit 4 in a removal clears nothing", "+5 -4", "0:0/5"},
-        {"0xFFFF clears all but bit 4", "+7 -0xFFFF", "0:0/4"},
-        {"removing a stale entry changes nothing", "+1 -0 -1", "0:0/1"},
-        {"revival counts 1 and ORs the types", "+1 -0 +2", "0:1/3"},
-        {"removing the unsubscribed is harmless", "-1", ""},
+        {"second add counts and unions types", "+0:1 +0:2", "0:2/3"},
+        {"types keep their low 8 bits", "+0:0x1FF", "0:1/255"},
+        {"removing 1 of 1|4 keeps 4", "+0:1 +0:4 -0:1", "0:1/4"},
+        {"bit 4 in a removal clears nothing", "+0:5 -0:4", "0:0/5"},
+        {"0xFFFF clears all but bit 4", "+0:7 -0:0xFFFF", "0:0/4"},
+        {"removing a stale entry changes nothing", "+0:1 -0:0 -0:1", "0:0/1"},
+        {"revival counts 1 and ORs the types", "+0:1 -0:0 +0:2", "0:1/3"},
+        {"removing the unsubscribed is harmless", "-0:1", ""},
     };
     for (const auto& rCase : axCases) {
         SCOPED_TRACE(rCase.pcName);
-        std::istringstream xSteps(rCase.pcSteps);
-        for (std::string sStep; xSteps >> sStep;) {
-            const auto nType = static_cast<unsigned int>(std::stoul(sStep.substr(1), nullptr, 0));
-            if (sStep[0] == '+')
-                m_xSubject.AddSubscriber(R(0), nType);
-            else
-                m_xSubject.RemoveSubscriber(R(0), nType);
-        }
+        Apply(rCase.pcSteps);
         EXPECT_EQ(Entries(), rCase.pcExpected);
-        m_xSubject.RemoveAllSubscribers();
+        Reset();
     }
-}
 
-TEST_F(SubjectTest, DeliveryFollowsAddressesAndSharedTypeBits) {
-    m_xSubject.AddSubscriber(R(3), 4);
-    m_xSubject.AddSubscriber(R(1), 1);
-    m_xSubject.AddSubscriber(R(2), 2);
-    m_xSubject.AddSubscriber(R(0), 1);
-    m_xSubject.AddSubscriber(R(0), 2);
+    // Delivery goes by address to every entry sharing a bit with the event's mask.
+    Apply("+3:4 +1 +2:2 +0 +0:2");
     std::string sOut;
-    for (unsigned int nMask : {1u, 2u, 3u, 4u, 7u, 8u}) {
-        m_sLog.clear();
-        m_xSubject.NotifySubscribers(MCEvent::Instantiate(MCEvent::PropertySet, &m_xSubject, nMask));
-        sOut += std::to_string(nMask) + "[" + m_sLog + "] ";
-    }
+    for (unsigned int nMask : {1u, 2u, 3u, 4u, 7u, 8u})
+        sOut += std::to_string(nMask) + "[" + Deliver(nMask) + "] ";
     EXPECT_EQ(sOut, "1[0 1] 2[0 2] 3[0 1 2] 4[3] 7[0 1 2 3] 8[] ");
 }
 
@@ -145,9 +151,7 @@ TEST_F(SubjectTest, LongListsBehaveLikeShortOnes) {
     };
     std::mt19937 xRandom(7);
     const struct {
-        int nOps;
-        int nAddPercent;
-        int nRange;
+        int nOps, nAddPercent, nRange;
     } axPhases[] = {{3000, 70, 300}, {4000, 10, 300}, {1500, 60, 40}, {2000, 5, 40}};
     for (const auto& rPhase : axPhases) {
         for (int i = 0; i < rPhase.nOps; ++i) {
@@ -166,10 +170,8 @@ TEST_F(SubjectTest, LongListsBehaveLikeShortOnes) {
                     it->second.second &= ~(nType & ~4u);
                 }
             }
-            int nStale = 0;
-            for (const auto& rEntry : xModel)
-                nStale += rEntry.second.first == 0;
-            if (nStale > 10) {
+            if (std::count_if(xModel.begin(), xModel.end(),
+                              [](const auto& e) { return e.second.first == 0; }) > 10) {
                 for (auto it = xModel.begin(); it != xModel.end();)
                     it = it->second.first == 0 ? xModel.erase(it) : std::next(it);
             }
@@ -181,8 +183,7 @@ TEST_F(SubjectTest, LongListsBehaveLikeShortOnes) {
 TEST_F(SubjectTest, MoreThanTenStaleEntriesArePurgedWhenTheLastWalkEnds) {
     const struct {
         const char* pcName;
-        int nEntries;
-        int nRemoved;
+        int nEntries, nRemoved;
         bool bUnderGuard;
         int nRevived;
         long nExpected;
@@ -196,127 +197,67 @@ TEST_F(SubjectTest, MoreThanTenStaleEntriesArePurgedWhenTheLastWalkEnds) {
     };
     for (const auto& rCase : axCases) {
         SCOPED_TRACE(rCase.pcName);
-        for (int i = 0; i < rCase.nEntries; ++i)
-            m_xSubject.AddSubscriber(R(i), 1);
+        Apply("+0.." + std::to_string(rCase.nEntries - 1));
         {
             std::unique_ptr<MCSubjectUser> pGuard(rCase.bUnderGuard ? new MCSubjectUser(m_xSubject)
                                                                     : nullptr);
-            for (int i = 0; i < rCase.nRemoved; ++i)
-                m_xSubject.RemoveSubscriber(R(i), 1);
-            for (int i = 0; i < rCase.nRevived; ++i)
-                m_xSubject.AddSubscriber(R(0), 1);
+            Apply("-0.." + std::to_string(rCase.nRemoved - 1) + (rCase.nRevived ? " +0" : ""));
             if (rCase.bUnderGuard) {
                 EXPECT_EQ(RawCount(), rCase.nEntries);
             }
         }
-        EXPECT_EQ(RawCount(), rCase.nExpected);
         std::string sExpected = rCase.nRevived > 0 ? "0" : "";
         for (int i = rCase.nRemoved; i < rCase.nEntries; ++i)
             sExpected += (sExpected.empty() ? "" : " ") + std::to_string(i);
-        EXPECT_EQ(Deliver(), sExpected);
-        m_xSubject.RemoveAllSubscribers();
+        const std::string sCount = std::to_string(RawCount()) + ": ";
+        EXPECT_EQ(sCount + Deliver(), std::to_string(rCase.nExpected) + ": " + sExpected);
+        Reset();
     }
 }
 
 // Re-entrant changes during a delivery, on a short list, one that grows past the index threshold during
-// the walk, and an indexed one. The padding entries have type 2 and so are walked but never called.
+// the walk, and an indexed one; the padding entries from 10 on are walked but never called. Each row runs as
+// it is and with a stale entry that once had the event's type, which makes every walk a full one: a list only
+// its first entry can hear is walked by a shortcut that must not differ.
 class ReentrantDeliveryTest : public SubjectTest, public ::testing::WithParamInterface<int> {};
 
 TEST_P(ReentrantDeliveryTest, ChangesDuringDeliveryReachTheWalkAsTheirAddressSays) {
-    // 1, 2, 3 are subscribed; 0 lies before them, 4 after; padding from 10 on.
-    using Fixture = ReentrantDeliveryTest;
+    const char* const pcAllHear = "+1 +2 +3";              // 0 lies before them, 4 after; padding of type 2
+    const char* const pcFirstHears = "+2 +0:4 +3:4 +9:4";  // 2 came first: its entry is the subject's own
     const struct {
         const char* pcName;
+        const char* pcSetup;
         int nActor;
-        std::function<void(Fixture&, MCEvent&)> xAct;
+        const char* pcAct;
         const char* pcExpected;
     } axCases[] = {
-        {"self removal goes on", 2, [](Fixture& t, MCEvent&) { t.m_xSubject.RemoveSubscriber(t.R(2), 1); },
-         "1 2 3 | 1 3"},
-        {"a later one removed is not called", 1,
-         [](Fixture& t, MCEvent&) { t.m_xSubject.RemoveSubscriber(t.R(3), 1); }, "1 2 | 1 2"},
-        {"a later one added is called", 2,
-         [](Fixture& t, MCEvent&) { t.m_xSubject.AddSubscriber(t.R(4), 1); }, "1 2 3 4 | 1 2 3 4"},
-        {"an earlier one added is not", 2,
-         [](Fixture& t, MCEvent&) { t.m_xSubject.AddSubscriber(t.R(0), 1); }, "1 2 3 | 0 1 2 3"},
-        {"removed and re-added ahead is called", 1,
-         [](Fixture& t, MCEvent&) {
-             t.m_xSubject.RemoveSubscriber(t.R(3), 1);
-             t.m_xSubject.AddSubscriber(t.R(3), 1);
-         },
-         "1 2 3 | 1 2 3"},
-        {"nested delivery", 2, [](Fixture& t, MCEvent& e) { t.m_xSubject.NotifySubscribers(e); },
-         "1 2 1 2 3 3 | 1 2 3"},
-        {"mass removal in a nested delivery frees nothing under the walk", 2,
-         [](Fixture& t, MCEvent&) {
-             t.R(1)->m_xAction = [&t](MCEvent&) {
-                 for (int i = 0; i < 14; ++i)
-                     t.m_xSubject.RemoveSubscriber(t.R(i < 2 ? 2 * i + 1 : 8 + i), 0xFF);
-             };
-             t.m_xSubject.NotifySubscribers(MCEvent::Instantiate(MCEvent::PropertySet, &t.m_xSubject, 1));
-         },
-         "1 2 1 2 | 2"},
+        {"self removal goes on", pcAllHear, 2, "-2", "1 2 3 | 1 3"},
+        {"a later one removed is not called", pcAllHear, 1, "-3", "1 2 | 1 2"},
+        {"a later one added is called", pcAllHear, 2, "+4", "1 2 3 4 | 1 2 3 4"},
+        {"an earlier one added is not", pcAllHear, 2, "+0", "1 2 3 | 0 1 2 3"},
+        {"removed and re-added ahead is called", pcAllHear, 1, "-3 +3", "1 2 3 | 1 2 3"},
+        {"nested delivery", pcAllHear, 2, "n", "1 2 1 2 3 3 | 1 2 3"},
+        {"mass removal in a nested delivery frees nothing under the walk", pcAllHear, 2,
+         "@1 -1:0xFF -3:0xFF -10..21:0xFF @ D", "1 2 1 2 | 2"},
+        {"first alone: a later one added with the event's type is called", pcFirstHears, 2, "+4",
+         "2 4 | 2 4"},
+        {"first alone: a later one added with another type is not", pcFirstHears, 2, "+4:2", "2 | 2"},
+        {"first alone: an earlier one added is not called", pcFirstHears, 2, "+1", "2 | 1 2"},
+        {"first alone: a later holder taking the event's type is called", pcFirstHears, 2, "+9", "2 9 | 2 9"},
+        {"first alone: removing itself", pcFirstHears, 2, "-2", "2 | "},
+        {"first alone: nested delivery", pcFirstHears, 2, "n", "2 2 | 2"},
     };
     for (const auto& rCase : axCases) {
-        SCOPED_TRACE(rCase.pcName);
-        for (int i = 1; i <= 3; ++i)
-            m_xSubject.AddSubscriber(R(i), 1);
-        for (int i = 0; i < GetParam(); ++i)
-            m_xSubject.AddSubscriber(R(10 + i), 2);
-        R(rCase.nActor)->m_xAction = [this, &rCase](MCEvent& rEvent) { rCase.xAct(*this, rEvent); };
-        const std::string sFirst = Deliver();
-        EXPECT_EQ(sFirst + " | " + Deliver(), rCase.pcExpected);
-        for (Recorder& rRecorder : m_axRecorders)
-            rRecorder.m_xAction = nullptr;
-        m_xSubject.RemoveAllSubscribers();
-    }
-}
-
-// A walk whose other entries never had the event's type reads only the first subscriber's entry; changes
-// made while it hears must reach the walk as on a list where a stale entry once had that type.
-TEST_P(ReentrantDeliveryTest, AWalkOnlyTheFirstEntryCanHearMatchesTheFullWalk) {
-    // 2 came first, so its entry is the subject's own; holders (type 4) lie around it and from 10 on.
-    using Fixture = ReentrantDeliveryTest;
-    const struct {
-        const char* pcName;
-        std::function<void(Fixture&, MCEvent&)> xAct;
-        const char* pcExpected;
-    } axCases[] = {
-        {"a later one added with the event's type is called",
-         [](Fixture& t, MCEvent&) { t.m_xSubject.AddSubscriber(t.R(4), 1); }, "2 4 | 2 4"},
-        {"a later one added with another type is not",
-         [](Fixture& t, MCEvent&) { t.m_xSubject.AddSubscriber(t.R(4), 2); }, "2 | 2"},
-        {"an earlier one added is not called",
-         [](Fixture& t, MCEvent&) { t.m_xSubject.AddSubscriber(t.R(1), 1); }, "2 | 1 2"},
-        {"a later holder taking the event's type is called",
-         [](Fixture& t, MCEvent&) { t.m_xSubject.AddSubscriber(t.R(9), 1); }, "2 9 | 2 9"},
-        {"the first removing itself", [](Fixture& t, MCEvent&) { t.m_xSubject.RemoveSubscriber(t.R(2), 1); },
-         "2 | "},
-        {"nested delivery", [](Fixture& t, MCEvent& e) { t.m_xSubject.NotifySubscribers(e); }, "2 2 | 2"},
-    };
-    for (const auto& rCase : axCases) {
-        SCOPED_TRACE(rCase.pcName);
-        std::string asTraces[2];
-        for (int nFull = 0; nFull < 2; ++nFull) {
-            m_xSubject.AddSubscriber(R(2), 1);
-            for (int i : {0, 3, 9})
-                m_xSubject.AddSubscriber(R(i), 4);
-            for (int i = 0; i < GetParam(); ++i)
-                m_xSubject.AddSubscriber(R(10 + i), 4);
-            if (nFull) {
-                // A stale entry that once had the event's type makes every walk a full one.
-                m_xSubject.AddSubscriber(R(299), 1);
-                m_xSubject.RemoveSubscriber(R(299), 1);
-            }
-            R(2)->m_xAction = [this, &rCase](MCEvent& rEvent) { rCase.xAct(*this, rEvent); };
+        for (const char* pcFull : {"", " +299 -299"}) {
+            SCOPED_TRACE(std::string(rCase.pcName) + pcFull);
+            Apply(rCase.pcSetup + std::string(pcFull));
+            if (GetParam())
+                Apply("+10.." + std::to_string(9 + GetParam()) + (rCase.pcSetup == pcAllHear ? ":2" : ":4"));
+            R(rCase.nActor)->m_xAction = [this, &rCase](MCEvent& rEvent) { Apply(rCase.pcAct, &rEvent); };
             const std::string sFirst = Deliver();
-            asTraces[nFull] = sFirst + " | " + Deliver();
-            for (Recorder& rRecorder : m_axRecorders)
-                rRecorder.m_xAction = nullptr;
-            m_xSubject.RemoveAllSubscribers();
+            EXPECT_EQ(sFirst + " | " + Deliver(), rCase.pcExpected);
+            Reset();
         }
-        EXPECT_EQ(asTraces[0], rCase.pcExpected);
-        EXPECT_EQ(asTraces[1], asTraces[0]);
     }
 }
 
@@ -324,22 +265,18 @@ INSTANTIATE_TEST_SUITE_P(ListLengths, ReentrantDeliveryTest, ::testing::Values(0
 
 TEST_F(SubjectTest, AThrowingSubscriberEndsDeliveryAndReleasesTheGuards) {
     const long nEventsBefore = MCEvent::c_nInstanceCount;
-    for (int i = 0; i < 20; ++i)
-        m_xSubject.AddSubscriber(R(i), 1);
+    Apply("+0..19");
     R(1)->m_xAction = [](MCEvent&) { throw 42; };
     EXPECT_THROW(Deliver(), int);
     // Subscriber 2 and on were not reached, the event is gone, and the subject is free to purge again.
-    for (int i = 3; i < 14; ++i)
-        m_xSubject.RemoveSubscriber(R(i), 1);
+    Apply("-3..13");
     EXPECT_EQ(m_sLog + " | " + std::to_string(MCEvent::c_nInstanceCount - nEventsBefore) + " | " +
                   std::to_string(RawCount()),
               "0 1 | 0 | 9");
 }
 
 TEST_F(SubjectTest, SubscriberIteratorSkipsStaleEntriesFiltersAndSorts) {
-    for (int i = 0; i < 4; ++i)
-        m_xSubject.AddSubscriber(R(i), i == 2 ? 2u : i == 3 ? 1u : 3u);
-    m_xSubject.RemoveSubscriber(R(1), 0);
+    Apply("+0:3 +1:3 +2:2 +3:1 -1:0");
     struct TypeTwo : ZVTFilter<MCSubscriberReference*> {
         ZVTBoolean Test(MCSubscriberReference*& p) override { return (p->GetSubscriberType() & 2) != 0; }
     } xTypeTwo;
@@ -374,11 +311,7 @@ TEST_F(SubjectTest, SubscriberIteratorSkipsStaleEntriesFiltersAndSorts) {
 }
 
 TEST_F(SubjectTest, DumpListsLiveEntriesWithTypeAndCount) {
-    m_xSubject.AddSubscriber(R(0), 1);
-    m_xSubject.AddSubscriber(R(0), 1);
-    m_xSubject.AddSubscriber(R(1), 1);
-    m_xSubject.RemoveSubscriber(R(1), 1);
-    m_xSubject.AddSubscriber(R(2), 4);
+    Apply("+0 +0 +1 -1 +2:4");
     const std::string sPath = ::testing::TempDir() + "subject_dump.txt";
     {
         std::ofstream xOut(sPath);

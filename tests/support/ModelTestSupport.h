@@ -11,6 +11,7 @@
 #include <functional>
 #include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -28,47 +29,49 @@ ZVTSList<T> ListOf(std::initializer_list<T> values) {
 
 /// Renders every event it receives: "PropertySet(<id>,<property type>,<hint code>)",
 /// "PropertyNulled(<id>,<type>)", "SubjectDestroyed(<id>)", "ReferenceCleared(<id>)",
-/// "ObjectCreated(<id>)", separated by blanks.
+/// "ObjectCreated(<id>)", "Event<type>" for any other, separated by blanks.
 class EventLog : public MCSubscriber {
 public:
     void Notify(MCEvent& event) override {
-        auto* object = static_cast<MCObject*>(event.GetSubject());
-        std::string line;
-        switch (event.GetEventType()) {
-            case MCEvent::PropertySet:
-                line = "PropertySet(" + std::to_string(object->GetId()) + "," +
-                       std::to_string(event.GetProperty()->GetType()) + "," +
-                       std::to_string(event.GetHintCode()) + ")";
-                break;
-            case MCEvent::PropertyNulled:
-                line = "PropertyNulled(" + std::to_string(object->GetId()) + "," +
-                       std::to_string(event.GetProperty()->GetType()) + ")";
-                break;
-            case MCEvent::SubjectDestroyed:
-                line = "SubjectDestroyed(" + std::to_string(object->GetId()) + ")";
-                break;
-            case MCEvent::ReferenceCleared:
-                line = "ReferenceCleared(" + std::to_string(object->GetId()) + ")";
-                break;
-            case MCEvent::ObjectCreated:
-                line = "ObjectCreated(" + std::to_string(object->GetId()) + ")";
-                break;
-            default:
-                line = "Event" + std::to_string(event.GetEventType());
+        static const char* const names[] = {"PropertySet", "PropertyNulled", "ObjectCreated",
+                                            "SubjectDestroyed", "ReferenceCleared"};
+        const long type = event.GetEventType();
+        std::string line = "Event" + std::to_string(type);
+        if (type >= MCEvent::PropertySet && type <= MCEvent::ReferenceCleared) {
+            line =
+                names[type - 1] + ("(" + std::to_string(static_cast<MCObject*>(event.GetSubject())->GetId()));
+            if (type <= MCEvent::PropertyNulled)
+                line += "," + std::to_string(event.GetProperty()->GetType());
+            if (type == MCEvent::PropertySet)
+                line += "," + std::to_string(event.GetHintCode());
+            line += ")";
         }
         m_sLog += (m_sLog.empty() ? "" : " ") + line;
         if (m_pxOnNotify)
             m_pxOnNotify(event);
     }
     /// What was heard since the last call, then forgets it.
-    std::string Take() {
-        std::string log;
-        log.swap(m_sLog);
-        return log;
-    }
+    std::string Take() { return std::exchange(m_sLog, std::string()); }
 
     std::string m_sLog;
     void (*m_pxOnNotify)(MCEvent&) = nullptr;
+};
+
+/// Subscribes `subscriber` to `subject` with `type` for the scope of the guard; both must outlive it.
+class Subscription {
+public:
+    Subscription(MCSubject* subject, MCSubscriber* subscriber, unsigned type = MCEvent::subscriberObserver)
+        : m_pxSubject(subject), m_pxSubscriber(subscriber), m_nType(type) {
+        subject->AddSubscriber(subscriber, type);
+    }
+    ~Subscription() { m_pxSubject->RemoveSubscriber(m_pxSubscriber, m_nType); }
+    Subscription(const Subscription&) = delete;
+    Subscription& operator=(const Subscription&) = delete;
+
+private:
+    MCSubject* m_pxSubject;
+    MCSubscriber* m_pxSubscriber;
+    unsigned m_nType;
 };
 
 /// A host class: type 7001, subtype of GenericObject's supertype AbstractObject, with an embedded
@@ -155,12 +158,12 @@ protected:
             m_xRoots.emplace_back(object, object->GetId());
         return object;
     }
-    /// A chain of `length` objects made quietly under `root`; the last one.
-    static MCObject* MakeChain(MCObject* root, int length) {
+    /// A chain of `length` objects of `type` made quietly under `root` (null: the first is a root the test
+    /// takes down itself); the last one.
+    static MCObject* MakeChain(MCObject* root, int length, short type = MCGenericObject::c_sType) {
         QuietContext quiet;
         for (int i = 0; i < length; ++i)
-            root = static_cast<MCObject*>(
-                MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, root, &quiet, nullptr));
+            root = static_cast<MCObject*>(MCFactoryRegistry::CreateItem(type, root, &quiet, nullptr));
         return root;
     }
     TestNode* MakeNode(MCObject* owner = nullptr) {

@@ -5,6 +5,7 @@
 // each class level registering itself the way a host class does, and rules that write what they see into
 // one shared log. Rules are locals of a test and leave the registries when they die.
 
+#include <map>
 #include <string>
 
 #include "ModelCore/ZVFWMC/MCCodes.h"
@@ -41,8 +42,8 @@ public:
     result m_eAnswer;
 };
 
-/// A property rule that logs "name:mode" (and "@id" of the object when `withObject`), then runs `m_xAct`
-/// if set and answers its result, else `answer`.
+/// A property rule that logs "name:mode" ("name@object:mode" with the object's name in `m_pxNames` when
+/// set), then runs `m_xAct` if set and answers its result, else `answer`.
 class PropertyRule : public MCPropertySemantic {
 public:
     PropertyRule(std::string name, unsigned long interests, result answer = resultContinue)
@@ -51,7 +52,10 @@ public:
 
     result Fire(mode nMode, MCObject* object, MCProperty* property,
                 MCPropertySemanticContext* context) override {
-        Record(m_sName + (m_bWithObject ? "@" + std::to_string(object->GetId()) : ""), nMode);
+        if (!m_pxNames)
+            Record(m_sName, nMode);
+        else
+            Record(m_sName + "@" + (m_pxNames->count(object) ? m_pxNames->at(object) : "?"), nMode);
         m_pxLastProperty = property;
         return m_xAct ? m_xAct(nMode, object, property, context) : m_eAnswer;
     }
@@ -60,7 +64,7 @@ public:
     std::string m_sName;
     unsigned long m_nInterests;
     result m_eAnswer;
-    bool m_bWithObject = false;
+    const std::map<const MCObject*, std::string>* m_pxNames = nullptr;
     MCProperty* m_pxLastProperty = nullptr;
     result (*m_xAct)(mode, MCObject*, MCProperty*, MCPropertySemanticContext*) = nullptr;
 };

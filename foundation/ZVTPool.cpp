@@ -124,6 +124,26 @@ void NextSlab(SizeClass& sizeClass) {
     sizeClass.m_pcEnd = sizeClass.m_pcNext + sizeClass.m_xSlabs[next].m_nBytes;
 }
 
+bool HasRoom(const SizeClass& sizeClass, std::size_t blockSize) {
+    return sizeClass.m_pcNext != nullptr &&
+           static_cast<std::size_t>(sizeClass.m_pcEnd - sizeClass.m_pcNext) >= blockSize;
+}
+
+void* Carve(SizeClass& sizeClass, std::size_t blockSize) {
+    void* block = sizeClass.m_pcNext;
+    sizeClass.m_pcNext += blockSize;
+    ++sizeClass.m_nLive;
+    return block;
+}
+
+// Carves a block from the next slab with room. Out of line and reached by a tail call: inlined, the
+// registers it needs would be saved and restored on every allocation.
+[[gnu::noinline]] void* CarveFromNextSlab(SizeClass& sizeClass, std::size_t blockSize) {
+    while (!HasRoom(sizeClass, blockSize))
+        NextSlab(sizeClass);
+    return Carve(sizeClass, blockSize);
+}
+
 void* AllocateIn(std::size_t index) {
     SizeClass& sizeClass = c_axClasses[index];
     if (FreeBlock* block = sizeClass.m_pxFree) {
@@ -136,13 +156,9 @@ void* AllocateIn(std::size_t index) {
         return block;
     }
     const std::size_t blockSize = (index + 1) * c_nGrain;
-    while (sizeClass.m_pcNext == nullptr ||
-           static_cast<std::size_t>(sizeClass.m_pcEnd - sizeClass.m_pcNext) < blockSize)
-        NextSlab(sizeClass);
-    void* block = sizeClass.m_pcNext;
-    sizeClass.m_pcNext += blockSize;
-    ++sizeClass.m_nLive;
-    return block;
+    if (!HasRoom(sizeClass, blockSize))
+        return CarveFromNextSlab(sizeClass, blockSize);
+    return Carve(sizeClass, blockSize);
 }
 
 void ReleaseIn(void* block, std::size_t index) noexcept {
@@ -165,7 +181,7 @@ const void* NextIn(std::size_t index) {
     if (sizeClass.m_pxFree)
         return sizeClass.m_pxFree;
     const std::size_t blockSize = (index + 1) * c_nGrain;
-    if (sizeClass.m_pcNext && static_cast<std::size_t>(sizeClass.m_pcEnd - sizeClass.m_pcNext) >= blockSize)
+    if (HasRoom(sizeClass, blockSize))
         return sizeClass.m_pcNext;
     return nullptr;
 }

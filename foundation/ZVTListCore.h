@@ -53,6 +53,8 @@ public:
         }
         Compact();
     }
+    /// Makes room for `count` elements in all, so that appends up to that many move nothing.
+    void Reserve(size_t count) { m_xItems.reserve(m_nHead + count); }
     /// The number of elements.
     size_t Entries() const { return m_xItems.size() - m_nHead; }
     /// Adds value at the end, like Append.

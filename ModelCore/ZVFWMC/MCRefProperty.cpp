@@ -1,5 +1,6 @@
 #include "ModelCore/ZVFWMC/MCRefProperty.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <fstream>
 #include <memory>
@@ -20,6 +21,9 @@ namespace {
 const ZVTString c_xSourceFile("ModelCore/ZVFWMC/MCRefProperty");
 
 constexpr unsigned int c_nHolder = MCEvent::subscriberReferenceHolder;
+
+// The entries an empty list makes room for when it gains its first.
+constexpr size_t c_nFirstRoom = 3;
 
 // An unresolved reference keeps the stored id in the pointer's place. The round trip through an integer
 // is all that is ever done with such a value: it is never dereferenced nor converted to a base.
@@ -584,6 +588,10 @@ ZVTBoolean MCVRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* h
             const ZVTBoolean bound = !(m_uFlags & MCItem::itemNL);
             if (bound)
                 DropGoing(m_xValues);
+            // Lists grow an entry at a time as links are made; the heap's smallest block has room for
+            // c_nFirstRoom pointers anyway, so asking for them at once spares the moves of growing 1, 2, 4.
+            if (values.IsEmpty())
+                values.Reserve(std::max(c_nFirstRoom, m_xValues.Entries()));
             for (size_t i = 0; i < m_xValues.Entries(); ++i) {
                 MCObject* target = m_xValues.At(i);
                 ref->AddValue(target);

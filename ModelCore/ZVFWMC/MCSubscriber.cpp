@@ -1,5 +1,6 @@
 #include "ModelCore/ZVFWMC/MCSubscriber.h"
 
+#include <algorithm>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -106,6 +107,9 @@ void MCSubject::Link(MCSubscriberReference* pBefore, MCSubscriberReference* pEnt
 }
 
 void MCSubject::Unlink(MCSubscriberReference* pBefore, MCSubscriberReference* pEntry) {
+    // A saturated count stays so: the list is then counted by walking it.
+    if (!IsIndexed() && IsShortCounted())
+        m_nState = static_cast<std::uint8_t>(m_nState - c_nShortCountUnit);
     if (pBefore != nullptr)
         pBefore->m_pxNext = pEntry->m_pxNext;
     else
@@ -139,13 +143,32 @@ MCSubscriberReference* MCSubject::Find(MCSubscriber* pSubscriber) const {
         auto it = rOrder.find(pSubscriber);
         return it == rOrder.end() ? nullptr : *it;
     }
-    for (MCSubscriberReference* pEntry = First(); pEntry != nullptr; pEntry = pEntry->m_pxNext) {
+    MCSubscriberReference* pBefore = nullptr;
+    for (MCSubscriberReference* pEntry = WalkStart(pSubscriber, pBefore); pEntry != nullptr;
+         pEntry = pEntry->m_pxNext) {
         if (pEntry->m_pxSubscriber == pSubscriber)
             return pEntry;
         if (Before(pSubscriber, pEntry->m_pxSubscriber))
             break;
     }
     return nullptr;
+}
+
+void MCSubject::SetShortCount(std::size_t nEntries) {
+    const auto nCount =
+        static_cast<std::uint8_t>(std::min<std::size_t>(nEntries, c_nShortCountKnown) << c_nShortCountShift);
+    m_nState = static_cast<std::uint8_t>((m_nState & ~c_nShortCountBits) | nCount);
+}
+
+MCSubscriberReference* MCSubject::WalkStart(MCSubscriber* pSubscriber,
+                                            MCSubscriberReference*& rpBefore) const {
+    MCSubscriber* pOwn = m_xOwnEntry.m_pxSubscriber;
+    if (pOwn != nullptr && Before(pOwn, pSubscriber)) {
+        rpBefore = const_cast<MCSubscriberReference*>(&m_xOwnEntry);
+        return m_xOwnEntry.m_pxNext;
+    }
+    rpBefore = nullptr;
+    return First();
 }
 
 void MCSubject::Revive(MCSubscriberReference& rEntry, unsigned int nType) {
@@ -216,8 +239,11 @@ void MCSubject::AddSubscriber(MCSubscriber* pSubscriber, unsigned int nType) {
         return;
     }
 
+    // A list of known length needs no index after one more entry, and its walk ends at the new entry's
+    // place; a longer one is walked whole, to count it.
+    const bool bCounted = !IsShortCounted();
     MCSubscriberReference* pBefore = nullptr;
-    MCSubscriberReference* pEntry = First();
+    MCSubscriberReference* pEntry = bCounted ? First() : WalkStart(pSubscriber, pBefore);
     long nEntries = 0;
     for (; pEntry != nullptr; pBefore = pEntry, pEntry = pEntry->m_pxNext, ++nEntries) {
         if (pEntry->m_pxSubscriber == pSubscriber) {
@@ -230,6 +256,10 @@ void MCSubject::AddSubscriber(MCSubscriber* pSubscriber, unsigned int nType) {
     Link(pBefore, NewEntry(pSubscriber, nType));
     if (nType & c_nHeardTypes)
         ListChanged();
+    if (!bCounted) {
+        m_nState = static_cast<std::uint8_t>(m_nState + c_nShortCountUnit);
+        return;
+    }
     for (; pEntry != nullptr; pEntry = pEntry->m_pxNext)
         ++nEntries;
     if (nEntries + 1 > c_nIndexAbove)
@@ -283,7 +313,7 @@ void MCSubject::RemoveAllSubscribers() {
         delete GetIndex();
     m_uSubscribers = 0;
     m_nStaleEntries = 0;
-    m_nState = static_cast<std::uint8_t>(m_nState & ~OtherTypeBits(~0u));
+    m_nState = static_cast<std::uint8_t>(m_nState & ~(OtherTypeBits(~0u) | c_nShortCountBits));
 }
 
 unsigned int MCSubject::AddReference() {
@@ -335,8 +365,10 @@ void MCSubject::CleanUpList() {
         rIndex.m_xStale.clear();
     if (rIndex.m_xOrder.size() <= c_nUnindexAtOrBelow) {
         MCSubscriberReference* pFirst = rIndex.m_pxFirst;
+        const std::size_t nEntries = rIndex.m_xOrder.size();
         delete &rIndex;
         m_uSubscribers = reinterpret_cast<std::uintptr_t>(pFirst);
+        SetShortCount(nEntries);
     }
 }
 

@@ -153,8 +153,15 @@ private:
     MCSubscriberReference* First() const;
     void SetFirst(MCSubscriberReference* pEntry);
     MCSubscriberReference* Find(MCSubscriber* pSubscriber) const;
+    // Where a walk of the short list for pSubscriber may start: past the own entry when that is listed
+    // below it (its node shares the subject's lines, the ones before it would each be a miss), else at the
+    // first entry. rpBefore receives the entry before the start, null for the first.
+    MCSubscriberReference* WalkStart(MCSubscriber* pSubscriber, MCSubscriberReference*& rpBefore) const;
     void Link(MCSubscriberReference* pBefore, MCSubscriberReference* pEntry);
     void Unlink(MCSubscriberReference* pBefore, MCSubscriberReference* pEntry);
+    // Whether the short count below tells the length of a short list exactly.
+    bool IsShortCounted() const { return (m_nState & c_nShortCountBits) != c_nShortCountBits; }
+    void SetShortCount(std::size_t nEntries);
     void Revive(MCSubscriberReference& rEntry, unsigned int nType);
     void BuildIndex();
     long Entries() const;
@@ -177,12 +184,19 @@ private:
     static void ForgetHeardMemos();
 
     // Bits of m_nState. For MCObject::IsHeard: a memo taken since the last forgetting relies on this list;
-    // the object is fully made (its class, and so its Notify, is final). For CountHearers, from
-    // c_nOtherTypesShift up: every subscriber type an entry other than m_xOwnEntry has had since the list
-    // was last emptied. Bits only ever leave an entry, so a type missing there is on no such entry and
-    // CountHearers need not load them.
+    // the object is fully made (its class, and so its Notify, is final). Bits 2 and 3: the short count
+    // below. For CountHearers, from c_nOtherTypesShift up: every subscriber type an entry other than
+    // m_xOwnEntry has had since the list was last emptied. Bits only ever leave an entry, so a type missing
+    // there is on no such entry and CountHearers need not load them.
     static constexpr std::uint8_t c_nHeardRelied = 1;
     static constexpr std::uint8_t c_nHeardMade = 2;
+    // How many entries a short list links, up to 3, which stands for three or more: a list known to be
+    // shorter needs no index after one more entry, so an insert need not walk past its place to count.
+    // Kept beside the list word, on the line every change of the list loads anyway.
+    static constexpr unsigned int c_nShortCountKnown = 3;
+    static constexpr unsigned int c_nShortCountShift = 2;
+    static constexpr std::uint8_t c_nShortCountUnit = 1u << c_nShortCountShift;
+    static constexpr std::uint8_t c_nShortCountBits = c_nShortCountKnown << c_nShortCountShift;
     static constexpr unsigned int c_nOtherTypesShift = 4;
     // The bits of m_nState that stand for subscriber types `nType`: the library's three types one each,
     // any other type bit all in one.

@@ -2,8 +2,8 @@
 // small buffer, paste under one and several targets with references rebound per copy, merge through a
 // converter, the PostPaste pass, damaged buffers, and records that lose their place.
 
-#include <gtest/gtest.h>
-
+#include <cctype>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <set>
@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "ModelCore/ModelCoreModern.h"
-#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "support/FaultTestSupport.h"
 #include "support/PersTestSupport.h"
 
@@ -76,27 +75,49 @@ public:
     std::map<long, long> m_xMap;
 };
 
-std::string NameOf(const MCObject* object) {
-    MCSPropertyRawAccessorT<ZVTString> name;
-    return object->GetProperty(MCCodes::pName, name) ? name.GetValue().str() : "?";
-}
-
 class ClipTest : public PersTest {
-public:
-    MCObject* Node(MCObject* owner, const char* name, short type = ClipNode::c_sType) {
-        MCObject* node = Make(owner, type);
-        MCSPropertyRawAccessorT<ZVTString> accessor{ZVTString(name)};
-        node->SetProperty(MCCodes::pName, accessor, MCPropertyAccessor::accessAdd);
-        return node;
-    }
-
 protected:
+    MCObject* Node(const char* name, MCObject* owner, short type = ClipNode::c_sType) {
+        return Named(name, owner, type);
+    }
     void SetUp() override {
         PersTest::SetUp();
         ClipNode::Register();
         ClipHeir::Register();
-        m_pxSource = Node(nullptr, "S", PersRoot::c_sType);
-        m_pxTarget = Node(nullptr, "T", PersRoot::c_sType);
+        m_pxSource = Node("S", nullptr, PersRoot::c_sType);
+        m_pxTarget = Node("T", nullptr, PersRoot::c_sType);
+    }
+
+    /// Builds under `owner` the objects of `text`, written the way Tree renders them: "A{11=B 18=3}(a1) B"
+    /// makes A owning a1, then B, with A's 7811 referring to B and its 7818 holding 3 (a ClipNode
+    /// property by its last two digits). The objects by name.
+    std::map<std::string, MCObject*> Build(MCObject* owner, const std::string& text) {
+        std::string spaced;
+        for (char c : text)
+            spaced += std::strchr("(){}", c) ? std::string(" ") + c + " " : std::string(1, c);
+        std::istringstream tokens(spaced);
+        std::vector<MCObject*> owners{owner};
+        std::vector<std::pair<MCObject*, std::string>> values;
+        std::map<std::string, MCObject*> named;
+        MCObject* last = nullptr;
+        for (std::string token; tokens >> token;) {
+            if (token == "(")
+                owners.push_back(last);
+            else if (token == ")")
+                owners.pop_back();
+            else if (token.find('=') != std::string::npos)
+                values.emplace_back(last, token);
+            else if (token != "{" && token != "}")
+                last = named[token] = Node(token.c_str(), owners.back());
+        }
+        for (const auto& [object, value] : values) {
+            const short type = static_cast<short>(7800 + std::stoi(value.substr(0, 2)));
+            if (std::isdigit(static_cast<unsigned char>(value[3])))
+                SetLong(object, type, std::stol(value.substr(3)));
+            else
+                Link(object, type, named.at(value.substr(3)));
+        }
+        return named;
     }
 
     void ClearTarget() {
@@ -165,81 +186,45 @@ protected:
 };
 
 TEST_F(ClipTest, ClosureTakesOwneesAndFollowsOrDropsByClipValue) {
-    // Each case builds under S and copies what it returns; entries and messages are compared as one string.
-    using Build = std::function<std::vector<MCObject*>(ClipTest&, MCObject*, Converter&)>;
+    // Each case builds its tree under a fresh S and copies the selected objects, through a converter that
+    // knows the object `known` when one is named; entries and messages are compared as one string. The
+    // reference codes: 11 follow, 12 depend, 13 follow unconverted, 14 undeclared, 15 undecided, 16 a
+    // followed list, 17 never followed; 18 is an undeclared integer.
     const struct {
         const char* name;
-        Build build;
-        bool convert;
+        const char* tree;
+        const char* selected;
+        const char* known;
         std::string entries;
     } cases[] = {
-        {"ownees come along a level deeper",
-         [](ClipTest& t, MCObject* s, Converter&) {
-             MCObject* a = t.Node(s, "A");
-             t.Node(t.Node(a, "a1"), "a11");
-             return std::vector<MCObject*>{a};
-         },
-         false, "| A/0<S a1/1<A a11/2<a1 end"},
+        {"ownees come along a level deeper", "A(a1(a11))", "A", nullptr, "| A/0<S a1/1<A a11/2<a1 end"},
         {"a followed object joins under its referrer; selected too, it keeps level 0 and its owner",
-         [](ClipTest& t, MCObject* s, Converter&) {
-             MCObject *a = t.Node(s, "A"), *c = t.Node(s, "C");
-             Link(a, ClipNode::c_sFollow, t.Node(s, "B"));
-             Link(a, ClipNode::c_sList, c);
-             return std::vector<MCObject*>{a, c};
-         },
-         false, "| A/0<S C/0<S B/1<A end"},
-        {"a ring of follows ends with each object once",
-         [](ClipTest& t, MCObject* s, Converter&) {
-             MCObject *a = t.Node(s, "A"), *b = t.Node(s, "B");
-             Link(a, ClipNode::c_sFollow, b);
-             Link(b, ClipNode::c_sFollow, a);
-             return std::vector<MCObject*>{a};
-         },
-         false, "| A/0<S B/1<A end"},
+         "A{11=B 16=C} C B", "A C", nullptr, "| A/0<S C/0<S B/1<A end"},
+        {"a ring of follows ends with each object once", "A{11=B} B{11=A}", "A", nullptr,
+         "| A/0<S B/1<A end"},
         {"a dependent on an outside object goes, its ownees stay; the chain loses every link",
-         [](ClipTest& t, MCObject* s, Converter&) {
-             MCObject *a = t.Node(s, "A"), *b = t.Node(a, "B");
-             t.Node(b, "b1");
-             Link(t.Node(a, "C"), ClipNode::c_sUndecided, b);
-             Link(b, ClipNode::c_sDepend, t.Node(s, "Out"));
-             return std::vector<MCObject*>{a};
-         },
-         false, "| A/0<S b1/2<B end"},
-        {"without a converter bit 4 brings nothing in, and a value of 0 never follows",
-         [](ClipTest& t, MCObject* s, Converter&) {
-             MCObject* a = t.Node(s, "A");
-             Link(a, ClipNode::c_sConvert, t.Node(s, "B"));
-             Link(a, ClipNode::c_sPlain, t.Node(s, "C"));
-             return std::vector<MCObject*>{a};
-         },
-         false, "| A/0<S end"},
+         "A(B{12=Out}(b1) C{15=B}) Out", "A", nullptr, "| A/0<S b1/2<B end"},
+        {"without a converter bit 4 brings nothing in, and a value of 0 never follows", "A{13=B 17=C} B C",
+         "A", nullptr, "| A/0<S end"},
         {"a converter keeps dependents on what it knows and follows what it does not",
-         [](ClipTest& t, MCObject* s, Converter& converter) {
-             MCObject *a = t.Node(s, "A"), *known = t.Node(s, "Known");
-             Link(a, ClipNode::c_sDepend, known);
-             Link(a, ClipNode::c_sConvert, t.Node(s, "Unknown"));
-             converter.m_xMap[known->GetId()] = 4242;
-             return std::vector<MCObject*>{a};
-         },
-         true, "| A/0<S Unknown/1<A end"},
+         "A{12=Known 13=Unknown} Known Unknown", "A", "Known", "| A/0<S Unknown/1<A end"},
         {"an undeclared reference tells the user and follows; an undeclared value tells nobody",
-         [](ClipTest& t, MCObject* s, Converter&) {
-             MCObject* a = t.Node(s, "A");
-             Link(a, ClipNode::c_sUndeclared, t.Node(s, "B"));
-             SetLong(a, ClipNode::c_sCount, 3);
-             return std::vector<MCObject*>{a};
-         },
-         false, "| A/0<S B/1<A end !" + std::to_string(MCCodes::msgUndeclaredClip)},
-        {"an empty selection writes the frame alone",
-         [](ClipTest&, MCObject*, Converter&) { return std::vector<MCObject*>{}; }, false, "end"},
+         "A{14=B 18=3} B", "A", nullptr, "| A/0<S B/1<A end !" + std::to_string(MCCodes::msgUndeclaredClip)},
+        {"an empty selection writes the frame alone", "", "", nullptr, "end"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         HUBScopedMessageHandler messages;
-        MCObject* source = Node(nullptr, "S", PersRoot::c_sType);
+        MCObject* source = Node("S", nullptr, PersRoot::c_sType);
+        const std::map<std::string, MCObject*> named = Build(source, c.tree);
+        std::vector<MCObject*> selected;
+        std::istringstream names(c.selected);
+        for (std::string name; names >> name;)
+            selected.push_back(named.at(name));
         Converter converter;
-        const std::vector<MCObject*> selected = c.build(*this, source, converter);
-        std::string out = Entries(Copy(selected, *source, c.convert ? &converter : nullptr));
+        if (c.known)
+            converter.m_xMap[named.at(c.known)->GetId()] = 4242;
+        std::string out = Entries(Copy(selected, *source, c.known ? &converter : nullptr));
         for (const auto& message : messages.GetMessages())
             out += " !" + std::to_string(message.m_lMessageId);
         EXPECT_EQ(out, c.entries);
@@ -248,9 +233,9 @@ TEST_F(ClipTest, ClosureTakesOwneesAndFollowsOrDropsByClipValue) {
 
 TEST_F(ClipTest, InheritedReferencesTravelAsOwnValuesUnlessTheParentComesAlong) {
     // C inherits Follow from P along Parent; P's Follow leads to X.
-    MCObject* p = Node(m_pxSource, "P");
-    MCObject* c = Node(m_pxSource, "C", ClipHeir::c_sType);
-    Link(p, ClipNode::c_sFollow, Node(m_pxSource, "X"));
+    MCObject* p = Node("P", m_pxSource);
+    MCObject* c = Node("C", m_pxSource, ClipHeir::c_sType);
+    Link(p, ClipNode::c_sFollow, Node("X", m_pxSource));
     Link(c, MCCodes::pParent, p);
     const struct {
         std::vector<MCObject*> selected;
@@ -271,7 +256,7 @@ TEST_F(ClipTest, InheritedReferencesTravelAsOwnValuesUnlessTheParentComesAlong) 
 }
 
 TEST_F(ClipTest, BufferBytesArePinned) {
-    MCObject* a = Node(m_pxSource, "A");
+    MCObject* a = Node("A", m_pxSource);
     SetLong(a, ClipNode::c_sCount, 5, MCPropertyAccessor::accessAdd, false);
     std::string bytes = Copy({a}, *m_pxSource);
     // The source's address token is the run's own; everything else is fixed.
@@ -300,14 +285,11 @@ TEST_F(ClipTest, BufferBytesArePinned) {
 }
 
 TEST_F(ClipTest, PostCopyRulesSeeEachEntryInBufferOrderAndChangeNoByte) {
-    MCObject* a = Node(m_pxSource, "A");
-    MCObject* b = Node(a, "B");
-    Node(b, "b1");
-    Link(Node(a, "C"), ClipNode::c_sDepend, b);
     // X is reached by reference before the selection names it, so its owner changes after its record
     // was first written.
-    MCObject* x = Node(m_pxSource, "X");
-    Link(a, ClipNode::c_sFollow, x);
+    const auto named = Build(m_pxSource, "A{11=X}(B(b1) C{12=B}) X");
+    MCObject* a = named.at("A");
+    MCObject* x = named.at("X");
     // Without any PostCopy rule the records are written while the closure walks; with one, each after
     // its rule has run. A host must not be able to tell the two apart.
     const std::string quiet = Copy({a, x}, *m_pxSource);
@@ -328,16 +310,11 @@ TEST_F(ClipTest, PostCopyRulesSeeEachEntryInBufferOrderAndChangeNoByte) {
 }
 
 TEST_F(ClipTest, PasteRebindsInnerReferencesPerTargetAndClearsOuterOnes) {
-    MCObject* a = Node(m_pxSource, "A");
-    MCObject* b = Node(a, "B");
-    MCObject* c = Node(a, "C");
-    Link(b, ClipNode::c_sDepend, c);
-    Link(c, ClipNode::c_sList, b);
-    Link(c, ClipNode::c_sPlain, Node(m_pxSource, "Out"));
+    MCObject* a = Build(m_pxSource, "A(B{12=C} C{16=B 17=Out}) Out").at("A");
     const std::string bytes = Copy({a}, *m_pxSource);
 
-    MCObject* t1 = Node(m_pxTarget, "T1");
-    MCObject* t2 = Node(m_pxTarget, "T2");
+    MCObject* t1 = Node("T1", m_pxTarget);
+    MCObject* t2 = Node("T2", m_pxTarget);
     const std::vector<long> ids = Paste(bytes, {t1, t2}, m_pxTarget);
     const std::string copy = "A(B{12=C} C{16=B})";  // Out is not in the buffer: cleared
     EXPECT_EQ(Tree(m_pxTarget), "T(T1(" + copy + ") T2(" + copy + "))");
@@ -351,13 +328,10 @@ TEST_F(ClipTest, ARecordWithoutAPlaceIsDiscardedWithWhatItOwns) {
     // D is purged (it depends on an object left out), so B1, which no target may own, has no owner in
     // the buffer and is discarded; F, on B1's level, is pasted next. B2 must not follow B1 into the
     // model it was copied from, nor land anywhere else.
-    MCObject* a = Node(m_pxSource, "A");
-    MCObject* d = Node(a, "D");
-    Link(d, ClipNode::c_sDepend, Node(m_pxSource, "Out"));
-    Node(Node(d, "B1", TestNode::c_sType), "B2", TestNode::c_sType);
-    Node(Node(a, "E"), "F");
+    const auto named = Build(m_pxSource, "A(D{12=Out} E(F)) Out");
+    Node("B2", Node("B1", named.at("D"), TestNode::c_sType), TestNode::c_sType);
     const std::string source = Tree(m_pxSource);
-    const std::string bytes = Copy({a}, *m_pxSource);
+    const std::string bytes = Copy({named.at("A")}, *m_pxSource);
     EXPECT_EQ(Entries(bytes), "| A/0<S E/1<A B1/2<D F/2<E B2/3<B1 end");
     Paste(bytes, {m_pxTarget});
     EXPECT_EQ(Tree(m_pxTarget), "T(A(E(F)))");
@@ -365,10 +339,7 @@ TEST_F(ClipTest, ARecordWithoutAPlaceIsDiscardedWithWhatItOwns) {
 }
 
 TEST_F(ClipTest, PostPasteRunsAfterEveryReferenceIsBoundAndAnnouncesOnlyTheTop) {
-    MCObject* a = Node(m_pxSource, "A");
-    MCObject* b = Node(a, "B");
-    Link(b, ClipNode::c_sDepend, Node(a, "C"));
-    const std::string bytes = Copy({a}, *m_pxSource);
+    const std::string bytes = Copy({Build(m_pxSource, "A(B{12=C} C)").at("A")}, *m_pxSource);
 
     static std::string seen;
     seen.clear();
@@ -395,17 +366,14 @@ TEST_F(ClipTest, PostPasteRunsAfterEveryReferenceIsBoundAndAnnouncesOnlyTheTop) 
 }
 
 TEST_F(ClipTest, ConverterMergesASecondPasteIntoTheFirstOnesObjects) {
-    MCObject* a = Node(m_pxSource, "A");
-    SetLong(a, ClipNode::c_sCount, 1);
-    Link(a, ClipNode::c_sList, Node(a, "B"));
-    const std::string bytes = Copy({a}, *m_pxSource);
+    const std::string bytes = Copy({Build(m_pxSource, "A{18=1 16=B}(B)").at("A")}, *m_pxSource);
     Converter converter;
     const std::vector<long> first = Paste(bytes, {m_pxTarget}, m_pxTarget, &converter);
     ASSERT_EQ(first.size(), 1u);
     MCObject* pasted = MCObject::ResolveId(first[0]);
     SetLong(pasted, ClipNode::c_sCount, 9);
     Link(pasted, ClipNode::c_sFollow, m_pxTarget);  // not in the buffer: nulled by the merge
-    MCObject* other = Node(m_pxTarget, "Other");
+    MCObject* other = Node("Other", m_pxTarget);
     SetLong(other, ClipNode::c_sCount, 7);
 
     const std::vector<long> second = Paste(bytes, {m_pxTarget}, m_pxTarget, &converter);
@@ -415,10 +383,7 @@ TEST_F(ClipTest, ConverterMergesASecondPasteIntoTheFirstOnesObjects) {
 }
 
 TEST_F(ClipTest, DamagedBuffersStopThePasteAndKeepOnlyWholeObjects) {
-    MCObject* a = Node(m_pxSource, "A");
-    MCObject* b = Node(a, "B");
-    Link(b, ClipNode::c_sDepend, Node(a, "C"));
-    const std::string good = Copy({a}, *m_pxSource);
+    const std::string good = Copy({Build(m_pxSource, "A(B{12=C} C)").at("A")}, *m_pxSource);
     // Head (9 bytes), an empty global section (2), the level mark.
     const size_t mark = 11;
     ASSERT_EQ(good[mark], MCStream::tokenClipLevel);
@@ -458,7 +423,7 @@ TEST_F(ClipTest, DamagedBuffersStopThePasteAndKeepOnlyWholeObjects) {
 TEST_F(ClipTest, CopyToCarriesUserDefinedPropertiesAndAnswersWhetherAnyIdResulted) {
     const short colour = R::RegisterUDP("ClipColour", MCCodes::pInteger, m_pxSource, true);
     ASSERT_LT(colour, 0);
-    MCObject* a = Node(m_pxSource, "A");
+    MCObject* a = Node("A", m_pxSource);
     SetLong(a, colour, 12);
     ASSERT_FALSE(R::IsRegistered(colour, m_pxTarget));
     ZVTSList<MCObject*> selection, targets, none;
@@ -476,10 +441,10 @@ TEST_F(ClipTest, CopyToCarriesUserDefinedPropertiesAndAnswersWhetherAnyIdResulte
 }
 
 TEST_F(ClipTest, DeepChainsCostNoCallDepth) {
-    MCObject* a = Node(m_pxSource, "A");
+    MCObject* a = Node("A", m_pxSource);
     MCObject* previous = a;
     for (int i = 0; i < 20000; ++i) {
-        MCObject* next = Node(m_pxSource, "n");
+        MCObject* next = Node("n", m_pxSource);
         Link(previous, ClipNode::c_sFollow, next);
         previous = next;
     }

@@ -1,15 +1,8 @@
 // Name spaces: unique naming over a tree of name spaces, the rules that keep the dictionaries right as
 // infos, references and objects change or die, the rebuild after a restore, ClearType and the sorter.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <sstream>
-#include <string>
-#include <vector>
 
-#include "ModelCore/ZVFWMC/MCCodes.h"
-#include "ModelCore/ZVFWMC/MCNameSpace.h"
-#include "ModelCore/ZVFWMC/MCPropertySemantics.h"
 #include "tests/support/ModelTestSupport.h"
 
 namespace {
@@ -28,17 +21,6 @@ protected:
         if (parent)
             parent->AddChild(space);
         return space;
-    }
-    MCObject* Named(const char* name, short type = c_sGeneric) {
-        MCObject* object = Make(nullptr, type);
-        MCSPropertyRawAccessorT<ZVTString> accessor{ZVTString(name ? name : "")};
-        if (name)
-            object->SetProperty(MCCodes::pName, accessor, MCPropertyAccessor::accessAdd);
-        return object;
-    }
-    static std::string NameOf(const MCObject* object) {
-        MCSPropertyRawAccessorT<ZVTString> accessor;
-        return object->GetProperty(MCCodes::pName, accessor) ? accessor.GetValue().str() : "-";
     }
     // For each blank-separated name: "name*" when this dictionary finds it, "name+" when it is only taken
     // (in a descendant), "name-" when it is free.
@@ -194,7 +176,7 @@ TEST_F(NameSpaceTest, RefusalsLeaveTheObjectOut) {
         MCNameSpace* space;
         MCObject* object;
     } cases[] = {
-        {"type not valid", space, Named("Taken", TestNode::c_sType)},
+        {"type not valid", space, Named("Taken", nullptr, TestNode::c_sType)},
         {"empty valid list", empty, Named("Free")},
         {"null name", space, Named(nullptr)},
         {"empty name", space, Named("")},
@@ -210,20 +192,27 @@ TEST_F(NameSpaceTest, RefusalsLeaveTheObjectOut) {
 }
 
 // Pointing an info at another object moves the name; a rename behind the name space's back leaves no
-// stale entry once the object dies.
-TEST_F(NameSpaceTest, EditingTheInfoOrTheNameLeavesNoStaleEntry) {
-    MCNameSpace* space = MakeSpace();
-    MCNameSpace* child = MakeSpace(space);
-    MCObject* first = Named("First");
+// stale entry once the object dies; a dying name space takes its names along and leaves the tree whole.
+TEST_F(NameSpaceTest, EditsAndDeathsLeaveNoStaleEntry) {
+    MCNameSpace* root = MakeSpace();
+    MCNameSpace* middle = MakeSpace(root);
+    MCNameSpace* leaf = MakeSpace(middle);
     MCObject* second = Named("Second");
-    ASSERT_TRUE(space->Insert(first, 0, 0, false));
-    InfoOf(space, "First")->SetObject(second);
-    EXPECT_EQ(State(space, "First Second") + " " + State(child, "Second"), "First- Second* Second*");
-
+    ASSERT_TRUE(root->Insert(Named("First"), 0, 0, false));
+    InfoOf(root, "First")->SetObject(second);
+    EXPECT_EQ(State(root, "First Second") + " " + State(leaf, "Second"), "First- Second* Second*");
     MCSPropertyRawAccessorT<ZVTString> rename{ZVTString("New")};
     second->SetProperty(MCCodes::pName, rename, MCPropertyAccessor::accessAdd);
     second->Expunge(true);
-    EXPECT_EQ(State(space, "Second New"), "Second- New-");
+    EXPECT_EQ(State(root, "Second New") + " " + State(leaf, "Second"), "Second- New- Second-");
+
+    ASSERT_TRUE(root->Insert(Named("Top"), 0, 0, false));
+    ASSERT_TRUE(middle->Insert(Named("Mid"), 0, 0, false));
+    ASSERT_TRUE(leaf->Insert(Named("Low"), 0, 0, false));
+    middle->Expunge(true);
+    EXPECT_EQ(ChildCount(root), 0);
+    EXPECT_EQ(State(root, "Mid Low") + " " + State(leaf, "Top Low"), "Mid- Low- Top- Low*");
+    EXPECT_TRUE(root->Insert(Named("Mid"), 0, 0, false));
 }
 
 TEST_F(NameSpaceTest, AncestorEditMovesTheChildBetweenParents) {
@@ -241,19 +230,6 @@ TEST_F(NameSpaceTest, AncestorEditMovesTheChildBetweenParents) {
     newParent->RemoveChild(child);
     EXPECT_EQ(ChildCount(newParent), 0);
     EXPECT_EQ(State(child, "Top"), "Top-");
-}
-
-TEST_F(NameSpaceTest, ADyingNameSpaceLeavesTheTreeWhole) {
-    MCNameSpace* root = MakeSpace();
-    MCNameSpace* middle = MakeSpace(root);
-    MCNameSpace* leaf = MakeSpace(middle);
-    ASSERT_TRUE(root->Insert(Named("Top"), 0, 0, false));
-    ASSERT_TRUE(middle->Insert(Named("Mid"), 0, 0, false));
-    ASSERT_TRUE(leaf->Insert(Named("Low"), 0, 0, false));
-    middle->Expunge(true);
-    EXPECT_EQ(ChildCount(root), 0);
-    EXPECT_EQ(State(root, "Mid Low") + " " + State(leaf, "Top Low"), "Mid- Low- Top- Low*");
-    EXPECT_TRUE(root->Insert(Named("Mid"), 0, 0, false));
 }
 
 // A file may make an info name another info: each death then takes the info before it, a chain as
@@ -315,8 +291,8 @@ TEST_F(NameSpaceTest, RingsOfNameSpacesAreRefusedOrSurvived) {
 TEST_F(NameSpaceTest, ClearTypeExpungesTheNamesOfThatType) {
     MCNameSpace* space = MakeSpace();
     space->AddValidType(TestNode::c_sType);
-    ASSERT_TRUE(space->Insert(Named("Node", TestNode::c_sType), 0, 0, false));
-    ASSERT_TRUE(space->Insert(Named("Other", TestNode::c_sType), 0, 0, false));
+    ASSERT_TRUE(space->Insert(Named("Node", nullptr, TestNode::c_sType), 0, 0, false));
+    ASSERT_TRUE(space->Insert(Named("Other", nullptr, TestNode::c_sType), 0, 0, false));
     ASSERT_TRUE(space->Insert(Named("Generic"), 0, 0, false));
     space->ClearType(TestNode::c_sType, true);
     EXPECT_EQ(State(space, "Node Other Generic"), "Node- Other- Generic*");

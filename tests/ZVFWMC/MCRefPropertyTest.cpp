@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <random>
 #include <sstream>
-#include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include "support/ModelTestSupport.h"
 
@@ -57,7 +56,6 @@ struct DerivedList : MCVRef {
 
 class RefPropertyTest : public ModelTest {
 protected:
-    static std::string Id(const MCObject* object) { return object ? std::to_string(object->GetId()) : "-"; }
     // The ids of a list reference as "1 2 3", "-" for a null entry.
     static std::string Ids(const MCObject* holder) {
         MCVRefRawAccessor accessor;

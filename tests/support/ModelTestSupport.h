@@ -169,6 +169,31 @@ protected:
     TestNode* MakeNode(MCObject* owner = nullptr) {
         return static_cast<TestNode*>(Make(owner, TestNode::c_sType));
     }
+    /// A new object as Make makes it, named `name` (null: left without a name).
+    MCObject* Named(const char* name, MCObject* owner = nullptr, short type = MCGenericObject::c_sType) {
+        MCObject* object = Make(owner, type);
+        MCSPropertyRawAccessorT<ZVTString> accessor{ZVTString(name ? name : "")};
+        if (name)
+            object->SetProperty(MCCodes::pName, accessor, MCPropertyAccessor::accessAdd);
+        return object;
+    }
+    /// The name of `object`, "-" when it has none.
+    static std::string NameOf(const MCObject* object) {
+        MCSPropertyRawAccessorT<ZVTString> accessor;
+        return object->GetProperty(MCCodes::pName, accessor) ? accessor.GetValue().str() : "-";
+    }
+    /// The id of `object` as text, "-" for null.
+    static std::string Id(const MCObject* object) { return object ? std::to_string(object->GetId()) : "-"; }
+    /// Sets `from`'s reference `type` to `to`, or appends `to` when `type` is a list of references.
+    static void Link(MCObject* from, short type, MCObject* to) {
+        if (MCFactoryRegistry::Translate(type, false) == MCCodes::pReferenceList) {
+            MCVRefAccessor accessor(to);
+            from->SetProperty(type, accessor, MCPropertyAccessor::accessAdd);
+        } else {
+            MCSRefAccessor accessor(to);
+            from->SetProperty(type, accessor, MCPropertyAccessor::accessAdd);
+        }
+    }
 
     /// Sets a long through an active (or raw) accessor.
     static bool SetLong(MCObject* object, short type, long value, long flags = 1, bool active = true) {

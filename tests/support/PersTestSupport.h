@@ -87,16 +87,6 @@ protected:
         return out;
     }
 
-    /// Sets `from`'s reference `type` to `to`, or appends `to` when `type` is a list of references.
-    static void Link(MCObject* from, short type, MCObject* to) {
-        if (MCFactoryRegistry::Translate(type, false) == MCCodes::pReferenceList) {
-            MCVRefAccessor accessor(to);
-            from->SetProperty(type, accessor, MCPropertyAccessor::accessAdd);
-        } else {
-            MCSRefAccessor accessor(to);
-            from->SetProperty(type, accessor, MCPropertyAccessor::accessAdd);
-        }
-    }
     /// The clip buffer of `selection` copied out of the model `source`, through `converter` when given.
     static std::string Copy(const std::vector<MCObject*>& selection, MCObject& source,
                             MCClipIdConverter* converter = nullptr) {

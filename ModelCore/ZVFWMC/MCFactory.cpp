@@ -2,11 +2,15 @@
 
 #include <cstdint>
 #include <memory>
+#include <typeinfo>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistryPrivate.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
+#include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
+#include "ModelCore/ZVFWMC/MCPropertySemantics.h"
+#include "ModelCore/ZVFWMC/MCRegistrationPrivate.h"
 #include "ModelCore/ZVFWMC/MCUDPMap.h"
 #include "foundation/ZVTHSet.h"
 #include "foundation/ZVTPool.h"
@@ -158,6 +162,92 @@ MCItem* MCFactoryRegistry::CreateItem_(short code, MCObject* owner, MCFactoryCon
             hooks.At(i)->ItemCreated(object);
     }
     return item;
+}
+
+namespace {
+
+// How a first set of one code goes, found once per code while no registry changes: the code's own entry
+// (its flags are read at each set, since SetWantPreFetch changes them in place), for a property the
+// core's own factory makes the short way and the accessor class it takes, and whether the chain of the
+// object type last asked for rules the code's edits.
+struct FirstSetWay {
+    std::uint64_t m_nChanges = 0;  // the registries' change count it was found at; 0 never is current
+    short m_sCode = 0;
+    short m_sObjectType = 0;  // 0: not asked yet
+    ZVTBoolean m_bRuled = true;
+    MCMetaInfoEntry* m_pxAsked = nullptr;
+    ZVTBoolean (*m_pfnSet)(short, MCObject*, MCPropertyAccessor&, long) = nullptr;  // null: the long way
+    const std::type_info* m_pxAccessor = nullptr;
+};
+
+// One way per code's low bits: a model sets a handful of codes over and over.
+constexpr std::size_t c_nFirstSetSlots = 64;
+FirstSetWay c_axFirstSetWays[c_nFirstSetSlots];
+
+}  // namespace
+
+template <class T>
+ZVTBoolean MCFactoryRegistry::SetMadeValue(short code, MCObject* owner, MCPropertyAccessor& accessor,
+                                           long flags) {
+    // What MCPropertyFactoryT makes for a code its owner holds no property of.
+    auto* property = new MCSPropertyT<T>(code, owner);
+    return static_cast<MCSPropertyRawAccessorT<T>&>(accessor).SetMadeValue(property, owner, flags);
+}
+
+void MCFactoryRegistry::FindFirstSetWay(void* found, short code) {
+    auto& way = *static_cast<FirstSetWay*>(found);
+    way = FirstSetWay{mc_detail::c_nRegistryChanges, code};
+    // The steps of CreateItem_ up to the factory.
+    MCMetaInfoI* impl = c_pxImplementation;
+    MCMetaInfoEntry* asked = impl ? impl->FindEntry(code) : nullptr;
+    short concreteCode = code;
+    MCMetaInfoEntry* entry =
+        asked && (asked->GetFlags() & flagProperty) ? impl->Translated(asked, concreteCode) : nullptr;
+    MCMetaInfoConcreteEntry* concrete =
+        entry && concreteCode >= 0 && (entry->GetFlags() & flagProperty) ? entry->AsConcrete() : nullptr;
+    if (!concrete || concrete->m_xFactories.IsEmpty())
+        return;
+    const MCFactory& factory = *concrete->m_xFactories[0];
+    way.m_pxAsked = asked;
+    if (typeid(factory) == typeid(MCPropertyFactoryT<MCSPropertyT<long>>)) {
+        way.m_pfnSet = &SetMadeValue<long>;
+        way.m_pxAccessor = &typeid(MCSPropertyAccessorT<long>);
+    } else if (typeid(factory) == typeid(MCPropertyFactoryT<MCSPropertyT<ZVTString>>)) {
+        way.m_pfnSet = &SetMadeValue<ZVTString>;
+        way.m_pxAccessor = &typeid(MCSPropertyAccessorT<ZVTString>);
+    } else if (typeid(factory) == typeid(MCPropertyFactoryT<MCSPropertyT<double>>)) {
+        way.m_pfnSet = &SetMadeValue<double>;
+        way.m_pxAccessor = &typeid(MCSPropertyAccessorT<double>);
+    }
+}
+
+int MCFactoryRegistry::SetFirstValue(short code, MCObject* owner, MCPropertyAccessor& accessor, long flags) {
+    // A code known to take the long way (a reference, a host's property class) leaves at once.
+    const FirstSetWay& way = c_axFirstSetWays[static_cast<unsigned short>(code) % c_nFirstSetSlots];
+    if (way.m_nChanges == mc_detail::c_nRegistryChanges && way.m_sCode == code && !way.m_pfnSet)
+        return -1;
+    return SetFirstValueBy(const_cast<FirstSetWay*>(&way), code, owner, accessor, flags);
+}
+
+int MCFactoryRegistry::SetFirstValueBy(void* slot, short code, MCObject* owner, MCPropertyAccessor& accessor,
+                                       long flags) {
+    auto& way = *static_cast<FirstSetWay*>(slot);
+    if (way.m_nChanges != mc_detail::c_nRegistryChanges || way.m_sCode != code)
+        FindFirstSetWay(&way, code);
+    // Registered flags would be set through the owner's flag hook; rules, heirs and a search of the
+    // owner's own would each see the long way.
+    if (!way.m_pfnSet || (flags & MCPropertyAccessor::accessInherited) != 0 ||
+        (way.m_pxAsked->GetFlags() & (flagPreFetch | flagItemFlag100)) != 0 ||
+        typeid(accessor) != *way.m_pxAccessor)
+        return -1;
+    if (way.m_sObjectType != owner->GetType()) {
+        way.m_bRuled = MCPropertySemanticRegistry::MayRule(
+            MCPropertySemantic::PreEdit | MCPropertySemantic::PostEdit, code, owner);
+        way.m_sObjectType = owner->GetType();
+    }
+    if (way.m_bRuled || !owner->KeepsObjectSearch())
+        return -1;
+    return way.m_pfnSet(code, owner, accessor, flags) ? 1 : 0;
 }
 
 ZVTBoolean MCFactoryRegistry::HookCreateItem(MCCreationHook& hook, ZVTBoolean add) {

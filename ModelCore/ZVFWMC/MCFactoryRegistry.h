@@ -13,6 +13,7 @@
 class MCCreationHook;
 class MCFactory;
 class MCFactoryContext;
+class MCPropertyAccessor;
 class MCItem;
 class MCMetaInfoI;
 class MCObject;
@@ -281,6 +282,20 @@ private:
     // with message 601 before anything is made, since its factory would make an ownee.
     static MCItem* CreateItem_(short code, MCObject* owner, MCFactoryContext* context,
                                ZVTBoolean propertyOnly);
+    // The first set of `code` on `owner`, whose own search found no property of it: when the property is
+    // one the core's own factory makes, the accessor the core's active one for its value class, and
+    // nothing could tell (no registered flags to set, no rule on the owner's chain for it, no heirs, the
+    // owner's class searching as MCObject does), makes the property and sets it without looking for
+    // rules: 1 when the set succeeded, 0 when it failed. -1, with nothing done, for every other case.
+    static int SetFirstValue(short code, MCObject* owner, MCPropertyAccessor& accessor, long flags);
+    // SetFirstValue past its quick refusal; `slot` is the way remembered for `code`, of a type private to
+    // it, which FindFirstSetWay fills.
+    static int SetFirstValueBy(void* slot, short code, MCObject* owner, MCPropertyAccessor& accessor,
+                               long flags);
+    static void FindFirstSetWay(void* way, short code);
+    // SetFirstValue's making and setting for the core's single property of T.
+    template <class T>
+    static ZVTBoolean SetMadeValue(short code, MCObject* owner, MCPropertyAccessor& accessor, long flags);
     // Enters (`add`) or removes an object in the table of live objects of its type.
     static void RegisterInstance(MCObject* object, ZVTBoolean add);
     // Shows numbered message `messageId` with `code` in decimal, as the registry reports a type it

@@ -38,6 +38,24 @@ mc_detail::NotifyCode mc_detail::g_pfnObjectNotify = nullptr;
 
 namespace {
 
+#ifdef MC_READS_NOTIFY_OVERRIDER
+// MCObject's own FindProperty and GetHeirs, read as g_pfnObjectNotify is.
+using FindCode = const MCProperty* (*)(const MCObject*, short, ZVTBoolean);
+using HeirsCode = void (*)(MCObject*, const MCHeirSet*&);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wpmf-conversions"
+#pragma GCC diagnostic ignored "-Wpedantic"
+FindCode FindOf(const MCObject* object) {
+    return reinterpret_cast<FindCode>(object->*(&MCObject::FindProperty));
+}
+HeirsCode HeirsOf(MCObject* object) {
+    return reinterpret_cast<HeirsCode>(object->*(&MCObject::GetHeirs));
+}
+#pragma GCC diagnostic pop
+FindCode c_pfnObjectFind = nullptr;
+HeirsCode c_pfnObjectHeirs = nullptr;
+#endif
+
 // The audibility memos hold the answers for the events that owners and observers hear of an object's
 // own changes (bit = event type), as a climb finds them all at once.
 constexpr unsigned int c_nMemoMask = MCEvent::subscriberOwner | MCEvent::subscriberObserver;
@@ -250,8 +268,11 @@ MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
     }
 #ifdef MC_READS_NOTIFY_OVERRIDER
     // Until the body ends this object is an MCObject, whatever class it is being made as.
-    if (!mc_detail::g_pfnObjectNotify)
+    if (!mc_detail::g_pfnObjectNotify) {
         mc_detail::g_pfnObjectNotify = mc_detail::NotifyOf(this);
+        c_pfnObjectFind = FindOf(this);
+        c_pfnObjectHeirs = HeirsOf(this);
+    }
 #endif
     if (owner) {
         owner->AddOwnedObject(this);
@@ -327,7 +348,7 @@ ZVTBoolean MCObject::InvokeCreationSemantics(MCFactoryContext* context) {
         return false;
     MCObjectSemContext semanticContext(context);
     MCObjectSem* failed = nullptr;
-    MCObjectSemReg::FireSemantics(MCObjectSem::PostCreation, this, failed, &semanticContext, false);
+    MCObjectSemReg::FireRootFirst(MCObjectSem::PostCreation, this, c_xObjectOS, failed, &semanticContext);
     return true;
 }
 
@@ -480,6 +501,15 @@ const MCProperty* MCObject::FindProperty(short type, ZVTBoolean withNulled) cons
     return property;
 }
 
+ZVTBoolean MCObject::KeepsObjectSearch() const {
+#ifdef MC_READS_NOTIFY_OVERRIDER
+    return c_pfnObjectFind != nullptr && FindOf(this) == c_pfnObjectFind &&
+           HeirsOf(const_cast<MCObject*>(this)) == c_pfnObjectHeirs;
+#else
+    return false;
+#endif
+}
+
 MCProperty* MCObject::FindProperty_(short type, ZVTBoolean withNulled) const {
     return const_cast<MCProperty*>(FindProperty(type, withNulled));
 }
@@ -497,8 +527,12 @@ void MCObject::AddProperty(MCProperty* property) {
 ZVTBoolean MCObject::SetProperty(short type, MCPropertyAccessor& accessor, long flags) {
     // The object's own search, not a host's override: a change must reach the property that is there.
     auto* property = const_cast<MCProperty*>(MCObject::FindProperty(type, true));
-    if (!property)
+    if (!property) {
+        const int set = MCFactoryRegistry::SetFirstValue(type, this, accessor, flags);
+        if (set >= 0)
+            return set != 0;
         property = CreateProperty_(type);
+    }
     if (!property)
         return false;
     return accessor.SetPropertyValue(property, this, flags);

@@ -286,6 +286,10 @@ private:
     void FinishExpunge(ZVTBoolean top);
 
     MCProperty* FindProperty_(short type, ZVTBoolean withNulled) const;
+    // Whether this object's class keeps MCObject's FindProperty and GetHeirs, so that a factory's search
+    // finds what the object's own does and the rules find no heirs; false with a compiler whose classes
+    // cannot be read so.
+    ZVTBoolean KeepsObjectSearch() const;
     // Makes the property of `type` on this object; null after message 601 when it cannot be made, also
     // for an object type.
     MCProperty* CreateProperty_(short type);

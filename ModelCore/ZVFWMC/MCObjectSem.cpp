@@ -77,21 +77,45 @@ MCObjectSem::result MCObjectSemHandler::FireSemantics(MCObjectSem::mode nMode, M
     if (!bDerivedFirst && m_pxAncestor &&
         m_pxAncestor->FireSemantics(nMode, object, rpFailed, context, false) == MCObjectSem::resultFailed)
         return MCObjectSem::resultFailed;
+    const MCObjectSem::result result = FireLevel(nMode, object, rpFailed, context, bDerivedFirst);
+    if (result != MCObjectSem::resultContinue)
+        return result;
+    if (bDerivedFirst && m_pxAncestor)
+        return m_pxAncestor->FireSemantics(nMode, object, rpFailed, context, true);
+    return MCObjectSem::resultContinue;
+}
+
+MCObjectSem::result MCObjectSemHandler::FireLevel(MCObjectSem::mode nMode, MCObject* object,
+                                                  MCObjectSem*& rpFailed, MCObjectSemContext* context,
+                                                  ZVTBoolean bDerivedFirst) {
     if (m_nInterests & nMode) {
         const MCObjectSem::result result =
             FireList(m_xSemantics, nMode, object, rpFailed, context, bDerivedFirst);
         if (result != MCObjectSem::resultContinue)
             return result;
     }
-    if (m_nExternalInterests & nMode) {
-        const MCObjectSem::result result =
-            FireList(m_xExternalSemantics, nMode, object, rpFailed, context, bDerivedFirst);
-        if (result != MCObjectSem::resultContinue)
-            return result;
-    }
-    if (bDerivedFirst && m_pxAncestor)
-        return m_pxAncestor->FireSemantics(nMode, object, rpFailed, context, true);
+    if (m_nExternalInterests & nMode)
+        return FireList(m_xExternalSemantics, nMode, object, rpFailed, context, bDerivedFirst);
     return MCObjectSem::resultContinue;
+}
+
+MCObjectSemHandler* MCObjectSemHandler::LoneLevel() {
+    if (m_nLoneChanges == mc_detail::c_nRegistryChanges)
+        return m_pxLoneLevel;
+    MCObjectSemHandler* lone = nullptr;
+    for (MCObjectSemHandler* level = this; level; level = level->m_pxAncestor) {
+        const size_t rules = level->m_xSemantics.Entries();
+        if (rules == 0 && level->m_xExternalSemantics.Entries() == 0)
+            continue;
+        if (lone || rules != 1 || level->m_xExternalSemantics.Entries() != 0) {
+            lone = nullptr;
+            break;
+        }
+        lone = level;
+    }
+    m_pxLoneLevel = lone;
+    m_nLoneChanges = mc_detail::c_nRegistryChanges;
+    return lone;
 }
 
 void MCObjectSemHandler::Register(const MCObjectSem* semantic) {
@@ -343,6 +367,44 @@ MCObjectSem::result MCObjectSemReg::FireDerivedFirst(MCObjectSem::mode nMode, MC
         result = level->FireList(level->m_xExternalSemantics, nMode, pObject, rpFailed, nullptr, true);
     if (result == MCObjectSem::resultContinue && level->m_pxAncestor)
         result = level->m_pxAncestor->FireSemantics(nMode, pObject, rpFailed, nullptr, true);
+    return result == MCObjectSem::resultFailed ? result : MCObjectSem::resultContinue;
+}
+
+MCObjectSem::result MCObjectSemReg::FireRootFirst(MCObjectSem::mode nMode, MCObject* pObject,
+                                                  MCObjectSem& rRule, MCObjectSem*& rpFailed,
+                                                  MCObjectSemContext* pContext) {
+    MCObjectSemReg* registry = GetInstance();
+    MCObjectSemHandler* first = registry && pObject ? registry->FindHandler(pObject->GetType()) : nullptr;
+    MCObjectSemHandler* level = first ? first->LoneLevel() : nullptr;
+    // The levels below the rule's, which the walk comes back down through after it, nearest first.
+    constexpr size_t c_nMaxBelow = 8;
+    MCObjectSemHandler* below[c_nMaxBelow];
+    size_t count = 0;
+    if (level && (level->m_xSemantics.At(0) != &rRule || !(level->m_nInterests & nMode)))
+        level = nullptr;
+    for (MCObjectSemHandler* handler = first; level && handler != level; handler = handler->m_pxAncestor) {
+        if (count == c_nMaxBelow)
+            level = nullptr;  // a chain deeper than this takes the walk
+        else
+            below[count++] = handler;
+    }
+    if (!level)
+        return FireSemantics(nMode, pObject, rpFailed, pContext, false);
+    const std::uint64_t changes = mc_detail::c_nRegistryChanges;
+    MCObjectSem::result result = rRule.Fire(nMode, pObject, pContext);
+    if (result == MCObjectSem::resultFailed) {
+        rpFailed = &rRule;
+        return result;
+    }
+    if (changes == mc_detail::c_nRegistryChanges)
+        return MCObjectSem::resultContinue;
+    // Something was registered while rRule ran: the walk goes on from where rRule stood, through the
+    // levels it had passed on its way up.
+    result = level->FireList(level->m_xSemantics, nMode, pObject, rpFailed, pContext, false, 1);
+    if (result == MCObjectSem::resultContinue && (level->m_nExternalInterests & nMode))
+        result = level->FireList(level->m_xExternalSemantics, nMode, pObject, rpFailed, pContext, false);
+    while (result == MCObjectSem::resultContinue && count > 0)
+        result = below[--count]->FireLevel(nMode, pObject, rpFailed, pContext, false);
     return result == MCObjectSem::resultFailed ? result : MCObjectSem::resultContinue;
 }
 

@@ -6,6 +6,8 @@
 // type hierarchy through one handler per type. The handlers are linked while the class levels of a type
 // register, root first, so the first object (or prototype) of a type teaches the registry its ancestry.
 
+#include <cstdint>
+
 #include "foundation/ZVTBoolean.h"
 #include "foundation/ZVTExport.h"
 #include "foundation/ZVTHDict.h"
@@ -128,6 +130,12 @@ protected:
     explicit MCObjectSemHandler(short nAncestorType);
 
 private:
+    // This level's two lists, as the walk fires them on reaching it.
+    MCObjectSem::result FireLevel(MCObjectSem::mode nMode, MCObject* object, MCObjectSem*& rpFailed,
+                                  MCObjectSemContext* context, ZVTBoolean bDerivedFirst);
+    // The level of the chain from here up that holds the chain's only rule, in its internal list; null
+    // when the chain holds none, more than one, or only an external one.
+    MCObjectSemHandler* LoneLevel();
     // 1 or 2 when that ends the walk; 0 to go on.
     MCObjectSem::result FireList(ZVTSList<MCObjectSem*>& list, MCObjectSem::mode nMode, MCObject* object,
                                  MCObjectSem*& rpFailed, MCObjectSemContext* context,
@@ -139,6 +147,10 @@ private:
     ZVTSList<MCObjectSemHandler*> m_xDescendants;
     unsigned long m_nInterests = 0;
     unsigned long m_nExternalInterests = 0;
+    // LoneLevel's answer and the registry-change count it holds at: every change to a rule list or a link
+    // moves the count on.
+    std::uint64_t m_nLoneChanges = 0;
+    MCObjectSemHandler* m_pxLoneLevel = nullptr;
 };
 
 /// The process-wide table of object rules, one handler per object type. Made on first use, deleted by
@@ -189,6 +201,11 @@ public:
     /// Any other chain takes the walk.
     static MCObjectSem::result FireDerivedFirst(MCObjectSem::mode nMode, MCObject* pObject,
                                                 MCObjectSem& rRule, MCObjectSem*& rpFailed);
+    /// FireSemantics in root-first order for a caller that knows the rule it expects: when `rRule` is the
+    /// only rule on `pObject`'s whole type chain it is called directly; rules registered while it runs
+    /// still fire as the walk would reach them. Any other chain takes the walk.
+    static MCObjectSem::result FireRootFirst(MCObjectSem::mode nMode, MCObject* pObject, MCObjectSem& rRule,
+                                             MCObjectSem*& rpFailed, MCObjectSemContext* pContext);
 
     /// "PostCreation", "PreDestructon", "CalculateData", and "Invalid mode" for every other value.
     ZVTString GetModeName(MCObjectSem::mode nMode) const;

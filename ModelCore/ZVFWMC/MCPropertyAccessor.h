@@ -85,8 +85,9 @@ protected:
 
     /// The steps of a change common to every value class: rules before, `apply` (which writes the value,
     /// may name the event's hint object through its argument and answers the hint code), flags, rules
-    /// after, the event.
-    template <class Apply>
+    /// after, the event. Without `WithRules` the rules are not looked for: only for a change that the
+    /// caller knows no rule can take part in.
+    template <bool WithRules = true, class Apply>
     ZVTBoolean RunChange(MCProperty* property, MCObject* object, long flags, Apply apply);
 
     ZVTBoolean m_bActive = true;
@@ -121,6 +122,16 @@ public:
     virtual void SetValue(const T& value) { m_xValue = value; }
 
 protected:
+    friend class MCFactoryRegistry;
+    /// SetPropertyValue on `property`, just made for this change, when no rule can take part in it.
+    ZVTBoolean SetMadeValue(MCSPropertyT<T>* property, MCObject* object, long flags) {
+        return this->template RunChange<false>(property, object, flags,
+                                               [&](MCObject*& /*hintObject*/) -> long {
+                                                   property->SetValue(m_xValue);
+                                                   return MCCodes::hintNone;
+                                               });
+    }
+
     T m_xValue;
 };
 
@@ -221,7 +232,7 @@ void ReadList(MCStream& stream, ZVTSList<T>& values) {
 // ---------------------------------------------------------------------------------------------------
 // The steps of a change
 
-template <class Apply>
+template <bool WithRules, class Apply>
 ZVTBoolean MCPropertyAccessor::RunChange(MCProperty* property, MCObject* object, long flags, Apply apply) {
     const ZVTBoolean inherited = (flags & accessInherited) != 0;
     const ZVTBoolean changing = (flags & ~static_cast<long>(accessFlags)) != 0;
@@ -230,7 +241,7 @@ ZVTBoolean MCPropertyAccessor::RunChange(MCProperty* property, MCObject* object,
     MCActiveAccessor active(this, flags);
     MCPropertySemanticContext context(&active);
 
-    if (changing &&
+    if (WithRules && changing &&
         FirePreSemantics(type, object, property, &context, inherited) == MCPropertySemantic::resultRefused)
         return false;
     long hintCode = 0;
@@ -248,7 +259,8 @@ ZVTBoolean MCPropertyAccessor::RunChange(MCProperty* property, MCObject* object,
     }
     if (changing) {
         const MCPropertySemantic::result after =
-            FirePostSemantics(type, object, property, &context, inherited);
+            WithRules ? FirePostSemantics(type, object, property, &context, inherited)
+                      : MCPropertySemantic::resultContinue;
         if (after == MCPropertySemantic::resultRefused)
             return false;
         if (!inherited) {

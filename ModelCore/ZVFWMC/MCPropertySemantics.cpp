@@ -541,6 +541,19 @@ ZVTBoolean MCPropertySemanticRegistry::MayFire(MCPropertySemantic::mode nMode, M
     return heirs != nullptr;
 }
 
+ZVTBoolean MCPropertySemanticRegistry::MayRule(unsigned long nModes, short nPropertyType, MCObject* pObject) {
+    // The tests FireSemantics makes before it looks for heirs.
+    MCPropertySemanticRegistry* registry = GetInstance();
+    if (!registry)
+        return true;
+    MCPropertySemanticHandler* handler = pObject ? registry->FindHandler(pObject->GetType()) : nullptr;
+    if (!handler)
+        return false;
+    Refresh(*registry->m_pxHandlers, *handler);
+    return (handler->m_nChainInterests & nModes) != 0 &&
+           (ChainInterests(*handler, nPropertyType) & nModes) != 0;
+}
+
 ZVTString MCPropertySemanticRegistry::GetModeName(MCPropertySemantic::mode nMode) const {
     switch (nMode) {
         case MCPropertySemantic::PreEdit:

@@ -133,6 +133,9 @@ public:
     /// when the object's type chain has no rule with that interest and the object has no heirs. Fires
     /// nothing; false for null.
     static ZVTBoolean MayFire(MCPropertySemantic::mode nMode, MCObject* pObject);
+    /// Whether FireSemantics in one of `nModes` for `nPropertyType` on `pObject` could reach a rule of the
+    /// object's own type chain (heirs aside); true when there is no registry to ask. Fires nothing.
+    static ZVTBoolean MayRule(unsigned long nModes, short nPropertyType, MCObject* pObject);
 
     /// The name of a mode, "Invalid mode" for those without one.
     ZVTString GetModeName(MCPropertySemantic::mode nMode) const;

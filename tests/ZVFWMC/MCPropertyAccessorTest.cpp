@@ -4,6 +4,7 @@
 
 #include "ModelCore/ZVFWMC/MCCodes.h"
 #include "support/ModelTestSupport.h"
+#include "support/RuleTestSupport.h"
 
 namespace {
 
@@ -215,4 +216,78 @@ TEST_F(AccessorTest, SetPropertyFlagGuardsTheValueFlags) {
     EXPECT_TRUE(node->SetPropertyFlag(&node->Embedded(), MCItem::itemPreFetch, true));
     EXPECT_EQ(node->Embedded().GetFlags(), MCItem::itemPreFetch);
     node->Expunge(true);
+}
+
+// A host's accessor class that changes nothing: a first set through it takes the long way.
+template <class T>
+struct HostAccessor : MCSPropertyAccessorT<T> {
+    using MCSPropertyAccessorT<T>::MCSPropertyAccessorT;
+};
+
+// A first set of a core value where nothing could tell takes a short way, which must end as the long way
+// does (a host's accessor class forces that one): every flag, a string, registered flags, a rule on one
+// type of the code but not another, a rule registered late, heirs, flags registered after a first set.
+TEST_F(RuleTest, AFirstSetEndsAlikeOnTheShortWayAndTheLongOne) {
+    // Integers of the test's own, which no other test's rule reaches; the short way runs first, since a
+    // rule's interest outlives it; each run has a code of its own whose registered flags change.
+    auto own = [](short code) {
+        return MCFactoryRegistry::RegisterAliasProperty(code, "Own", MCCodes::pInteger, true, false, false,
+                                                        false);
+    };
+    static const bool registered = own(7716) && own(7718) && own(7719);
+    ASSERT_TRUE(registered);
+    auto run = [this](bool core) {
+        const short width = 7716, fetch = core ? 7718 : 7719;
+        auto set = [core](MCObject* object, short type, long flags) {
+            HostAccessor<long> host(7L);
+            MCSPropertyAccessorT<long> plain(7L);
+            HostAccessor<ZVTString> hostText(ZVTString("t"));
+            MCSPropertyAccessorT<ZVTString> plainText(ZVTString("t"));
+            MCPropertyAccessor& accessor = type == Shape::c_sLabel
+                                               ? (core ? plainText : hostText)
+                                               : (core ? static_cast<MCPropertyAccessor&>(plain) : host);
+            std::string trace = object->SetProperty(type, accessor, flags) ? " set" : " refused";
+            ZVTString text;
+            const MCProperty* property = object->MCObject::FindProperty(type, true);
+            trace += property ? ":" + std::to_string(property->GetFlags()) : ":none";
+            return trace + (object->GetPropertyString(type, text) ? "=" + std::string(text.str()) : "");
+        };
+        // An observer reads the flags of the change behind each PropertySet.
+        m_xLog.m_pxOnNotify = [](MCEvent& event) {
+            if (auto* context = static_cast<MCPropertySemanticContext*>(event.GetHintPointer()))
+                RuleLog() += " " + std::to_string(context->GetActiveAccessor()->m_lFlags);
+        };
+        MCObject* root = Make(nullptr, Shape::c_sType);
+        root->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
+        std::string trace;
+        for (long flags : {c_lAdd, c_lRemove, c_lAdd | MCPropertyAccessor::accessForce, 0L,
+                           long{MCPropertyAccessor::accessFlags}, c_lAdd | MCPropertyAccessor::accessFlags,
+                           c_lAdd | MCPropertyAccessor::accessInherited})
+            trace += set(Make(root, Shape::c_sType), width, flags);
+        trace += set(Make(root, Shape::c_sType), Shape::c_sLabel, c_lAdd);
+        trace += set(Make(root, Shape::c_sType), Shape::c_sArea, c_lAdd);
+        PropertyRule crated("W", MCPropertySemantic::PostEdit), late("L", MCPropertySemantic::PreEdit),
+            heard("H", MCPropertySemantic::InheritedPostEdit);
+        AddRule(Crate::c_sType, width, crated);
+        for (short type : {Shape::c_sType, Crate::c_sType, Shape::c_sType, Crate::c_sType})
+            trace += set(Make(root, type), width, c_lAdd);
+        AddRule(Shape::c_sType, width, heard);  // heirs only: the chains still rule no edit of width
+        auto* box = static_cast<Box*>(Make(root, Box::c_sType));
+        box->AddHeir(Make(root, Shape::c_sType));
+        trace += set(box, width, c_lAdd);
+        AddRule(Shape::c_sType, width, late);
+        trace += set(Make(root, Shape::c_sType), width, c_lAdd);
+        trace += set(Make(root, Shape::c_sType), fetch, c_lAdd);
+        MCFactoryRegistry::SetWantPreFetch(fetch, true);
+        trace += set(Make(root, Shape::c_sType), fetch, c_lAdd);
+        root->Expunge(true);
+        m_xLog.Take();
+        return trace + " |" + TakeLog();
+    };
+    const std::string shortWay = run(true), longWay = run(false);
+    EXPECT_EQ(shortWay, longWay);
+    EXPECT_EQ(
+        longWay,
+        " set:0=7 set:0=7 set:0=7 set:8 set:0=0 set:0=7 set:8 set:0=t set:144=7 set:0=7 set:0=7 set:0=7 "
+        "set:0=7 set:0=7 set:0=7 set:0=7 set:144=7 | 1 4 17 9 1 1 1 W:2 1 1 W:2 1 H:20000 1 L:1 1 1 1");
 }

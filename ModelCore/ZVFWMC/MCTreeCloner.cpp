@@ -46,11 +46,17 @@ const char* const c_pcSourceFile = "ModelCore/ZVFWMC/MCObject";
 constexpr size_t c_nRebindBatch = 16;
 constexpr size_t c_nTargetsAhead = 2 * c_nRebindBatch;
 
-// `property` as the core's single reference when it is of that class itself, told by the address of the
-// class's name: no compare of names, and no call into a host's class. Another library's copy of the name
-// could only be missed, which costs a prefetch, never a wrong cast.
+// Whether `property` is of class T itself, told by the address of the class's type_info: no compare of
+// names, and no call into a host's class. Another library's copy of the type_info could only be missed,
+// which sends the property down the path any other class takes, never to a wrong cast.
+template <class T>
+bool IsExactly(const MCProperty& property) {
+    return &typeid(property) == &typeid(T);
+}
+
+// `property` as the core's single reference when it is of that class itself; a miss costs a prefetch.
 const MCSRef* AsCoreRef(const MCProperty* property) {
-    if (property == nullptr || typeid(*property).name() != typeid(MCSRef).name())
+    if (property == nullptr || !IsExactly<MCSRef>(*property))
         return nullptr;
     return static_cast<const MCSRef*>(property);
 }
@@ -166,16 +172,15 @@ ZVTBoolean MCTreeClonerVisitor::CopyProperties(MCObject& source, MCObject& clone
         if (!property || property->GetFlag(MCItem::itemNulled) || property->GetType() == MCCodes::pId)
             continue;
         // The core's own classes get the accessor their CreateAccessor would make, on the stack; any other
-        // class (a host's among them) makes its own.
-        const std::type_info& cls = typeid(*property);
+        // class (a host's among them) makes its own, as a core class missed by IsExactly does.
         ZVTBoolean destroyed = false;
-        if (cls == typeid(MCSPropertyT<long>))
+        if (IsExactly<MCSPropertyT<long>>(*property))
             destroyed = CopyValue<MCSPropertyAccessorT<long>>(*property, source, clone);
-        else if (cls == typeid(MCSPropertyT<ZVTString>))
+        else if (IsExactly<MCSPropertyT<ZVTString>>(*property))
             destroyed = CopyValue<MCSPropertyAccessorT<ZVTString>>(*property, source, clone);
-        else if (cls == typeid(MCSRef))
+        else if (IsExactly<MCSRef>(*property))
             destroyed = CopyValue<MCSRefAccessor>(*property, source, clone);
-        else if (cls == typeid(MCVRef))
+        else if (IsExactly<MCVRef>(*property))
             destroyed = CopyValue<MCVRefAccessor>(*property, source, clone);
         else {
             MCPropertyAccessor* accessor = property->CreateAccessor();

@@ -88,7 +88,7 @@ TEST_F(MCFactoryRegistryTest, RefusedRegistrationsChangeNothing) {
     counters.DeleteAll();
 }
 
-TEST_F(MCFactoryRegistryTest, FlagWordsFollowTheRegistration) {
+TEST_F(MCFactoryRegistryTest, FlagWordsFollowTheRegistrationAndSelectTheQueries) {
     ASSERT_TRUE(R::RegisterAbstractObject(1, "Root", 0));
     ASSERT_TRUE(R::RegisterConcreteObject(2, "Thing", 1, 0, new CountingFactory(counters), false, true));
     ASSERT_TRUE(R::RegisterAliasObject(3, "Nick", 0, 2, true, false));
@@ -115,6 +115,29 @@ TEST_F(MCFactoryRegistryTest, FlagWordsFollowTheRegistration) {
     EXPECT_FALSE(R::SetWantPreFetch(2, true));   // object types have no calculated values
     EXPECT_TRUE(R::SetWantPreFetch(87, false));  // sets the flag whatever the argument says
     EXPECT_TRUE(R::IsPreFetch(87));
+
+    // A query mask needs a bit in every group it tests.
+    auto objects = [](unsigned long mask) {
+        return SortedCodes([&](auto& v) { return R::GetObjectTypes(v, mask); });
+    };
+    auto properties = [](unsigned long mask) {
+        return SortedCodes([&](auto& v) { return R::GetPropertyTypes(v, mask, nullptr); });
+    };
+    EXPECT_EQ(objects(R::flagConcrete), std::vector<short>{});
+    EXPECT_EQ(objects(~0UL & ~R::flagProperty), (std::vector<short>{1, 2}))
+        << "alias objects carry no origin bit";
+    EXPECT_EQ(objects(~0UL), (std::vector<short>{-7, -5, 1, 2, 87, 132}))
+        << "the mask's own kind bits are honoured";
+    EXPECT_EQ(objects(R::flagCore | R::flagFirstOff | R::flagConcrete | R::flagSecondOn),
+              (std::vector<short>{2}));
+    EXPECT_EQ(objects(R::flagCore | R::flagFirstOn | R::flagSecondOff | R::groupTypeKind),
+              (std::vector<short>{1}));
+
+    // For properties the first pair also tells core from user-defined: core answers to FirstOff.
+    EXPECT_EQ(properties(R::flagCore | R::flagFirstOff | R::groupTypeKind), (std::vector<short>{87, 132}));
+    EXPECT_EQ(properties(R::flagCore | R::flagFirstOff | R::flagAlias), (std::vector<short>{132}));
+    EXPECT_EQ(properties(R::flagUser | R::flagFirstOn | R::groupTypeKind), std::vector<short>{})
+        << "user-defined ones only for a model that holds them";
 }
 
 TEST_F(MCFactoryRegistryTest, SupertypesJoinWhateverTheOrder) {
@@ -223,34 +246,6 @@ TEST_F(MCFactoryRegistryTest, FlattenedUsagesComeOwnFirstAndSeeLateDeclarations)
     ASSERT_TRUE(R::RegisterAliasObject(3, "Nick", 0, 2, true, false));
     EXPECT_EQ(Usages(3, c_nFlattened), "refused");
     EXPECT_EQ(R::GetSupertype(3), 0);
-}
-
-TEST_F(MCFactoryRegistryTest, QueryMasksNeedABitInEveryTestedGroup) {
-    ASSERT_TRUE(R::RegisterAbstractObject(1, "Root", 0));
-    ASSERT_TRUE(R::RegisterConcreteObject(2, "Thing", 1, 0, new CountingFactory(counters), false, false));
-    ASSERT_TRUE(R::RegisterAliasObject(3, "Nick", 0, 2, true, false));
-    ASSERT_TRUE(R::RegisterConcreteProperty(87, "Integer", new CountingFactory(counters), true, false, 0, 0));
-    ASSERT_TRUE(R::RegisterAliasProperty(132, "Id", MCCodes::pInteger, false, false, false, false));
-
-    auto objects = [](unsigned long mask) {
-        return SortedCodes([&](auto& v) { return R::GetObjectTypes(v, mask); });
-    };
-    auto properties = [](unsigned long mask) {
-        return SortedCodes([&](auto& v) { return R::GetPropertyTypes(v, mask, nullptr); });
-    };
-    EXPECT_EQ(objects(R::flagConcrete), std::vector<short>{});
-    EXPECT_EQ(objects(~0UL & ~R::flagProperty), (std::vector<short>{1, 2}))
-        << "alias objects carry no origin bit";
-    EXPECT_EQ(objects(~0UL), (std::vector<short>{1, 2, 87, 132})) << "the mask's own kind bits are honoured";
-    EXPECT_EQ(objects(R::flagCore | R::flagFirstOff | R::flagConcrete | R::flagSecondOff),
-              (std::vector<short>{2}));
-    EXPECT_EQ(objects(R::flagCore | R::flagFirstOn | R::flagSecondOff | R::groupTypeKind),
-              (std::vector<short>{1}));
-
-    // For properties the first pair also tells core from user-defined: core answers to FirstOff.
-    EXPECT_EQ(properties(R::flagCore | R::flagFirstOff | R::groupTypeKind), (std::vector<short>{87, 132}));
-    EXPECT_EQ(properties(R::flagCore | R::flagFirstOff | R::flagAlias), (std::vector<short>{132}));
-    EXPECT_EQ(properties(R::flagUser | R::flagFirstOn | R::groupTypeKind), std::vector<short>{});
 }
 
 TEST_F(MCFactoryRegistryTest, FactoriesBelongToTheRegistryOnceAcceptedAndDefinitionsToAnyEntry) {

@@ -65,19 +65,14 @@ class ObjectDumpTest : public ModelTest {
 protected:
     void SetUp() override {
         ModelTest::SetUp();
-        m_pxRoot = Make();
-        m_pxA = MakeNode(m_pxRoot);
+        m_pxRoot = Named("root");
+        m_pxA = Named("a", m_pxRoot, TestNode::c_sType);
         m_pxB = Make(m_pxRoot);
-        m_pxC = MakeNode(m_pxB);
-        Set<MCSPropertyAccessorT<ZVTString>>(m_pxRoot, MCCodes::pName, ZVTString("root"));
-        Set<MCSPropertyAccessorT<ZVTString>>(m_pxA, MCCodes::pName, ZVTString("a"));
-        Set<MCSPropertyAccessorT<ZVTString>>(m_pxC, MCCodes::pName, ZVTString("x"));
+        m_pxC = Named("x", m_pxB, TestNode::c_sType);
         RestoreRaw(m_pxC, MCCodes::pName, [](MCStream& s) {
             s << static_cast<unsigned short>(MCItem::itemNulled) << ZVTString("old");
         });
     }
-    static std::string Id(MCObject* object) { return to_string(object->GetId()); }
-
     MCObject *m_pxRoot = nullptr, *m_pxA = nullptr, *m_pxB = nullptr, *m_pxC = nullptr;
 };
 
@@ -190,10 +185,7 @@ TEST_F(ObjectDumpTest, ABranchOfAnyDepthKeepsOrderAndIndentationOnASmallStack) {
     // after the whole deeper branch. Made without creation rules, whose events would climb the branch.
     constexpr int c_nDepth = 20000;
     constexpr int c_nOutlineFrom = c_nDepth - 1000;  // an outline grows with the square of its depth
-    QuietContext quiet;
-    auto make = [&quiet](MCObject* owner) {
-        return static_cast<MCObject*>(R::CreateItem(MCGenericObject::c_sType, owner, &quiet, nullptr));
-    };
+    auto make = [](MCObject* owner) { return MakeChain(owner, 1); };
     std::vector<MCObject*> nodes{make(m_pxB)}, leaves;
     for (int i = 0; i < c_nDepth; ++i) {
         nodes.push_back(make(nodes.back()));

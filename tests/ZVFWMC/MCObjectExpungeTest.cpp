@@ -1,6 +1,7 @@
 // The end of a tree: rules and events from the top down, memory from the leaves up, and the quiet ways of
 // going (a persistence unit's root, a subtree marked to go without ceremony).
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 #include <unordered_map>
@@ -10,25 +11,28 @@
 
 namespace {
 
-// Logs "PD@<id>" for PreDestructon of any object.
+// Appends "<tag>@<name of object>" to the log the rules write.
+void Note(const char* tag, const MCObject* object) {
+    RuleLog() += (RuleLog().empty() ? "" : " ") + std::string(tag) + "@" + ModelTest::NameOf(object);
+}
+
+// Logs "PD@<name>" for PreDestructon of any object.
 class DestructionRule : public MCObjectSem {
 public:
     result Fire(mode nMode, MCObject* object, MCObjectSemContext*) override {
         if (nMode == PreDestructon)
-            RuleLog() +=
-                (RuleLog().empty() ? "" : " ") + std::string("PD@") + std::to_string(object->GetId());
+            Note("PD", object);
         return resultContinue;
     }
     unsigned long GetInterests() const override { return PreDestructon; }
 };
 
-// Logs "SD@<id>" for each SubjectDestroyed it hears, into the same log as the rules.
+// Logs "SD@<name>" for each SubjectDestroyed it hears.
 class DeathWatch : public MCSubscriber {
 public:
     void Notify(MCEvent& event) override {
         if (event.GetEventType() == MCEvent::SubjectDestroyed)
-            RuleLog() += (RuleLog().empty() ? "" : " ") + std::string("SD@") +
-                         std::to_string(static_cast<MCObject*>(event.GetSubject())->GetId());
+            Note("SD", static_cast<MCObject*>(event.GetSubject()));
     }
 };
 
@@ -50,6 +54,22 @@ public:
         if (dying == m_lThrowAt)
             throw std::runtime_error("stop");
     }
+    /// Makes `length` objects under `root`, each under the one before when `nested`, watched and each set
+    /// to take the next one down; their ids.
+    std::vector<long> MakeRow(MCObject* root, int length, bool nested, MCFactoryContext* context) {
+        std::vector<long> ids;
+        for (MCObject* owner = root; length-- > 0;) {
+            auto* object = static_cast<MCObject*>(
+                MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, owner, context, nullptr));
+            object->AddSubscriber(this, MCEvent::subscriberObserver);
+            if (!ids.empty())
+                m_xNext[ids.back()] = object->GetId();
+            ids.push_back(object->GetId());
+            owner = nested ? object : root;
+        }
+        return ids;
+    }
+
     std::unordered_map<long, long> m_xNext;  // id to id
     long m_lThrowAt = 0;
     std::vector<long> m_xOrder;
@@ -63,23 +83,8 @@ protected:
         Crate::c_bUnit = false;
         RuleTest::TearDown();
     }
-    // A under the fixture's root R, B and C under A, D under B; all watched and all with the rule.
-    void BuildTree() {
-        AddRule(1, m_xRule);
-        m_pxRoot = Make();
-        m_pxA = Make(m_pxRoot, Crate::c_sType);
-        m_pxB = Make(m_pxA, Box::c_sType);
-        m_pxC = Make(m_pxA, Box::c_sType);
-        m_pxD = Make(m_pxB);
-        for (MCObject* object : {m_pxA, m_pxB, m_pxC, m_pxD})
-            object->AddSubscriber(&m_xWatch, MCEvent::subscriberObserver);
-        RuleLog().clear();
-    }
-    std::string Id(MCObject* object) const { return std::to_string(object->GetId()); }
-
     DeathWatch m_xWatch;
     DestructionRule m_xRule;
-    MCObject *m_pxRoot = nullptr, *m_pxA = nullptr, *m_pxB = nullptr, *m_pxC = nullptr, *m_pxD = nullptr;
 };
 
 // Rules and events go from the top down, ownees oldest first, unless the tree goes a quiet way.
@@ -89,29 +94,30 @@ TEST_F(ObjectExpungeTest, TreeGoesTopDownUnlessItGoesAQuietWay) {
         bool bUnit;
         bool bMarkRoot;
         bool bMarkChild;
-        const char* pcLog;  // A, B, C, D stand for the ids
+        const char* pcLog;
     } cases[] = {
         {"a persistence unit fires only its own veto", true, false, false, "PD@A"},
         {"a marked subtree fires nothing", false, true, false, ""},
         {"a marked ownee of an ordinary owner goes the ordinary way, top down", false, false, true,
          "PD@A SD@A PD@B SD@B PD@D SD@D PD@C SD@C"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.pcName);
-        BuildTree();
-        Crate::c_bUnit = c.bUnit;
-        if (c.bMarkRoot)
-            m_pxA->SetFlag(MCItem::itemTreeExpunge, true);
-        if (c.bMarkChild)
-            m_pxB->SetFlag(MCItem::itemTreeExpunge, true);
-        std::string expected = c.pcLog;
-        for (auto [letter, object] :
-             {std::pair<char, MCObject*>{'A', m_pxA}, {'B', m_pxB}, {'C', m_pxC}, {'D', m_pxD}})
-            for (size_t at; (at = expected.find(std::string("@") + letter)) != std::string::npos;)
-                expected.replace(at + 1, 1, Id(object));
-        m_pxA->Expunge(true);
-        EXPECT_EQ(TakeLog(), expected);
-        EXPECT_EQ(m_pxRoot->GetFirstOwnee(), nullptr);
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.pcName);
+        // A under a root, B and C under A, D under B; all watched and all with the rule.
+        AddRule(1, m_xRule);
+        MCObject* root = Make();
+        MCObject* a = Named("A", root, Crate::c_sType);
+        MCObject* b = Named("B", a, Box::c_sType);
+        MCObject* c = Named("C", a, Box::c_sType);
+        for (MCObject* object : {a, b, c, Named("D", b)})
+            object->AddSubscriber(&m_xWatch, MCEvent::subscriberObserver);
+        RuleLog().clear();
+        Crate::c_bUnit = row.bUnit;
+        a->SetFlag(MCItem::itemTreeExpunge, row.bMarkRoot);
+        b->SetFlag(MCItem::itemTreeExpunge, row.bMarkChild);
+        a->Expunge(true);
+        EXPECT_EQ(TakeLog(), row.pcLog);
+        EXPECT_EQ(root->GetFirstOwnee(), nullptr);
         Crate::c_bUnit = false;
     }
 }
@@ -152,7 +158,7 @@ TEST_F(ObjectExpungeTest, DeepChainGoesWithoutDeepRecursion) {
     const long lastId = last->GetId();
     root->Expunge(true);
     EXPECT_EQ(MCObject::ResolveId(lastId), nullptr);
-    EXPECT_EQ(TakeLog(), "SD@" + std::to_string(lastId));
+    EXPECT_EQ(TakeLog(), "SD@-");  // the last one, which has no name
 }
 
 // Deep nesting must cost bounded call depth (a small stack makes a recursion fail) and change nothing a
@@ -166,34 +172,22 @@ TEST_F(ObjectExpungeTest, NestedExpungesOfAnyDepthEachGoOnceInOrder) {
     enum class Row { siblings, nested, ring };
     for (Row shape : {Row::siblings, Row::nested, Row::ring}) {
         SCOPED_TRACE(static_cast<int>(shape));
-        const bool nested = shape == Row::nested;
         const int length = shape == Row::ring ? 40 : 5000;
         MCObject* root = Make();
-        std::vector<MCObject*> row;
-        std::vector<long> ids;
         Domino domino;
-        for (int i = 0; i < length; ++i) {
-            row.push_back(static_cast<MCObject*>(MCFactoryRegistry::CreateItem(
-                MCGenericObject::c_sType, nested && i > 0 ? row.back() : root, &quiet, nullptr)));
-            ids.push_back(row.back()->GetId());
-            row.back()->AddSubscriber(&domino, MCEvent::subscriberObserver);
-            if (i > 0)
-                domino.m_xNext[ids[i - 1]] = ids[i];
-        }
+        const std::vector<long> ids = domino.MakeRow(root, length, shape == Row::nested, &quiet);
         if (shape == Row::ring)
             domino.m_xNext[ids.back()] = ids.front();
         RuleLog().clear();
-        ASSERT_TRUE(RunOnStack(1 << 20, [&] { row[0]->Expunge(true); }));
+        ASSERT_TRUE(RunOnStack(1 << 20, [&] { MCObject::ResolveId(ids[0])->Expunge(true); }));
         EXPECT_EQ(domino.m_xOrder, ids);
+        // The log holds the rule's entries only, one '@' each.
         const std::string log = TakeLog();
-        long rules = 0;
-        for (std::size_t at = log.find("PD@"); at != std::string::npos; at = log.find("PD@", at + 1))
-            ++rules;
-        EXPECT_EQ(rules, length);
-        long alive = 0;
-        for (long id : ids)
-            alive += MCObject::ResolveId(id) != nullptr;
-        EXPECT_EQ(alive, 0);
+        const auto alive =
+            std::count_if(ids.begin(), ids.end(), [](long id) { return MCObject::ResolveId(id); });
+        EXPECT_EQ(std::to_string(std::count(log.begin(), log.end(), '@')) + " rules, " +
+                      std::to_string(alive) + " alive",
+                  std::to_string(length) + " rules, 0 alive");
         ASSERT_NE(MCObject::ResolveId(root->GetId()), nullptr);
         root->Expunge(true);
     }
@@ -203,15 +197,8 @@ TEST_F(ObjectExpungeTest, NestedExpungesOfAnyDepthEachGoOnceInOrder) {
 // later, unrelated expunge does not take it along.
 TEST_F(ObjectExpungeTest, AThrowDropsWhatWaitsForTheExpungeItEnds) {
     MCObject* root = Make();
-    std::vector<long> ids;
     Domino domino;
-    for (int i = 0; i < 100; ++i) {
-        MCObject* object = Make(root);
-        ids.push_back(object->GetId());
-        object->AddSubscriber(&domino, MCEvent::subscriberObserver);
-        if (i > 0)
-            domino.m_xNext[ids[i - 1]] = ids[i];
-    }
+    const std::vector<long> ids = domino.MakeRow(root, 100, false, nullptr);
     // The 64th expunge deep asks for the next object, which waits, and then its subscriber throws.
     domino.m_lThrowAt = ids[63];
     EXPECT_THROW(MCObject::ResolveId(ids[0])->Expunge(true), std::runtime_error);

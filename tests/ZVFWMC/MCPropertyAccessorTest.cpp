@@ -82,10 +82,7 @@ TEST_F(AccessorTest, FlagsDecideWhatMovesAndWhatFires) {
 TEST_F(AccessorTest, ListChangesCarryTheirHintCodes) {
     MCObject* object = Make();
     object->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
-    ZVTSList<long> values;
-    values.Append(1);
-    values.Append(2);
-    MCVPropertyAccessorT<long> accessor(values), absent(9L), one(1L), three(3L);
+    MCVPropertyAccessorT<long> accessor(ListOf({1L, 2L})), absent(9L), one(1L), three(3L);
     EXPECT_TRUE(object->SetProperty(MCCodes::pIntegerList, accessor, c_lAdd));
     EXPECT_TRUE(object->SetProperty(MCCodes::pIntegerList, accessor, c_lAdd));
     EXPECT_EQ(GetList(object), "1 2 1 2");

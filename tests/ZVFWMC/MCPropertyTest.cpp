@@ -81,12 +81,7 @@ TEST_F(PropertyTest, SegmentsGrowByFourAndFreedSlotsAreReused) {
 TEST_F(PropertyTest, ComparisonIsByTypeClassAndValueInOrder) {
     MCObject* left = Make();
     MCObject* right = Make();
-    ZVTSList<long> oneTwo, twoOne;
-    for (long value : {1, 2}) {
-        oneTwo.Append(value);
-        twoOne.Append(3 - value);
-    }
-    MCVPropertyAccessorT<long> a(oneTwo), b(twoOne);
+    MCVPropertyAccessorT<long> a(ListOf({1L, 2L})), b(ListOf({2L, 1L}));
     MCSPropertyAccessorT<double> one(1.0), almost(1.0 + 1e-15);
     ASSERT_TRUE(left->SetProperty(MCCodes::pIntegerList, a, 2) &&
                 left->SetProperty(MCCodes::pDouble, one, 1));
@@ -182,10 +177,7 @@ TYPED_TEST(StoredValueTest, SingleValuesRoundTripAndFeedOnlyActiveAccessors) {
 
 TEST_F(PropertyTest, ListsRoundTripAndShortStreamsKeepWhatWasRead) {
     MCObject* source = Make();
-    ZVTSList<ZVTString> names;
-    for (const char* name : {"a", "", "ccc"})
-        names.Append(*name ? ZVTString(name) : ZVTString());
-    MCVPropertyAccessorT<ZVTString> setter(names);
+    MCVPropertyAccessorT<ZVTString> setter(ListOf({ZVTString("a"), ZVTString(), ZVTString("ccc")}));
     ASSERT_TRUE(source->SetProperty(MCCodes::pStringList, setter, 2));
     auto* property = const_cast<MCProperty*>(source->FindProperty(MCCodes::pStringList, false));
     std::stringstream bytes;
@@ -216,10 +208,7 @@ TEST_F(PropertyTest, ListsRoundTripAndShortStreamsKeepWhatWasRead) {
 TEST_F(PropertyTest, CalculatedPropertiesStoreTheirShapeOnly) {
     MCObject* object = Make();
     ASSERT_TRUE(SetLong(object, 87, 77));
-    ZVTSList<long> values;
-    values.Append(5);
-    values.Append(6);
-    MCVPropertyAccessorT<long> list(values);
+    MCVPropertyAccessorT<long> list(ListOf({5L, 6L}));
     ASSERT_TRUE(object->SetProperty(MCCodes::pIntegerList, list, 2));
     auto* single = const_cast<MCProperty*>(object->FindProperty(MCCodes::pInteger, false));
     auto* multi = const_cast<MCProperty*>(object->FindProperty(MCCodes::pIntegerList, false));

@@ -96,11 +96,6 @@ protected:
         ASSERT_TRUE(R::RegisterAbstractObject(c_sLeaf, "Leaf", c_sNode));
         ASSERT_TRUE(R::RegisterAliasProperty(7101, "Weight", MCCodes::pInteger, false, false, false, false));
     }
-    /// Starts a new registry, as another process would have.
-    void NewProcess() {
-        R::DeleteInstance();
-        DefineFixedTypes();
-    }
     static std::string Save(MCObject* model) {
         std::stringstream medium;
         MCStream stream(medium, ZVTStream::binary);
@@ -122,10 +117,7 @@ TEST_F(UDPTest, CodesComeDownwardsByNameAndModelsJoinTheEntry) {
     EXPECT_EQ(flags, R::flagProperty | R::flagAlias | R::flagUser | R::flagSecondOn | R::flagFirstOn);
     EXPECT_EQ(R::Translate(-1, false), MCCodes::pInteger);
 
-    struct Case {
-        const char* name;
-        short concrete;
-    } const refused[] = {
+    const std::pair<const char*, short> refused[] = {
         {"Colour", 7101},                // known name, other concrete type
         {"Integer", MCCodes::pInteger},  // a fixed property's name
         {"Node", MCCodes::pInteger},     // a fixed object type's name
@@ -134,10 +126,8 @@ TEST_F(UDPTest, CodesComeDownwardsByNameAndModelsJoinTheEntry) {
         {"New", c_sNode},                // an object type as the value type
         {"New", 999},                    // an unknown value type
     };
-    for (const Case& c : refused) {
-        SCOPED_TRACE(std::string(c.name) + "/" + std::to_string(c.concrete));
-        EXPECT_EQ(R::RegisterUDP(c.name, c.concrete, c_pxRootA, false), 0);
-    }
+    for (const auto& [name, concrete] : refused)
+        EXPECT_EQ(R::RegisterUDP(name, concrete, c_pxRootA, false), 0) << name << "/" << concrete;
     EXPECT_FALSE(R::IsRegistered(-2, c_pxRootA)) << "a refused call must not add its model";
     EXPECT_EQ(R::RegisterUDP("New", MCCodes::pInteger, nullptr, false), -3)
         << "refusals must not use up codes";
@@ -194,13 +184,13 @@ TEST_F(UDPTest, ReadingInAnotherProcessMapsStoredCodesByName) {
     ASSERT_EQ(R::RegisterUDP("Delta", 7101, c_pxRootA, true), 0);  // an alias is no value type
     ASSERT_EQ(R::RegisterUDP("Delta", MCCodes::pInteger, c_pxRootA, true), -3);
     ASSERT_EQ(R::RegisterUDP("Elsewhere", MCCodes::pInteger, c_pxRootB, false), -4);
-    R::AddPropertyUsage(c_sNode, -1, 1);
-    R::AddPropertyUsage(c_sLeaf, -2, 1);
-    R::AddPropertyUsage(c_sNode, -3, 1);
-    R::AddPropertyUsage(c_sLeaf, -3, 1);
+    for (auto [type, code] :
+         {std::pair<short, short>{c_sNode, -1}, {c_sLeaf, -2}, {c_sNode, -3}, {c_sLeaf, -3}})
+        R::AddPropertyUsage(type, code, 1);
     const std::string saved = Save(c_pxRootA);
 
-    NewProcess();
+    R::DeleteInstance();  // another process, which knows only the fixed types
+    DefineFixedTypes();
     ASSERT_EQ(R::RegisterUDP("Beta", MCCodes::pInteger, nullptr, false), -1);
     ASSERT_EQ(R::RegisterUDP("Gamma", MCCodes::pInteger, nullptr, false), -2);
     ASSERT_EQ(R::RegisterUDP("Alpha", MCCodes::pInteger, nullptr, false), -3);

@@ -2,26 +2,22 @@
 // single-user rule and the ends of walker and visitor, agents that stop, edits during a walk, deep trees.
 
 #include <functional>
-#include <map>
 #include <memory>
 #include <set>
 #include <string>
-#include <vector>
 
 #include "support/ModelTestSupport.h"
 
 namespace {
 
-// Renders every object it visits by the name the test gave it, then runs an optional hook.
+// Renders every object it visits by its name, then runs an optional hook.
 class Recorder : public MCVisitor {
 public:
-    explicit Recorder(std::map<const MCObject*, std::string>& names) : m_xNames(names) {}
     void Visit(MCObject* object) override {
-        m_sLog += (m_sLog.empty() ? "" : " ") + m_xNames[object];
+        m_sLog += (m_sLog.empty() ? "" : " ") + ModelTest::NameOf(object);
         if (m_xHook)
             m_xHook(object);
     }
-    std::map<const MCObject*, std::string>& m_xNames;
     std::string m_sLog;
     std::function<void(MCObject*)> m_xHook;
 };
@@ -51,13 +47,8 @@ protected:
         D = Named("D", B);
         E = Named("E", B);
     }
-    MCObject* Named(const std::string& name, MCObject* owner) {
-        MCObject* object = Make(owner);
-        m_xNames[object] = name;
-        return object;
-    }
     std::string Walk(MCObject* start, ZVTFilter<MCObject*>* filter, std::function<void(MCObject*)> hook) {
-        Recorder recorder(m_xNames);
+        Recorder recorder;
         recorder.m_xHook = std::move(hook);
         MCDepthFirstWalker walker(start, filter);
         MCVisitorAgent agent(walker, recorder);
@@ -65,7 +56,6 @@ protected:
         return recorder.m_sLog;
     }
 
-    std::map<const MCObject*, std::string> m_xNames;
     MCObject *A, *B, *C, *D, *E;
 };
 
@@ -88,7 +78,7 @@ TEST_F(WalkerTest, OrderIsPreOrderWithTheYoungestOwneeFirstAndAFilterCutsWholeSu
     // A finished walk stays finished until Reset, which takes the start past the filter; its end keeps the
     // last object. A null Reset keeps the start.
     RefuseFilter filter({A, D});
-    Recorder recorder(m_xNames);
+    Recorder recorder;
     MCDepthFirstWalker walker(A, &filter);
     MCVisitorAgent agent(walker, recorder);
     agent.Execute();
@@ -117,7 +107,7 @@ TEST_F(WalkerTest, UsersAndAgentsYieldToTheFirstAndStopWithWhatTheyUse) {
         EXPECT_TRUE(walker.Use(&second, true));
     }
     for (bool sharedWalker : {true, false}) {
-        Recorder recorder1(m_xNames), recorder2(m_xNames);
+        Recorder recorder1, recorder2;
         MCDepthFirstWalker walker1(A, nullptr), walker2(B, nullptr);
         MCVisitorAgent agent1(walker1, recorder1);
         MCVisitorAgent agent2(sharedWalker ? walker1 : walker2, sharedWalker ? recorder2 : recorder1);
@@ -126,7 +116,7 @@ TEST_F(WalkerTest, UsersAndAgentsYieldToTheFirstAndStopWithWhatTheyUse) {
         agent2.Execute();
         EXPECT_EQ(recorder1.m_sLog + "|" + recorder2.m_sLog, sharedWalker ? "|A C B E D" : "B E D|");
     }
-    auto recorder = std::make_unique<Recorder>(m_xNames);
+    auto recorder = std::make_unique<Recorder>();
     auto walker = std::make_unique<MCDepthFirstWalker>(A, nullptr);
     MCVisitorAgent agent1(*walker, *recorder), agent2(*walker, *recorder);
     walker.reset();
@@ -146,7 +136,7 @@ TEST_F(WalkerTest, UsersAndAgentsYieldToTheFirstAndStopWithWhatTheyUse) {
 
 TEST_F(WalkerTest, AnAgentInvalidatedDuringActStopsBeforeTheNextStep) {
     // A second agent made on the walker from inside Act takes the rest of the walk.
-    Recorder recorder(m_xNames);
+    Recorder recorder;
     MCDepthFirstWalker walker(A, nullptr);
     std::unique_ptr<MCVisitorAgent> successor;
     recorder.m_xHook = [&](MCObject* object) {
@@ -188,27 +178,18 @@ TEST_F(WalkerTest, EditsDuringTheWalkFollowTheLoadingOfOwneesAtEachStep) {
 }
 
 TEST_F(WalkerTest, ADeepChainIsWalkedWithoutRecursion) {
-    // Announcements and deaths climb the owners one call per level, so the chain is made without
-    // creation semantics and goes quietly, from the leaf up.
-    QuietContext quiet;
     constexpr long c_lDepth = 100000;
-    std::vector<MCObject*> chain{Make()};
-    for (long i = 1; i < c_lDepth; ++i)
-        chain.push_back(static_cast<MCObject*>(
-            MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, chain.back(), &quiet, nullptr)));
+    MCObject* root = Make();
+    MCObject* last = MakeChain(root, c_lDepth - 1);
     ZVTHSetT<long> ids([](const long& id) { return static_cast<unsigned int>(id); });
     ids.Insert(-1);
     MCTreeVisitor visitor(ids);
-    MCDepthFirstWalker walker(chain.front(), nullptr);
+    MCDepthFirstWalker walker(root, nullptr);
     MCVisitorAgent agent(walker, visitor);
     agent.Execute();
     EXPECT_EQ(ids.Entries(), static_cast<size_t>(c_lDepth) + 1) << "the set is not emptied first";
-    EXPECT_EQ(walker.GetValue(), chain.back());
+    EXPECT_EQ(walker.GetValue(), last);
     EXPECT_THROW(visitor.Visit(nullptr), EXUnexpected);
-    for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
-        (*it)->SetFlag(MCItem::itemTreeExpunge, true);
-        (*it)->Expunge(true);
-    }
 }
 
 }  // namespace

@@ -100,15 +100,11 @@ TEST(ZVTHDictTest, GrowsFarPastItsBucketCount) {
     }
 }
 
-TEST(ZVTHDictTest, FindKeepsTheOutValueAndInsertReplaces) {
+// A miss leaving Find's out value alone and Insert replacing are checked by the random test above.
+TEST(ZVTHDictTest, CursorWritesThroughAndThrowsOffTheEnds) {
     ZVTHDict<ZVTString, void*> dict(ZVTString::Hash);
     int target = 0;
-    void* out = &target;
-    EXPECT_FALSE(dict.Find("missing", out));
-    EXPECT_EQ(out, &target);
-    dict.Insert("key", nullptr);
     dict.Insert("key", &target);
-    EXPECT_EQ(dict.Entries(), 1u);
     EXPECT_EQ(*dict.FindPtr(ZVTString(std::string("key"))), &target);
 
     ZVTHDictIter<ZVTString, void*> it(dict);

@@ -96,8 +96,18 @@ std::string Expanded(const std::string& text, FakeButler& butler) {
     return parsed.Parse(text, error) && parsed.Expand(butler, out, error) ? out : error.Format();
 }
 
+// `depth` nested ifs around an x.
+std::string Nested(long depth) {
+    std::string open, close;
+    for (long i = 0; i < depth; ++i) {
+        open += "${if Name}";
+        close += "${end}";
+    }
+    return open + "x" + close;
+}
+
 TEST(ZVMTemplateTest, ExpandsEachConstruct) {
-    const std::pair<const char*, const char*> cases[] = {
+    const std::pair<std::string, const char*> cases[] = {
         {"plain\ntext", "plain\ntext"},
         {"a$$b$c$ ${Name}$", "a$b$c$ val$"},
         {"<${Name}|${ Name }|${Missing}|${Empty}>", "<val|val||>"},
@@ -118,6 +128,7 @@ TEST(ZVMTemplateTest, ExpandsEachConstruct) {
         {"${foreach Two}\r${end}", "\r\r"},  // a lone CR ends no line
         {"x ${if Name}y${end} z\n${Name}\n${if Name}${end}\n", "x y z\nval\n\n"},
         {"${foreach Two}\n  - ${Pass}\n${end}\n", "  - Two1\n  - Two2\n"},
+        {Nested(ZVMTemplate::c_nMaxDepth), "x"},
     };
     for (const auto& [text, expected] : cases) {
         SCOPED_TRACE(text);
@@ -128,7 +139,7 @@ TEST(ZVMTemplateTest, ExpandsEachConstruct) {
 }
 
 TEST(ZVMTemplateTest, ReportsMalformedTextWhereItIs) {
-    const std::pair<const char*, const char*> cases[] = {
+    const std::pair<std::string, const char*> cases[] = {
         {"${Name", "1:1: '${' is never closed"},
         {"ab\n  ${# open", "2:3: '${' is never closed"},
         {"${Join(a,", "1:1: '${' is never closed"},
@@ -162,6 +173,7 @@ TEST(ZVMTemplateTest, ReportsMalformedTextWhereItIs) {
         {"${Join(a\"b)}", "1:9: '\"' is not allowed in a bare argument"},
         {"${foreach\tTwo x}", "1:15: unexpected 'x' after 'Two'"},
         {"${if\r\nName x}", "2:6: unexpected 'x' after 'Name'"},
+        {Nested(ZVMTemplate::c_nMaxDepth + 1), "1:641: blocks nested deeper than 64"},
     };
     for (const auto& [text, expected] : cases) {
         SCOPED_TRACE(text);
@@ -181,20 +193,6 @@ TEST(ZVMTemplateTest, BreakRunsTheInnermostIterationOut) {
               " S(Three:[a]) N(Three) V(IsSecond) N(Three) V(IsSecond) N(Three) N(Three)"
               " N(Two)");
     EXPECT_TRUE(butler.m_xRunning.empty());
-}
-
-TEST(ZVMTemplateTest, NestingIsLimited) {
-    const auto nested = [](long depth) {
-        std::string open, close;
-        for (long i = 0; i < depth; ++i) {
-            open += "${if Name}";
-            close += "${end}";
-        }
-        return open + "x" + close;
-    };
-    FakeButler butler;
-    EXPECT_EQ(Expanded(nested(ZVMTemplate::c_nMaxDepth), butler), "x");
-    EXPECT_EQ(Expanded(nested(ZVMTemplate::c_nMaxDepth + 1), butler), "1:641: blocks nested deeper than 64");
 }
 
 // An unknown macro fails before any output; a butler's exception passes through with the output so far;

@@ -137,6 +137,15 @@ struct QuietContext : MCFactoryContext {
 /// Every test runs on the initialized core with TestNode registered; trees made through Make are
 /// expunged at the end, and no TestNode may survive the test.
 class ModelTest : public ::testing::Test {
+public:
+    /// The name of `object`, "-" when it has none.
+    static std::string NameOf(const MCObject* object) {
+        MCSPropertyRawAccessorT<ZVTString> accessor;
+        return object->GetProperty(MCCodes::pName, accessor) ? accessor.GetValue().str() : "-";
+    }
+    /// The id of `object` as text, "-" for null.
+    static std::string Id(const MCObject* object) { return object ? std::to_string(object->GetId()) : "-"; }
+
 protected:
     void SetUp() override {
         MdlCore::Initialize();
@@ -177,13 +186,6 @@ protected:
             object->SetProperty(MCCodes::pName, accessor, MCPropertyAccessor::accessAdd);
         return object;
     }
-    /// The name of `object`, "-" when it has none.
-    static std::string NameOf(const MCObject* object) {
-        MCSPropertyRawAccessorT<ZVTString> accessor;
-        return object->GetProperty(MCCodes::pName, accessor) ? accessor.GetValue().str() : "-";
-    }
-    /// The id of `object` as text, "-" for null.
-    static std::string Id(const MCObject* object) { return object ? std::to_string(object->GetId()) : "-"; }
     /// Sets `from`'s reference `type` to `to`, or appends `to` when `type` is a list of references.
     static void Link(MCObject* from, short type, MCObject* to) {
         if (MCFactoryRegistry::Translate(type, false) == MCCodes::pReferenceList) {

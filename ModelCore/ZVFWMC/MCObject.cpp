@@ -98,6 +98,11 @@ ExpungeState& Expunges() {
 // Plain data, so every destructor checks it with one load.
 __attribute__((tls_model("initial-exec"))) thread_local std::size_t t_nWaiting = 0;
 
+// Objects that went silently (a tree expunge) on this thread. Such an end leaves the subscriptions its
+// references held in place, so while one has happened during a walk, the walk's reading ahead trusts no
+// list entry to name a subscriber still there.
+__attribute__((tls_model("initial-exec"))) thread_local std::size_t t_nSilentEnds = 0;
+
 struct ExpungeDepth {
     explicit ExpungeDepth(ExpungeState& state) : m_rState(state) { ++m_rState.m_nDepth; }
     ~ExpungeDepth() {
@@ -889,12 +894,130 @@ void MCObject::FinishExpunge(ZVTBoolean top) {
             if (MCProperty* property = properties.GetValue())
                 property->UnsubscribeTargets_(*this, 0xFFFF);
         }
+    } else {
+        ++t_nSilentEnds;
     }
     if (top) {
         if (MCObject* owner = GetOwner(0, rttiDerived))
             owner->RemoveOwnedObject(this);
     }
     delete this;
+}
+
+void MCObject::PrefetchEnds(const MCObject* walked, const MCObject* top, ZVTBoolean trusted) {
+#if defined(__GNUC__)
+    // Each end reaches objects far away: the holders that hear it through its subscriber list (a chain of
+    // nodes all over the heap; their properties searched, their owners asked) and the targets its
+    // references leave. The next objects of the walk get one stage each, each stage reading only what the
+    // one before asked for a step earlier, so that the misses of several ends overlap instead of following
+    // one another. Only live entries are followed: a stale one may name a subscriber gone.
+    constexpr int c_nAhead = 7;
+    constexpr int c_nEntries = 3;  // the nodes of a list reached ahead; the rest are met as they come
+    // The object the walk reaches after `object` (first ownee, next sibling, an owner's next sibling), or
+    // null past the end or after a long climb. An object the walk has taken from its owner's list has no
+    // sibling links: that owner's remaining list comes next.
+    auto walkedNext = [top](const MCObject* object) -> const MCObject* {
+        if (object->m_pxFirstOwnee)
+            return object->m_pxFirstOwnee;
+        constexpr int c_nClimb = 16;
+        for (int climbed = 0; object != top && object->m_pxOwner && climbed < c_nClimb; ++climbed) {
+            const MCObject* owner = object->m_pxOwner;
+            const MCObject* first = owner->m_pxFirstOwnee;
+            if (!object->m_pxNextSibling) {
+                if (first)
+                    return first;
+            } else if (object->m_pxNextSibling != first) {
+                return object->m_pxNextSibling;
+            }
+            object = owner;
+        }
+        return nullptr;
+    };
+    const MCObject* ahead[c_nAhead] = {};
+    const MCObject* next = walked;
+    for (const MCObject*& later : ahead) {
+        if (!(next = walkedNext(next)))
+            break;
+        // Whatever goes with a tree unannounced may leave entries naming subscribers already gone.
+        later = next->GetFlag(itemTreeExpunge) ? nullptr : next;
+    }
+    // The list node after the first `depth` nodes apart from the own entry, which lies in the object.
+    auto listNode = [](const MCObject* object, int depth) {
+        const MCSubscriberReference* entry = object->First();
+        for (; entry && (entry == &object->m_xOwnEntry || depth-- > 0); entry = entry->m_pxNext) {
+        }
+        return entry;
+    };
+    constexpr unsigned int heard =
+        MCEvent::subscriberOwner | MCEvent::subscriberObserver | MCEvent::subscriberReferenceHolder;
+    auto holders = [](const MCObject* object, auto&& visit) {
+        int count = 0;
+        for (const MCSubscriberReference* entry = object->First(); entry && count <= c_nEntries;
+             entry = entry->m_pxNext) {
+            if (entry != &object->m_xOwnEntry)
+                ++count;
+            if (entry->GetReferenceCount() != 0 && (entry->GetSubscriberType() & heard) != 0)
+                visit(entry->GetSubscriber());
+        }
+    };
+    // The core's single references in the first segment, told by the address of their type information
+    // without a call.
+    auto targets = [](const MCObject* object, auto&& visit) {
+        for (int slot = 0; slot < MCPropertySet::c_nSegmentSlots; ++slot) {
+            const MCProperty* property = object->m_xProperties.m_apxFirstSegment[slot];
+            if (property && &typeid(*property) == &typeid(MCSRef)) {
+                const auto* single = static_cast<const MCSRef*>(property);
+                if (single->IsBound() && single->GetValue())
+                    visit(single->GetValue());
+            }
+        }
+    };
+    auto lines = [](const MCObject* object) {
+        const char* bytes = reinterpret_cast<const char*>(object);
+        for (std::size_t at = 0; at < sizeof(MCObject); at += 64)
+            __builtin_prefetch(bytes + at);
+    };
+    if (const MCObject* object = ahead[6])
+        lines(object);
+    if (const MCObject* object = ahead[5]) {
+        __builtin_prefetch(listNode(object, 0));
+        object->m_xProperties.PrefetchHeads();
+    }
+    if (const MCObject* object = ahead[4]) {
+        __builtin_prefetch(listNode(object, 1));
+        targets(object, [](const MCObject* target) { mc_detail::PrefetchTarget(target); });
+    }
+    if (const MCObject* object = ahead[3]) {
+        __builtin_prefetch(listNode(object, 2));
+        holders(object, [](const MCSubscriber* holder) { __builtin_prefetch(holder); });
+        if (trusted)
+            targets(object, [](const MCObject* target) { __builtin_prefetch(target->First()); });
+    }
+    // Past here the stages read the holders and targets themselves.
+    if (!trusted)
+        return;
+    // Only a subscriber that keeps the common Notify is known to be an object without asking its class.
+    if (const MCObject* object = ahead[2]) {
+        holders(object, [&lines](MCSubscriber* holder) {
+            if (mc_detail::KeepsObjectNotify(holder))
+                lines(static_cast<const MCObject*>(holder));
+        });
+    }
+    if (const MCObject* object = ahead[1]) {
+        holders(object, [&lines](MCSubscriber* holder) {
+            if (!mc_detail::KeepsObjectNotify(holder))
+                return;
+            const auto* held = static_cast<const MCObject*>(holder);
+            held->m_xProperties.PrefetchHeads();
+            if (held->m_pxOwner)
+                lines(held->m_pxOwner);
+        });
+    }
+#else
+    (void)walked;
+    (void)top;
+    (void)trusted;
+#endif
 }
 
 ZVTBoolean MCObject::Expunge_(ZVTBoolean top) {
@@ -914,6 +1037,7 @@ ZVTBoolean MCObject::Expunge_(ZVTBoolean top) {
     // object's rules and events run before its ownees', its memory goes after theirs. The head of an
     // owner's list is taken each time, as an ownee may make or take down siblings while it goes.
     std::vector<MCObject*> pending{this};
+    const std::size_t silentEnds = t_nSilentEnds;
     while (!pending.empty()) {
         MCObject* object = pending.back();
         if (MCObject* ownee = object->RemoveFirstOwnee()) {
@@ -922,6 +1046,8 @@ ZVTBoolean MCObject::Expunge_(ZVTBoolean top) {
             ownee->SetFlag(itemTreeExpunge,
                            object->GetFlag(itemTreeExpunge) || (prepared && ownee->GetFlag(itemTreeExpunge)));
             pending.push_back(ownee);
+            if (!object->GetFlag(itemTreeExpunge))
+                PrefetchEnds(ownee, this, t_nSilentEnds == silentEnds);
             try {
                 if (!prepared)
                     ownee->PrepareExpunge(false);

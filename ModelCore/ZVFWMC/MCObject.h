@@ -284,6 +284,9 @@ private:
     ZVTBoolean PrepareExpunge(ZVTBoolean top);
     void AnnounceEnd();
     void FinishExpunge(ZVTBoolean top);
+    // Asks the memory for what the ends of the next few objects after `walked` in the expunge of `top`
+    // will read; changes nothing. Only when `trusted` does it read the holders and targets they name.
+    static void PrefetchEnds(const MCObject* walked, const MCObject* top, ZVTBoolean trusted);
 
     MCProperty* FindProperty_(short type, ZVTBoolean withNulled) const;
     // Whether this object's class keeps MCObject's FindProperty and GetHeirs, so that a factory's search

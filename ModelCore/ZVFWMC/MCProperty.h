@@ -241,8 +241,17 @@ public:
         }
     }
 
+    /// As Prefetch, only each property's first line: its class, type, flags and a reference's value, all
+    /// that a search by type or kind reads.
+    void PrefetchHeads() const {
+        for (int slot = 0; slot < c_nSegmentSlots; ++slot)
+            __builtin_prefetch(m_apxFirstSegment[slot]);
+    }
+
 private:
     friend class MCPropertySetIter;
+    // An expunge reads ahead the references of the objects it will end next.
+    friend class MCObject;
 
     // The first segment; its slots are filled in place.
     MCProperty** First() const { return const_cast<MCProperty**>(m_apxFirstSegment); }

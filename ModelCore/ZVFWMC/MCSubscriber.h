@@ -87,6 +87,8 @@ public:
 private:
     friend class MCSubject;
     friend class MCiSubscriberListIter;
+    // An expunge reads ahead the lists of the objects it will end next.
+    friend class MCObject;
 
     MCSubscriber* m_pxSubscriber = nullptr;
     MCSubscriberReference* m_pxNext = nullptr;  // next higher address in the subject's list

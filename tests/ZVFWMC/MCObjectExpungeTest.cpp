@@ -214,3 +214,30 @@ TEST_F(ObjectExpungeTest, AThrowDropsWhatWaitsForTheExpungeItEnds) {
     for (long id : ids)
         ASSERT_EQ(MCObject::ResolveId(id), nullptr);
 }
+
+// Units that go quietly keep the subscriptions of their references: a holder in the first is gone while
+// its target in the second still lists it, and the walk reaches that target before the second is known to
+// go quietly. The ends are what they were, and nothing reads the holder gone (an address sanitizer run
+// tells).
+TEST_F(ObjectExpungeTest, ReferencesBetweenQuietUnitsLeaveNothingToReadAhead) {
+    AddRule(1, m_xRule);
+    for (bool unit : {true, false}) {
+        SCOPED_TRACE(unit ? "units" : "ordinary crates");
+        MCObject* root = Named("R");
+        MCObject* first = Named("F", root, Crate::c_sType);
+        MCObject* holder = Named("H", first, Box::c_sType);
+        MCObject* second = Named("S", root, Crate::c_sType);
+        std::vector<MCObject*> ends{first, holder, second, Named("T", second, Box::c_sType)};
+        for (const char* name : {"U", "V"})
+            ends.push_back(Named(name, second, Box::c_sType));
+        Link(holder, MCCodes::pReference, ends[3]);
+        for (MCObject* object : ends)
+            object->AddSubscriber(&m_xWatch, MCEvent::subscriberObserver);
+        RuleLog().clear();
+        Crate::c_bUnit = unit;
+        root->Expunge(true);
+        Crate::c_bUnit = false;
+        EXPECT_EQ(TakeLog(), unit ? "PD@R PD@F PD@S"
+                                  : "PD@R PD@F SD@F PD@H SD@H PD@S SD@S PD@T SD@T PD@U SD@U PD@V SD@V");
+    }
+}

@@ -121,12 +121,6 @@ MCObject* MakeScratch() {
 constexpr std::size_t c_nObjectsAhead = 16;
 constexpr std::size_t c_nPropertiesAhead = 8;
 
-void PrefetchObject(const MCObject* object) {
-    const char* bytes = reinterpret_cast<const char*>(object);
-    for (std::size_t at = 0; at < sizeof(MCObject); at += 64)
-        __builtin_prefetch(bytes + at);
-}
-
 void PrefetchProperties(const MCObject* object) {
     for (MCPropertySetIter properties(object->GetPropertySet()); ++properties;)
         __builtin_prefetch(properties.GetValue());
@@ -1053,7 +1047,7 @@ void MCPasteStream::Prefetch(std::size_t index) const {
     // Only objects that still live: the id space answers without touching the object.
     const std::size_t far = index + c_nObjectsAhead, near = index + c_nPropertiesAhead;
     if (far < m_xCreated.size() && MCObject::ResolveId(m_xCreated[far].m_lId) == m_xCreated[far].m_pxObject)
-        PrefetchObject(m_xCreated[far].m_pxObject);
+        mc_detail::PrefetchObject(m_xCreated[far].m_pxObject);
     if (near < m_xCreated.size() &&
         MCObject::ResolveId(m_xCreated[near].m_lId) == m_xCreated[near].m_pxObject)
         PrefetchProperties(m_xCreated[near].m_pxObject);

@@ -960,25 +960,17 @@ void MCObject::PrefetchEnds(const MCObject* walked, const MCObject* top, ZVTBool
                 visit(entry->GetSubscriber());
         }
     };
-    // The core's single references in the first segment, told by the address of their type information
-    // without a call.
+    // The core's single references in the first segment.
     auto targets = [](const MCObject* object, auto&& visit) {
         for (int slot = 0; slot < MCPropertySet::c_nSegmentSlots; ++slot) {
-            const MCProperty* property = object->m_xProperties.m_apxFirstSegment[slot];
-            if (property && &typeid(*property) == &typeid(MCSRef)) {
-                const auto* single = static_cast<const MCSRef*>(property);
+            if (const MCSRef* single = mc_detail::AsCoreRef(object->m_xProperties.m_apxFirstSegment[slot])) {
                 if (single->IsBound() && single->GetValue())
                     visit(single->GetValue());
             }
         }
     };
-    auto lines = [](const MCObject* object) {
-        const char* bytes = reinterpret_cast<const char*>(object);
-        for (std::size_t at = 0; at < sizeof(MCObject); at += 64)
-            __builtin_prefetch(bytes + at);
-    };
     if (const MCObject* object = ahead[6])
-        lines(object);
+        mc_detail::PrefetchObject(object);
     if (const MCObject* object = ahead[5]) {
         __builtin_prefetch(listNode(object, 0));
         object->m_xProperties.PrefetchHeads();
@@ -998,19 +990,19 @@ void MCObject::PrefetchEnds(const MCObject* walked, const MCObject* top, ZVTBool
         return;
     // Only a subscriber that keeps the common Notify is known to be an object without asking its class.
     if (const MCObject* object = ahead[2]) {
-        holders(object, [&lines](MCSubscriber* holder) {
+        holders(object, [](MCSubscriber* holder) {
             if (mc_detail::KeepsObjectNotify(holder))
-                lines(static_cast<const MCObject*>(holder));
+                mc_detail::PrefetchObject(static_cast<const MCObject*>(holder));
         });
     }
     if (const MCObject* object = ahead[1]) {
-        holders(object, [&lines](MCSubscriber* holder) {
+        holders(object, [](MCSubscriber* holder) {
             if (!mc_detail::KeepsObjectNotify(holder))
                 return;
             const auto* held = static_cast<const MCObject*>(holder);
             held->m_xProperties.PrefetchHeads();
             if (held->m_pxOwner)
-                lines(held->m_pxOwner);
+                mc_detail::PrefetchObject(held->m_pxOwner);
         });
     }
 #else

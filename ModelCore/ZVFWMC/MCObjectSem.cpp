@@ -87,10 +87,10 @@ MCObjectSem::result MCObjectSemHandler::FireSemantics(MCObjectSem::mode nMode, M
 
 MCObjectSem::result MCObjectSemHandler::FireLevel(MCObjectSem::mode nMode, MCObject* object,
                                                   MCObjectSem*& rpFailed, MCObjectSemContext* context,
-                                                  ZVTBoolean bDerivedFirst) {
+                                                  ZVTBoolean bDerivedFirst, size_t nFirst) {
     if (m_nInterests & nMode) {
         const MCObjectSem::result result =
-            FireList(m_xSemantics, nMode, object, rpFailed, context, bDerivedFirst);
+            FireList(m_xSemantics, nMode, object, rpFailed, context, bDerivedFirst, nFirst);
         if (result != MCObjectSem::resultContinue)
             return result;
     }
@@ -335,23 +335,20 @@ MCObjectSem::result MCObjectSemReg::FireSemantics(MCObjectSem::mode nMode, MCObj
                : MCObjectSem::resultContinue;
 }
 
+inline MCObjectSemHandler* MCObjectSemReg::LoneLevelFor(MCObjectSem::mode nMode, MCObject* pObject,
+                                                        MCObjectSem& rRule, MCObjectSemHandler*& rpFirst) {
+    MCObjectSemReg* registry = GetInstance();
+    rpFirst = registry && pObject ? registry->FindHandler(pObject->GetType()) : nullptr;
+    MCObjectSemHandler* level = rpFirst ? rpFirst->LoneLevel() : nullptr;
+    if (level && (level->m_xSemantics.At(0) != &rRule || !(level->m_nInterests & nMode)))
+        return nullptr;
+    return level;
+}
+
 MCObjectSem::result MCObjectSemReg::FireDerivedFirst(MCObjectSem::mode nMode, MCObject* pObject,
                                                      MCObjectSem& rRule, MCObjectSem*& rpFailed) {
-    MCObjectSemReg* registry = GetInstance();
-    MCObjectSemHandler* first = registry && pObject ? registry->FindHandler(pObject->GetType()) : nullptr;
-    // The level that holds rRule, when every other level of the chain is empty.
-    MCObjectSemHandler* level = nullptr;
-    for (MCObjectSemHandler* handler = first; handler; handler = handler->m_pxAncestor) {
-        const size_t rules = handler->m_xSemantics.Entries();
-        if (rules == 0 && handler->m_xExternalSemantics.Entries() == 0)
-            continue;
-        if (level || rules != 1 || handler->m_xExternalSemantics.Entries() != 0 ||
-            handler->m_xSemantics.At(0) != &rRule || !(handler->m_nInterests & nMode)) {
-            level = nullptr;
-            break;
-        }
-        level = handler;
-    }
+    MCObjectSemHandler* first = nullptr;
+    MCObjectSemHandler* level = LoneLevelFor(nMode, pObject, rRule, first);
     if (!level)
         return FireSemantics(nMode, pObject, rpFailed, nullptr, true);
     MCObjectSem::result result = rRule.Fire(nMode, pObject, nullptr);
@@ -361,10 +358,8 @@ MCObjectSem::result MCObjectSemReg::FireDerivedFirst(MCObjectSem::mode nMode, MC
         return result == MCObjectSem::resultFailed ? result : MCObjectSem::resultContinue;
     // The walk goes on from where rRule stood: what rRule registered on this level or above still runs,
     // what it registered on a level below would have come too late.
-    if (level->m_xSemantics.Entries() > 1)
-        result = level->FireList(level->m_xSemantics, nMode, pObject, rpFailed, nullptr, true, 1);
-    if (result == MCObjectSem::resultContinue && (level->m_nExternalInterests & nMode))
-        result = level->FireList(level->m_xExternalSemantics, nMode, pObject, rpFailed, nullptr, true);
+    if (level->m_xSemantics.Entries() > 1 || (level->m_nExternalInterests & nMode))
+        result = level->FireLevel(nMode, pObject, rpFailed, nullptr, true, 1);
     if (result == MCObjectSem::resultContinue && level->m_pxAncestor)
         result = level->m_pxAncestor->FireSemantics(nMode, pObject, rpFailed, nullptr, true);
     return result == MCObjectSem::resultFailed ? result : MCObjectSem::resultContinue;
@@ -373,15 +368,12 @@ MCObjectSem::result MCObjectSemReg::FireDerivedFirst(MCObjectSem::mode nMode, MC
 MCObjectSem::result MCObjectSemReg::FireRootFirst(MCObjectSem::mode nMode, MCObject* pObject,
                                                   MCObjectSem& rRule, MCObjectSem*& rpFailed,
                                                   MCObjectSemContext* pContext) {
-    MCObjectSemReg* registry = GetInstance();
-    MCObjectSemHandler* first = registry && pObject ? registry->FindHandler(pObject->GetType()) : nullptr;
-    MCObjectSemHandler* level = first ? first->LoneLevel() : nullptr;
+    MCObjectSemHandler* first = nullptr;
+    MCObjectSemHandler* level = LoneLevelFor(nMode, pObject, rRule, first);
     // The levels below the rule's, which the walk comes back down through after it, nearest first.
     constexpr size_t c_nMaxBelow = 8;
     MCObjectSemHandler* below[c_nMaxBelow];
     size_t count = 0;
-    if (level && (level->m_xSemantics.At(0) != &rRule || !(level->m_nInterests & nMode)))
-        level = nullptr;
     for (MCObjectSemHandler* handler = first; level && handler != level; handler = handler->m_pxAncestor) {
         if (count == c_nMaxBelow)
             level = nullptr;  // a chain deeper than this takes the walk
@@ -400,9 +392,7 @@ MCObjectSem::result MCObjectSemReg::FireRootFirst(MCObjectSem::mode nMode, MCObj
         return MCObjectSem::resultContinue;
     // Something was registered while rRule ran: the walk goes on from where rRule stood, through the
     // levels it had passed on its way up.
-    result = level->FireList(level->m_xSemantics, nMode, pObject, rpFailed, pContext, false, 1);
-    if (result == MCObjectSem::resultContinue && (level->m_nExternalInterests & nMode))
-        result = level->FireList(level->m_xExternalSemantics, nMode, pObject, rpFailed, pContext, false);
+    result = level->FireLevel(nMode, pObject, rpFailed, pContext, false, 1);
     while (result == MCObjectSem::resultContinue && count > 0)
         result = below[--count]->FireLevel(nMode, pObject, rpFailed, pContext, false);
     return result == MCObjectSem::resultFailed ? result : MCObjectSem::resultContinue;

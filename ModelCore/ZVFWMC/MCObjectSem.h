@@ -130,9 +130,9 @@ protected:
     explicit MCObjectSemHandler(short nAncestorType);
 
 private:
-    // This level's two lists, as the walk fires them on reaching it.
+    // This level's two lists, as the walk fires them on reaching it; from `nFirst` on in the internal one.
     MCObjectSem::result FireLevel(MCObjectSem::mode nMode, MCObject* object, MCObjectSem*& rpFailed,
-                                  MCObjectSemContext* context, ZVTBoolean bDerivedFirst);
+                                  MCObjectSemContext* context, ZVTBoolean bDerivedFirst, size_t nFirst = 0);
     // The level of the chain from here up that holds the chain's only rule, in its internal list; null
     // when the chain holds none, more than one, or only an external one.
     MCObjectSemHandler* LoneLevel();
@@ -226,6 +226,10 @@ private:
     MCObjectSemReg& operator=(const MCObjectSemReg&) = delete;
 
     void RemoveHandler(short nType);
+    // The level holding `rRule` when it is the only rule on `pObject`'s type chain and answers `nMode`,
+    // else null; `rpFirst` receives the handler of the object's own type.
+    static MCObjectSemHandler* LoneLevelFor(MCObjectSem::mode nMode, MCObject* pObject, MCObjectSem& rRule,
+                                            MCObjectSemHandler*& rpFirst);
 
     static MCObjectSemReg* c_pxSingleton;
     static ZVTBoolean ms_bDead;

@@ -239,6 +239,11 @@ unsigned long ChainInterests(MCPropertySemanticHandler& handler, short propertyT
     return 0;
 }
 
+// Whether a rule on the handler's chain has one of `modes` for the property type; Refresh must have run.
+bool ChainRules(MCPropertySemanticHandler& handler, unsigned long modes, short propertyType) {
+    return (handler.m_nChainInterests & modes) != 0 && (ChainInterests(handler, propertyType) & modes) != 0;
+}
+
 MCPropertySemantic::result FireList(MCPropertySemanticList& list, MCPropertySemantic::mode nMode,
                                     short nPropertyType, MCObject* pObject, MCProperty* pProperty,
                                     MCPropertySemanticContext* pContext) {
@@ -501,8 +506,7 @@ MCPropertySemantic::result MCPropertySemanticRegistry::FireSemantics(MCPropertyS
     // Most edits meet no rule for their property on their object's chain: then only heirs can react, and
     // the firing is set up for them alone.
     Refresh(impl, *handler);
-    const bool ruled =
-        (handler->m_nChainInterests & nMode) != 0 && (ChainInterests(*handler, nPropertyType) & nMode) != 0;
+    const bool ruled = ChainRules(*handler, nMode, nPropertyType);
     const MCHeirSet* heirs = nullptr;
     try {
         if (!ruled) {
@@ -550,8 +554,7 @@ ZVTBoolean MCPropertySemanticRegistry::MayRule(unsigned long nModes, short nProp
     if (!handler)
         return false;
     Refresh(*registry->m_pxHandlers, *handler);
-    return (handler->m_nChainInterests & nModes) != 0 &&
-           (ChainInterests(*handler, nPropertyType) & nModes) != 0;
+    return ChainRules(*handler, nModes, nPropertyType);
 }
 
 ZVTString MCPropertySemanticRegistry::GetModeName(MCPropertySemantic::mode nMode) const {

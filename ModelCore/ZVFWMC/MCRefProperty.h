@@ -10,6 +10,7 @@
 // neither nulled nor holding ids. Nothing may dereference the value of an unbound reference.
 
 #include <memory>
+#include <typeinfo>
 
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
 #include "foundation/ZVTBoolean.h"
@@ -149,6 +150,21 @@ private:
 
     void UnsubscribeTargets_(MCObject& holder, unsigned int type) override;
 };
+
+namespace mc_detail {
+/// Whether `property` is of class T itself, told by the address of its type information: no compare of
+/// names and no call into a host's class. Another library's copy of the type information could only be
+/// missed, which sends the property the way any other class goes, never to a wrong cast.
+template <class T>
+bool IsExactly(const MCProperty& property) {
+    return &typeid(property) == &typeid(T);
+}
+/// `property` as the core's single reference when it is of that class itself, else null.
+inline const MCSRef* AsCoreRef(const MCProperty* property) {
+    return property != nullptr && IsExactly<MCSRef>(*property) ? static_cast<const MCSRef*>(property)
+                                                               : nullptr;
+}
+}  // namespace mc_detail
 
 /// A list of references, type 90 and its aliases, in insertion order; a target may stand more than once
 /// and is then counted once per entry. Change it through MCVRefAccessor or MCVRefRawAccessor.

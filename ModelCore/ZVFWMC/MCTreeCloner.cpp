@@ -46,27 +46,6 @@ const char* const c_pcSourceFile = "ModelCore/ZVFWMC/MCObject";
 constexpr size_t c_nRebindBatch = 16;
 constexpr size_t c_nTargetsAhead = 2 * c_nRebindBatch;
 
-// Whether `property` is of class T itself, told by the address of the class's type_info: no compare of
-// names, and no call into a host's class. Another library's copy of the type_info could only be missed,
-// which sends the property down the path any other class takes, never to a wrong cast.
-template <class T>
-bool IsExactly(const MCProperty& property) {
-    return &typeid(property) == &typeid(T);
-}
-
-// `property` as the core's single reference when it is of that class itself; a miss costs a prefetch.
-const MCSRef* AsCoreRef(const MCProperty* property) {
-    if (property == nullptr || !IsExactly<MCSRef>(*property))
-        return nullptr;
-    return static_cast<const MCSRef*>(property);
-}
-
-void PrefetchObject(const MCObject* object) {
-    const char* bytes = reinterpret_cast<const char*>(object);
-    for (size_t at = 0; at < sizeof(MCObject); at += 64)
-        __builtin_prefetch(bytes + at);
-}
-
 // Every creation of a clone: no creation semantics, and an id from the global space.
 class MCTreeClonerFactoryContext : public MCFactoryContext {
 public:
@@ -126,12 +105,12 @@ void MCTreeClonerVisitor::Visit(MCObject* object) {
     // The walk goes on, for most objects, at the next sibling, and the copy of a reference subscribes at
     // its target, somewhere in the tree: both are asked for now, to come while the clone is made.
     if (MCObject* next = object->GetNextSibling())
-        PrefetchObject(next);
+        mc_detail::PrefetchObject(next);
     MCPropertySetIter properties(object->GetPropertySet());
     while (++properties) {
-        const MCSRef* ref = AsCoreRef(properties.GetValue());
+        const MCSRef* ref = mc_detail::AsCoreRef(properties.GetValue());
         if (ref && ref->IsBound() && ref->GetValue())
-            PrefetchObject(ref->GetValue());
+            mc_detail::PrefetchObject(ref->GetValue());
     }
 
     m_xFactoryContext.Reset();
@@ -172,15 +151,15 @@ ZVTBoolean MCTreeClonerVisitor::CopyProperties(MCObject& source, MCObject& clone
         if (!property || property->GetFlag(MCItem::itemNulled) || property->GetType() == MCCodes::pId)
             continue;
         // The core's own classes get the accessor their CreateAccessor would make, on the stack; any other
-        // class (a host's among them) makes its own, as a core class missed by IsExactly does.
+        // class (a host's among them) makes its own, as a core class missed by mc_detail::IsExactly does.
         ZVTBoolean destroyed = false;
-        if (IsExactly<MCSPropertyT<long>>(*property))
+        if (mc_detail::IsExactly<MCSPropertyT<long>>(*property))
             destroyed = CopyValue<MCSPropertyAccessorT<long>>(*property, source, clone);
-        else if (IsExactly<MCSPropertyT<ZVTString>>(*property))
+        else if (mc_detail::IsExactly<MCSPropertyT<ZVTString>>(*property))
             destroyed = CopyValue<MCSPropertyAccessorT<ZVTString>>(*property, source, clone);
-        else if (IsExactly<MCSRef>(*property))
+        else if (mc_detail::IsExactly<MCSRef>(*property))
             destroyed = CopyValue<MCSRefAccessor>(*property, source, clone);
-        else if (IsExactly<MCVRef>(*property))
+        else if (mc_detail::IsExactly<MCVRef>(*property))
             destroyed = CopyValue<MCVRefAccessor>(*property, source, clone);
         else {
             MCPropertyAccessor* accessor = property->CreateAccessor();
@@ -222,10 +201,10 @@ MCObject* MCObject::CloneTree(ZVTFilter<MCObject*>* filter) {
             for (size_t i = begin; i < end; ++i) {
                 MCPropertySetIter properties(clones.At(i)->GetPropertySet());
                 while (++properties && count < c_nTargetsAhead) {
-                    const MCSRef* ref = AsCoreRef(properties.GetValue());
+                    const MCSRef* ref = mc_detail::AsCoreRef(properties.GetValue());
                     if (ref && ref->IsBound() && ref->GetValue()) {
                         targets[count++] = ref->GetValue();
-                        PrefetchObject(ref->GetValue());
+                        mc_detail::PrefetchObject(ref->GetValue());
                     }
                 }
             }
@@ -237,7 +216,7 @@ MCObject* MCObject::CloneTree(ZVTFilter<MCObject*>* filter) {
             }
             for (size_t k = 0; k < count; ++k) {
                 if (MCObject* copy = space.ResolveId(targets[k]->GetId()))
-                    PrefetchObject(copy);
+                    mc_detail::PrefetchObject(copy);
             }
         };
         const size_t count = clones.Entries();

@@ -24,13 +24,11 @@ public:
         for (short type : {RelNode::c_sCount, RelNode::c_sLink, RelNode::c_sLinks, short(MCCodes::pName)})
             MCPropertySemanticRegistry::Register(RelNode::c_sType, &context, type, &m_xPropertyRule, false,
                                                  false);
-        Observe();
     }
     void TearDown() override {
         m_pxModel->RemoveSubscriber(&m_xObserver, MCEvent::subscriberObserver);
         ReliabilityTest::TearDown();
     }
-    void Observe() { m_pxModel->AddSubscriber(&m_xObserver, MCEvent::subscriberObserver); }
 
     // The operations, each on a fresh model; they leave what they made that the model does not own in
     // m_xMade, for the check and the clean-up.
@@ -95,7 +93,7 @@ TEST_F(ThrowLoopTest, ARuleOrObserverThrowingAtAnyCallLeavesASoundModel) {
                              std::to_string(k));
                 m_xMade.clear();
                 Build();
-                Observe();
+                m_pxModel->AddSubscriber(&m_xObserver, MCEvent::subscriberObserver);
                 m_sBuffer = Copy({Find("A")}, *m_pxModel);
                 countdown.Arm(k, thrower.foreign);
                 bool threw = false;

@@ -24,8 +24,7 @@ public:
     /// Runs one random step at `depth`; `host` for the host's own call or a command's, otherwise (inside
     /// a rule or observer) an expunge is posted as a command, as a host must do there.
     void Step(int depth, bool host) {
-        std::vector<MCObject*> nodes;
-        std::vector<MCObject*> all;
+        std::vector<MCObject*> nodes, all;
         fault_detail::Subtree(m_pxModel, all);
         for (MCObject* object : all)
             if (object->GetType() == RelNode::c_sType && !object->IsExpunging())
@@ -99,9 +98,8 @@ public:
     public:
         StepCommand(TortureTest& test, int depth) : m_pxTest(&test), m_nDepth(depth) {}
         ZVTBoolean Do() override {
-            if (m_nDepth > c_nMaxDepth)
-                return true;
-            m_pxTest->Step(m_nDepth, true);
+            if (m_nDepth <= c_nMaxDepth)
+                m_pxTest->Step(m_nDepth, true);
             return true;
         }
 

@@ -1,37 +1,18 @@
-// The class model's own macros (ownees, subtrees, referrers, C++ names) on an imported model, and the
-// generator's refusal of two classes of one name.
+// The class model's own macros (ownees, referrers, C++ names) on a small model, and the generator's
+// refusal of two classes of one name.
 
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "examples/classmodel/ClassModel.h"
 #include "examples/classmodel/ClassModelButler.h"
-#include "examples/classmodel/EcoreImport.h"
 #include "platform/ZVMTemplate.h"
 
 namespace {
-
-const char c_acModel[] =
-    "<?xml version=\"1.0\"?>\n"
-    "<ecore:EPackage xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
-    "xmlns:ecore=\"http://www.eclipse.org/emf/2002/Ecore\" name=\"p\" nsURI=\"http://example.org/p\">\n"
-    "<eClassifiers xsi:type=\"ecore:EClass\" name=\"Shape\">\n"
-    "<eStructuralFeatures xsi:type=\"ecore:EAttribute\" name=\"volatile\" eType=\"#//Count\"/>\n"
-    "<eStructuralFeatures xsi:type=\"ecore:EAttribute\" name=\"size\" eType=\"#//Count\"/>\n"
-    "<eStructuralFeatures xsi:type=\"ecore:EReference\" name=\"next\" eType=\"#//Shape\"/>\n"
-    "<eStructuralFeatures xsi:type=\"ecore:EReference\" name=\"parts\" upperBound=\"-1\" "
-    "eType=\"#//sub/Part\"/>\n"
-    "</eClassifiers>\n"
-    "<eClassifiers xsi:type=\"ecore:EDataType\" name=\"Count\" instanceClassName=\"int\"/>\n"
-    "<eSubpackages name=\"sub\">\n"
-    "<eClassifiers xsi:type=\"ecore:EClass\" name=\"Part\" eSuperTypes=\"#//Shape\">\n"
-    "<eStructuralFeatures xsi:type=\"ecore:EReference\" name=\"owner\" eType=\"#//Shape\"/>\n"
-    "</eClassifiers>\n"
-    "</eSubpackages>\n"
-    "</ecore:EPackage>\n";
 
 class ClassModelButlerTest : public ::testing::Test {
 protected:
@@ -39,65 +20,55 @@ protected:
     static void TearDownTestSuite() { c_xSession.reset(); }
     static inline std::optional<CMSession> c_xSession;
 
+    // p: Shape(volatile, size: Count, next -> Shape, parts -> Part); p/sub: Part : Shape (owner -> Shape).
     void SetUp() override {
-        EcoreImportResult imported = ImportEcoreBytes("p.ecore", c_acModel, sizeof c_acModel - 1);
-        ASSERT_TRUE(imported.m_pxModel) << imported.m_sError;
-        m_pxModel = imported.m_pxModel;
+        m_pxModel = ClassModel::NewModel("p");
+        MCObject* p = ClassModel::AddPackage(m_pxModel, "p");
+        m_pxShape = ClassModel::AddClass(p, "Shape");
+        MCObject* count = ClassModel::AddDataType(p, "Count", "int");
+        ClassModel::AddTypedAttribute(m_pxShape, "volatile", count, 1);
+        ClassModel::AddTypedAttribute(m_pxShape, "size", count, 1);
+        m_pxSub = ClassModel::AddPackage(p, "sub");
+        MCObject* part = ClassModel::AddClass(m_pxSub, "Part");
+        ASSERT_TRUE(ClassModel::AddSuperclass(part, m_pxShape));
+        ClassModel::AddAssociation(p, m_pxShape, m_pxShape, "next");
+        ClassModel::AddAssociation(p, m_pxShape, part, "parts");
+        ClassModel::AddAssociation(m_pxSub, part, m_pxShape, "owner");
     }
     void TearDown() override { m_pxModel->Expunge(true); }
 
-    // The first object of `type` named `name` below the model.
-    MCObject* Find(short type, const char* name) const {
-        std::vector<MCObject*> open{m_pxModel};
-        while (!open.empty()) {
-            MCObject* object = open.back();
-            open.pop_back();
-            if (object->IsType(type, MCItem::rttiExact) && ClassModel::NameOf(object) == name)
-                return object;
-            for (MCObject* ownee = object->GetFirstOwnee(); ownee; ownee = ownee->GetNextSibling())
-                open.push_back(ownee);
-        }
-        return nullptr;
-    }
-
     MCObject* m_pxModel = nullptr;
+    MCObject* m_pxShape = nullptr;
+    MCObject* m_pxSub = nullptr;
 };
 
 TEST_F(ClassModelButlerTest, WalksOwneesTreesAndReferrersAndSpellsCppNames) {
-    MCObject* shape = Find(CMCodes::tClass, "Shape");
-    const struct {
-        MCObject* m_pxAnchor;
-        const char* m_pcTemplate;
-        const char* m_pcExpected;
-    } cases[] = {
-        {shape, "${foreach ForEachOwned(Attribute)}${CppName(Name)} ${end}", "volatile_ size "},
-        {m_pxModel, "${foreach ForEachInTree(Class)}${Property(Name)} ${end}", "Shape Part "},
-        {m_pxModel, "${foreach ForEachInTree(DataType)}${Property(Name)} ${end}", "Count "},
-        // Held by end A of two associations, by end B of two: ordered as the associations were made.
-        {shape, "${foreach ForEachReferrer(Association, EndA)}${Property(Name)} ${end}", "next parts "},
-        {shape, "${foreach ForEachReferrer(Association, EndB)}${Property(Name)} ${end}", "next owner "},
+    const std::pair<const char*, const char*> cases[] = {
+        {"${foreach ForEachOwned(Attribute)}${CppName(Name)} ${end}", "volatile_ size "},
+        // Held by end A of two associations: ordered as the associations were made.
+        {"${foreach ForEachReferrer(Association, EndA)}${Property(Name)} ${end}", "next parts "},
         // Nothing to walk, a name no nomenclature knows, a break-on variable at 0: no pass.
-        {shape, "${foreach ForEachOwned(Package)}x${end}.", "."},
-        {shape, "${foreach ForEachReferrer(Association, Nowhere)}x${end}.", "."},
-        {shape, "${Boolean(go)}${foreach ForEachOwned(Attribute, go)}x${end}.", "."},
-        {shape, "${if CppName(Nowhere)}x${else}none${end}", "none"},
+        {"${foreach ForEachOwned(Package)}x${end}.", "."},
+        {"${foreach ForEachReferrer(Association, Nowhere)}x${end}.", "."},
+        {"${Boolean(go)}${foreach ForEachOwned(Attribute, go)}x${end}.", "."},
+        {"${if CppName(Nowhere)}x${else}none${end}", "none"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.m_pcTemplate);
+    for (auto [text, expected] : cases) {
+        SCOPED_TRACE(text);
         ZVMTemplate parsed;
         ZVMTemplateError error;
-        ASSERT_TRUE(parsed.Parse(c.m_pcTemplate, error)) << error.Format();
-        CMDataButler butler(c.m_pxAnchor);
+        ASSERT_TRUE(parsed.Parse(text, error)) << error.Format();
+        CMDataButler butler(m_pxShape);
         std::string out;
         EXPECT_TRUE(parsed.Expand(butler, out, error)) << error.Format();
-        EXPECT_EQ(out, c.m_pcExpected);
+        EXPECT_EQ(out, expected);
         EXPECT_EQ(butler.GetIteratorStackCount(), 0);
         EXPECT_EQ(butler.GetContextStackCount(), 1);
     }
 }
 
 TEST_F(ClassModelButlerTest, RefusesTwoClassesOfOneName) {
-    MCObject* inner = ClassModel::AddPackage(Find(CMCodes::tPackage, "sub"), "inner");
+    MCObject* inner = ClassModel::AddPackage(m_pxSub, "inner");
     ASSERT_NE(ClassModel::AddClass(inner, "Shape"), nullptr);
     std::vector<std::string> written;
     std::string error;

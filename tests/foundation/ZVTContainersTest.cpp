@@ -1,21 +1,18 @@
-// The containers: hashed ones against standard models under random operations and far past their
-// initial size; the lists against a deque model; the cursors at and beyond their ends.
+// The containers: hashed ones far past their initial size and against a model under colliding hashes;
+// the list against a deque model; the cursors at and beyond their ends.
 
 #include <algorithm>
 #include <deque>
-#include <map>
 #include <random>
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <unordered_map>
 
 #include <gtest/gtest.h>
 
 #include "foundation/ZVTDList.h"
 #include "foundation/ZVTHDict.h"
 #include "foundation/ZVTHSet.h"
-#include "foundation/ZVTSList.h"
 #include "foundation/ZVTSmartPtr.h"
 #include "foundation/ZVTString.h"
 
@@ -27,59 +24,6 @@ unsigned int IdentityHash(const long& key) {
 // Many keys share a hash: long runs of collisions that wrap around the table's end.
 unsigned int CollidingHash(const long& key) {
     return static_cast<unsigned int>(key % 5);
-}
-
-std::map<long, long> Contents(ZVTHDict<long, long>& dict) {
-    std::map<long, long> seen;
-    for (ZVTHDictIter<long, long> it(dict); ++it;)
-        EXPECT_TRUE(seen.emplace(it.Key(), it.Value()).second) << "visited twice: " << it.Key();
-    return seen;
-}
-
-TEST(ZVTHDictTest, MatchesAModelUnderRandomInsertsAndRemoves) {
-    struct Case {
-        const char* name;
-        ZVTHDict<long, long>::HashFn hash;
-        size_t buckets;
-        long keyRange;
-    };
-    const Case cases[] = {
-        {"identity, dense keys", IdentityHash, 1, 300},
-        {"identity, sparse keys", IdentityHash, 64, 1L << 40},
-        {"colliding hash", CollidingHash, 8, 200},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        std::mt19937_64 random(7);
-        std::uniform_int_distribution<long> keys(0, c.keyRange);
-        ZVTHDict<long, long> dict(c.hash, c.buckets);
-        std::unordered_map<long, long> model;
-        for (int step = 0; step < 20000; ++step) {
-            const long key = keys(random);
-            long value = -1;
-            const auto found = model.find(key);
-            switch (random() % 3) {
-                case 0:
-                    dict.Insert(key, step);
-                    model[key] = step;
-                    break;
-                case 1:
-                    ASSERT_EQ(dict.Remove(key), model.erase(key) == 1) << "step " << step;
-                    break;
-                default:
-                    ASSERT_EQ(dict.Find(key, value), found != model.end()) << "step " << step;
-                    ASSERT_EQ(value, found != model.end() ? found->second : -1) << "step " << step;
-            }
-            ASSERT_EQ(dict.Entries(), model.size());
-        }
-        ASSERT_EQ(Contents(dict), (std::map<long, long>(model.begin(), model.end())));
-        // Emptied by removal, the table must still find nothing and take new entries.
-        for (const auto& entry : model)
-            ASSERT_TRUE(dict.Remove(entry.first));
-        EXPECT_FALSE(dict.Contains(keys(random)));
-        dict.Insert(5, 6);
-        EXPECT_EQ(Contents(dict), (std::map<long, long>{{5, 6}}));
-    }
 }
 
 TEST(ZVTHDictTest, GrowsFarPastItsBucketCount) {
@@ -100,11 +44,11 @@ TEST(ZVTHDictTest, GrowsFarPastItsBucketCount) {
     }
 }
 
-// A miss leaving Find's out value alone and Insert replacing are checked by the random test above.
 TEST(ZVTHDictTest, CursorWritesThroughAndThrowsOffTheEnds) {
     ZVTHDict<ZVTString, void*> dict(ZVTString::Hash);
     int target = 0;
-    dict.Insert("key", &target);
+    dict.Insert("key", nullptr);
+    dict.Insert("key", &target);  // replaces
     EXPECT_EQ(*dict.FindPtr(ZVTString(std::string("key"))), &target);
 
     ZVTHDictIter<ZVTString, void*> it(dict);
@@ -142,13 +86,9 @@ TEST(ZVTHSetTest, SetRefusesRepeatsTableCountsThem) {
     EXPECT_EQ(visited, model);
 }
 
-template <class List>
-class ZVTListTest : public ::testing::Test {};
-using ListTypes = ::testing::Types<ZVTSList<ZVTString>, ZVTDList<ZVTString>>;
-TYPED_TEST_SUITE(ZVTListTest, ListTypes);
-
-TYPED_TEST(ZVTListTest, MatchesADequeUnderRandomOperations) {
-    TypeParam list;
+// Both list kinds share their core; the two-way one is the one with more to get wrong.
+TEST(ZVTListTest, MatchesADequeUnderRandomOperations) {
+    ZVTDList<ZVTString> list;
     std::deque<ZVTString> model;
     std::mt19937 random(11);
     for (int step = 0; step < 20000; ++step) {
@@ -183,7 +123,7 @@ TYPED_TEST(ZVTListTest, MatchesADequeUnderRandomOperations) {
         }
         ASSERT_EQ(list.Entries(), model.size());
     }
-    const TypeParam copy(list);
+    const ZVTDList<ZVTString> copy(list);
     list.Clear();
     for (size_t i = 0; i < model.size(); ++i)
         ASSERT_EQ(copy.At(i), model[i]) << i;
@@ -209,14 +149,9 @@ TEST(ZVTListIterTest, CursorsWalkOnceAndStartOverOffTheEnds) {
     EXPECT_FALSE(--it);
     EXPECT_EQ(walk, "321123");
     EXPECT_EQ(list.First(), 10);
-
-    ZVTSList<long> forward, empty;
-    forward.Append(4);
-    ZVTSListIter<long> cursor(forward);
-    ASSERT_TRUE(++cursor);
-    EXPECT_EQ(cursor.Key(), 4);
-    cursor.Reset(empty);
-    EXPECT_FALSE(++cursor);
+    ZVTDList<long> empty;
+    it.Reset(empty);
+    EXPECT_FALSE(++it || --it);
 }
 
 TEST(ZVTSmartPtrTest, DeletesWhatItOwnsExactlyOnce) {
@@ -238,22 +173,3 @@ TEST(ZVTSmartPtrTest, DeletesWhatItOwnsExactlyOnce) {
 }
 
 }  // namespace
-
-// Values placed by blocks (as object addresses are) behave as a set like any other: inserted, found and
-// removed against a model, through growth and backward-shift removal across block edges.
-TEST(ZVTHSetTest, BlockPlacedValuesKeepSetBehaviour) {
-    ZVTHSetT<long> set([](const long& value) { return static_cast<unsigned int>(value); }, 8, 8);
-    std::set<long> model;
-    std::mt19937 random(5);
-    for (int step = 0; step < 20000; ++step) {
-        // Runs of neighbours inside a few blocks, and scattered values.
-        const long value = random() % 2 ? static_cast<long>(random() % 2048) : static_cast<long>(random());
-        if (random() % 3 != 0)
-            ASSERT_EQ(set.Insert(value), model.insert(value).second) << "step " << step;
-        else
-            ASSERT_EQ(set.Remove(value), model.erase(value) == 1) << "step " << step;
-    }
-    EXPECT_EQ(set.Entries(), model.size());
-    for (long value : model)
-        ASSERT_TRUE(set.Contains(value)) << value;
-}

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include "foundation/ZVTReference.h"
-#include "foundation/ZVTSList.h"
 
 namespace {
 
@@ -27,28 +26,24 @@ private:
     const char* m_pcName;
 };
 
-TEST(ZVTReferenceTest, LastReleaseDestroysThroughASecondBase) {
+TEST(ZVTReferenceTest, LastReleaseDestroysThroughASecondBaseAndNeverAnUncountedObject) {
     std::string log;
     ZVTReference* reference = new Counted(log, "a");
     ASSERT_NE(static_cast<void*>(reference), static_cast<void*>(dynamic_cast<Counted*>(reference)));
     reference->AddReference();
     reference->AddReference();
     reference->RemoveReference();
-    EXPECT_EQ(reference->GetReferenceCount(), 1);
-    EXPECT_EQ(log, "");
+    log += std::to_string(reference->GetReferenceCount()) + " ";
     reference->RemoveReference();
-    EXPECT_EQ(log, "~a ");
-
     {
         Counted onStack(log, "stack");
         onStack.RemoveReference();  // never counted: must not delete a stack object
-        EXPECT_EQ(onStack.GetReferenceCount(), 0);
-        Counted copy(onStack);
         onStack.AddReference();
+        Counted copy(onStack);                       // a copy is a new object, uncounted
         static_cast<ZVTReference&>(copy) = onStack;  // the count is the object's own
-        EXPECT_EQ(copy.GetReferenceCount(), 0);
+        log += std::to_string(copy.GetReferenceCount()) + " ";
     }
-    EXPECT_EQ(log, "~a ~stack ~stack ");
+    EXPECT_EQ(log, "1 ~a 0 ~stack ~stack ");
 }
 
 TEST(ZVTReferenceUserTest, HoldsCountsAndLetsGo) {
@@ -58,30 +53,16 @@ TEST(ZVTReferenceUserTest, HoldsCountsAndLetsGo) {
     {
         ZVTReferenceUser first(a);
         first = first;  // the only holder: releasing before counting again would destroy a
-        EXPECT_EQ(log, "");
         ZVTReferenceUser second(first);
         first = a;  // holding the same target again changes nothing
-        EXPECT_EQ(a->GetReferenceCount(), 2);
+        log += std::to_string(a->GetReferenceCount()) + " ";
         second = b;
         first = nullptr;
-        EXPECT_EQ(log, "~a ");
-        EXPECT_EQ(first(), nullptr);
+        log += first() == nullptr ? "let go " : "held ";
         first = second;
-        EXPECT_EQ(b->GetReferenceCount(), 2);
+        log += std::to_string(b->GetReferenceCount()) + " ";
     }
-    EXPECT_EQ(log, "~a ~b ");
-
-    // A counted list cursor is held like any other target.
-    ZVTSList<long> list;
-    list.Append(4);
-    auto* cursor = new ZVTSListRCIterT<long>(list);
-    ZVTReferenceUser user(cursor);
-    ZVTReferenceUser copy(user);
-    auto* held = dynamic_cast<ZVTSListRCIterT<long>*>(copy());
-    ASSERT_EQ(held, cursor);
-    ASSERT_TRUE(++*held);
-    EXPECT_EQ(held->Key() + 10 * cursor->GetReferenceCount(), 24);
-    // Both users let go here; the sanitizer build would report a leak or a bad delete.
+    EXPECT_EQ(log, "2 ~a let go 2 ~b ");
 }
 
 }  // namespace

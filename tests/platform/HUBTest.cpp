@@ -1,5 +1,5 @@
-// Covers the interface-library stand-in: parameter slots, delivery of both message
-// calls to a handler and to standard error, handler nesting, and the product identity.
+// The interface-library stand-in: parameter slots, and delivery of both message calls to a handler and
+// to standard error.
 
 #include "platform/HUB.h"
 
@@ -48,78 +48,46 @@ TEST(HUBMessageTest, BothCallsHandTheirMessageToTheHandlerAndGiveBackItsAnswer) 
     EXPECT_EQ(calls, "1/1/0/2 1/1/0/1 0/0/3/2n ");
 }
 
+// Trailing null texts are left out of the line, empty ones in the middle are kept.
 TEST(HUBMessageTest, WithoutHandlerEachMessageIsOneLineOnStandardError) {
-    HUBMessageHandler* pPrevious = HUB::SetMessageHandler(nullptr);
-    const HUBMessage::text_type plain = HUBMessage::textPlain;
-    const struct {
-        std::function<int()> m_xRaise;
-        const char* m_pcLine;
-    } cases[] = {
-        {[] { return int(Show(601, 0x10, {"77"})); }, "message 601 (style 0x10): 77\n"},
+    HUBMessageHandler* previous = HUB::SetMessageHandler(nullptr);
+    const std::pair<std::function<int()>, const char*> cases[] = {
         {[] { return int(Show(606, 48, {})); }, "message 606 (style 0x30)\n"},
         {[] {
-             return int(Show(603, 0x30, {"A", nullptr}));
+             return int(Show(603, 0x30, {"A", "", "B", nullptr}));
          },
-         "message 603 (style 0x30): A\n"},
-        {[=] { return HUBMessage::DisplayMessage(60505, "1", 0x40, nullptr, plain); },
-         "message 60505 (style 0x40): 1\n"},
-        {[=] { return HUBMessage::DisplayMessage(59000, "N", 0x40, "M", plain); },
+         "message 603 (style 0x30): A, , B\n"},
+        {[] { return HUBMessage::DisplayMessage(59000, "N", 0x40, "M", HUBMessage::textPlain); },
          "message 59000 (style 0x40): N, M\n"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.m_pcLine);
+    for (const auto& [raise, line] : cases) {
+        SCOPED_TRACE(line);
         std::ostringstream captured;
-        std::streambuf* pOld = std::cerr.rdbuf(captured.rdbuf());
-        const int answer = c.m_xRaise();
-        std::cerr.rdbuf(pOld);
+        std::streambuf* old = std::cerr.rdbuf(captured.rdbuf());
+        const int answer = raise();
+        std::cerr.rdbuf(old);
         EXPECT_EQ(answer, 1);
-        EXPECT_EQ(captured.str(), c.m_pcLine);
+        EXPECT_EQ(captured.str(), line);
     }
-    HUB::SetMessageHandler(pPrevious);
+    HUB::SetMessageHandler(previous);
 }
 
-TEST(HUBMessageTest, HandlersNestAndInstallingReturnsThePreviousOne) {
-    HUBMessageHandler* pBefore = HUB::GetMessageHandler();
-    {
-        HUBScopedMessageHandler outer;
-        {
-            HUBScopedMessageHandler inner;
-            Show(601, 0x10, {"1"});
-            EXPECT_EQ(HUB::SetMessageHandler(&outer), &inner);
-            Show(601, 0x10, {"2"});
-            HUB::SetMessageHandler(&inner);
-            EXPECT_EQ(inner.Log(), "message 601 (style 0x10): 1");
-        }
-        Show(602, 0x10, {"3"});
-        EXPECT_EQ(outer.Log(), "message 601 (style 0x10): 2\nmessage 602 (style 0x10): 3");
-    }
-    EXPECT_EQ(HUB::GetMessageHandler(), pBefore);
-}
-
-// Set overwrites the identity in place, even from its own fields; Terminate clears it and the handler,
-// and no scope brings a handler back.
-TEST(HUBTest, IdentityIsOverwrittenInPlaceAndTerminateClearsItAndTheHandler) {
-    HUBProductIdent::SetProductIdent("Company", "Product", "2.1", "2, 1, 0, 0");
-    HUBProductIdent* pIdent = HUBProductIdent::GetProductIdent();
-    ASSERT_NE(pIdent, nullptr);
-    // Swaps the fields pairwise through the identity's own references.
-    HUBProductIdent::SetProductIdent(pIdent->GetProductName(), pIdent->GetCompanyName(),
-                                     pIdent->GetFileFormatVersion(), pIdent->GetVersionName());
-    EXPECT_EQ(HUBProductIdent::GetProductIdent(), pIdent);
-    EXPECT_EQ(pIdent->GetCompanyName().str() + "|" + pIdent->GetProductName().str() + "|" +
-                  pIdent->GetVersionName().str() + "|" + pIdent->GetFileFormatVersion().str(),
-              "Product|Company|2, 1, 0, 0|2.1");
-    HUBProductIdent::ClearProductIdent();
-    EXPECT_EQ(HUBProductIdent::GetProductIdent(), nullptr);
-
+// Handlers nest and installing one gives back the one before; Terminate drops the handler, so that no
+// scope ending brings one back, and the product identity.
+TEST(HUBTest, HandlersNestAndTerminateClearsTheHandlerAndTheIdentity) {
     HUBProductIdent::SetProductIdent("Company", "Product", "1.0", "1, 0, 0, 0");
+    HUBScopedMessageHandler outer;
     {
-        HUBScopedMessageHandler outer;
-        {
-            HUBScopedMessageHandler inner;
-            HUB::Terminate();
-        }
-        EXPECT_EQ(HUB::GetMessageHandler(), nullptr);
+        HUBScopedMessageHandler inner;
+        EXPECT_EQ(HUB::SetMessageHandler(&outer), &inner);
+        Show(601, 0x10, {"1"});
+        HUB::SetMessageHandler(&inner);
+    }
+    Show(602, 0x10, {"2"});
+    EXPECT_EQ(outer.Log(), "message 601 (style 0x10): 1\nmessage 602 (style 0x10): 2");
+    {
+        HUBScopedMessageHandler inner;
+        HUB::Terminate();
     }
     EXPECT_EQ(HUB::GetMessageHandler(), nullptr);
     EXPECT_EQ(HUBProductIdent::GetProductIdent(), nullptr);

@@ -14,39 +14,35 @@ TEST_F(HeirSetTest, SlotsAreReusedInChainOrderAndDuplicatesStand) {
     for (int i = 0; i < 6; ++i)
         heirs.push_back(Make(root));
     const auto heir = [&heirs](char name) { return heirs[static_cast<size_t>(name - 'a')]; };
-    // The walk by names, "-" for an empty slot.
-    const auto walk = [&heirs](const MCHeirSet& set) {
+    MCHeirSet set;
+    // The walk by names, "-" for an empty slot, and the count.
+    const auto walk = [&heirs, &set] {
         std::string names;
         MCHeirSetIter it(set);
         while (++it) {
             const auto at = std::find(heirs.begin(), heirs.end(), it.GetValue());
             names += at == heirs.end() ? '-' : static_cast<char>('a' + (at - heirs.begin()));
         }
-        return names;
+        return names + " #" + std::to_string(set.GetCount());
     };
-
-    MCHeirSet set;
-    EXPECT_EQ(walk(set), "");
-    for (char name : std::string("abcde"))
-        EXPECT_TRUE(set.Insert(heir(name)));
-    EXPECT_EQ(walk(set), "abcde");
-    ASSERT_TRUE(set.Delete(heir('a')));
-    EXPECT_EQ(walk(set), "-bcde");  // the first step stands on slot 0 untested
-    EXPECT_EQ(set.GetCount(), 4);
-    EXPECT_TRUE(set.Insert(heir('f')));
-    EXPECT_TRUE(set.Insert(heir('b')));
-    EXPECT_EQ(walk(set), "fbcdeb");
-    EXPECT_EQ(set.GetCount(), 6);
-    ASSERT_TRUE(set.Delete(heir('b')));
-    EXPECT_EQ(walk(set), "fcdeb");
-
-    // Emptying the second segment keeps it linked; the walk runs past it.
-    ASSERT_TRUE(set.Delete(heir('e')));
-    ASSERT_TRUE(set.Delete(heir('b')));
-    EXPECT_EQ(walk(set), "fcd");
+    // Each step inserts (+) or deletes (-) the heirs it names.
+    const struct {
+        const char* pcStep;
+        const char* pcWalk;
+    } steps[] = {
+        {"+", " #0"},         {"+abcde", "abcde #5"},
+        {"-a", "-bcde #4"},  // the first step stands on slot 0 untested
+        {"+fb", "fbcdeb #6"}, {"-b", "fcdeb #5"},
+        {"-eb", "fcd #3"},  // the emptied second segment stays linked; the walk runs past it
+        {"+a", "facd #4"},
+    };
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.pcStep);
+        for (const char* name = step.pcStep + 1; *name; ++name)
+            EXPECT_TRUE(step.pcStep[0] == '+' ? set.Insert(heir(*name)) : set.Delete(heir(*name)));
+        EXPECT_EQ(walk(), step.pcWalk);
+    }
     EXPECT_FALSE(set.Delete(heir('b')));
     EXPECT_FALSE(set.Insert(nullptr));
-    EXPECT_EQ(set.GetCount(), 3);
-    EXPECT_TRUE(set.Insert(heir('a')));
-    EXPECT_EQ(walk(set), "facd");
+    EXPECT_EQ(walk(), "facd #4");
 }

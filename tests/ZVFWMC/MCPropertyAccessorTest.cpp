@@ -1,6 +1,6 @@
-// Accessors: the steps of a change and what each flag does to value, flags and events, for active and raw
-// accessors alike; list changes and their hint codes; nulling; reading; the flag rules of SetPropertyFlag
-// and of the property's own flag hooks.
+// Accessors: what each change flag moves and fires, list changes and their hint codes, the accessor's own
+// list, nulling, the flag rules of SetPropertyFlag and of the property's own flag hooks, and the short way
+// of a first set.
 
 #include "ModelCore/ZVFWMC/MCCodes.h"
 #include "support/ModelTestSupport.h"
@@ -36,45 +36,42 @@ std::string Event(const char* kind, const MCObject* object, short type, const ch
 
 using AccessorTest = ModelTest;
 
+// Each row starts from an Integer holding 5 with SA set and sets it once; an active accessor and a raw one
+// leave value and flags alike, and only the active one fires.
 TEST_F(AccessorTest, FlagsDecideWhatMovesAndWhatFires) {
-    // Each case starts from an Integer holding 5 with itemSA set, then sets it once.
     const struct {
-        const char* pcName;
         long lValue, lFlags;
         unsigned short uAccessorFlags;
-        const char* pcValue;
-        unsigned short uPropertyFlags;
-        bool bEvent;
+        const char* pcAfter;  // value and property flags
+        bool bFires;
     } cases[] = {
-        {"a new value", 6, c_lAdd, 0, "6", 0, true},
-        {"replace and remove also set a single value", 6, c_lRemove, 0, "6", 0, true},
-        {"an equal value changes and fires nothing", 5, c_lAdd, 0, "5", MCItem::itemSA, false},
-        {"force fires for an equal value", 5, c_lAdd | MCPropertyAccessor::accessForce, 0, "5", 0, true},
-        {"no change bit: nothing moves", 6, 0, 0, "5", MCItem::itemSA, false},
-        {"flags alone write the accessor's flags only", 6, MCPropertyAccessor::accessFlags, 0x0200, "5",
-         0x0200, false},
-        {"flags with a value keep the accessor's itemSA", 6, c_lAdd | MCPropertyAccessor::accessFlags,
-         MCItem::itemSA, "6", MCItem::itemSA, true},
-        {"inherited touches neither value nor flags", 6, c_lAdd | MCPropertyAccessor::accessInherited, 0, "5",
-         MCItem::itemSA, false},
+        {6, c_lAdd, 0, "6 0", true},     // a value change clears SA
+        {6, c_lRemove, 0, "6 0", true},  // remove sets a single value too
+        {5, c_lAdd, 0, "5 4", false},    // an equal value is no change
+        {5, c_lAdd | MCPropertyAccessor::accessForce, 0, "5 0", true},
+        {6, 0, 0, "5 4", false},  // no change bit: nothing moves
+        // Flags alone write the accessor's flags only; with a value they keep the accessor's SA.
+        {6, MCPropertyAccessor::accessFlags, MCItem::itemTemp, "5 1", false},
+        {6, c_lAdd | MCPropertyAccessor::accessFlags, MCItem::itemSA, "6 4", true},
+        {6, c_lAdd | MCPropertyAccessor::accessInherited, 0, "5 4", false},  // inherited: nothing moves
     };
     for (bool active : {true, false}) {
-        for (const auto& rCase : cases) {
-            SCOPED_TRACE(std::string(rCase.pcName) + (active ? " (active)" : " (raw)"));
+        for (const auto& c : cases) {
+            SCOPED_TRACE(std::to_string(&c - cases) + (active ? " active" : " raw"));
             MCObject* object = Make();
-            ASSERT_TRUE(SetLong(object, MCCodes::pInteger, 5));
-            MCProperty* property = Property(object, MCCodes::pInteger);
+            MCProperty* property =
+                SetLong(object, MCCodes::pInteger, 5) ? Property(object, MCCodes::pInteger) : nullptr;
             ASSERT_TRUE(object->SetPropertyFlag(property, MCItem::itemSA, true));
             object->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
-            MCSPropertyRawAccessorT<long> raw(rCase.lValue);
-            MCSPropertyAccessorT<long> live(rCase.lValue);
+            MCSPropertyRawAccessorT<long> raw(c.lValue);
+            MCSPropertyAccessorT<long> live(c.lValue);
             MCPropertyAccessor& accessor = active ? static_cast<MCPropertyAccessor&>(live) : raw;
-            accessor.SetFlags(rCase.uAccessorFlags);
-            EXPECT_TRUE(object->SetProperty(MCCodes::pInteger, accessor, rCase.lFlags));
-            EXPECT_EQ(GetLong(object, MCCodes::pInteger), rCase.pcValue);
-            EXPECT_EQ(property->GetFlags(), rCase.uPropertyFlags);
-            EXPECT_EQ(m_xLog.Take(),
-                      active && rCase.bEvent ? Event("PropertySet", object, MCCodes::pInteger) : "");
+            accessor.SetFlags(c.uAccessorFlags);
+            EXPECT_TRUE(object->SetProperty(MCCodes::pInteger, accessor, c.lFlags));
+            EXPECT_EQ(GetLong(object, MCCodes::pInteger) + " " + std::to_string(property->GetFlags()) + " " +
+                          m_xLog.Take(),
+                      c.pcAfter +
+                          (active && c.bFires ? " " + Event("PropertySet", object, MCCodes::pInteger) : " "));
         }
     }
 }
@@ -83,21 +80,28 @@ TEST_F(AccessorTest, ListChangesCarryTheirHintCodes) {
     MCObject* object = Make();
     object->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
     MCVPropertyAccessorT<long> accessor(ListOf({1L, 2L})), absent(9L), one(1L), three(3L);
-    EXPECT_TRUE(object->SetProperty(MCCodes::pIntegerList, accessor, c_lAdd));
-    EXPECT_TRUE(object->SetProperty(MCCodes::pIntegerList, accessor, c_lAdd));
-    EXPECT_EQ(GetList(object), "1 2 1 2");
-    // A list is always set: adding what is there fires again, as does removing what is not.
-    EXPECT_TRUE(object->SetProperty(MCCodes::pIntegerList, absent, c_lRemove));
-    EXPECT_TRUE(object->SetProperty(MCCodes::pIntegerList, one, 0x40));  // neither add nor replace: removes
-    EXPECT_EQ(GetList(object), "2 1 2");
-    EXPECT_TRUE(object->SetProperty(MCCodes::pIntegerList, three, c_lReplace | c_lAdd));
-    EXPECT_EQ(GetList(object), "3");
-    EXPECT_TRUE(object->SetProperty(MCCodes::pIntegerList, three, c_lRemove));
-    EXPECT_EQ(GetList(object), "");  // emptied by removals the list stays set
-    std::string events;
-    for (const char* hint : {",1", ",1", ",2", ",2", ",3", ",2"})
-        events += (events.empty() ? "" : " ") + Event("PropertySet", object, MCCodes::pIntegerList, hint);
-    EXPECT_EQ(m_xLog.Take(), events);
+    // A list is always set: adding what is there fires again, as does removing what is not; flags that
+    // neither add nor replace remove; emptied by removals the list stays set.
+    const struct {
+        MCVPropertyAccessorT<long>* pxAccessor;
+        long lFlags;
+        const char* pcList;
+        long lHint;
+    } steps[] = {
+        {&accessor, c_lAdd, "1 2", MCCodes::hintAdded},
+        {&accessor, c_lAdd, "1 2 1 2", MCCodes::hintAdded},
+        {&absent, c_lRemove, "1 2 1 2", MCCodes::hintRemoved},
+        {&one, 0x40, "2 1 2", MCCodes::hintRemoved},
+        {&three, c_lReplace | c_lAdd, "3", MCCodes::hintReplaced},
+        {&three, c_lRemove, "", MCCodes::hintRemoved},
+    };
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.pcList);
+        EXPECT_TRUE(object->SetProperty(MCCodes::pIntegerList, *step.pxAccessor, step.lFlags));
+        EXPECT_EQ(GetList(object), step.pcList);
+        EXPECT_EQ(m_xLog.Take(), Event("PropertySet", object, MCCodes::pIntegerList,
+                                       ("," + std::to_string(step.lHint)).c_str()));
+    }
 
     // The accessor's own list follows the same flags.
     MCVPropertyRawAccessorT<long> list;
@@ -112,80 +116,48 @@ TEST_F(AccessorTest, ListChangesCarryTheirHintCodes) {
     EXPECT_FALSE(list.GetFirst(first));
 }
 
-// Nulling tells the subscribers while the value is still there, deletes a free property and keeps an
-// embedded or id property in place; setting a nulled or absent property always fires, even to the value it
-// holds. A raw accessor nulls silently, no accessor means the property's own active one, and another
-// object's property is refused without a word.
-TEST_F(AccessorTest, NullingAndSettingAgain) {
+// Nulling tells the subscribers while the value is still there and deletes a free property. No accessor
+// means the property's own active one, a raw one nulls silently, and another object's property or an
+// absent one is refused without a word. A nulled embedded property stays; setting it is a change even to
+// the value it kept. Reading through another value class leaves the accessor as it was.
+TEST_F(AccessorTest, NullingSettingAgainAndReadingAnotherClass) {
     MCObject* object = Make();
-    TestNode* node = MakeNode();
     MCObject* other = Make();
     static std::string s_sSeen;
+    s_sSeen.clear();
     m_xLog.m_pxOnNotify = [](MCEvent& event) {
         if (event.GetEventType() == MCEvent::PropertyNulled)
             s_sSeen +=
                 std::to_string(static_cast<const MCSPropertyT<long>*>(event.GetProperty())->GetValue());
     };
-    for (MCObject* heard : {object, static_cast<MCObject*>(node)})
-        heard->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
-    EXPECT_TRUE(SetLong(object, MCCodes::pInteger, 0));  // 0 is the nulled property's value too
-    EXPECT_EQ(m_xLog.Take(), Event("PropertySet", object, MCCodes::pInteger));
-    ASSERT_TRUE(SetLong(object, MCCodes::pInteger, 42));
-    MCSPropertyAccessorT<long> accessor;
-    MCSPropertyRawAccessorT<long> raw;
-    s_sSeen.clear();
+    object->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
+    ASSERT_TRUE(SetLong(object, MCCodes::pInteger, 42) && SetLong(other, MCCodes::pInteger, 8));
     m_xLog.Take();
-    EXPECT_TRUE(object->NullProperty(MCCodes::pInteger, accessor));
-    EXPECT_EQ(m_xLog.Take(), Event("PropertyNulled", object, MCCodes::pInteger, ""));
-    EXPECT_EQ(s_sSeen, "42");
-    EXPECT_EQ(Property(object, MCCodes::pInteger), nullptr);
-    EXPECT_FALSE(object->NullProperty(MCCodes::pInteger, accessor));
-    ASSERT_TRUE(SetLong(object, MCCodes::pInteger, 1));
-    EXPECT_TRUE(object->NullProperty(MCCodes::pInteger, raw));
-    ASSERT_TRUE(SetLong(object, MCCodes::pInteger, 1));
-    ASSERT_TRUE(SetLong(other, MCCodes::pInteger, 8));
-    m_xLog.Take();
-    EXPECT_TRUE(object->NullProperty(Property(object, MCCodes::pInteger), nullptr));
     EXPECT_FALSE(object->NullProperty(Property(other, MCCodes::pInteger), nullptr));
-    EXPECT_EQ(m_xLog.Take(), Event("PropertyNulled", object, MCCodes::pInteger, ""));
+    EXPECT_TRUE(object->NullProperty(Property(object, MCCodes::pInteger), nullptr));
+    EXPECT_EQ(m_xLog.Take() + " " + s_sSeen, Event("PropertyNulled", object, MCCodes::pInteger, "") + " 42");
+    EXPECT_EQ(Property(object, MCCodes::pInteger), nullptr);
     EXPECT_EQ(GetLong(other, MCCodes::pInteger), "8");
+    MCSPropertyRawAccessorT<long> raw;
+    EXPECT_FALSE(object->NullProperty(MCCodes::pInteger, raw));
 
-    ASSERT_TRUE(SetLong(node, TestNode::c_sEmbedded, 7));
-    ASSERT_TRUE(node->NullProperty(TestNode::c_sEmbedded, accessor));
-    EXPECT_EQ(Property(node, TestNode::c_sEmbedded), &node->Embedded());
-    EXPECT_EQ(node->Embedded().GetValue(), 7);
+    ASSERT_TRUE(SetLong(object, MCCodes::pInteger, 1));
     m_xLog.Take();
+    EXPECT_TRUE(object->NullProperty(Property(object, MCCodes::pInteger), &raw));
+    EXPECT_EQ(m_xLog.Take(), "");  // a raw accessor nulls silently
+
+    TestNode* node = MakeNode();
+    ASSERT_TRUE(SetLong(node, TestNode::c_sEmbedded, 7) && node->NullProperty(TestNode::c_sEmbedded, raw));
+    node->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
     EXPECT_TRUE(SetLong(node, TestNode::c_sEmbedded, 7));
     EXPECT_EQ(m_xLog.Take(), Event("PropertySet", node, TestNode::c_sEmbedded));
 
-    const long id = object->GetId();
-    EXPECT_TRUE(object->NullProperty(MCCodes::pId, raw));
-    EXPECT_EQ(object->GetId(), id);
-    EXPECT_TRUE(Property(object, MCCodes::pId)->GetFlag(MCItem::itemNulled));
-    EXPECT_EQ(GetLong(object, MCCodes::pId), "-");
-    node->Expunge(true);
-}
-
-TEST_F(AccessorTest, ReadingRefusesNulledAbsentAndForeignProperties) {
-    MCObject* object = Make();
-    MCSPropertyRawAccessorT<long> accessor(99);
-    accessor.SetFlags(0x0400);
-    EXPECT_FALSE(object->GetProperty(MCCodes::pInteger, accessor));
-    EXPECT_EQ(Property(object, MCCodes::pInteger), nullptr);  // reading makes no stored property
-    EXPECT_EQ(accessor.GetValue() * 10000 + accessor.GetFlags(), 99 * 10000 + 0x0400);
-    // A property of another value class is left alone.
-    MCSPropertyAccessorT<ZVTString> text(ZVTString("x")), name(ZVTString("alias"));
+    MCSPropertyAccessorT<ZVTString> text(ZVTString("x"));
     ASSERT_TRUE(object->SetProperty(MCCodes::pString, text, c_lAdd));
-    EXPECT_FALSE(object->GetProperty(MCCodes::pString, accessor));
-    EXPECT_FALSE(object->SetProperty(MCCodes::pString, accessor, c_lAdd));
-    ASSERT_TRUE(object->SetProperty(MCCodes::pName, name, c_lAdd));
-    EXPECT_EQ(Property(object, MCCodes::pName)->GetType(), MCCodes::pName);  // the alias keeps its code
-    std::string values;
-    for (short type : {short{MCCodes::pString}, short{MCCodes::pName}, short{MCCodes::pInteger}}) {
-        ZVTString value("-");
-        values += (object->GetPropertyString(type, value) ? "" : "!") + value.str() + " ";
-    }
-    EXPECT_EQ(values, "x alias !- ");
+    MCSPropertyRawAccessorT<long> number(99);
+    number.SetFlags(MCItem::itemTemp);
+    EXPECT_FALSE(object->GetProperty(MCCodes::pString, number));
+    EXPECT_EQ(std::to_string(number.GetValue()) + " " + std::to_string(number.GetFlags()), "99 1");
 }
 
 TEST_F(AccessorTest, SetPropertyFlagGuardsTheValueFlags) {
@@ -205,14 +177,6 @@ TEST_F(AccessorTest, SetPropertyFlagGuardsTheValueFlags) {
     EXPECT_EQ(property->GetFlags(), MCItem::itemPreFetch);
     property->SetFlags(0);
     EXPECT_EQ(property->GetFlags(), MCItem::itemPreFetch);
-
-    // Marking a nulled property as calculated takes it out of the nulled state.
-    auto* node = MakeNode();
-    MCSPropertyRawAccessorT<long> raw;
-    ASSERT_TRUE(node->NullProperty(TestNode::c_sEmbedded, raw));
-    EXPECT_TRUE(node->SetPropertyFlag(&node->Embedded(), MCItem::itemPreFetch, true));
-    EXPECT_EQ(node->Embedded().GetFlags(), MCItem::itemPreFetch);
-    node->Expunge(true);
 }
 
 // A host's accessor class that changes nothing: a first set through it takes the long way.

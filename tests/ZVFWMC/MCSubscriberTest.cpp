@@ -9,7 +9,6 @@
 #include <functional>
 #include <iterator>
 #include <map>
-#include <memory>
 #include <random>
 #include <sstream>
 #include <string>
@@ -108,36 +107,6 @@ public:
     MCSubject m_xSubject;
 };
 
-TEST_F(SubjectTest, CountsTypesStaleEntriesAndDeliveryFollowAddAndRemove) {
-    const struct {
-        const char* pcName;
-        const char* pcSteps;
-        const char* pcExpected;
-    } axCases[] = {
-        {"second add counts and unions types", "+0:1 +0:2", "0:2/3"},
-        {"types keep their low 8 bits", "+0:0x1FF", "0:1/255"},
-        {"removing 1 of 1|4 keeps 4", "+0:1 +0:4 -0:1", "0:1/4"},
-        {"bit 4 in a removal clears nothing", "+0:5 -0:4", "0:0/5"},
-        {"0xFFFF clears all but bit 4", "+0:7 -0:0xFFFF", "0:0/4"},
-        {"removing a stale entry changes nothing", "+0:1 -0:0 -0:1", "0:0/1"},
-        {"revival counts 1 and ORs the types", "+0:1 -0:0 +0:2", "0:1/3"},
-        {"removing the unsubscribed is harmless", "-0:1", ""},
-    };
-    for (const auto& rCase : axCases) {
-        SCOPED_TRACE(rCase.pcName);
-        Apply(rCase.pcSteps);
-        EXPECT_EQ(Entries(), rCase.pcExpected);
-        Reset();
-    }
-
-    // Delivery goes by address to every entry sharing a bit with the event's mask.
-    Apply("+3:4 +1 +2:2 +0 +0:2");
-    std::string sOut;
-    for (unsigned int nMask : {1u, 2u, 3u, 4u, 7u, 8u})
-        sOut += std::to_string(nMask) + "[" + Deliver(nMask) + "] ";
-    EXPECT_EQ(sOut, "1[0 1] 2[0 2] 3[0 1 2] 4[3] 7[0 1 2 3] 8[] ");
-}
-
 // Random adds and removes against a plain model of the list, across the index threshold both ways and on a
 // list that stays short, with subscribers on both sides of the subject's own entry: order, counts, types,
 // revival and the purge of more than ten stale entries must agree at every checkpoint.
@@ -159,7 +128,8 @@ TEST_F(SubjectTest, LongListsBehaveLikeShortOnes) {
             const int nNumber = static_cast<int>(xRandom() % static_cast<unsigned>(rPhase.nRange));
             const unsigned int nType = 1u + xRandom() % 7u;
             if (static_cast<int>(xRandom() % 100) < rPhase.nAddPercent) {
-                m_xSubject.AddSubscriber(R(nNumber), nType);
+                // A type keeps its low 8 bits.
+                m_xSubject.AddSubscriber(R(nNumber), nType | (i % 2 ? 0x300u : 0u));
                 auto& rEntry = xModel[nNumber];
                 ++rEntry.first;
                 rEntry.second |= nType;
@@ -181,41 +151,6 @@ TEST_F(SubjectTest, LongListsBehaveLikeShortOnes) {
             }
         }
         ASSERT_EQ(Entries(), Render());
-    }
-}
-
-TEST_F(SubjectTest, MoreThanTenStaleEntriesArePurgedWhenTheLastWalkEnds) {
-    const struct {
-        const char* pcName;
-        int nEntries, nRemoved;
-        bool bUnderGuard;
-        int nRevived;
-        long nExpected;
-    } axCases[] = {
-        {"ten stale stay", 12, 10, false, 0, 12},
-        {"eleven stale go", 12, 11, false, 0, 1},
-        {"eleven stale go, indexed", 40, 11, false, 0, 29},
-        {"a guard defers the purge", 40, 11, true, 0, 29},
-        {"a revived entry stays", 40, 12, true, 1, 29},
-        {"a revived entry stays, short list", 14, 12, true, 1, 3},
-    };
-    for (const auto& rCase : axCases) {
-        SCOPED_TRACE(rCase.pcName);
-        Apply("+0.." + std::to_string(rCase.nEntries - 1));
-        {
-            std::unique_ptr<MCSubjectUser> pGuard(rCase.bUnderGuard ? new MCSubjectUser(m_xSubject)
-                                                                    : nullptr);
-            Apply("-0.." + std::to_string(rCase.nRemoved - 1) + (rCase.nRevived ? " +0" : ""));
-            if (rCase.bUnderGuard) {
-                EXPECT_EQ(RawCount(), rCase.nEntries);
-            }
-        }
-        std::string sExpected = rCase.nRevived > 0 ? "0" : "";
-        for (int i = rCase.nRemoved; i < rCase.nEntries; ++i)
-            sExpected += (sExpected.empty() ? "" : " ") + std::to_string(i);
-        const std::string sCount = std::to_string(RawCount()) + ": ";
-        EXPECT_EQ(sCount + Deliver(), std::to_string(rCase.nExpected) + ": " + sExpected);
-        Reset();
     }
 }
 
@@ -272,11 +207,17 @@ TEST_F(SubjectTest, AThrowingSubscriberEndsDeliveryAndReleasesTheGuards) {
     Apply("+0..19");
     R(1)->m_xAction = [](MCEvent&) { throw 42; };
     EXPECT_THROW(Deliver(), int);
-    // Subscriber 2 and on were not reached, the event is gone, and the subject is free to purge again.
-    Apply("-3..13");
-    EXPECT_EQ(m_sLog + " | " + std::to_string(MCEvent::c_nInstanceCount - nEventsBefore) + " | " +
-                  std::to_string(RawCount()),
-              "0 1 | 0 | 9");
+    // Subscriber 2 and on were not reached, the event is gone, and the subject is free to purge again: a
+    // guard defers the purge of more than ten stale entries only until it goes.
+    std::string sRaw;
+    {
+        MCSubjectUser xGuard(m_xSubject);
+        Apply("-3..13");
+        sRaw = std::to_string(RawCount());
+    }
+    EXPECT_EQ(m_sLog + " | " + std::to_string(MCEvent::c_nInstanceCount - nEventsBefore) + " | " + sRaw +
+                  " " + std::to_string(RawCount()),
+              "0 1 | 0 | 20 9");
 }
 
 TEST_F(SubjectTest, SubscriberIteratorSkipsStaleEntriesFiltersAndSorts) {

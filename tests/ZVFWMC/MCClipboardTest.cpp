@@ -1,6 +1,6 @@
-// Covers copy and paste: which objects a closure takes and at what level and owner, the exact bytes of a
-// small buffer, paste under one and several targets with references rebound per copy, merge through a
-// converter, the PostPaste pass, damaged buffers, and records that lose their place.
+// Covers copy and paste: which objects a closure takes and at what level and owner, inherited
+// references, the buffer's bytes, PostCopy and PostPaste rules, pasting under several targets, merge
+// through a converter, damaged buffers, and copying across models.
 
 #include <cctype>
 #include <cstring>
@@ -65,6 +65,30 @@ public:
 private:
     friend mc::FactoryOf<ClipHeir>;
     using HostClass::HostClass;
+};
+
+/// Logs what a rule sees: "name" on PostCopy, "name?" on any mode but PostPaste, and there "name:level" with
+/// "+" once the object's Depend is bound.
+class SeenRule : public MCObjectSem {
+public:
+    explicit SeenRule(unsigned long interests) : m_nInterests(interests) {}
+    result Fire(mode nMode, MCObject* object, MCObjectSemContext* context) override {
+        MCSRefRawAccessor ref;
+        const bool bound = object->GetProperty(ClipNode::c_sDepend, ref) && ref.GetValue();
+        if (nMode == PostPaste)
+            m_sSeen += ModelTest::NameOf(object) + ":" +
+                       std::to_string(static_cast<MCPasteObjectContext*>(context)->GetLevel()) +
+                       (bound ? "+ " : " ");
+        else
+            m_sSeen += ModelTest::NameOf(object) + (nMode == PostCopy ? " " : "? ");
+        return resultContinue;
+    }
+    unsigned long GetInterests() const override { return m_nInterests; }
+
+    std::string m_sSeen;
+
+private:
+    unsigned long m_nInterests;
 };
 
 /// Knows the ids it was told of; may be primed with ids it pretends to know.
@@ -255,33 +279,19 @@ TEST_F(ClipTest, InheritedReferencesTravelAsOwnValuesUnlessTheParentComesAlong) 
     }
 }
 
-TEST_F(ClipTest, BufferBytesArePinned) {
+// Runs before any PostCopy rule: once one was registered the interest stays, and records are no longer
+// prepared in blocks as the closure walks.
+TEST_F(ClipTest, DeepChainsCostNoCallDepth) {
     MCObject* a = Node("A", m_pxSource);
-    SetLong(a, ClipNode::c_sCount, 5, MCPropertyAccessor::accessAdd, false);
-    std::string bytes = Copy({a}, *m_pxSource);
-    // The source's address token is the run's own; everything else is fixed.
-    ASSERT_GT(bytes.size(), 9u);
-    bytes.replace(5, 4, 4, '\xAA');
-    std::string hex;
-    for (unsigned char c : bytes)
-        hex += std::string(1, "0123456789abcdef"[c >> 4]) + "0123456789abcdef"[c & 15];
-    auto le32 = [](long value) {
-        char text[9];
-        std::snprintf(text, sizeof text, "%02lx%02lx%02lx%02lx", value & 0xFF, (value >> 8) & 0xFF,
-                      (value >> 16) & 0xFF, (value >> 24) & 0xFF);
-        return std::string(text);
-    };
-    const std::string source = le32(m_pxSource->GetId()), id = le32(a->GetId());
-    EXPECT_EQ(hex, "20" + source + "aaaaaaaa" +                      // head: source id, address token
-                       "11" + "15" +                                 // global section, no user properties
-                       "24" +                                        // level mark
-                       "21" + "0000" + id + "00" + "0100000041" +    // entry: level, id, flag, name
-                       "791e" +                                      // object type 7801
-                       "02" + "791e" + id + source + "0000" +        // record head: owner S, no flags
-                       "01" + "8400" + "0000" + id +                 // Id
-                       "01" + "9300" + "0001" + "0100000041" +       // Name, itemFlag100
-                       "01" + "8a1e" + "0000" + "05000000" + "12" +  // Count 5, record end
-                       "25");
+    MCObject* previous = a;
+    for (int i = 0; i < 20000; ++i) {
+        MCObject* next = Node("n", m_pxSource);
+        Link(previous, ClipNode::c_sFollow, next);
+        previous = next;
+    }
+    std::string bytes;
+    ASSERT_TRUE(RunOnStack(256 * 1024, [&] { bytes = Copy({a}, *m_pxSource); }));
+    EXPECT_GT(bytes.size(), 20000u * 20);
 }
 
 TEST_F(ClipTest, PostCopyRulesSeeEachEntryInBufferOrderAndChangeNoByte) {
@@ -293,76 +303,53 @@ TEST_F(ClipTest, PostCopyRulesSeeEachEntryInBufferOrderAndChangeNoByte) {
     // Without any PostCopy rule the records are written while the closure walks; with one, each after
     // its rule has run. A host must not be able to tell the two apart.
     const std::string quiet = Copy({a, x}, *m_pxSource);
-    static std::string seen;
-    seen.clear();
-    struct Rule : MCObjectSem {
-        result Fire(mode nMode, MCObject* object, MCObjectSemContext*) override {
-            seen += nMode == PostCopy ? NameOf(object) + " " : "";
-            return resultContinue;
-        }
-        unsigned long GetInterests() const override { return PostCopy; }
-    } rule;
+    SeenRule rule(MCObjectSem::PostCopy);
     AddRule(ClipNode::c_sType, rule);
     const std::string watched = Copy({a, x}, *m_pxSource);
-    EXPECT_EQ(seen, "A X B C b1 ");
+    EXPECT_EQ(rule.m_sSeen, "A X B C b1 ");
     EXPECT_EQ(Entries(watched), "| A/0<S X/0<S B/1<A C/1<A b1/2<B end");
     EXPECT_EQ(watched, quiet);
 }
 
-TEST_F(ClipTest, PasteRebindsInnerReferencesPerTargetAndClearsOuterOnes) {
-    MCObject* a = Build(m_pxSource, "A(B{12=C} C{16=B 17=Out}) Out").at("A");
-    const std::string bytes = Copy({a}, *m_pxSource);
+TEST_F(ClipTest, BufferBytesArePinned) {
+    MCObject* a = Node("A", m_pxSource);
+    SetLong(a, ClipNode::c_sCount, 5, MCPropertyAccessor::accessAdd, false);
+    std::string bytes = Copy({a}, *m_pxSource);
+    bytes.replace(5, 4, 4, '\xAA');  // the source's address token is the run's own; all else is fixed
+    const auto le32 = [](long v) { return HexOf({char(v), char(v >> 8), char(v >> 16), char(v >> 24)}); };
+    const std::string source = le32(m_pxSource->GetId()), id = le32(a->GetId());
+    EXPECT_EQ(HexOf(bytes),
+              "20" + source + "aaaaaaaa" + "11" + "15" + "24" +        // head, no UDPs, level mark
+                  "21" + "0000" + id + "00" + "0100000041" + "791e" +  // entry: level, id, flag, name, type
+                  "02" + "791e" + id + source + "0000" +               // record head: owner S, no flags
+                  "01" + "8400" + "0000" + id +                        // Id
+                  "01" + "9300" + "0001" + "0100000041" +              // Name, itemFlag100
+                  "01" + "8a1e" + "0000" + "05000000" + "12" + "25");  // Count 5, record end, end
+}
 
+// Each target gets its own copy, inner references rebound onto it and outer ones cleared. D depends on
+// Out, left out, so it is purged; B1, which no target may own, then has no owner in the buffer and goes
+// with B2, while F, on B1's level, is placed next. PostPaste runs once every reference is bound, and each
+// target hears of its top object only.
+TEST_F(ClipTest, PasteRebindsPerTargetDiscardsWhatHasNoPlaceAndAnnouncesOnlyTheTop) {
+    const auto named = Build(m_pxSource, "A(B{12=C} C{16=B 17=Out} D{12=Out} E(F)) Out");
+    Node("B2", Node("B1", named.at("D"), TestNode::c_sType), TestNode::c_sType);
+    const std::string source = Tree(m_pxSource), bytes = Copy({named.at("A")}, *m_pxSource);
+    EXPECT_EQ(Entries(bytes), "| A/0<S B/1<A C/1<A E/1<A B1/2<D F/2<E B2/3<B1 end");
     MCObject* t1 = Node("T1", m_pxTarget);
     MCObject* t2 = Node("T2", m_pxTarget);
-    const std::vector<long> ids = Paste(bytes, {t1, t2}, m_pxTarget);
-    const std::string copy = "A(B{12=C} C{16=B})";  // Out is not in the buffer: cleared
-    EXPECT_EQ(Tree(m_pxTarget), "T(T1(" + copy + ") T2(" + copy + "))");
-    ASSERT_EQ(ids.size(), 2u);
-    EXPECT_EQ(MCObject::ResolveId(ids[0])->GetOwner(0, MCItem::rttiDerived), t1);
-    EXPECT_EQ(MCObject::ResolveId(ids[1])->GetOwner(0, MCItem::rttiDerived), t2);
-    EXPECT_EQ(Tree(a), "A(B{12=C} C{16=B 17=^Out})");  // the source is left as it was
-}
-
-TEST_F(ClipTest, ARecordWithoutAPlaceIsDiscardedWithWhatItOwns) {
-    // D is purged (it depends on an object left out), so B1, which no target may own, has no owner in
-    // the buffer and is discarded; F, on B1's level, is pasted next. B2 must not follow B1 into the
-    // model it was copied from, nor land anywhere else.
-    const auto named = Build(m_pxSource, "A(D{12=Out} E(F)) Out");
-    Node("B2", Node("B1", named.at("D"), TestNode::c_sType), TestNode::c_sType);
-    const std::string source = Tree(m_pxSource);
-    const std::string bytes = Copy({named.at("A")}, *m_pxSource);
-    EXPECT_EQ(Entries(bytes), "| A/0<S E/1<A B1/2<D F/2<E B2/3<B1 end");
-    Paste(bytes, {m_pxTarget});
-    EXPECT_EQ(Tree(m_pxTarget), "T(A(E(F)))");
-    EXPECT_EQ(Tree(m_pxSource), source);
-}
-
-TEST_F(ClipTest, PostPasteRunsAfterEveryReferenceIsBoundAndAnnouncesOnlyTheTop) {
-    const std::string bytes = Copy({Build(m_pxSource, "A(B{12=C} C)").at("A")}, *m_pxSource);
-
-    static std::string seen;
-    seen.clear();
-    struct Rule : MCObjectSem {
-        result Fire(mode, MCObject* object, MCObjectSemContext* context) override {
-            MCSRefRawAccessor ref;
-            const bool bound = object->GetProperty(ClipNode::c_sDepend, ref) && ref.GetValue();
-            seen += NameOf(object) + ":" +
-                    std::to_string(static_cast<MCPasteObjectContext*>(context)->GetLevel()) +
-                    (bound ? "+ " : " ");
-            return resultContinue;
-        }
-        unsigned long GetInterests() const override { return PostPaste; }
-    } rule;
+    SeenRule rule(MCObjectSem::PostPaste);
     AddRule(ClipNode::c_sType, rule);
-    m_pxTarget->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
-    Paste(bytes, {}, m_pxTarget);
-    EXPECT_EQ(seen, "");  // no target in the list: nothing behind the level mark is read
-    const std::vector<long> ids = Paste(bytes, {m_pxTarget});
-    ASSERT_EQ(ids.size(), 1u);
-    EXPECT_EQ(seen, "A:0 B:1+ C:1 ");
-    EXPECT_EQ(m_xLog.Take(), "ObjectCreated(" + std::to_string(ids[0]) + ")");
-    m_pxTarget->RemoveSubscriber(&m_xLog, MCEvent::subscriberObserver);
+    Subscription hear1(t1, &m_xLog), hear2(t2, &m_xLog);
+    Paste(bytes, {}, m_pxTarget);  // no target: nothing behind the level mark is read
+    const std::vector<long> ids = Paste(bytes, {t1, t2}, m_pxTarget);
+    ASSERT_EQ(ids.size(), 2u);
+    const std::string copy = "A(B{12=C} C{16=B} E(F))";
+    EXPECT_EQ(Tree(m_pxTarget), "T(T1(" + copy + ") T2(" + copy + "))");
+    EXPECT_EQ(rule.m_sSeen, "A:0 B:1+ C:1 E:1 F:2 A:0 B:1+ C:1 E:1 F:2 ");
+    EXPECT_EQ(m_xLog.Take(),
+              "ObjectCreated(" + std::to_string(ids[0]) + ") ObjectCreated(" + std::to_string(ids[1]) + ")");
+    EXPECT_EQ(Tree(m_pxSource), source);
 }
 
 TEST_F(ClipTest, ConverterMergesASecondPasteIntoTheFirstOnesObjects) {
@@ -387,13 +374,13 @@ TEST_F(ClipTest, DamagedBuffersStopThePasteAndKeepOnlyWholeObjects) {
     // Head (9 bytes), an empty global section (2), the level mark.
     const size_t mark = 11;
     ASSERT_EQ(good[mark], MCStream::tokenClipLevel);
-    std::string noMark = good, foreign = good, shared = good, byName = good;
-    noMark.erase(mark, 1);
-    foreign[mark + 1] = MCStream::tokenClipEntry1;
-    shared[mark + 1] = MCStream::tokenClipEntry2;
-    byName[mark + 8] = 1;  // the entry's flag: match by name
-    std::string sharedByName = byName;
-    sharedByName[mark + 1] = MCStream::tokenClipEntry2;
+    // `good` with the bytes at `at` replaced; the first entry's token follows the mark, and its flag, 8
+    // bytes on, set to 1 matches by name.
+    const auto with = [&good](size_t at, std::string values) {
+        return std::string(good).replace(at, values.size(), values);
+    };
+    const std::string byName = with(mark + 8, "\1"), noMark = std::string(good).erase(mark, 1);
+    const std::string sharedByName = std::string(byName).replace(mark + 1, 1, 1, MCStream::tokenClipEntry2);
     const struct {
         const char* name;
         std::string bytes;
@@ -403,8 +390,8 @@ TEST_F(ClipTest, DamagedBuffersStopThePasteAndKeepOnlyWholeObjects) {
         {"empty", "", "T", 1},
         {"no head token", good.substr(1), "T", 1},
         {"without a level mark all is prelude, placed once", noMark, "T(A(B{12=C} C))", 1},
-        {"0x22 is read nowhere", foreign, "T", 1},
-        {"0x23 only before the mark", shared, "T", 1},
+        {"0x22 is read nowhere", with(mark + 1, {MCStream::tokenClipEntry1}), "T", 1},
+        {"0x23 only before the mark", with(mark + 1, {MCStream::tokenClipEntry2}), "T", 1},
         {"cut inside the last record", good.substr(0, good.size() - 3), "T(A(B))", 1},
         {"cut before the end token", good.substr(0, good.size() - 1), "T(A(B{12=C} C))", 1},
         {"by name, nothing to match", byName, "T(A(B{12=C} C))", 1},
@@ -426,9 +413,7 @@ TEST_F(ClipTest, CopyToCarriesUserDefinedPropertiesAndAnswersWhetherAnyIdResulte
     MCObject* a = Node("A", m_pxSource);
     SetLong(a, colour, 12);
     ASSERT_FALSE(R::IsRegistered(colour, m_pxTarget));
-    ZVTSList<MCObject*> selection, targets, none;
-    selection.Append(a);
-    targets.Append(m_pxTarget);
+    ZVTSList<MCObject*> selection = ListOf({a}), targets = ListOf({m_pxTarget}), none;
     ZVTOrderedVectorT<long> ids;
     EXPECT_TRUE(MCClip::CopyTo(selection, *m_pxSource, targets, *m_pxTarget, nullptr, &ids));
     ASSERT_EQ(ids.Length(), 1u);
@@ -438,19 +423,6 @@ TEST_F(ClipTest, CopyToCarriesUserDefinedPropertiesAndAnswersWhetherAnyIdResulte
     selection.Clear();
     EXPECT_THROW(MCClip::CopyTo(selection, *Make(nullptr), targets, *m_pxTarget, nullptr, nullptr),
                  EXUnexpected);
-}
-
-TEST_F(ClipTest, DeepChainsCostNoCallDepth) {
-    MCObject* a = Node("A", m_pxSource);
-    MCObject* previous = a;
-    for (int i = 0; i < 20000; ++i) {
-        MCObject* next = Node("n", m_pxSource);
-        Link(previous, ClipNode::c_sFollow, next);
-        previous = next;
-    }
-    std::string bytes;
-    ASSERT_TRUE(RunOnStack(256 * 1024, [&] { bytes = Copy({a}, *m_pxSource); }));
-    EXPECT_GT(bytes.size(), 20000u * 20);
 }
 
 }  // namespace

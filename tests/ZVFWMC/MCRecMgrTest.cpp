@@ -1,11 +1,11 @@
-// Covers the record chain: appending and moving on a good chain, WriteRec's refusals, the result of each
-// kind of damage (cut heads, bad offsets and tokens, crossed links, rings), and a stream that fails at its
-// Nth operation during a move or a write.
+// Covers the record chain: appending and moving both ways on a good chain, cutting it by appending
+// behind a record that has a successor, WriteRec's refusals, and the result of each kind of damage.
 
 #include <gtest/gtest.h>
 
 #include <sstream>
 #include <string>
+#include <tuple>
 
 #include "ModelCore/ZVFWMC/MCPersistence.h"
 #include "ModelCore/ZVFWMC/MCStreams.h"
@@ -18,10 +18,9 @@ constexpr long c_lNone = R::c_nNoPos;
 // A record head as stored.
 std::string Rec(long previous, long next, char token = MCStream::tokenRecord) {
     std::string out(1, token);
-    for (long link : {previous, next}) {
+    for (long link : {previous, next})
         for (int i = 0; i < 4; ++i)
             out += static_cast<char>(static_cast<unsigned long>(link) >> (8 * i));
-    }
     return out;
 }
 
@@ -101,34 +100,30 @@ TEST(MCRecMgrTest, AppendedRecordsWalkBothWaysCutAndRefuseBadWrites) {
 
 TEST(MCRecMgrTest, EachDamageEndsTheWalkWithItsResult) {
     const std::string two = Rec(c_lNone, 9) + Rec(0, c_lNone);
-    const struct {
-        const char* name;
-        std::string bytes;
-        long start;  // c_lNone: from before the chain
-        const char* forward;
-        const char* backward;  // from where the forward walk ended
-    } cases[] = {
-        {"good, empty payloads", two, c_lNone, "0 9 |1", "0 |4"},
-        {"second head cut", two.substr(0, 14), c_lNone, "0 |3", "|4"},
-        {"first head cut", two.substr(0, 5), c_lNone, "|1", "|4"},
-        {"next beyond the stream", Rec(c_lNone, 100), c_lNone, "0 |3", "|4"},
-        {"negative next", Rec(c_lNone, -7), c_lNone, "0 |3", "|4"},
-        {"bad token", Rec(c_lNone, 9) + Rec(0, c_lNone, 5), c_lNone, "0 |2", "|4"},
-        {"crossed link", Rec(c_lNone, 9) + Rec(5, c_lNone), c_lNone, "0 |2", "|4"},
-        {"next to itself", Rec(c_lNone, 0), c_lNone, "0 |2", "|4"},
-        {"back to the head", Rec(c_lNone, 9) + Rec(0, 0), c_lNone, "0 9 |2", "0 |4"},
-        {"ring off the chain", Rec(c_lNone, c_lNone) + Rec(18, 18) + Rec(9, 9), 9, "18 |2", "9 |2"},
-        {"head at 0 claims a previous", Rec(9, c_lNone) + Rec(c_lNone, 0), c_lNone, "|2", "|4"},
+    // The bytes, where to start (c_lNone: before the chain), and the walks forward, then back from where
+    // that ended.
+    const std::tuple<std::string, long, const char*> cases[] = {
+        {two.substr(0, 14), c_lNone, "0 |3 / |4"},                             // second head cut
+        {two.substr(0, 5), c_lNone, "|1 / |4"},                                // first head cut
+        {Rec(c_lNone, 100), c_lNone, "0 |3 / |4"},                             // next beyond the stream
+        {Rec(c_lNone, -7), c_lNone, "0 |3 / |4"},                              // negative next
+        {Rec(c_lNone, 9) + Rec(0, c_lNone, 5), c_lNone, "0 |2 / |4"},          // bad token
+        {Rec(c_lNone, 9) + Rec(5, c_lNone), c_lNone, "0 |2 / |4"},             // crossed link
+        {Rec(c_lNone, 0), c_lNone, "0 |2 / |4"},                               // next to itself
+        {Rec(c_lNone, 9) + Rec(0, 0), c_lNone, "0 9 |2 / 0 |4"},               // back to the head
+        {Rec(c_lNone, c_lNone) + Rec(18, 18) + Rec(9, 9), 9, "18 |2 / 9 |2"},  // ring off the chain
+        {Rec(9, c_lNone) + Rec(c_lNone, 0), c_lNone, "|2 / |4"},               // head at 0 claims a previous
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        std::stringstream medium(c.bytes);
+    int row = 0;
+    for (const auto& [bytes, start, walks] : cases) {
+        SCOPED_TRACE(row++);
+        std::stringstream medium(bytes);
         MCStream stream(medium, ZVTStream::binary);
         R manager(stream);
-        EXPECT_TRUE(c.start == c_lNone || manager.MoveToRecId(c.start) == R::eOk);
-        EXPECT_EQ(Walk(manager, true, false), c.forward);
-        EXPECT_EQ(Walk(manager, false, false), c.backward);
-        EXPECT_EQ(medium.str(), c.bytes);  // reading writes nothing
+        EXPECT_TRUE(start == c_lNone || manager.MoveToRecId(start) == R::eOk);
+        const std::string forward = Walk(manager, true, false);
+        EXPECT_EQ(forward + " / " + Walk(manager, false, false), walks);
+        EXPECT_EQ(medium.str(), bytes);  // reading writes nothing
     }
 }
 

@@ -47,15 +47,6 @@ protected:
         D = Named("D", B);
         E = Named("E", B);
     }
-    std::string Walk(MCObject* start, ZVTFilter<MCObject*>* filter, std::function<void(MCObject*)> hook) {
-        Recorder recorder;
-        recorder.m_xHook = std::move(hook);
-        MCDepthFirstWalker walker(start, filter);
-        MCVisitorAgent agent(walker, recorder);
-        agent.Execute();
-        return recorder.m_sLog;
-    }
-
     MCObject *A, *B, *C, *D, *E;
 };
 
@@ -72,7 +63,10 @@ TEST_F(WalkerTest, OrderIsPreOrderWithTheYoungestOwneeFirstAndAFilterCutsWholeSu
     };
     for (const auto& c : cases) {
         RefuseFilter filter(c.refused);
-        EXPECT_EQ(Walk(c.start, &filter, nullptr), c.expected) << c.name;
+        Recorder recorder;
+        MCDepthFirstWalker walker(c.start, &filter);
+        MCVisitorAgent(walker, recorder).Execute();
+        EXPECT_EQ(recorder.m_sLog, c.expected) << c.name;
     }
 
     // A finished walk stays finished until Reset, which takes the start past the filter; its end keeps the
@@ -135,13 +129,16 @@ TEST_F(WalkerTest, UsersAndAgentsYieldToTheFirstAndStopWithWhatTheyUse) {
 }
 
 TEST_F(WalkerTest, AnAgentInvalidatedDuringActStopsBeforeTheNextStep) {
-    // A second agent made on the walker from inside Act takes the rest of the walk.
+    // A second agent made on the walker from inside Act takes the rest of the walk; the current object may
+    // go meanwhile.
     Recorder recorder;
     MCDepthFirstWalker walker(A, nullptr);
     std::unique_ptr<MCVisitorAgent> successor;
     recorder.m_xHook = [&](MCObject* object) {
-        if (object == C)
+        if (object == C) {
             successor = std::make_unique<MCVisitorAgent>(walker, recorder);
+            C->Expunge(true);
+        }
     };
     MCVisitorAgent agent(walker, recorder);
     agent.Execute();
@@ -151,29 +148,26 @@ TEST_F(WalkerTest, AnAgentInvalidatedDuringActStopsBeforeTheNextStep) {
 }
 
 TEST_F(WalkerTest, EditsDuringTheWalkFollowTheLoadingOfOwneesAtEachStep) {
-    // In turn on one tree: each case keeps what the one before it did. Without a name, the object expunges
-    // itself.
+    // In turn on one tree, each case keeping what the one before did: an ownee added under the current
+    // object is not reached, one added under an object still to come is; the current leaf may expunge
+    // itself (no name to add).
     const struct {
-        const char* name;
         MCObject* on;
         const char* add;
         const char* expected;
-    } cases[] = {
-        {"ownee added under the current object is not reached", B, "X", "A C B E D"},
-        {"ownee added under an object still to come is reached", C, "Y", "A C B Y X E D"},
-        {"current leaf expunged", C, nullptr, "A C B Y X E D"},
-        {"after the edits", nullptr, nullptr, "A B Y X E D"},
-    };
+    } cases[] = {{B, "X", "A C B E D"},
+                 {C, "Y", "A C B Y X E D"},
+                 {C, nullptr, "A C B Y X E D"},
+                 {nullptr, nullptr, "A B Y X E D"}};
     for (const auto& c : cases) {
-        EXPECT_EQ(Walk(A, nullptr,
-                       [&](MCObject* o) {
-                           if (o == c.on && c.add)
-                               Named(c.add, B);
-                           else if (o == c.on)
-                               o->Expunge(true);
-                       }),
-                  c.expected)
-            << c.name;
+        Recorder recorder;
+        recorder.m_xHook = [&](MCObject* o) {
+            if (o == c.on)
+                c.add ? void(Named(c.add, B)) : void(o->Expunge(true));
+        };
+        MCDepthFirstWalker walker(A, nullptr);
+        MCVisitorAgent(walker, recorder).Execute();
+        EXPECT_EQ(recorder.m_sLog, c.expected) << (c.add ? c.add : "expunge");
     }
 }
 

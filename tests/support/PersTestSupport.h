@@ -40,6 +40,14 @@ inline MCPersHeader PersLimits() {
     return MCPersHeader(4, 2, "Acme", "Tool", "4.2");
 }
 
+/// `bytes` as lower-case hex, two digits a byte, for formats pinned byte for byte.
+inline std::string HexOf(const std::string& bytes) {
+    std::string out;
+    for (unsigned char c : bytes)
+        out += std::string(1, "0123456789abcdef"[c >> 4]) + "0123456789abcdef"[c & 15];
+    return out;
+}
+
 /// What a restore gave: the result, the root and everything the controller made.
 struct PersRestored {
     MCPersController::result result = MCPersController::resultOk;

@@ -3,7 +3,6 @@
 // ends the core).
 
 #include <algorithm>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -29,20 +28,6 @@ class SubPart : public mc::HostClass<c_sSubPart, Part> {
     friend mc::FactoryOf<SubPart>;
     using HostClass::HostClass;
 };
-
-// Refuses a negative Integer before the edit, and answers for c_lDestroying as a rule that destroyed the
-// object.
-struct CountRule : MCPropertySemantic {
-    result Fire(mode when, MCObject*, MCProperty*, MCPropertySemanticContext* context) override {
-        auto* accessor =
-            static_cast<MCSPropertyRawAccessorT<long>*>(context->GetActiveAccessor()->m_pxAccessor);
-        if (when == PreEdit)
-            return accessor->GetValue() < 0 ? resultRefused : resultContinue;
-        return accessor->GetValue() == c_lDestroying ? resultObjectDestroyed : resultContinue;
-    }
-    unsigned long GetInterests() const override { return PreEdit | PostEdit; }
-};
-CountRule c_xCountRule;
 
 // The persistence root the controller saves under.
 class Model : public mc::HostClass<MCCodes::tPersistenceRoot> {
@@ -77,9 +62,18 @@ protected:
         mc::RegisterClass<Model>("Model");
         CountingEnvironment::Installed();
         HUBProductIdent::SetProductIdent("Maker", "Modeller", "1.0", "1, 0");
-        MCFactoryContext context;
-        MCPropertySemanticRegistry::Register(c_sPart, &context, MCCodes::pInteger, &c_xCountRule, false,
-                                             false);
+        // Refuses a negative Integer before the edit, and answers for c_lDestroying as a rule that
+        // destroyed the object.
+        static mc::Rule counts = mc::OnEdit(
+            c_sPart, MCCodes::pInteger,
+            [](MCPropertySemantic::mode when, auto, auto, auto* context) {
+                using R = MCPropertySemantic;
+                const long value = mc::Incoming<long>(context).value_or(0);
+                if (when == R::PreEdit)
+                    return value < 0 ? R::resultRefused : R::resultContinue;
+                return value == c_lDestroying ? R::resultObjectDestroyed : R::resultContinue;
+            },
+            MCPropertySemantic::PreEdit | MCPropertySemantic::PostEdit);
     }
     void TearDown() override {
         for (MCObject* root : m_xRoots)
@@ -97,14 +91,14 @@ protected:
 TEST_F(ModernLayerTest, HostClassesRegisterTheirLevelsAndNamedOptions) {
     unsigned long flags = 0;
     MCFactoryRegistry::GetFlags(c_sSubPart, flags);
-    EXPECT_EQ(MCFactoryRegistry::GetSupertype(c_sSubPart), c_sPart);
-    EXPECT_TRUE(MCFactoryRegistry::IsValidOwner(c_sSubPart, c_sPart));
     EXPECT_EQ(flags & (MCFactoryRegistry::groupFirst | MCFactoryRegistry::groupSecond),
               MCFactoryRegistry::flagFirstOn | MCFactoryRegistry::flagSecondOff);
+    EXPECT_TRUE(MCFactoryRegistry::GetSupertype(c_sSubPart) == c_sPart &&
+                MCFactoryRegistry::IsValidOwner(c_sSubPart, c_sPart));
     EXPECT_FALSE(mc::RegisterClass<Part>("Part")) << "a second registration is refused";
 
-    // Each level answers for itself and the levels below; the rule on Part's level reaches SubPart only
-    // when the levels entered the chains.
+    // Each level answers for itself and the levels above, not for the generic object; the rule on Part's
+    // level reaches SubPart.
     std::string seen;
     for (MCObject* object : {static_cast<MCObject*>(Root<Part>()), static_cast<MCObject*>(Root<SubPart>())}) {
         for (short type : {c_sPart, c_sSubPart, short(MCCodes::tGenericObject)})
@@ -124,19 +118,16 @@ TEST_F(ModernLayerTest, CreateGetAndSetReportWhatHappened) {
 
     using Outcome = mc::EditResult::Outcome;
     const std::pair<mc::EditResult, Outcome> edits[] = {
-        {mc::Set(child, MCCodes::pInteger, 42), Outcome::applied},
-        {mc::Set(child, MCCodes::pInteger, -5), Outcome::refused},
         {mc::Set(child, MCCodes::pInteger, c_lDestroying), Outcome::objectDestroyed},
-        {mc::Set(child, MCCodes::pDouble, 2.5), Outcome::applied},
         {mc::Set(child, MCCodes::pName, "gear"), Outcome::applied},
+        {mc::Set(child, MCCodes::pDouble, 2.5), Outcome::applied},
+        {mc::Set(child, MCCodes::pDouble, 2.5), Outcome::applied},  // as it already was
         {mc::Set(child, MCCodes::pParent, root), Outcome::applied},
         {mc::Set(child, MCCodes::pName, 7), Outcome::invalid},
         {mc::Set(nullptr, MCCodes::pInteger, 1), Outcome::invalid},
     };
-    for (size_t i = 0; i < std::size(edits); ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_EQ(edits[i].first.GetOutcome(), edits[i].second);
-    }
+    for (const auto& [edit, outcome] : edits)
+        EXPECT_EQ(edit.GetOutcome(), outcome);
     EXPECT_EQ(mc::Get<long>(child, MCCodes::pInteger), c_lDestroying);
     EXPECT_EQ(mc::Get<double>(child, MCCodes::pDouble), 2.5);
     EXPECT_EQ(mc::Get<ZVTString>(child, MCCodes::pName), ZVTString("gear"));
@@ -200,52 +191,40 @@ TEST_F(ModernLayerTest, RangesWalkOwneesTargetsAndValues) {
 
 TEST_F(ModernLayerTest, RulesRunWhileTheirHandlesLive) {
     Part* root = Root<Part>();
-    std::string heard;
-    mc::Rule refuseNegative = mc::OnEdit(
-        c_sPart, MCCodes::pDouble,
-        [](MCPropertySemantic::mode, MCObject*, MCProperty*, MCPropertySemanticContext* context) {
-            return mc::Incoming<double>(context).value_or(0) < 0 ? MCPropertySemantic::resultRefused
-                                                                 : MCPropertySemantic::resultContinue;
-        });
-    mc::Rule created = mc::OnObject(
-        c_sSubPart,
-        [&heard](MCObjectSem::mode, MCObject*, MCObjectSemContext*) {
-            heard += 'c';
-            return MCObjectSem::resultContinue;
-        },
-        MCObjectSem::PostCreation);
+    std::string seen;
+    mc::Rule refuseNegative = mc::OnEdit(c_sPart, MCCodes::pDouble, [](auto, auto, auto, auto* context) {
+        return mc::Incoming<double>(context).value_or(0) < 0 ? MCPropertySemantic::resultRefused
+                                                             : MCPropertySemantic::resultContinue;
+    });
+    mc::Rule created = mc::OnObject(c_sSubPart, [&seen](auto...) {
+        seen += "c ";
+        return MCObjectSem::resultContinue;
+    });
     mc::Rule moved = std::move(created);
-
-    // Each step: an edit's outcome (a, r) and whether a creation was heard (c).
-    auto step = [&] {
-        std::string seen = mc::Set(root, MCCodes::pDouble, -1.0) ? "a" : "r";
-        heard.clear();
+    // Each step: an edit applied (a) or refused (r), then a creation, heard as "c ".
+    const auto step = [&] {
+        seen += mc::Set(root, MCCodes::pDouble, -1.0) ? "a" : "r";
         mc::Create<SubPart>(root);
-        return seen + heard;
     };
-    std::string seen = step() + " ";
+    step();
     refuseNegative.Reset();
-    seen += step() + " ";
+    step();
     moved = mc::Rule();
-    seen += step();
-    EXPECT_EQ(seen, "rc ac a");
+    step();
     EXPECT_FALSE(created.IsActive() || moved.IsActive() || refuseNegative.IsActive());
 
     // A list rule reads the values and flags coming in; a list carries no single value.
-    seen.clear();
-    mc::Rule counts = mc::OnEdit(
-        c_sPart, MCCodes::pIntegerList,
-        [&seen](MCPropertySemantic::mode, MCObject*, MCProperty*, MCPropertySemanticContext* context) {
-            const auto [values, flags] = mc::IncomingList<long>(context);
-            seen += values ? std::to_string(values->Entries()) : "?";
-            seen += (flags & MCPropertyAccessor::accessRemove) ? "- " : "+ ";
-            seen += mc::Incoming<long>(context) ? "single " : "";
-            return MCPropertySemantic::resultContinue;
-        });
+    mc::Rule counts = mc::OnEdit(c_sPart, MCCodes::pIntegerList, [&seen](auto, auto, auto, auto* context) {
+        const auto [values, flags] = mc::IncomingList<long>(context);
+        seen += values ? std::to_string(values->Entries()) : "?";
+        seen += (flags & MCPropertyAccessor::accessRemove) ? "- " : "+ ";
+        seen += mc::Incoming<long>(context) ? "single " : "";
+        return MCPropertySemantic::resultContinue;
+    });
     MCVPropertyAccessorT<long> one(1L);
     root->SetProperty(MCCodes::pIntegerList, one, MCPropertyAccessor::accessAdd);
     root->SetProperty(MCCodes::pIntegerList, one, MCPropertyAccessor::accessRemove);
-    EXPECT_EQ(seen, "1+ 1- ");
+    EXPECT_EQ(seen, "rc ac a1+ 1- ") << "two creations heard, then lists";
     EXPECT_FALSE(mc::Incoming<long>(nullptr) || mc::IncomingList<long>(nullptr).first);
 }
 
@@ -253,29 +232,24 @@ TEST_F(ModernLayerTest, NullAndEmptyInputsGiveEmptyHandlesAndRanges) {
     Part* root = Root<Part>();
     mc::Create<Part>(root);
     const auto heard = [](MCEvent&) {};
-    const auto edit = [](MCPropertySemantic::mode, MCObject*, MCProperty*, MCPropertySemanticContext*) {
-        return MCPropertySemantic::resultContinue;
-    };
-    const auto object = [](MCObjectSem::mode, MCObject*, MCObjectSemContext*) {
-        return MCObjectSem::resultContinue;
-    };
-    const auto bit = [](bool b) { return b ? '1' : '0'; };
-    std::string got;
-    got += bit(mc::Observe(root, heard).IsActive());  // the one real input, for contrast
-    got += bit(mc::Observe(nullptr, heard).IsActive());
-    got += bit(mc::Observe(root, nullptr).IsActive());
-    got += bit(mc::OnEdit(c_sPart, MCCodes::pDouble, nullptr).IsActive());
-    got += bit(mc::OnEdit(c_sPart, MCCodes::pDouble, edit, 0).IsActive());
-    got += bit(mc::OnObject(c_sPart, nullptr).IsActive());
-    got += bit(mc::OnObject(c_sPart, object, 0).IsActive());
-    got += bit(mc::Ownees(nullptr).begin() != mc::Ownees(nullptr).end());
-    got += bit(mc::Targets(nullptr, MCCodes::pReferenceList).size() != 0);
-    got += bit(mc::Values<long>(nullptr, MCCodes::pIntegerList).size() != 0);
+    const auto edit = [](auto...) { return MCPropertySemantic::resultContinue; };
+    const auto object = [](auto...) { return MCObjectSem::resultContinue; };
+    EXPECT_TRUE(mc::Observe(root, heard).IsActive());  // the one real input, for contrast
     std::ostream nowhere(nullptr);
     std::ostringstream out;
-    got += bit(static_cast<bool>(mc::Save(nullptr, out)) || !out.str().empty());
-    got += bit(static_cast<bool>(mc::Save(Root<Model>(), nowhere)));
-    EXPECT_EQ(got, "100000000000");
+    const bool something[] = {mc::Observe(nullptr, heard).IsActive(),
+                              mc::Observe(root, nullptr).IsActive(),
+                              mc::OnEdit(c_sPart, MCCodes::pDouble, nullptr).IsActive(),
+                              mc::OnEdit(c_sPart, MCCodes::pDouble, edit, 0).IsActive(),
+                              mc::OnObject(c_sPart, nullptr).IsActive(),
+                              mc::OnObject(c_sPart, object, 0).IsActive(),
+                              mc::Ownees(nullptr).begin() != mc::Ownees(nullptr).end(),
+                              mc::Targets(nullptr, MCCodes::pReferenceList).size() != 0,
+                              mc::Values<long>(nullptr, MCCodes::pIntegerList).size() != 0,
+                              static_cast<bool>(mc::Save(nullptr, out)) || !out.str().empty(),
+                              static_cast<bool>(mc::Save(Root<Model>(), nowhere))};
+    for (size_t i = 0; i < std::size(something); ++i)
+        EXPECT_FALSE(something[i]) << "input " << i;
 }
 
 TEST_F(ModernLayerTest, PropertiesWalkLive) {
@@ -306,17 +280,17 @@ TEST_F(ModernLayerTest, SaveAndRestoreReportWhatHappened) {
     MCObject* part = mc::Create<Part>(model);
     mc::Set(part, MCCodes::pInteger, 5);
     ASSERT_LT(MCFactoryRegistry::RegisterUDP("Remark", MCCodes::pString, model, false), 0);
-    std::ostringstream out;
+    std::ostringstream out, nowhere;
     const mc::SaveResult saved = mc::Save(model, out);
     ASSERT_TRUE(saved) << saved.message;
     const std::string bytes = out.str();
-    std::ostringstream nowhere;
     EXPECT_FALSE(mc::Save(Root<Part>(), nowhere)) << "no persistence root above";
 
-    // Each case: outcome, whether a root came back, whether an exception ended it.
+    // Each case: outcome, whether a root came back (and its name and part's value), whether an exception
+    // ended it. Whatever a restore made goes with its root or as a stray.
     const std::pair<std::string, std::string> cases[] = {
-        {bytes, "0 root ok"},
-        {bytes.substr(0, bytes.size() - 6), "0 root ok"},
+        {bytes, "0 m5 ok"},
+        {bytes.substr(0, bytes.size() - 6), "0 m0 ok"},  // the part is cut off
         {bytes.substr(0, 20), "3 - threw"},
         {"garbage in, garbage out", "5 - ok"},
         {"", "3 - threw"},
@@ -325,22 +299,22 @@ TEST_F(ModernLayerTest, SaveAndRestoreReportWhatHappened) {
         SCOPED_TRACE(input.size());
         std::istringstream in(input);
         mc::RestoreResult restored = mc::Restore(in);
-        EXPECT_EQ(std::to_string(restored.outcome) + (restored.root ? " root " : " - ") +
-                      (restored.message.empty() ? "ok" : "threw"),
-                  expected);
-        if (input == bytes) {
-            MCObject* restoredPart = restored.root ? restored.root->GetFirstOwnee() : nullptr;
-            EXPECT_EQ(mc::Get<ZVTString>(restored.root, MCCodes::pName), ZVTString("m"));
-            EXPECT_EQ(mc::Get<long>(restoredPart, MCCodes::pInteger), 5);
-        }
-        if (restored.root)
-            restored.root->Expunge(true);
+        MCObject* root = restored.root;
+        const std::string found =
+            root ? mc::Get<ZVTString>(root, MCCodes::pName).value_or("?").str() +
+                       std::to_string(mc::Get<long>(root->GetFirstOwnee(), MCCodes::pInteger).value_or(0))
+                 : "-";
+        EXPECT_EQ(
+            std::to_string(restored.outcome) + " " + found + (restored.message.empty() ? " ok" : " threw"),
+            expected);
+        if (root)
+            root->Expunge(true);
         restored.ExpungeStrays();
         for (const auto& [object, id] : restored.Created())
             EXPECT_NE(MCObject::ResolveId(id), object) << "left alive";
     }
 
-    // A host stream keeps the restored ids.
+    // A host stream maps the stored ids to the restored objects.
     std::istringstream in(bytes);
     MCStream stream(in, ZVTStream::binary);
     mc::RestoreResult restored = mc::Restore(stream);
@@ -349,38 +323,31 @@ TEST_F(ModernLayerTest, SaveAndRestoreReportWhatHappened) {
     EXPECT_EQ(restored.header.GetProductCode(), ZVTString("Modeller"));
 
     // A log sees what is made while it lives; its strays go, the kept one and ownees stay.
-    std::string seen;
-    {
-        mc::CreationLog log;
-        Part* kept = mc::Create<Part>(nullptr);
-        mc::Create<Part>(kept);
-        mc::Create<Part>(nullptr);
-        seen += std::to_string(log.Created().size()) + " ";
-        seen += std::to_string(log.ExpungeStrays(kept)) + " ";
-        seen += std::to_string(kept->GetOwneeCount()) + " " + std::to_string(log.Created().size());
-        kept->Expunge(true);
-    }
-    // The restored root holds the model's user-defined property, and leaves it as it goes: a later root
-    // at its address must not inherit it.
+    mc::CreationLog log;
+    Part* kept = mc::Create<Part>(nullptr);
+    mc::Create<Part>(kept);
+    mc::Create<Part>(nullptr);
+    std::string seen = std::to_string(log.Created().size()) + " ";
+    seen += std::to_string(log.ExpungeStrays(kept)) + " ";
+    seen += std::to_string(kept->GetOwneeCount()) + " " + std::to_string(log.Created().size());
+    kept->Expunge(true);
+    // The restored root holds the model's user-defined property and leaves it as it goes: a later root at
+    // its address must not inherit it.
     const auto udps = [](MCObject* holder) {
         ZVTOrderedVectorT<short> held;
-        using R = MCFactoryRegistry;
-        R::GetPropertyTypes(held, R::selectUserProperties, holder);
-        return held.Length();
+        MCFactoryRegistry::GetPropertyTypes(held, MCFactoryRegistry::selectUserProperties, holder);
+        return std::to_string(held.Length());
     };
     MCObject* restoredRoot = restored.root;
-    const size_t heldBefore = udps(restoredRoot);
     const long rootId = restoredRoot->GetId();
+    seen += " " + udps(restoredRoot);
     seen += " " + std::to_string(restored.ExpungeAll());
-    seen += " " + std::to_string(heldBefore) + " " + std::to_string(udps(restoredRoot));
+    seen += " " + udps(restoredRoot);
     EXPECT_EQ(seen, "3 1 1 0 1 1 0");
-    EXPECT_EQ(restored.root, nullptr);
-    EXPECT_EQ(MCObject::ResolveId(rootId), nullptr) << "the restored root stays alive";
+    EXPECT_TRUE(restored.root == nullptr && MCObject::ResolveId(rootId) == nullptr) << "the root stays";
 }
 
 TEST_F(ModernLayerTest, CopyAndPasteGoThroughByteBuffers) {
-    const short plainValue[] = {MCCodes::pInteger, 0};  // copied as a value, no clip bits
-    MCFactoryRegistry::AddPropertyUsages(c_sSubPart, plainValue, 1);
     Model* model = Root<Model>();
     Part* part = mc::Create<Part>(model);
     mc::Set(mc::Create<SubPart>(part), MCCodes::pInteger, 7);
@@ -394,7 +361,7 @@ TEST_F(ModernLayerTest, CopyAndPasteGoThroughByteBuffers) {
         return seen + "| ";
     };
     std::string seen = paste(buffer, *part);
-    seen += paste(buffer, *part);
+    seen += paste(buffer, *part);  // the bytes paste any number of times
     seen += paste({}, *part);
     EXPECT_EQ(seen, "7 | 7 | | ");
     EXPECT_EQ(part->GetOwneeCount(), 3);
@@ -415,9 +382,8 @@ TEST(ModernLayerLibraryTest, TheLastScopeShutsTheCoreDownOnce) {
         MCObject* object = mc::Create<MCGenericObject>(nullptr);
         ASSERT_NE(object, nullptr) << "an inner scope shut the core down";
         object->Expunge(true);
-        outliving = mc::OnObject(
-            MCCodes::tGenericObject,
-            [](MCObjectSem::mode, MCObject*, MCObjectSemContext*) { return MCObjectSem::resultContinue; });
+        outliving =
+            mc::OnObject(MCCodes::tGenericObject, [](auto...) { return MCObjectSem::resultContinue; });
     }
     EXPECT_EQ(environment.m_nShutdowns, 1);
     outliving.Reset();  // the registries are gone: it must neither touch nor remake them

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <map>
 #include <memory>
+#include <tuple>
 #include <utility>
 
 #include "ModelCore/ZVFWMC/MCCodes.h"
@@ -83,28 +84,26 @@ protected:
 };
 
 TEST_F(AddInTest, ScopeDecidesWhatReachesTheComponent) {
-    const struct {
-        bool bScoped, bIncludeScope;
-        std::string sLog;
-    } cases[] = {
+    using PS = MCPropertySemantic;
+    // Scoped to R or not, the scope included or not, what reaches the component.
+    const std::tuple<bool, bool, const char*> cases[] = {
         {false, false,
          "w(-,R,7711,1) w(-,R,7711,2) w(-,A1,7711,1) w(-,A1,7711,2) w(-,O,7711,1) w(-,O,7711,2)"},
         {true, true, "w(R,R,7711,1) w(R,R,7711,2) w(R,A1,7711,1) w(R,A1,7711,2)"},
         {true, false, "w(R,A1,7711,1) w(R,A1,7711,2)"},
     };
     long value = 0;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.sLog);
-        MCExternalPropertySemantic proxy("rec", "w", c.bScoped ? m_pxR : nullptr, c.bIncludeScope);
+    for (const auto& [scoped, includeScope, log] : cases) {
+        MCExternalPropertySemantic proxy("rec", "w", scoped ? m_pxR : nullptr, includeScope);
         Add(proxy);
         for (MCObject* object : {m_pxR, m_pxA1, m_pxO}) {
             // Modes outside a property proxy's interests never reach the component.
-            for (unsigned long mode : {0x4UL, 0x40UL, 0x80UL, 0x10000UL, 0x20000UL})
-                MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::mode(mode), Shape::c_sWidth,
-                                                          object, nullptr, nullptr);
+            for (PS::mode mode : {PS::PreDestructon, PS::PostPaste, PS::ObjectPreDestruction,
+                                  PS::InheritedPreEdit, PS::InheritedPostEdit})
+                MCPropertySemanticRegistry::FireSemantics(mode, Shape::c_sWidth, object, nullptr, nullptr);
             EXPECT_TRUE(SetLong(object, Shape::c_sWidth, ++value));
         }
-        EXPECT_EQ(Take(), c.sLog);
+        EXPECT_EQ(Take(), log);
     }
     // An object proxy counts its scope in.
     auto proxy = Add(new TestProxy("o", m_pxA));
@@ -154,8 +153,8 @@ TEST_F(AddInTest, AnswersVetoAndRefuseTheOrdinaryWay) {
     EXPECT_EQ(GetLong(m_pxO, Shape::c_sWidth) + " " + TakeLog(), "4 ");
     m_xRecorder.m_lAnswer = 77;  // no result at all: taken as going on
     EXPECT_TRUE(SetLong(m_pxO, Shape::c_sWidth, 9));
-    EXPECT_EQ(TakeLog(), "I:1 I:2");
-    EXPECT_EQ(Take(), "lock(-,O,0,2) lock(-,O,0,2) w(-,O,7711,1) w(-,O,7711,1) w(-,O,7711,2)");
+    EXPECT_EQ(TakeLog() + " | " + Take(),
+              "I:1 I:2 | lock(-,O,0,2) lock(-,O,0,2) w(-,O,7711,1) w(-,O,7711,1) w(-,O,7711,2)");
 }
 
 TEST_F(AddInTest, ExpungingTheScopeRetiresItsProxiesBeforeItsOwneesGo) {
@@ -164,9 +163,9 @@ TEST_F(AddInTest, ExpungingTheScopeRetiresItsProxiesBeforeItsOwneesGo) {
     Add(property);
     m_pxR->Expunge(true);
     EXPECT_EQ(Take(), "o(R,R,0,2)");  // A and A1 are no longer asked
-    EXPECT_FALSE(object->GetOwner() || property.GetOwner());
-    EXPECT_FALSE(MCObjectSemReg::GetInstance()->IsRegistered(object.get()));
-    EXPECT_FALSE(MCPropertySemanticRegistry::GetInstance()->IsRegistered(&property));
+    EXPECT_FALSE(object->GetOwner() || property.GetOwner() ||
+                 MCObjectSemReg::GetInstance()->IsRegistered(object.get()) ||
+                 MCPropertySemanticRegistry::GetInstance()->IsRegistered(&property));
 }
 
 TEST_F(AddInTest, AHandlerDeletesItsObjectProxiesAndADeletedProxyEndsItsSubscription) {

@@ -1,8 +1,9 @@
 // The command queue: order of posting, posts and flushes from inside a flush, an aborted flush, holders, and
-// expunge commands whose object went first.
+// expunge commands whose object went first or that a subscriber posted.
 
 #include <functional>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -82,44 +83,36 @@ TEST_F(CommandTest, AnExceptionReleasesAllThatWaitsAndReachesTheHost) {
 TEST_F(CommandTest, AnExpungeCommandTouchesItsObjectOnlyWhileItLives) {
     // Objects 0 (owning 1) and 2; the commands name them in order of posting (-1 for null), `before` is
     // expunged ahead of the flush; the result lists the objects left.
-    struct Case {
-        std::vector<int> m_xPosted;
-        int m_nBefore;
-        const char* m_pcLeft;
-    } cases[] = {{{-1}, -1, "012"},  {{0}, -1, "2"},    {{2}, 2, "01"},
-                 {{2, 2}, -1, "01"}, {{0, 1}, -1, "2"}, {{1, 0}, -1, "2"}};
-    for (const Case& c : cases) {
+    const std::tuple<std::vector<int>, int, const char*> cases[] = {{{-1}, -1, "012"}, {{0}, -1, "2"},
+                                                                    {{2}, 2, "01"},    {{2, 2}, -1, "01"},
+                                                                    {{0, 1}, -1, "2"}, {{1, 0}, -1, "2"}};
+    for (const auto& [posted, before, left] : cases) {
         MCObject* objects[3] = {Make(), nullptr, Make()};
         objects[1] = Make(objects[0]);
         const long ids[3] = {objects[0]->GetId(), objects[1]->GetId(), objects[2]->GetId()};
-        for (int posted : c.m_xPosted)
-            MCCommandHandler::PostCommand(*new MCExpungeCommand(posted < 0 ? nullptr : objects[posted]));
-        if (c.m_nBefore >= 0)
-            objects[c.m_nBefore]->Expunge(true);
+        for (int object : posted)
+            MCCommandHandler::PostCommand(*new MCExpungeCommand(object < 0 ? nullptr : objects[object]));
+        if (before >= 0)
+            objects[before]->Expunge(true);
         MCCommandHandler::FlushQueue();
-        std::string left;
+        std::string alive;
         for (int i = 0; i < 3; ++i)
-            left += MCObject::ResolveId(ids[i]) ? std::to_string(i) : "";
-        EXPECT_EQ(left, c.m_pcLeft) << "case " << &c - cases;
+            alive += MCObject::ResolveId(ids[i]) ? std::to_string(i) : "";
+        EXPECT_EQ(alive, left) << "posted " << testing::PrintToString(posted) << ", expunged first "
+                               << before;
     }
-}
-
-TEST_F(CommandTest, ASubscriberDefersAnExpungeOfTheObjectItHearsUntilTheHostFlushes) {
-    // Expunging the subject inside its own PropertySet delivery would pull the object from under the
-    // edit; posted, it waits for the host.
-    MCObject* object = Make();
-    const long id = object->GetId();
+    // Posted by a subscriber while it hears an edit, the expunge must not pull the object from under the
+    // edit: it waits for the host's flush.
+    MCObject* heard = Make();
+    const long id = heard->GetId();
     m_xLog.m_pxOnNotify = [](MCEvent& event) {
         if (event.GetEventType() == MCEvent::PropertySet)
             MCCommandHandler::PostCommand(*new MCExpungeCommand(static_cast<MCObject*>(event.GetSubject())));
     };
-    object->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
-    EXPECT_TRUE(SetLong(object, 87, 5));
-    EXPECT_EQ(MCObject::ResolveId(id), object) << "nothing runs before the flush";
-    m_xLog.m_pxOnNotify = nullptr;
+    heard->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
+    EXPECT_TRUE(SetLong(heard, MCCodes::pInteger, 5) && MCObject::ResolveId(id) == heard);
     MCCommandHandler::FlushQueue();
     EXPECT_EQ(MCObject::ResolveId(id), nullptr);
-    EXPECT_TRUE(Idle());
 }
 
 }  // namespace

@@ -1,8 +1,12 @@
 // The type registry: refusals, flag words, pending supertypes and owners joined in any order,
-// property usages and clip values along the hierarchy, factory ownership and the query masks.
+// property usages and clip values along the hierarchy, factory ownership, the query masks and the dumps.
 
 #include <algorithm>
+#include <functional>
+#include <sstream>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -10,6 +14,7 @@
 #include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+#include "ModelCore/ZVFWMC/MCStreams.h"
 #include "support/RegistryTestSupport.h"
 
 using R = MCFactoryRegistry;
@@ -24,24 +29,24 @@ unsigned long FlagsOf(short code) {
     return flags;
 }
 
-// The codes a query appends, in its order, as "a b c"; "refused" when it answers false.
-template <typename Query>
-std::string List(Query query) {
-    ZVTOrderedVectorT<short> found;
-    if (!query(found))
-        return "refused";
-    std::string out;
-    for (size_t i = 0; i < found.Length(); ++i)
-        out += (i ? " " : "") + std::to_string(found[i]);
-    return out;
-}
 std::string Usages(short type, unsigned long mask) {
-    return List([&](auto& v) { return R::GetPropertyUsages(type, v, mask, nullptr); });
+    return CodeList([&](auto& v) { return R::GetPropertyUsages(type, v, mask, nullptr); });
+}
+// The clip values of "type:property" pairs, "?" for undecided and "-" for no usage.
+std::string Clips(std::vector<std::pair<short, short>> pairs) {
+    std::string out;
+    for (auto [type, property] : pairs) {
+        const unsigned long clip = R::GetClipFlag(type, property);
+        out += (out.empty() ? "" : " ") + (clip == R::clipUndecided ? "?"
+                                           : clip == R::clipNoUsage ? "-"
+                                                                    : std::to_string(clip));
+    }
+    return out;
 }
 constexpr unsigned long c_nFlattened = R::usageCore | R::flagWithInherited;
 
 TEST_F(MCFactoryRegistryTest, EveryQueryAnswersEmptyBeforeTheRegistryExists) {
-    EXPECT_EQ(List([](auto& v) { return R::GetObjectTypes(v, ~0UL); }), "refused");
+    EXPECT_EQ(CodeList([](auto& v) { return R::GetObjectTypes(v, ~0UL); }), "refused");
     EXPECT_EQ(Usages(1, c_nFlattened), "refused");
     unsigned long flags = 7;
     ZVTString text("untouched");
@@ -50,7 +55,7 @@ TEST_F(MCFactoryRegistryTest, EveryQueryAnswersEmptyBeforeTheRegistryExists) {
     EXPECT_EQ(flags, 7u);
     EXPECT_EQ(R::Lookup(ZVTString("x")), 0);
     EXPECT_TRUE(R::Lookup(short(1)).IsNull());
-    EXPECT_EQ(R::GetClipFlag(1, 2), R::clipNoUsage);
+    EXPECT_EQ(Clips({{1, 2}}), "-");
 }
 
 TEST_F(MCFactoryRegistryTest, RefusedRegistrationsChangeNothing) {
@@ -76,15 +81,13 @@ TEST_F(MCFactoryRegistryTest, RefusedRegistrationsChangeNothing) {
     for (const auto& [what, accepted] : cases)
         EXPECT_FALSE(accepted) << what;
     EXPECT_EQ(FlagsOf(10), before);
-    EXPECT_EQ(R::Lookup(short(10)), ZVTString("Element"));
     for (short code : {11, 12, 13, 14, 15, 16})
         EXPECT_FALSE(R::IsRegistered(code, nullptr)) << code;
     // Only object names must differ from the nomenclatures'.
     EXPECT_TRUE(R::RegisterAliasProperty(200, "Logical", MCCodes::pInteger, true, false, false, false));
     // A refused factory stays with its maker: the registry never deletes it.
     R::DeleteInstance();
-    EXPECT_EQ(counters.destroyed, 0);
-    EXPECT_EQ(counters.alive, 2);
+    EXPECT_EQ(std::to_string(counters.destroyed) + " " + std::to_string(counters.alive), "0 2");
     counters.DeleteAll();
 }
 
@@ -110,59 +113,54 @@ TEST_F(MCFactoryRegistryTest, FlagWordsFollowTheRegistrationAndSelectTheQueries)
     };
     for (const auto& [code, flags] : cases)
         EXPECT_EQ(FlagsOf(code), flags) << code;
-    EXPECT_TRUE(R::IsPreFetch(-5));
-    EXPECT_FALSE(R::IsPreFetch(87));
     EXPECT_FALSE(R::SetWantPreFetch(2, true));   // object types have no calculated values
     EXPECT_TRUE(R::SetWantPreFetch(87, false));  // sets the flag whatever the argument says
-    EXPECT_TRUE(R::IsPreFetch(87));
+    EXPECT_EQ(std::to_string(R::IsPreFetch(87)) + std::to_string(R::IsPreFetch(2)), "10");
 
-    // A query mask needs a bit in every group it tests.
-    auto objects = [](unsigned long mask) {
-        return SortedCodes([&](auto& v) { return R::GetObjectTypes(v, mask); });
+    // A query mask needs a bit in every group it tests. Alias objects carry no origin bit; the mask's own
+    // kind bits are honoured; for properties the first pair also tells core (FirstOff) from user-defined,
+    // and user-defined ones answer only for a model that holds them.
+    // Properties or objects, the mask, the types reported.
+    const std::tuple<bool, unsigned long, const char*> queries[] = {
+        {false, R::flagConcrete, ""},
+        {false, ~0UL & ~R::flagProperty, "1 2"},
+        {false, ~0UL, "-7 -5 1 2 87 132"},
+        {false, R::flagCore | R::flagFirstOff | R::flagConcrete | R::flagSecondOn, "2"},
+        {false, R::flagCore | R::flagFirstOn | R::flagSecondOff | R::groupTypeKind, "1"},
+        {true, R::flagCore | R::flagFirstOff | R::groupTypeKind, "87 132"},
+        {true, R::flagCore | R::flagFirstOff | R::flagAlias, "132"},
+        {true, R::flagUser | R::flagFirstOn | R::groupTypeKind, ""},
     };
-    auto properties = [](unsigned long mask) {
-        return SortedCodes([&](auto& v) { return R::GetPropertyTypes(v, mask, nullptr); });
-    };
-    EXPECT_EQ(objects(R::flagConcrete), std::vector<short>{});
-    EXPECT_EQ(objects(~0UL & ~R::flagProperty), (std::vector<short>{1, 2}))
-        << "alias objects carry no origin bit";
-    EXPECT_EQ(objects(~0UL), (std::vector<short>{-7, -5, 1, 2, 87, 132}))
-        << "the mask's own kind bits are honoured";
-    EXPECT_EQ(objects(R::flagCore | R::flagFirstOff | R::flagConcrete | R::flagSecondOn),
-              (std::vector<short>{2}));
-    EXPECT_EQ(objects(R::flagCore | R::flagFirstOn | R::flagSecondOff | R::groupTypeKind),
-              (std::vector<short>{1}));
-
-    // For properties the first pair also tells core from user-defined: core answers to FirstOff.
-    EXPECT_EQ(properties(R::flagCore | R::flagFirstOff | R::groupTypeKind), (std::vector<short>{87, 132}));
-    EXPECT_EQ(properties(R::flagCore | R::flagFirstOff | R::flagAlias), (std::vector<short>{132}));
-    EXPECT_EQ(properties(R::flagUser | R::flagFirstOn | R::groupTypeKind), std::vector<short>{})
-        << "user-defined ones only for a model that holds them";
+    for (const auto& [properties, mask, codes] : queries) {
+        auto query = [p = properties, m = mask](auto& v) {
+            return p ? R::GetPropertyTypes(v, m, nullptr) : R::GetObjectTypes(v, m);
+        };
+        EXPECT_EQ(CodeList(query, true), codes) << std::hex << mask;
+    }
 }
 
 TEST_F(MCFactoryRegistryTest, SupertypesJoinWhateverTheOrder) {
     // Root <- Node <- Leaf, registered in every order of the three calls.
+    const std::function<bool()> steps[] = {
+        [] { return R::RegisterAbstractObject(100, "Root", 0); },
+        [] { return R::RegisterAbstractObject(110, "Node", 100); },
+        [this] {
+            return R::RegisterConcreteObject(111, "Leaf", 110, 0, new CountingFactory(counters), 1, 0);
+        },
+    };
     int order[] = {0, 1, 2};
     do {
         SCOPED_TRACE(testing::Message() << order[0] << order[1] << order[2]);
         R::DeleteInstance();
-        for (int step : order) {
-            if (step == 0)
-                ASSERT_TRUE(R::RegisterAbstractObject(100, "Root", 0));
-            else if (step == 1)
-                ASSERT_TRUE(R::RegisterAbstractObject(110, "Node", 100));
-            else
-                ASSERT_TRUE(
-                    R::RegisterConcreteObject(111, "Leaf", 110, 0, new CountingFactory(counters), 1, 0));
-        }
+        for (int step : order)
+            ASSERT_TRUE(steps[step]());
         ASSERT_TRUE(R::RegisterAliasProperty(500, "Weight", MCCodes::pInteger, true, false, false, false));
         ASSERT_TRUE(R::AddPropertyUsage(100, 500, 4));
-        EXPECT_EQ(List([](auto& v) { return R::GetSubtypes(100, v); }) + " | " +
-                      List([](auto& v) { return R::GetSubtypes(110, v); }) + " | " +
-                      Usages(111, c_nFlattened),
-                  "110 | 111 | 500");
-        EXPECT_EQ(R::GetSupertype(111), 110);
-        EXPECT_EQ(R::GetClipFlag(111, 500), 4u);
+        EXPECT_EQ(CodeList([](auto& v) { return R::GetSubtypes(100, v); }) + " | " +
+                      CodeList([](auto& v) { return R::GetSubtypes(110, v); }) + " | " +
+                      Usages(111, c_nFlattened) + " | " + std::to_string(R::GetSupertype(111)) + " " +
+                      Clips({{111, 500}}),
+                  "110 | 111 | 500 | 110 4");
     } while (std::next_permutation(order, order + 3));
 }
 
@@ -173,24 +171,22 @@ TEST_F(MCFactoryRegistryTest, OwneesWaitForTheirOwnerAndOwnersMatchExactly) {
     ASSERT_TRUE(R::RegisterConcreteObject(10, "Class", 1, 0, new CountingFactory(counters), 0, 0));
     ASSERT_TRUE(R::RegisterConcreteObject(11, "Interface", 10, 0, new CountingFactory(counters), 0, 0));
 
-    EXPECT_EQ(List([](auto& v) { return R::GetOwneeTypes(10, v); }), "20 21");
-    EXPECT_TRUE(R::IsValidOwner(20, 10));
-    EXPECT_FALSE(R::IsValidOwner(20, 11)) << "a subtype of an owner type is no owner type";
-
-    ASSERT_TRUE(R::AddOwnerType(20, 11));
-    ASSERT_TRUE(R::AddOwnerType(20, 11));  // kept twice, as given
+    EXPECT_EQ(CodeList([](auto& v) { return R::GetOwneeTypes(10, v); }), "20 21");
+    // A subtype of an owner type is no owner type.
+    EXPECT_EQ(std::to_string(R::IsValidOwner(20, 10)) + std::to_string(R::IsValidOwner(20, 11)), "10");
+    ASSERT_TRUE(R::AddOwnerType(20, 11) && R::AddOwnerType(20, 11));  // kept twice, as given
     EXPECT_EQ(R::GetOwnerType(20), 11);
-    EXPECT_EQ(List([](auto& v) { return R::GetOwnerTypes(20, v); }), "10 11 11");
+    EXPECT_EQ(CodeList([](auto& v) { return R::GetOwnerTypes(20, v); }), "10 11 11");
     EXPECT_TRUE(R::IsValidOwner(20, 11));
 
     // Abstract types collect ownees but cannot report them; only concrete object types have owners.
     ASSERT_TRUE(R::AddOwnerType(21, 1));
-    EXPECT_EQ(List([](auto& v) { return R::GetOwneeTypes(1, v); }), "refused");
+    EXPECT_EQ(CodeList([](auto& v) { return R::GetOwneeTypes(1, v); }), "refused");
     EXPECT_FALSE(R::AddOwnerType(1, 10));
     EXPECT_EQ(R::GetOwnerType(1), 0);
 }
 
-TEST_F(MCFactoryRegistryTest, ClipValuesAreDecidedOnceAndInheritedByNearestDeclaration) {
+TEST_F(MCFactoryRegistryTest, UsagesFlattenOwnFirstAndClipValuesComeFromTheNearestDeclaration) {
     ASSERT_TRUE(R::RegisterAbstractObject(1, "Root", 0));
     ASSERT_TRUE(R::RegisterAbstractObject(2, "Mid", 1));
     ASSERT_TRUE(R::RegisterAbstractObject(3, "Low", 2));
@@ -199,53 +195,31 @@ TEST_F(MCFactoryRegistryTest, ClipValuesAreDecidedOnceAndInheritedByNearestDecla
     ASSERT_TRUE(R::AddPropertyUsage(1, 90, 1));
     ASSERT_TRUE(R::AddPropertyUsage(2, 90, 2));
     ASSERT_TRUE(R::AddPropertyUsage(1, 91, R::clipUndecided));
-
-    EXPECT_EQ(R::GetClipFlag(3, 90), 2u) << "the nearest declaration wins";
-    EXPECT_EQ(R::GetClipFlag(1, 90), 1u);
-    EXPECT_EQ(R::GetClipFlag(3, 91), R::clipUndecided);
-    EXPECT_EQ(R::GetClipFlag(3, 92), R::clipNoUsage);
-    EXPECT_EQ(R::GetClipFlag(999, 90), R::clipNoUsage);
-
     EXPECT_TRUE(R::AddPropertyUsage(1, 91, 4));  // a second declaration keeps the first value
-    EXPECT_EQ(R::GetClipFlag(1, 91), R::clipUndecided);
+    // The nearest declaration wins.
+    EXPECT_EQ(Clips({{3, 90}, {1, 90}, {3, 91}, {1, 91}, {3, 92}, {999, 90}}), "2 1 ? ? - -");
+    // Flattened, a type's own usages come first, a property declared on two levels twice, and a late
+    // declaration is seen. Alias object types stand outside the hierarchy.
+    EXPECT_EQ(Usages(2, R::usageCore) + " | " + Usages(3, c_nFlattened), "90 | 90 90 91");
+    ASSERT_TRUE(R::AddPropertyUsage(1, 92, 0));
+    EXPECT_EQ(Usages(3, c_nFlattened) + " | " + Usages(3, R::flagWithInherited), "90 90 91 92 | ");
+    ASSERT_TRUE(R::RegisterAliasObject(5, "Nick", 0, 2, true, false));
+    EXPECT_EQ(Usages(5, c_nFlattened) + " " + std::to_string(R::GetSupertype(5)), "refused 0");
+
     EXPECT_FALSE(R::SetClipFlag(3, 91, 4)) << "only a type's own usage can be decided";
     EXPECT_TRUE(R::SetClipFlag(1, 91, 4));
     EXPECT_FALSE(R::SetClipFlag(1, 91, 1)) << "a decided value stays";
-    EXPECT_EQ(R::GetClipFlag(3, 91), 4u);
-
     EXPECT_FALSE(R::AddPropertyUsage(90, 1, 0)) << "arguments the wrong way round";
     EXPECT_TRUE(R::RemovePropertyUsage(2, 90, nullptr));
-    EXPECT_EQ(R::GetClipFlag(3, 90), 1u);
-    EXPECT_EQ(List([](auto& v) { return R::GetUsingObjectTypes(90, v, nullptr); }), "1");
     EXPECT_TRUE(R::RemovePropertyUsage(2, 90, nullptr)) << "removing what is not there still answers true";
+    EXPECT_EQ(Clips({{3, 91}, {3, 90}}), "4 1");
+    EXPECT_EQ(CodeList([](auto& v) { return R::GetUsingObjectTypes(90, v, nullptr); }), "1");
 
     // Usage pairs widen their clip value with its sign; a pair of an unknown property is skipped.
     ASSERT_TRUE(R::RegisterAbstractObject(4, "Paired", 0));
     const short pairs[] = {90, -1, 91, 0x2000, 999, 0};
     EXPECT_TRUE(R::AddPropertyUsages(4, pairs, 3));
-    EXPECT_EQ(R::GetClipFlag(4, 90), 0xFFFFFFFFu);
-    EXPECT_EQ(R::GetClipFlag(4, 91), R::clipUndecided);
-    EXPECT_EQ(Usages(4, R::usageCore), "90 91");
-}
-
-TEST_F(MCFactoryRegistryTest, FlattenedUsagesComeOwnFirstAndSeeLateDeclarations) {
-    ASSERT_TRUE(R::RegisterAbstractObject(1, "Root", 0));
-    ASSERT_TRUE(R::RegisterAbstractObject(2, "Sub", 1));
-    for (short p : {60, 61, 62})
-        ASSERT_TRUE(R::RegisterAliasProperty(p, ZVTString(long(p), 10), 87, 1, 0, 0, 0));
-    ASSERT_TRUE(R::AddPropertyUsage(1, 60, 0));
-    ASSERT_TRUE(R::AddPropertyUsage(2, 61, 0));
-    ASSERT_TRUE(R::AddPropertyUsage(2, 60, 0));
-    EXPECT_EQ(Usages(2, R::usageCore), "61 60");
-    EXPECT_EQ(Usages(2, c_nFlattened), "61 60 60") << "a property declared on both levels comes twice";
-    ASSERT_TRUE(R::AddPropertyUsage(1, 62, 0));
-    EXPECT_EQ(Usages(2, c_nFlattened), "61 60 60 62");
-    EXPECT_EQ(Usages(2, R::flagWithInherited), "");
-
-    // Alias object types stand outside the hierarchy and report nothing.
-    ASSERT_TRUE(R::RegisterAliasObject(3, "Nick", 0, 2, true, false));
-    EXPECT_EQ(Usages(3, c_nFlattened), "refused");
-    EXPECT_EQ(R::GetSupertype(3), 0);
+    EXPECT_EQ(Clips({{4, 90}, {4, 91}}) + " | " + Usages(4, R::usageCore), "4294967295 ? | 90 91");
 }
 
 TEST_F(MCFactoryRegistryTest, FactoriesBelongToTheRegistryOnceAcceptedAndDefinitionsToAnyEntry) {
@@ -254,54 +228,77 @@ TEST_F(MCFactoryRegistryTest, FactoriesBelongToTheRegistryOnceAcceptedAndDefinit
     ASSERT_TRUE(R::RegisterConcreteProperty(87, "Integer", new CountingFactory(counters, 24), 1, 0, 0, 0));
     ASSERT_TRUE(R::RegisterAliasProperty(132, "Id", MCCodes::pInteger, 0, 0, 0, 0));
     ASSERT_TRUE(R::RegisterAliasProperty(133, "Dangling", 77, 0, 0, 0, 0));
-    EXPECT_EQ(R::GetItemSize(2), 48u);
-    EXPECT_EQ(R::GetItemSize(132), 24u) << "an alias answers with its concrete type's size";
-    EXPECT_EQ(R::GetItemSize(1), 0u);
-    {
+    auto sizes = [](std::initializer_list<short> codes) {
         MessageLog log;
-        EXPECT_EQ(R::GetItemSize(4242), 0u);
-        EXPECT_EQ(R::GetItemSize(133), 0u);  // reported under the translated code
-        EXPECT_EQ(log.Text(), "602(0x10: 4242) 602(0x10: 77)");
-    }
-    ZVTString text("untouched");
-    EXPECT_TRUE(R::GetDefinition(1, text));
-    EXPECT_TRUE(text.IsNull());
-    EXPECT_TRUE(R::SetDefinition(1, "the root of all things"));
-    EXPECT_TRUE(R::GetDefinition(1, text));
-    EXPECT_EQ(text, ZVTString("the root of all things"));
+        std::string out;
+        for (short code : codes)
+            out += std::to_string(R::GetItemSize(code)) + " ";
+        return out + log.Text();
+    };
+    // An alias answers with its concrete type's size; a dangling one is reported under the translated code.
+    EXPECT_EQ(sizes({2, 132, 1, 4242, 133}), "48 24 0 0 0 602(0x10: 4242) 602(0x10: 77)");
+    ZVTString text("untouched"), later;
+    EXPECT_TRUE(R::GetDefinition(1, text) && text.IsNull());
+    EXPECT_TRUE(R::SetDefinition(1, "the root") && R::GetDefinition(1, later) &&
+                later == ZVTString("the root"));
     EXPECT_FALSE(R::SetDefinition(3, "nobody"));
     R::DeleteInstance();
-    EXPECT_EQ(counters.destroyed, 2);
-    EXPECT_EQ(counters.alive, 0);
+    EXPECT_EQ(std::to_string(counters.destroyed) + " " + std::to_string(counters.alive), "2 0");
 
     // The sizes answered above were remembered; codes registered anew answer anew, also when asked again,
     // and an unknown code is reported every time.
     ASSERT_TRUE(R::RegisterConcreteObject(2, "Thing", 1, 0, new CountingFactory(counters, 64), 0, 0));
     ASSERT_TRUE(R::RegisterAliasProperty(132, "Id", 2, 0, 0, 0, 0));
-    MessageLog log;
-    std::string sizes;
-    for (short code : {short{2}, short{132}, short{4242}, short{132}, short{4242}})
-        sizes += std::to_string(R::GetItemSize(code)) + " ";
-    EXPECT_EQ(sizes + log.Text(), "64 64 0 64 0 602(0x10: 4242) 602(0x10: 4242)");
+    EXPECT_EQ(sizes({2, 132, 4242, 132, 4242}), "64 64 0 64 0 602(0x10: 4242) 602(0x10: 4242)");
+}
+
+// Each dump selects its types and writes them in name order, not by code or hash; other modes write nothing.
+TEST_F(MCFactoryRegistryTest, EachDumpSelectsItsTypesAndOtherModesWriteNothing) {
+    // Codes run against the names' order, so a dump in code order shows.
+    for (auto [code, name] : {std::pair<short, const char*>{90, "Side"}, {91, "Name"}, {92, "Colour"}})
+        ASSERT_TRUE(R::RegisterConcreteProperty(code, name, new CountingFactory(counters), true, false, false,
+                                                false));
+    ASSERT_TRUE(R::RegisterAbstractObject(20, "alpha", 0));
+    ASSERT_TRUE(R::RegisterAbstractObject(21, "Shape", 0));
+    ASSERT_TRUE(R::RegisterConcreteObject(22, "Square", 21, 23, new CountingFactory(counters), false, true));
+    ASSERT_TRUE(R::RegisterConcreteObject(23, "Drawing", 21, 0, new CountingFactory(counters), true, false));
+    ASSERT_TRUE(R::RegisterAliasObject(24, "Box", 0, 22, true, true));
+    ASSERT_TRUE(R::AddOwnerType(22, 0));
+    for (auto [type, property] : {std::pair<short, short>{21, 91}, {21, 92}, {22, 92}, {22, 90}})
+        ASSERT_TRUE(R::AddPropertyUsage(type, property, R::clipUndecided));
+    const std::pair<long, const char*> cases[] = {
+        // Abstract and concrete types with their own usages.
+        {R::dumpMetamodel,
+         "METAMODEL DUMP\r\n\r\n"
+         "Drawing\r\n\tSupertype: Shape\r\n\tProperty Usages:\r\n"
+         "Shape\r\n\tSupertype: \r\n\tProperty Usages:\r\n\t\tColour\r\n\t\tName\r\n"
+         "Square\r\n\tSupertype: Shape\r\n\tProperty Usages:\r\n\t\tColour\r\n\t\tSide\r\n"
+         "alpha\r\n\tSupertype: \r\n\tProperty Usages:\r\n"},
+        // Concrete and alias types with their owners and flattened usages.
+        {R::dumpConcreteMetamodel,
+         "CONCRETE METAMODEL DUMP\nConcrete objects with flattened properties\r\n\r\n"
+         "Box\r\n\tSupertype: \r\n\tOwner Types: \r\n\r\n\tProperty Usages:\r\n"
+         "Drawing\r\n\tSupertype: Shape\r\n\tOwner Types: \r\nUndefined, \r\n"
+         "\tProperty Usages:\r\n\t\tColour\r\n\t\tName\r\n"
+         "Square\r\n\tSupertype: Shape\r\n\tOwner Types: \r\nDrawing, Undefined, \r\n"
+         "\tProperty Usages:\r\n\t\tColour\r\n\t\tColour\r\n\t\tName\r\n\t\tSide\r\n"},
+        {0, ""},
+        {3, ""},
+        {6, ""}};
+    for (const auto& [mode, text] : cases) {
+        SCOPED_TRACE(mode);
+        std::stringstream medium;
+        MCStream stream(medium, ZVTStream::binary);
+        R::GetInstance()->Dump(stream, mode, nullptr);
+        EXPECT_EQ(medium.str(), text);
+    }
 }
 
 TEST_F(MCFactoryRegistryTest, ASupertypeCycleEndsTheWalkInsteadOfSpinning) {
     ASSERT_TRUE(R::RegisterAbstractObject(1, "A", 2));
     ASSERT_TRUE(R::RegisterAbstractObject(2, "B", 1));
     ASSERT_TRUE(R::RegisterAbstractObject(3, "Self", 3));
-    EXPECT_EQ(R::GetClipFlag(1, 87), R::clipNoUsage);
-    EXPECT_EQ(R::GetClipFlag(3, 87), R::clipNoUsage);
-    EXPECT_EQ(Usages(3, c_nFlattened), "");
-}
-
-TEST_F(MCFactoryRegistryTest, TableGrowsToEveryPositiveCode) {
-    for (int code = 1; code <= 32767; ++code)
-        ASSERT_TRUE(R::RegisterAbstractObject(short(code), ZVTString(long(code), 10), short(code / 2)));
-    EXPECT_EQ(R::GetSupertype(32767), 16383);
-    EXPECT_EQ(R::Lookup(ZVTString("20000")), 20000);
-    ZVTOrderedVectorT<short> all;
-    EXPECT_TRUE(R::GetObjectTypes(all, ~0UL));
-    EXPECT_EQ(all.Length(), 32767u);
+    EXPECT_EQ(Clips({{1, 87}, {3, 87}}) + " | " + Usages(3, c_nFlattened), "- - | ");
 }
 
 }  // namespace

@@ -10,6 +10,8 @@
 #include <map>
 #include <random>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 
@@ -32,12 +34,8 @@ std::string Contents(const MCIdSpace& space, long last) {
 }
 
 TEST(MCIdSpaceTest, CounterRules) {
-    const struct {
-        const char* m_pcName;
-        long m_lLastId;
-        std::function<void(MCIdSpace&)> m_xPrepare;
-        long m_lExpectedNext;
-    } cases[] = {
+    // What happens, the last id the space starts with, what is done to it, the id it hands out next.
+    const std::tuple<const char*, long, std::function<void(MCIdSpace&)>, long> cases[] = {
         {"ids follow one another", 0, [](MCIdSpace& s) { EXPECT_EQ(s.RequestId(), 1); }, 2},
         {"given last id", 100, [](MCIdSpace&) {}, 101},
         {"registering above moves it", 3, [](MCIdSpace& s) { s.RegisterPointer(500, a); }, 501},
@@ -46,11 +44,11 @@ TEST(MCIdSpaceTest, CounterRules) {
          [](MCIdSpace& s) { s.RegisterPointer(5, a), s.RemoveId(5); }, 6},
         {"reset keeps it", 4, [](MCIdSpace& s) { s.RegisterPointer(5, a), s.Reset(); }, 6},
     };
-    for (const auto& testCase : cases) {
-        SCOPED_TRACE(testCase.m_pcName);
-        MCIdSpace space(testCase.m_lLastId);
-        testCase.m_xPrepare(space);
-        EXPECT_EQ(space.RequestId(), testCase.m_lExpectedNext);
+    for (const auto& [what, lastId, prepare, next] : cases) {
+        SCOPED_TRACE(what);
+        MCIdSpace space(lastId);
+        prepare(space);
+        EXPECT_EQ(space.RequestId(), next);
     }
 
     MCIdSpace space(0x7FFFFFFE);
@@ -72,8 +70,7 @@ TEST(MCIdSpaceTest, ADuplicateThrowsAndRemoveAndResetTouchOnlyTheTable) {
         space.RegisterPointer(7, b);
         ADD_FAILURE() << "nothing thrown";
     } catch (const EXDuplicateResolution& e) {
-        EXPECT_EQ(e.m_pxExisting, static_cast<void*>(a));
-        EXPECT_EQ(e.m_pxIncoming, static_cast<void*>(b));
+        EXPECT_TRUE(e.m_pxExisting == a && e.m_pxIncoming == b);
     }
     for (long id : {2, 3, 42})
         space.RemoveId(id);
@@ -93,37 +90,26 @@ TEST(MCIdSpaceTest, NearAndFarIdsResolveAlike) {
     std::map<long, MCObject*> model;
     MCObject* const objects[] = {a, b, c};
     for (int step = 0; step < 20000; ++step) {
-        long id = 0;
-        switch (rng() % 4) {
-            case 0:
-                id = space.RequestId();  // in sequence
-                break;
-            case 1:
-                id = static_cast<long>(rng() % 0x7FFFFFF) + 1;  // anywhere in the pages' reach
-                break;
-            case 2:
-                id = space.RequestId() + static_cast<long>(rng() % 9000);  // near, ahead of the counter
-                break;
-            default:
-                if (!model.empty()) {
-                    auto it = std::next(model.begin(), static_cast<long>(rng() % model.size()));
-                    if (rng() % 2)
-                        space.RemoveId(it->first);
-                    else
-                        space.RemovePointer(it->first, it->second);
-                    model.erase(it);
-                }
+        const unsigned kind = rng() % 4;
+        if (kind == 3) {  // one goes, by id or by pointer
+            if (model.empty())
                 continue;
-        }
-        MCObject* object = objects[rng() % 3];
-        if (model.count(id)) {
-            if (model[id] != object) {
-                ASSERT_THROW(space.RegisterPointer(id, object), EXDuplicateResolution) << "step " << step;
-            }
+            auto it = std::next(model.begin(), static_cast<long>(rng() % model.size()));
+            rng() % 2 ? space.RemoveId(it->first) : space.RemovePointer(it->first, it->second);
+            model.erase(it);
             continue;
         }
-        space.RegisterPointer(id, object);
-        model[id] = object;
+        // In sequence, anywhere in the pages' reach, or near and ahead of the counter.
+        const long id = kind == 0   ? space.RequestId()
+                        : kind == 1 ? static_cast<long>(rng() % 0x7FFFFFF) + 1
+                                    : space.RequestId() + static_cast<long>(rng() % 9000);
+        MCObject* object = objects[rng() % 3];
+        const auto [known, added] = model.emplace(id, object);
+        if (added) {
+            space.RegisterPointer(id, object);
+        } else if (known->second != object) {
+            ASSERT_THROW(space.RegisterPointer(id, object), EXDuplicateResolution) << "step " << step;
+        }
     }
     for (const auto& [id, object] : model)
         ASSERT_EQ(space.ResolveId(id), object) << id;

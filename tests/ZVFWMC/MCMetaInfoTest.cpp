@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+#include <utility>
+
 #include "ModelCore/ZVFWMC/MCMetaInfo.h"
 #include "support/RegistryTestSupport.h"
 
@@ -10,59 +13,47 @@ namespace {
 class MCMetaInfoTest : public FreshRegistryTest {};
 
 TEST_F(MCMetaInfoTest, FlagsSelectReportableTypes) {
-    ASSERT_TRUE(MCMetaInfo::SetFlags(2, 5));
-    ASSERT_TRUE(MCMetaInfo::SetFlags(27, 21));
-    ASSERT_TRUE(MCMetaInfo::SetFlags(301, 4));  // bit 0 missing: never reported
-    ASSERT_TRUE(MCMetaInfo::SetFlags(302, 1));
+    // 301 lacks bit 0: never reported.
+    ASSERT_TRUE(MCMetaInfo::SetFlags(2, 5) && MCMetaInfo::SetFlags(27, 21) && MCMetaInfo::SetFlags(301, 4) &&
+                MCMetaInfo::SetFlags(302, 1));
     EXPECT_FALSE(MCMetaInfo::SetFlags(302, 0x80000001UL));
-
-    struct Case {
-        unsigned long required;
-        unsigned long forbidden;
-        bool answer;
-        std::vector<short> types;
+    // Flags required, flags forbidden, the types reported.
+    const std::tuple<unsigned long, unsigned long, const char*> cases[] = {
+        {0, 0, "2 27 302"},
+        {4, 0, "2 27"},
+        {4, 0x10, "2"},
+        {0x10, 0, "27"},
+        {0, 1, "refused"},
+        {0x80000000UL, 0, "refused"},
+        {0, 0x80000000UL, "refused"},
     };
-    const Case cases[] = {
-        {0, 0, true, {2, 27, 302}},   {4, 0, true, {2, 27}}, {4, 0x10, true, {2}},
-        {0x10, 0, true, {27}},        {0, 1, false, {}},     {0x80000000UL, 0, false, {}},
-        {0, 0x80000000UL, false, {}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << std::hex << c.required << " / " << c.forbidden);
-        ZVTOrderedVectorT<short> found;
-        EXPECT_EQ(MCMetaInfo::GetObjectTypes(c.required, c.forbidden, found), c.answer);
-        std::vector<short> codes;
-        for (size_t i = 0; i < found.Length(); ++i)
-            codes.push_back(found[i]);
-        std::sort(codes.begin(), codes.end());
-        EXPECT_EQ(codes, c.types);
+    for (const auto& [required, forbidden, types] : cases) {
+        auto query = [&, r = required, f = forbidden](auto& v) {
+            return MCMetaInfo::GetObjectTypes(r, f, v);
+        };
+        EXPECT_EQ(CodeList(query, true), types) << std::hex << required << " / " << forbidden;
     }
-
     ASSERT_TRUE(MCMetaInfo::SetFlags(2, 0));  // replaced, not merged
-    EXPECT_EQ(SortedCodes([](auto& v) { return MCMetaInfo::GetObjectTypes(0, 0, v); }),
-              (std::vector<short>{27, 302}));
+    EXPECT_EQ(CodeList([](auto& v) { return MCMetaInfo::GetObjectTypes(0, 0, v); }, true), "27 302");
 }
 
 TEST_F(MCMetaInfoTest, InheritancePairsHoldForExactlyTheTypeNamed) {
     ZVTOrderedVectorT<short> none;
-    EXPECT_FALSE(MCMetaInfo::GetObjectTypes(0, 0, none)) << "no table yet";
-    EXPECT_FALSE(MCMetaInfo::IsInheritable(1, 147));
-    EXPECT_FALSE(MCMetaInfo::GetInheritableProperties(1, none));
+    EXPECT_FALSE(MCMetaInfo::GetObjectTypes(0, 0, none) || MCMetaInfo::IsInheritable(1, 147) ||
+                 MCMetaInfo::GetInheritableProperties(1, none))
+        << "no table yet";
     ASSERT_TRUE(MCFactoryRegistry::RegisterAbstractObject(1, "Root", 0));
     ASSERT_TRUE(MCFactoryRegistry::RegisterAbstractObject(2, "Sub", 1));
-    ASSERT_TRUE(MCMetaInfo::RegisterPropertyInheritance(1, 147));
-    ASSERT_TRUE(MCMetaInfo::RegisterPropertyInheritance(1, 91));
-    ASSERT_TRUE(MCMetaInfo::RegisterPropertyInheritance(1, 147));
-    ASSERT_TRUE(MCMetaInfo::RegisterPropertyInheritance(-4, 88));  // nothing checks that types exist
-
-    EXPECT_TRUE(MCMetaInfo::IsInheritable(1, 147));
-    EXPECT_FALSE(MCMetaInfo::IsInheritable(2, 147)) << "a subtype does not share its supertype's pairs";
-    EXPECT_FALSE(MCMetaInfo::IsInheritable(147, 1));
-    EXPECT_TRUE(MCMetaInfo::IsInheritable(-4, 88));
-    EXPECT_EQ(SortedCodes([](auto& v) { return MCMetaInfo::GetInheritableProperties(1, v); }),
-              (std::vector<short>{91, 147, 147}));
-    EXPECT_EQ(Codes([](auto& v) { return MCMetaInfo::GetInheritableProperties(2, v); }),
-              std::vector<short>{});
+    // Nothing checks that the types exist.
+    for (auto [type, property] : {std::pair<short, short>{1, 147}, {1, 91}, {1, 147}, {-4, 88}})
+        ASSERT_TRUE(MCMetaInfo::RegisterPropertyInheritance(type, property));
+    // A subtype does not share its supertype's pairs.
+    for (auto [type, property, held] :
+         {std::tuple<short, short, bool>{1, 147, true}, {2, 147, false}, {147, 1, false}, {-4, 88, true}})
+        EXPECT_EQ(MCMetaInfo::IsInheritable(type, property), held) << type << "/" << property;
+    EXPECT_EQ(CodeList([](auto& v) { return MCMetaInfo::GetInheritableProperties(1, v); }, true),
+              "91 147 147");
+    EXPECT_EQ(CodeList([](auto& v) { return MCMetaInfo::GetInheritableProperties(2, v); }), "");
 }
 
 }  // namespace

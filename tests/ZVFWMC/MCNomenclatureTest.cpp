@@ -1,5 +1,8 @@
-// Type names: the default nomenclature "Logical", further vocabularies made on first use, look-ups
-// in both directions with the default as fallback, and the one-step translation of aliases.
+// Type names: the default nomenclature "Logical", further vocabularies made on first use, look-ups in
+// both directions with the default as fallback, and the one-step translation of aliases.
+
+#include <string>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -24,60 +27,52 @@ protected:
 
 TEST_F(MCNomenclatureTest, NamesFallBackToTheDefaultNomenclature) {
     ASSERT_TRUE(R::AddName(1, "German", "Element (de)"));
+    // A name several types share finds the latest of them.
+    ASSERT_TRUE(R::RegisterAbstractObject(3, "Element", 1) && R::AddName(1, "UI", "Item") &&
+                R::AddName(2, "UI", "Item"));
 
-    struct Case {
-        short code;
-        const char* nomenclature;
-        const char* name;  // nullptr: the null string
-    };
-    const Case byCode[] = {
+    // By code, then by name; a null nomenclature is the default one, "(null)" the null string.
+    const std::tuple<short, const char*, const char*> byCode[] = {
         {1, "German", "Element (de)"}, {2, "German", "Classifier"}, {1, nullptr, "Element"},
-        {1, "Logical", "Element"},     {1, "Klingon", nullptr},     {0, "German", nullptr},
-        {99, nullptr, nullptr},
+        {1, "Logical", "Element"},     {1, "Klingon", "(null)"},    {0, "German", "(null)"},
+        {99, nullptr, "(null)"},       {3, nullptr, "Element"},
     };
-    for (const Case& c : byCode) {
-        SCOPED_TRACE(testing::Message() << c.code << " in " << (c.nomenclature ? c.nomenclature : "(null)"));
-        ZVTString name = R::Lookup(c.code, ZVTString(c.nomenclature));
-        if (c.name) {
-            EXPECT_EQ(name, ZVTString(c.name));
-        } else {
-            EXPECT_TRUE(name.IsNull());
-        }
+    for (const auto& [code, nomenclature, name] : byCode) {
+        const ZVTString found = R::Lookup(code, ZVTString(nomenclature));
+        EXPECT_EQ(found.IsNull() ? "(null)" : std::string(found), name) << code << " " << nomenclature;
     }
-
-    struct NameCase {
-        const char* name;
-        const char* nomenclature;
-        short code;
-    };
-    const NameCase byName[] = {
+    const std::tuple<const char*, const char*, short> byName[] = {
         {"Element (de)", "German", 1}, {"Classifier", "German", 2}, {"Classifier", "Klingon", 0},
-        {"Element (de)", nullptr, 0},  {"Element", nullptr, 1},     {"Nothing", "German", 0},
+        {"Element (de)", nullptr, 0},  {"Element", nullptr, 3},     {"Item", "UI", 2},
+        {"Nothing", "German", 0},
     };
-    for (const NameCase& c : byName) {
-        SCOPED_TRACE(testing::Message() << c.name << " in " << (c.nomenclature ? c.nomenclature : "(null)"));
-        EXPECT_EQ(R::Lookup(ZVTString(c.name), ZVTString(c.nomenclature)), c.code);
-    }
+    for (const auto& [name, nomenclature, code] : byName)
+        EXPECT_EQ(R::Lookup(ZVTString(name), ZVTString(nomenclature)), code) << name << " " << nomenclature;
+}
+
+TEST_F(MCNomenclatureTest, TranslateTakesOneStepOnly) {
+    // 132 names 87, which names 86; keeping, a code that is no alias answers itself, else 0.
+    const std::tuple<short, bool, short> cases[] = {{132, true, 87}, {132, false, 87}, {87, true, 86},
+                                                    {1, true, 1},    {1, false, 0},    {777, true, 777},
+                                                    {777, false, 0}};
+    for (const auto& [code, keep, expected] : cases)
+        EXPECT_EQ(R::Translate(code, keep), expected) << code << " keep " << keep;
 }
 
 TEST_F(MCNomenclatureTest, ATypeKeepsItsFirstNamePerNomenclature) {
-    EXPECT_TRUE(R::AddName(2, "UI", "Class"));
-    EXPECT_TRUE(R::AddName(2, "UI", "Class")) << "the same name again is no conflict";
-    EXPECT_FALSE(R::AddName(2, "UI", "Kind"));
-    EXPECT_EQ(R::Lookup(short(2), "UI"), ZVTString("Class"));
+    // The same name again is no conflict; the default name cannot change but can be confirmed.
+    EXPECT_TRUE(R::AddName(2, "UI", "Class") && R::AddName(2, "UI", "Class") &&
+                R::AddName(2, "Logical", "Classifier"));
+    EXPECT_FALSE(R::AddName(2, "UI", "Kind") || R::AddName(2, "Logical", "Renamed"));
+    EXPECT_EQ(std::string(R::Lookup(short(2), "UI")) + " " + std::string(R::Lookup(short(2))),
+              "Class Classifier");
     EXPECT_EQ(R::Lookup(ZVTString("Kind"), "UI"), 0);
-
-    EXPECT_TRUE(R::AddName(2, "Logical", "Classifier"))
-        << "the default name cannot change but can be confirmed";
-    EXPECT_FALSE(R::AddName(2, "Logical", "Renamed"));
-    EXPECT_EQ(R::Lookup(short(2)), ZVTString("Classifier"));
 }
 
 TEST_F(MCNomenclatureTest, RefusedNamesStillMayLeaveTheNomenclatureBehind) {
     EXPECT_FALSE(R::ContainsNomenclature("Audit"));
     EXPECT_FALSE(R::AddName(999, "Audit", "Ghost"));
-    EXPECT_TRUE(R::ContainsNomenclature("Audit"));
-    EXPECT_TRUE(R::IsRegistered(ZVTString("Audit"), nullptr));
+    EXPECT_TRUE(R::ContainsNomenclature("Audit") && R::IsRegistered(ZVTString("Audit"), nullptr));
     // Without a model a name is a nomenclature's; with one, the types are asked.
     auto* model = reinterpret_cast<MCObject*>(0x1000);
     EXPECT_FALSE(R::IsRegistered(ZVTString("Element"), nullptr));
@@ -85,39 +80,11 @@ TEST_F(MCNomenclatureTest, RefusedNamesStillMayLeaveTheNomenclatureBehind) {
     EXPECT_FALSE(R::IsRegistered(ZVTString("Nothing"), model));
 
     EXPECT_FALSE(R::AddName(-3, "Other", "Udp")) << "user-defined properties have one name only";
-    EXPECT_FALSE(R::AddName(1, ZVTString(), "x"));
-    EXPECT_FALSE(R::AddName(1, "Other", ZVTString()));
-    EXPECT_FALSE(R::ContainsNomenclature("Other"));
+    EXPECT_FALSE(R::AddName(1, ZVTString(), "x") || R::AddName(1, "Other", ZVTString()) ||
+                 R::ContainsNomenclature("Other"));
 
     // The nomenclature now exists, so an object type may no longer take its name.
     EXPECT_FALSE(R::RegisterAbstractObject(5, "Audit", 0));
-}
-
-TEST_F(MCNomenclatureTest, TheLatestTypeTakesASharedName) {
-    ASSERT_TRUE(R::RegisterAbstractObject(3, "Element", 1));
-    EXPECT_EQ(R::Lookup(ZVTString("Element")), 3);
-    EXPECT_EQ(R::Lookup(short(1)), ZVTString("Element"));
-    EXPECT_EQ(R::Lookup(short(3)), ZVTString("Element"));
-
-    ASSERT_TRUE(R::AddName(1, "UI", "Item"));
-    ASSERT_TRUE(R::AddName(2, "UI", "Item"));
-    EXPECT_EQ(R::Lookup(ZVTString("Item"), "UI"), 2);
-}
-
-TEST_F(MCNomenclatureTest, TranslateTakesOneStepOnly) {
-    struct Case {
-        short code;
-        bool keep;
-        short expected;
-    };
-    const Case cases[] = {
-        {132, true, 87}, {132, false, 87}, {87, true, 86},  {1, true, 1},
-        {1, false, 0},   {777, true, 777}, {777, false, 0},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.code << (c.keep ? " keep" : " drop"));
-        EXPECT_EQ(R::Translate(c.code, c.keep), c.expected);
-    }
 }
 
 }  // namespace

@@ -81,7 +81,6 @@ public:
     static constexpr short c_sType = 7001;
     static constexpr short c_sEmbedded = 7101;
 
-    static inline int c_nPrototypes = 0;
     static inline int c_nAlive = 0;
     static inline int c_nDestroyed = 0;
     // What the working constructor saw of its object once MCObject's part was done.
@@ -109,7 +108,6 @@ private:
     TestNode(short type, MCFactorySignature& signature, MCFactoryContext* context)
         : MCObject(type, signature, context), m_xEmbedded(c_sEmbedded, this) {
         RegisterLevel(c_sType, context);
-        ++c_nPrototypes;
     }
     TestNode(MCObject* owner, MCFactoryContext* context)
         : MCObject(c_sType, owner, context), m_xEmbedded(c_sEmbedded, this) {

@@ -65,23 +65,22 @@ protected:
     CountingFactory::Counters counters;
 };
 
-/// The codes a query appends, in the order it appends them. The query must answer true.
+/// The codes a query appends as "a b c", in its order or sorted (for hash-ordered queries);
+/// "refused" when the query answers false.
 template <typename Query>
-std::vector<short> Codes(Query query) {
+std::string CodeList(Query query, bool sort = false) {
     ZVTOrderedVectorT<short> found;
-    EXPECT_TRUE(query(found));
-    std::vector<short> codes;
+    if (!query(found))
+        return "refused";
+    std::vector<short> codes(found.Length());
     for (size_t i = 0; i < found.Length(); ++i)
-        codes.push_back(found[i]);
-    return codes;
-}
-
-/// The same for queries whose order is the hash order, which nothing may rely on.
-template <typename Query>
-std::vector<short> SortedCodes(Query query) {
-    std::vector<short> codes = Codes(query);
-    std::sort(codes.begin(), codes.end());
-    return codes;
+        codes[i] = found[i];
+    if (sort)
+        std::sort(codes.begin(), codes.end());
+    std::string out;
+    for (short code : codes)
+        out += (out.empty() ? "" : " ") + std::to_string(code);
+    return out;
 }
 
 /// Captures the numbered messages of its scope as "601(0x10: 77) 606(0x30)".

@@ -67,6 +67,8 @@ struct Hooked : Host<T> {
 using Eavesdropper = Hooked<9140>;
 using Relay = Host<9150>;
 using Climber = Host<9160>;
+using Detour = Hooked<9161>;
+using Keeper = Host<9162>;
 
 // A class whose base edits an ownee before the class with its own Notify is done.
 struct Builder : Relay {
@@ -110,11 +112,12 @@ struct PlaceLog : MCSubscriber {
     const std::vector<MCObject*>* m_pxPlaces = nullptr;
 };
 
-// Logs its name and runs its action once.
+// Logs its name, the event type and the event's holders among the reactions, and runs its action once.
 struct Tracer : MCSubscriber {
     explicit Tracer(char name) : m_cName(name) {}
-    void Notify(MCEvent& /*event*/) override {
-        Recording::c_sLog += std::string(" ") + m_cName;
+    void Notify(MCEvent& event) override {
+        Recording::c_sLog += std::string(" ") + m_cName + std::to_string(event.GetEventType()) + "#" +
+                             std::to_string(event.GetReferenceCount());
         if (auto act = std::exchange(m_xAct, nullptr))
             act();
     }
@@ -138,7 +141,7 @@ protected:
         directory->RegisterNotification(c_sMiddle, c_sBase, 0, &g_xMiddleDefault);
         directory->RegisterNotification(c_sLeaf, c_sMiddle, MCEvent::PropertySet, &g_xLeafOn1);
         MCFactoryRegistry::RegisterAliasObject(c_sAlias, "NodeAlias", 0, TestNode::c_sType, false, false);
-        Register<Silent, Eavesdropper, Relay, Heeding, Climber>();
+        Register<Silent, Eavesdropper, Relay, Heeding, Climber, Detour, Keeper>();
     }
     template <class... Hosts>
     static void Register() {
@@ -370,10 +373,55 @@ TEST_F(NotificationTest, RememberedAudibilityFollowsEveryChangeThatCouldAlterIt)
     EXPECT_EQ(Heeding::c_sLog, "11");
 }
 
-TEST_F(NotificationTest, AClimbIsDepthFirstAndTakesChangesMadeOnTheWay) {
-    // Tracer r on the root, m in the middle and l on the leaf of a chain edited twice at the leaf. On the
-    // stack the tracers sort after every object, so a subject serves its owner's whole climb before them,
-    // also where the climb is too deep to be called and is queued; in one array l sorts before x.
+TEST_F(NotificationTest, ADeathReachesTheCleanUpAlikeDirectlyOrThroughTheSearch) {
+    // The same death twice: the holders' type answers it with the clean-up alone, called directly; then a
+    // reaction registered since lets the search run on to it. A single reference and a list lose the
+    // target; the owner's list, without it, hears of the death through a change that removes nothing.
+    auto run = [this] {
+        const std::vector<MCObject*> places{Make(nullptr, Keeper::c_sType), Make(nullptr, Keeper::c_sType),
+                                            Make(nullptr, Keeper::c_sType)};
+        MCObject* target = Make(places[0]);
+        ZVTSList<MCObject*> targets = ListOf({target}), others = ListOf({Make()});
+        MCSRefAccessor single(target);
+        MCVRefAccessor list(&targets), elsewhere(&others);
+        places[0]->SetProperty(MCCodes::pReferenceList, elsewhere, MCPropertyAccessor::accessAdd);
+        places[1]->SetProperty(MCCodes::pReference, single, MCPropertyAccessor::accessAdd);
+        places[2]->SetProperty(MCCodes::pReferenceList, list, MCPropertyAccessor::accessAdd);
+        std::string logs[3];
+        PlaceLog observers[3];
+        std::vector<std::unique_ptr<Subscription>> subscriptions;
+        for (int i = 0; i < 3; ++i) {
+            observers[i].m_psLog = &logs[i];
+            observers[i].m_pxPlaces = &places;
+            subscriptions.push_back(std::make_unique<Subscription>(places[i], &observers[i]));
+        }
+        Recording::c_sLog.clear();
+        target->Expunge(true);
+        std::string trace = Recording::c_sLog;
+        for (int i = 0; i < 3; ++i) {
+            MCVRefRawAccessor entries;
+            MCSRefRawAccessor value;
+            places[i]->GetProperty(MCCodes::pReferenceList, entries);
+            places[i]->GetProperty(MCCodes::pReference, value);
+            trace += "|" + logs[i] + " " + std::to_string(entries.GetList()->Entries()) +
+                     (value.GetValue() ? "+" : "-");
+        }
+        return trace;
+    };
+    const std::string direct = run();
+    Late(Keeper::c_sType, MCEvent::SubjectDestroyed);
+    EXPECT_EQ(run(), "late late late" + direct);
+    EXPECT_EQ(direct, "| 1@0 5@0 1-| 1@1 5@1 0-| 1@2 5@2 0-");
+}
+
+TEST_F(NotificationTest, AnOwnerThatKeepsTheCommonNotifyIsPassedEventsWithoutItYetNobodyCanTell) {
+    // Each case on a chain of Climber, whose owners keep MCObject::Notify and are passed events without it,
+    // and one of Detour, whose own Notify calls it: the same trace, holds included. Tracer r on the root, m
+    // in the middle and l on the leaf; the chain is edited twice at the leaf. On the stack the tracers sort
+    // after every object, so a subject serves its owner's whole climb before them, also where the climb is
+    // too deep to be called and is queued; in one array l sorts before x.
+    int detours = 0;
+    Detour::c_xHook = [&detours](MCEvent& event) { detours += event.GetEventType() == MCEvent::PropertySet; };
     Tracer tracers[] = {Tracer('r'), Tracer('m'), Tracer('l'), Tracer('x')};
     Tracer &r = tracers[0], &m = tracers[1], &l = tracers[2], &x = tracers[3];
     const struct {
@@ -382,35 +430,43 @@ TEST_F(NotificationTest, AClimbIsDepthFirstAndTakesChangesMadeOnTheWay) {
         char cAct;  // m's action: '+' adds x on the leaf, '-' removes l, 'R' registers a reaction on the type
         const char* pcExpected;
     } cases[] = {
-        {"plain climb", 4, 0, " r m l | r m l |"},
-        {"deeper than the calls go", 100, 0, " r m l | r m l |"},
-        {"subscriber added on the way", 4, '+', " r m l x | r m l x |"},
-        {"subscriber removed on the way", 4, '-', " r m | r m |"},
-        // Last: the reaction stays registered on the type.
-        {"reaction registered on the way", 4, 'R', " r m l | late late late r m l |"},
+        {"plain climb", 4, 0, " r1#8 m1#4 l1#2 | r1#8 m1#4 l1#2 |"},
+        {"deeper than the calls go", 100, 0, " r1#164 m1#100 l1#2 | r1#164 m1#100 l1#2 |"},
+        {"subscriber added on the way", 4, '+', " r1#8 m1#4 l1#2 x1#2 | r1#8 m1#4 l1#2 x1#2 |"},
+        {"subscriber removed on the way", 4, '-', " r1#8 m1#4 | r1#8 m1#4 |"},
+        // Last: the reaction stays registered on both types.
+        {"reaction registered on the way", 4, 'R', " r1#8 m1#4 l1#2 | late late late r1#8 m1#4 l1#2 |"},
     };
     for (const auto& rCase : cases) {
         SCOPED_TRACE(rCase.pcName);
-        std::vector<MCObject*> chain{Make(nullptr, Climber::c_sType)};
-        while (static_cast<int>(chain.size()) < rCase.nLevels)
-            chain.push_back(Make(chain.back(), Climber::c_sType));
-        chain.front()->AddSubscriber(&r, MCEvent::subscriberObserver);
-        chain[chain.size() / 2]->AddSubscriber(&m, MCEvent::subscriberObserver);
-        chain.back()->AddSubscriber(&l, MCEvent::subscriberObserver);
-        m.m_xAct = [&] {
-            if (rCase.cAct == '+')
-                chain.back()->AddSubscriber(&x, MCEvent::subscriberObserver);
-            else if (rCase.cAct == '-')
-                chain.back()->RemoveSubscriber(&l, 0);
-            else if (rCase.cAct == 'R')
-                Late(Climber::c_sType, MCEvent::PropertySet);
-        };
-        Recording::c_sLog.clear();
-        for (long value : {1, 2}) {
-            SetLong(chain.back(), 87, value);
-            Recording::c_sLog += " |";
+        std::string traces[2];
+        for (short type : {Climber::c_sType, Detour::c_sType}) {
+            std::vector<MCObject*> chain{Make(nullptr, type)};
+            while (static_cast<int>(chain.size()) < rCase.nLevels)
+                chain.push_back(Make(chain.back(), type));
+            chain.front()->AddSubscriber(&r, MCEvent::subscriberObserver);
+            chain[chain.size() / 2]->AddSubscriber(&m, MCEvent::subscriberObserver);
+            chain.back()->AddSubscriber(&l, MCEvent::subscriberObserver);
+            m.m_xAct = [&] {
+                if (rCase.cAct == '+')
+                    chain.back()->AddSubscriber(&x, MCEvent::subscriberObserver);
+                else if (rCase.cAct == '-')
+                    chain.back()->RemoveSubscriber(&l, 0);
+                else if (rCase.cAct == 'R')
+                    Late(type, MCEvent::PropertySet);
+            };
+            Recording::c_sLog.clear();
+            for (long value : {1, 2}) {
+                SetLong(chain.back(), 87, value);
+                Recording::c_sLog += " |";
+            }
+            traces[type == Detour::c_sType] = Recording::c_sLog;
+            chain.front()->Expunge(true);  // the tracers hear it and are let go
         }
-        EXPECT_EQ(Recording::c_sLog, rCase.pcExpected);
-        chain.front()->Expunge(true);  // the tracers hear it and are let go
+        EXPECT_EQ(traces[0], rCase.pcExpected);
+        EXPECT_EQ(traces[1], traces[0]);
     }
+    // The detour was taken on every hop of every edit's climb: 3 + 99 + 3 + 3 + 3 hops, twice each.
+    EXPECT_EQ(detours, 2 * (3 + 99 + 3 + 3 + 3));
+    Detour::c_xHook = nullptr;
 }

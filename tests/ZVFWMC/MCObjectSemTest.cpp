@@ -2,6 +2,7 @@
 // ownees, late rules reaching derived types, cycles refused, and the destruction veto of a rule and of an
 // undeletable object.
 
+#include <utility>
 #include <vector>
 
 #include "support/RegistryTestSupport.h"
@@ -196,4 +197,46 @@ TEST_F(ObjectSemTest, RepeatedClassLevelRegistrationsAreSkippedWithoutChangingWh
             m_xLog.Take();
         }
     }
+}
+
+TEST_F(ObjectSemTest, CreationAndEndRulesRunAlikeWhetherTheCoreRuleStandsAloneOrAmongOthers) {
+    // A tree is made and goes with only the core rule on its types, which then runs without the walk, and
+    // with a silent rule on Box, which makes every creation and end walk. The crate's announcement registers
+    // creation rules on the core rule's level and on the crate's own, which the walk reaches after the core
+    // rule. A property's end rule registers an object rule on the root type while the core rule runs: the
+    // object going then and every later one hear it.
+    static ObjectRule *s_pxLate = nullptr, *s_pxSame = nullptr, *s_pxBelow = nullptr;
+    auto run = [this](bool walked) {
+        ObjectRule silent("Q", 0), late("L", MCObjectSem::PreDestructon);
+        ObjectRule same("N", MCObjectSem::PostCreation), below("K", MCObjectSem::PostCreation);
+        if (walked)
+            AddRule(Box::c_sType, silent);
+        s_pxLate = &late;
+        PropertyRule end("P", MCPropertySemantic::ObjectPreDestruction);
+        end.m_xAct = [](MCPropertySemantic::mode, MCObject*, MCProperty*, MCPropertySemanticContext*) {
+            if (s_pxLate)
+                AddRule(MCCodes::tAbstractObject, *std::exchange(s_pxLate, nullptr));
+            return MCPropertySemantic::resultContinue;
+        };
+        AddRule(Box::c_sType, Shape::c_sWidth, end);
+        MCObject* root = Make(nullptr, Box::c_sType);
+        SetLong(root, Shape::c_sWidth, 1);
+        MCObject* middle = Make(root);
+        s_pxSame = &same;
+        s_pxBelow = &below;
+        m_xLog.m_pxOnNotify = [](MCEvent& event) {
+            if (event.GetEventType() == MCEvent::ObjectCreated && s_pxSame) {
+                AddRule(MCCodes::tAbstractObject, *std::exchange(s_pxSame, nullptr));
+                AddRule(Crate::c_sType, *s_pxBelow);
+            }
+        };
+        root->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
+        SetLong(Make(middle, Crate::c_sType), Shape::c_sWidth, 1);
+        Make(middle, Crate::c_sType);
+        root->Expunge(true);
+        return TakeLog();
+    };
+    const std::string alone = run(false);
+    EXPECT_EQ(run(true), alone);
+    EXPECT_EQ(alone, "N:1 K:1 N:1 K:1 P:80 L:2 L:2 P:80 L:2 L:2");
 }

@@ -178,3 +178,35 @@ TEST_F(PropertySemanticsTest, AnEditWithoutRulesOfItsOwnReachesTheHeirsAsAnyOthe
                   std::to_string(heir->Heirs().GetCount()),
               "inh:10000 inh:10000 inh:20000 inh:20000|-|0");
 }
+
+TEST_F(PropertySemanticsTest, ChainsRulingFewOrManyPropertyTypesFireAlike) {
+    // A chain ruling at most four property types (the id and the three here) is answered from a short
+    // table, a longer one from its chains: the same edits, one rule registered late, fire alike both ways.
+    constexpr short c_sFresh = 87;
+    MCPropertySemanticRegistry* registry = MCPropertySemanticRegistry::GetInstance();
+    for (short type : {Crate::c_sType, Box::c_sType, Shape::c_sType})
+        registry->Deregister(type);  // lists outlive their rules: drop those earlier tests left
+    long value = 0;
+    auto run = [&]() {
+        MCObject* crate = Make(nullptr, Crate::c_sType);
+        PropertyRule shape("S", PS::PreEdit), external("X", PS::PostEdit), late("L", c_nEdit);
+        AddRule(Shape::c_sType, Shape::c_sWidth, shape);
+        registry->RegisterExternalSemantic(Box::c_sType, Shape::c_sArea, &external, false);
+        std::string trace;
+        for (bool withLate : {false, true}) {
+            if (withLate)
+                AddRule(Box::c_sType, c_sFresh, late);
+            for (short type : {Shape::c_sWidth, Shape::c_sArea, c_sFresh}) {
+                SetLong(crate, type, ++value);
+                trace += TakeLog() + ";";
+            }
+        }
+        return trace;
+    };
+    const std::string few = run();
+    PropertyRule silent("-", c_nEdit);  // for types nobody edits
+    for (short type : {Shape::c_sLabel, short{88}})
+        AddRule(Shape::c_sType, type, silent);
+    EXPECT_EQ(run(), few);
+    EXPECT_EQ(few, "S:1;X:2;;S:1;X:2;L:1 L:2;");
+}

@@ -1,6 +1,6 @@
 // Cloning a subtree: shape and order of the copy, CloneId, references moved onto the clones or kept by
-// the core's reference class and a host's, the rules and events a copy fires, clones their own rules
-// destroy, and a deep chain on a small stack.
+// the core's reference class and a host's, the rules and events a copy fires, a core value and a host
+// subclass's copied alike, clones their own rules destroy, and a deep chain on a small stack.
 
 #include <functional>
 #include <string>
@@ -11,9 +11,21 @@
 
 namespace {
 
-constexpr short c_sRef = 7821;      // a Reference
-constexpr short c_sRefs = 7822;     // a ReferenceList
-constexpr short c_sHostRef = 7824;  // a HostRef
+constexpr short c_sRef = 7821;        // a Reference
+constexpr short c_sRefs = 7822;       // a ReferenceList
+constexpr short c_sHostWidth = 7823;  // a HostInteger
+constexpr short c_sHostRef = 7824;    // a HostRef
+
+// A host's subclass of the core Integer that makes its accessors itself, and counts them.
+class HostInteger : public MCSPropertyT<long> {
+public:
+    HostInteger(short type, MCObject* owner) : MCSPropertyT<long>(type, owner) {}
+    MCPropertyAccessor* CreateAccessor() const override {
+        ++c_nMade;
+        return MCSPropertyT<long>::CreateAccessor();
+    }
+    static inline int c_nMade = 0;
+};
 
 // A host's subclass of the core reference, whose rebinding may first run a hook on its holder.
 class HostRef : public MCSRef {
@@ -35,9 +47,11 @@ protected:
                                                  false, false);
         MCFactoryRegistry::RegisterAliasProperty(c_sRefs, "CloneTestRefs", MCCodes::pReferenceList, true,
                                                  false, false, false);
-        static const bool c_bHost =
+        static const bool c_bHosts =
+            (new MCPropertyFactoryT<HostInteger>(c_sHostWidth, "CloneTestHostWidth", true, false, 0))
+                ->IsRegistered() &&
             (new MCPropertyFactoryT<HostRef>(c_sHostRef, "CloneTestHostRef", true, false, 0))->IsRegistered();
-        ASSERT_TRUE(c_bHost);
+        ASSERT_TRUE(c_bHosts);
     }
     void TearDown() override {
         HostRef::c_xHook = nullptr;
@@ -140,6 +154,42 @@ TEST_F(CloneTest, ACopyRunsTheEditRulesInOrderAndAnnouncesWhatItSets) {
                                                     std::to_string(Shape::c_sWidth) + ",0) " + set +
                                                     std::to_string(MCCodes::pCloneId) + ",0)");
     EXPECT_EQ(GetLong(clone, Shape::c_sWidth) + " " + GetLong(clone, MCCodes::pInteger), "3 -");
+}
+
+// The core's classes are copied through an accessor on the stack, a host's subclass through the one it
+// makes; the rules see the same accessor, value and flags either way.
+TEST_F(CloneTest, ACoreValueAndAHostSubclassValueAreCopiedAlike) {
+    std::string traces[2];
+    const short types[] = {Shape::c_sWidth, c_sHostWidth};
+    for (int i = 0; i < 2; ++i) {
+        SCOPED_TRACE(types[i]);
+        MCObject* source = Make(nullptr, Shape::c_sType);
+        SetLong(source, types[i], 3, MCPropertyAccessor::accessAdd, false);
+        source->SetPropertyFlag(const_cast<MCProperty*>(source->FindProperty(types[i], false)),
+                                MCItem::itemTemp, true);
+        PropertyRule rule("edit", MCPropertySemantic::PreEdit | MCPropertySemantic::PostEdit);
+        rule.m_xAct = [](MCPropertySemantic::mode, MCObject*, MCProperty*,
+                         MCPropertySemanticContext* context) {
+            const MCActiveAccessor* active = context ? context->GetActiveAccessor() : nullptr;
+            auto* accessor =
+                active ? dynamic_cast<MCSPropertyAccessorT<long>*>(active->m_pxAccessor) : nullptr;
+            Record(accessor
+                       ? std::to_string(accessor->GetValue()) + "/" + std::to_string(accessor->GetFlags()) +
+                             "/" + std::to_string(active->m_lFlags)
+                       : "other",
+                   0);
+            return MCPropertySemantic::resultContinue;
+        };
+        AddRule(Shape::c_sType, types[i], rule);
+        TakeLog();
+        const int made = HostInteger::c_nMade;
+        MCObject* clone = Clone(source);
+        traces[i] = TakeLog() + " " + GetLong(clone, types[i]) + " " +
+                    std::to_string(clone->FindProperty(types[i], false)->GetFlags()) + " made " +
+                    std::to_string(HostInteger::c_nMade - made - i);
+    }
+    EXPECT_EQ(traces[0], "edit:1 3/1/10:0 edit:2 3/1/10:0 3 1 made 0");
+    EXPECT_EQ(traces[1], traces[0]);
 }
 
 TEST_F(CloneTest, AClonesOwnRulesThatDestroyItLeaveItOutWithItsSubtree) {

@@ -6,7 +6,6 @@
 #include <random>
 #include <set>
 #include <stdexcept>
-#include <string>
 
 #include <gtest/gtest.h>
 
@@ -18,9 +17,6 @@
 
 namespace {
 
-unsigned int IdentityHash(const long& key) {
-    return static_cast<unsigned int>(key);
-}
 // Many keys share a hash: long runs of collisions that wrap around the table's end.
 unsigned int CollidingHash(const long& key) {
     return static_cast<unsigned int>(key % 5);
@@ -28,7 +24,7 @@ unsigned int CollidingHash(const long& key) {
 
 TEST(ZVTHDictTest, GrowsFarPastItsBucketCount) {
     constexpr long count = 200000;
-    ZVTHDict<long, long> dict(IdentityHash);
+    ZVTHDict<long, long> dict([](const long& key) { return static_cast<unsigned int>(key); });
     for (long id = 1; id <= count; ++id)
         dict.Insert(id, -id);
     for (long id = 1; id <= count; id += 2)

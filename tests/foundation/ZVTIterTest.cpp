@@ -12,8 +12,7 @@
 
 namespace {
 
-class VectorIter : public ZVTIter<long> {
-public:
+struct VectorIter : ZVTIter<long> {
     VectorIter(std::vector<long>& values, ZVTFilter<long>* filter, ZVTSorter<long>* sorter)
         : ZVTIter<long>(filter, sorter), m_rValues(values) {
         Reset(true);
@@ -30,7 +29,6 @@ public:
         return GetBufferValue_(buffer, index) >= 0;
     }
 
-private:
     std::vector<long>& m_rValues;
     long m_lIndex = -1;
 };

@@ -10,18 +10,15 @@
 namespace {
 
 // ZVTReference is the second base, so its subobject does not start where the object does.
-class FirstBase {
-public:
+struct FirstBase {
     virtual ~FirstBase() = default;
     long m_lPadding = 0;
 };
 
-class Counted : public FirstBase, public ZVTReference {
-public:
+struct Counted : FirstBase, ZVTReference {
     Counted(std::string& log, const char* name) : m_rLog(log), m_pcName(name) {}
     ~Counted() override { m_rLog += std::string("~") + m_pcName + " "; }
 
-private:
     std::string& m_rLog;
     const char* m_pcName;
 };

@@ -8,10 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <iterator>
 #include <new>
 #include <sstream>
-#include <string>
 #include <typeinfo>
 #include <utility>
 #include <vector>
@@ -39,14 +37,12 @@ void* operator new(std::size_t size) {
 
 namespace {
 
-const ZVTStream::stream_type c_aModes[] = {ZVTStream::binary, ZVTStream::text};
-
 // Writes the samples and reads them back one by one (eof turning true with the last), then reads once
 // more: that read fails and leaves its target as it was. Writing what was read gives the same bytes as
 // writing the samples and the untouched value, which tells NaN, -0.0 and the null string apart.
 template <class T>
 void RoundTrip(const std::vector<T>& samples, const T& untouched) {
-    for (ZVTStream::stream_type mode : c_aModes) {
+    for (ZVTStream::stream_type mode : {ZVTStream::binary, ZVTStream::text}) {
         SCOPED_TRACE(std::string(typeid(T).name()) + (mode == ZVTStream::binary ? " binary" : " text"));
         std::stringbuf written, expected, reread;
         ZVTStream stream(written, mode), model(expected, mode), copy(reread, mode);
@@ -158,11 +154,9 @@ TEST(ZVTStreamTest, MalformedInputFailsAndLeavesTheTargetAlone) {
 
 // Shows at most `window` bytes in its get area (0: none, every byte through uflow), so that a scalar
 // finds its bytes in the area, with or without one more, split over two areas, or has to ask the buffer.
-class NarrowBuf : public std::streambuf {
-public:
+struct NarrowBuf : std::streambuf {
     NarrowBuf(std::string bytes, size_t window) : m_xBytes(std::move(bytes)), m_nWindow(window) {}
 
-protected:
     int_type underflow() override {
         if (m_nNext == m_xBytes.size())
             return traits_type::eof();
@@ -179,7 +173,6 @@ protected:
         return traits_type::to_int_type(m_xBytes[m_nNext++]);
     }
 
-private:
     std::string m_xBytes;
     size_t m_nWindow;
     size_t m_nNext = 0;

@@ -2,7 +2,6 @@
 
 #include <climits>
 #include <stdexcept>
-#include <string>
 
 #include <gtest/gtest.h>
 

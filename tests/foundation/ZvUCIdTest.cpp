@@ -6,7 +6,6 @@
 
 #include <sstream>
 #include <stdexcept>
-#include <string>
 
 #include "foundation/ZVTStream.h"
 

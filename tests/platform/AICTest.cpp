@@ -1,16 +1,13 @@
 // The add-in controller: components registered in-process, plugins loaded by path with the result of
 // every way a load can end, unloading (also from inside a component's own call) and Terminate.
 
-#include <string>
-
 #include <gtest/gtest.h>
 
 #include "platform/AIC.h"
 
 namespace {
 
-class Constant : public ControllerInterface {
-protected:
+struct Constant : ControllerInterface {
     long FireSemantic_(const ZVTString&, long, long, long, unsigned int) override { return 7; }
 };
 
@@ -20,8 +17,7 @@ std::string Ask(const char* name) {
     return found ? std::to_string(found->FireSemantic("any", 0, 10, 0, 2)) : "none";
 }
 
-class ControllerTest : public ::testing::Test {
-protected:
+struct ControllerTest : ::testing::Test {
     void TearDown() override { CComponentManager::Terminate(); }
 };
 

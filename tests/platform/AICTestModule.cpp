@@ -6,8 +6,7 @@
 namespace {
 
 // Answers object id + mode; "terminate" ends every library, its own included, before it returns.
-class Echo : public ControllerInterface {
-protected:
+struct Echo : ControllerInterface {
     long FireSemantic_(const ZVTString& semantic, long, long object, long, unsigned int mode) override {
         if (semantic == ZVTString("terminate"))
             CComponentManager::Terminate();

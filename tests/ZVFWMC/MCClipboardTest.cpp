@@ -4,14 +4,7 @@
 
 #include <cctype>
 #include <cstring>
-#include <functional>
-#include <map>
-#include <set>
-#include <sstream>
-#include <string>
-#include <vector>
 
-#include "ModelCore/ModelCoreModern.h"
 #include "support/FaultTestSupport.h"
 #include "support/PersTestSupport.h"
 
@@ -35,15 +28,13 @@ public:
         R::RegisterAliasProperty(c_sCount, "Count", MCCodes::pInteger, true, false, false, false);
         mc::RegisterClass<ClipNode>("ClipNode", mc::ClassOptions().OwnedBy(PersRoot::c_sType).First());
         R::AddOwnerType(c_sType, c_sType);
-        const std::pair<short, unsigned long> usages[] = {{c_sFollow, R::clipFollow},
-                                                          {c_sDepend, R::clipDepend},
-                                                          {c_sList, R::clipFollow},
-                                                          {c_sConvert, R::clipFollowUnconverted},
-                                                          {c_sUndecided, R::clipUndecided},
-                                                          {c_sPlain, 0},
-                                                          {MCCodes::pParent, 0}};
-        for (const auto& usage : usages)
-            R::AddPropertyUsage(c_sType, usage.first, usage.second);
+        R::AddPropertyUsage(c_sType, c_sFollow, R::clipFollow);
+        R::AddPropertyUsage(c_sType, c_sDepend, R::clipDepend);
+        R::AddPropertyUsage(c_sType, c_sList, R::clipFollow);
+        R::AddPropertyUsage(c_sType, c_sConvert, R::clipFollowUnconverted);
+        R::AddPropertyUsage(c_sType, c_sUndecided, R::clipUndecided);
+        R::AddPropertyUsage(c_sType, c_sPlain, 0);
+        R::AddPropertyUsage(c_sType, MCCodes::pParent, 0);
     }
 
 private:
@@ -69,8 +60,7 @@ private:
 
 /// Logs what a rule sees: "name" on PostCopy, "name?" on any mode but PostPaste, and there "name:level" with
 /// "+" once the object's Depend is bound.
-class SeenRule : public MCObjectSem {
-public:
+struct SeenRule : MCObjectSem {
     explicit SeenRule(unsigned long interests) : m_nInterests(interests) {}
     result Fire(mode nMode, MCObject* object, MCObjectSemContext* context) override {
         MCSRefRawAccessor ref;
@@ -86,14 +76,11 @@ public:
     unsigned long GetInterests() const override { return m_nInterests; }
 
     std::string m_sSeen;
-
-private:
     unsigned long m_nInterests;
 };
 
 /// Knows the ids it was told of; may be primed with ids it pretends to know.
-class Converter : public MCClipIdConverter {
-public:
+struct Converter : MCClipIdConverter {
     long ConvertId(long id) override { return m_xMap.count(id) ? m_xMap[id] : 0; }
     void AddConversion(long oldId, long newId) override { m_xMap[oldId] = newId; }
     std::map<long, long> m_xMap;
@@ -142,11 +129,6 @@ protected:
                 Link(object, type, named.at(value.substr(3)));
         }
         return named;
-    }
-
-    void ClearTarget() {
-        while (MCObject* pasted = m_pxTarget->GetFirstOwnee())
-            pasted->Expunge(true);
     }
 
     /// The buffer's entries as "name/level<owner", owner by the name of the object its record names.
@@ -215,29 +197,28 @@ TEST_F(ClipTest, ClosureTakesOwneesAndFollowsOrDropsByClipValue) {
     // reference codes: 11 follow, 12 depend, 13 follow unconverted, 14 undeclared, 15 undecided, 16 a
     // followed list, 17 never followed; 18 is an undeclared integer.
     const struct {
-        const char* name;
-        const char* tree;
-        const char* selected;
-        const char* known;
+        const char *tree, *selected, *known;
         std::string entries;
     } cases[] = {
-        {"ownees come along a level deeper", "A(a1(a11))", "A", nullptr, "| A/0<S a1/1<A a11/2<a1 end"},
-        {"a followed object joins under its referrer; selected too, it keeps level 0 and its owner",
-         "A{11=B 16=C} C B", "A C", nullptr, "| A/0<S C/0<S B/1<A end"},
-        {"a ring of follows ends with each object once", "A{11=B} B{11=A}", "A", nullptr,
-         "| A/0<S B/1<A end"},
-        {"a dependent on an outside object goes, its ownees stay; the chain loses every link",
-         "A(B{12=Out}(b1) C{15=B}) Out", "A", nullptr, "| A/0<S b1/2<B end"},
-        {"without a converter bit 4 brings nothing in, and a value of 0 never follows", "A{13=B 17=C} B C",
-         "A", nullptr, "| A/0<S end"},
-        {"a converter keeps dependents on what it knows and follows what it does not",
-         "A{12=Known 13=Unknown} Known Unknown", "A", "Known", "| A/0<S Unknown/1<A end"},
-        {"an undeclared reference tells the user and follows; an undeclared value tells nobody",
-         "A{14=B 18=3} B", "A", nullptr, "| A/0<S B/1<A end !" + std::to_string(MCCodes::msgUndeclaredClip)},
-        {"an empty selection writes the frame alone", "", "", nullptr, "end"},
+        // Ownees come along a level deeper.
+        {"A(a1(a11))", "A", nullptr, "| A/0<S a1/1<A a11/2<a1 end"},
+        // A followed object joins under its referrer; selected too, it keeps level 0 and its owner.
+        {"A{11=B 16=C} C B", "A C", nullptr, "| A/0<S C/0<S B/1<A end"},
+        // A ring of follows ends with each object once.
+        {"A{11=B} B{11=A}", "A", nullptr, "| A/0<S B/1<A end"},
+        // A dependent on an outside object goes, its ownees stay; the chain loses every link.
+        {"A(B{12=Out}(b1) C{15=B}) Out", "A", nullptr, "| A/0<S b1/2<B end"},
+        // Without a converter bit 4 brings nothing in, and a value of 0 never follows.
+        {"A{13=B 17=C} B C", "A", nullptr, "| A/0<S end"},
+        // A converter keeps dependents on what it knows and follows what it does not.
+        {"A{12=Known 13=Unknown} Known Unknown", "A", "Known", "| A/0<S Unknown/1<A end"},
+        // An undeclared reference tells the user and follows; an undeclared value tells nobody.
+        {"A{14=B 18=3} B", "A", nullptr, "| A/0<S B/1<A end !" + std::to_string(MCCodes::msgUndeclaredClip)},
+        // An empty selection writes the frame alone.
+        {"", "", nullptr, "end"},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(c.tree);
         HUBScopedMessageHandler messages;
         MCObject* source = Node("S", nullptr, PersRoot::c_sType);
         const std::map<std::string, MCObject*> named = Build(source, c.tree);
@@ -263,8 +244,7 @@ TEST_F(ClipTest, InheritedReferencesTravelAsOwnValuesUnlessTheParentComesAlong) 
     Link(c, MCCodes::pParent, p);
     const struct {
         std::vector<MCObject*> selected;
-        const char* entries;
-        const char* pasted;
+        const char *entries, *pasted;
     } cases[] = {
         {{c}, "| C/0<S X/1<C end", "T(C{11=X}(X))"},
         {{p, c}, "| P/0<S C/0<S X/1<P end", "T(P{11=X}(X) C{52=P})"},
@@ -273,9 +253,9 @@ TEST_F(ClipTest, InheritedReferencesTravelAsOwnValuesUnlessTheParentComesAlong) 
         SCOPED_TRACE(k.entries);
         const std::string bytes = Copy(k.selected, *m_pxSource);
         EXPECT_EQ(Entries(bytes), k.entries);
-        Paste(bytes, {m_pxTarget});
-        EXPECT_EQ(Tree(m_pxTarget), k.pasted);
-        ClearTarget();
+        MCObject* target = Node("T", nullptr, PersRoot::c_sType);
+        Paste(bytes, {target});
+        EXPECT_EQ(Tree(target), k.pasted);
     }
 }
 
@@ -336,8 +316,7 @@ TEST_F(ClipTest, PasteRebindsPerTargetDiscardsWhatHasNoPlaceAndAnnouncesOnlyTheT
     Node("B2", Node("B1", named.at("D"), TestNode::c_sType), TestNode::c_sType);
     const std::string source = Tree(m_pxSource), bytes = Copy({named.at("A")}, *m_pxSource);
     EXPECT_EQ(Entries(bytes), "| A/0<S B/1<A C/1<A E/1<A B1/2<D F/2<E B2/3<B1 end");
-    MCObject* t1 = Node("T1", m_pxTarget);
-    MCObject* t2 = Node("T2", m_pxTarget);
+    MCObject *t1 = Node("T1", m_pxTarget), *t2 = Node("T2", m_pxTarget);
     SeenRule rule(MCObjectSem::PostPaste);
     AddRule(ClipNode::c_sType, rule);
     Subscription hear1(t1, &m_xLog), hear2(t2, &m_xLog);
@@ -400,10 +379,10 @@ TEST_F(ClipTest, DamagedBuffersStopThePasteAndKeepOnlyWholeObjects) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
+        MCObject* target = Node("T", nullptr, PersRoot::c_sType);
         for (int i = 0; i < c.pastes; ++i)
-            Paste(c.bytes, {m_pxTarget});
-        EXPECT_EQ(Tree(m_pxTarget), c.tree);
-        ClearTarget();
+            Paste(c.bytes, {target});
+        EXPECT_EQ(Tree(target), c.tree);
     }
 }
 

@@ -27,8 +27,11 @@ bool RegisterMetamodel() {
         short m_sCode;
         const char* m_pcName;
         short m_sConcrete;
-    } aliases[] = {{c_sTitle, "Title", 91}, {c_sRank, "Rank", 87},     {c_sPartner, "Partner", 89},
-                   {c_sParts, "Parts", 90}, {c_sWeight, "Weight", 85}, {c_sBlob, "Blob", 85}};
+    } aliases[] = {
+        {c_sTitle, "Title", MCCodes::pString},        {c_sRank, "Rank", MCCodes::pInteger},
+        {c_sPartner, "Partner", MCCodes::pReference}, {c_sParts, "Parts", MCCodes::pReferenceList},
+        {c_sWeight, "Weight", MCCodes::pFloat},       {c_sBlob, "Blob", MCCodes::pFloat},
+    };
     for (const auto& alias : aliases)
         MCFactoryRegistry::RegisterAliasProperty(alias.m_sCode, alias.m_pcName, alias.m_sConcrete, true,
                                                  false, false, false);

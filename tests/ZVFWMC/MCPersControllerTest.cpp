@@ -2,15 +2,8 @@
 // early or carry an end mark, an unknown token, user-defined properties stored under other codes, the
 // order of resolving and firing, and damaged saves of random trees.
 
-#include <gtest/gtest.h>
-
 #include <random>
-#include <sstream>
-#include <string>
-#include <utility>
-#include <vector>
 
-#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "support/PersTestSupport.h"
 
 namespace {
@@ -44,24 +37,23 @@ struct Bytes {
 };
 
 using C = MCPersController;
+template <class T>
+using Raw = MCSPropertyRawAccessorT<T>;
 const short c_sNode = TestNode::c_sType;
 const int c_nUnknownToken = 0x33;  // no token of the format
 const short c_sNoFactory = 4321;   // a type nobody registered
 
 TEST_F(PersTest, RefusedHeadsBadTreesAndUnwritableHeadsEachGiveTheirResult) {
-    const struct {
-        MCPersHeader stored;
-        C::result expected;
-    } cases[] = {
+    const std::pair<MCPersHeader, C::result> cases[] = {
         {MCPersHeader(5, 0, "Acme", "Tool", ""), C::resultNewerMajor},
         {MCPersHeader(4, 3, "Acme", "Tool", ""), C::resultNewerMinor},
         {MCPersHeader(4, 2, "Other", "Tool", ""), C::resultOtherCompany},
         {MCPersHeader(4, 2, "Acme", "Other", ""), C::resultOtherProduct},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.expected);
-        PersRestored r = Restore(Bytes(c.stored).Object(c_sNode, 1, 0).Str());
-        EXPECT_EQ(r.result, c.expected);
+    for (const auto& [stored, expected] : cases) {
+        SCOPED_TRACE(expected);
+        PersRestored r = Restore(Bytes(stored).Object(c_sNode, 1, 0).Str());
+        EXPECT_EQ(r.result, expected);
         EXPECT_TRUE(r.created.empty());
     }
     EXPECT_EQ(Restore("MdlCorX" + std::string(40, '\0')).result, C::resultBadPrefix);
@@ -76,14 +68,11 @@ TEST_F(PersTest, RefusedHeadsBadTreesAndUnwritableHeadsEachGiveTheirResult) {
     MCPersHeader tooWide(1L << 40, 0, "Acme", "Tool", ""), header = PersLimits();
     EXPECT_EQ(controller.SaveTo(stream, Make(nullptr, PersRoot::c_sType), tooWide), C::resultHeadNotWritten);
     for (MCObject* object : {Make(), static_cast<MCObject*>(nullptr)}) {
-        std::stringstream fresh;
-        MCStream freshStream(fresh, ZVTStream::binary);
-        EXPECT_THROW(controller.SaveTo(freshStream, object, header), EXUnexpected);
+        Bytes fresh;
+        EXPECT_THROW(controller.SaveTo(fresh.stream, object, header), EXUnexpected);
     }
-    MCPersSaveVisitor save(stream);
-    MCPersRestoreVisitor restore(stream);
-    EXPECT_THROW(save.Visit(nullptr), MCPersExBadTree);
-    EXPECT_THROW(restore.Visit(nullptr), MCPersExBadTree);
+    EXPECT_THROW(MCPersSaveVisitor(stream).Visit(nullptr), MCPersExBadTree);
+    EXPECT_THROW(MCPersRestoreVisitor(stream).Visit(nullptr), MCPersExBadTree);
 }
 
 TEST_F(PersTest, UnknownTopLevelTokenExpungesTheTreeAndItsUserDefinedPropertiesAndLeavesTheOutputAlone) {
@@ -162,14 +151,12 @@ TEST_F(PersTest, RulesFireOnceReferencesAreResolvedAndOneRegisteredOnTheWayFires
     SetLong(Make(model, c_sNode), MCCodes::pInteger, 7);
     const std::string bytes = Save(model);
     PropertyRule resolved("prop", MCPropertySemantic::PostCalculateData);
-    resolved.m_xAct = [](MCPropertySemantic::mode, MCObject* object, MCProperty*,
-                         MCPropertySemanticContext*) {
+    resolved.m_xAct = [](auto, MCObject* object, auto, auto) {
         MCSRefRawAccessor ref;
         const MCObject* seen = object->GetProperty(MCCodes::pReference, ref) ? ref.GetValue() : nullptr;
         const MCObject* owner = object->GetOwner(0, MCItem::rttiDerived);
-        Record(
-            seen && seen != object && seen->GetOwner(0, MCItem::rttiDerived) == owner ? "bound" : "unbound",
-            0);
+        const bool bound = seen && seen != object && seen->GetOwner(0, MCItem::rttiDerived) == owner;
+        Record(bound ? "bound" : "unbound", 0);
         return MCPropertySemantic::resultContinue;
     };
     AddRule(Shape::c_sType, MCCodes::pReference, resolved);
@@ -210,14 +197,11 @@ TEST_F(PersTest, DamagedFilesNeverCrash) {
                 EXPECT_TRUE(node->SetProperty(type, accessor, MCPropertyAccessor::accessAdd));
             };
             if (chance())
-                set(MCCodes::pInteger,
-                    MCSPropertyRawAccessorT<long>(static_cast<long>(random() % 2000000000u) - 1000000000L));
+                set(MCCodes::pInteger, Raw<long>(static_cast<long>(random() % 2000000000u) - 1000000000L));
             if (chance())
-                set(MCCodes::pDouble, MCSPropertyRawAccessorT<double>(
-                                          std::uniform_real_distribution<double>(-1e9, 1e9)(random)));
+                set(MCCodes::pDouble, Raw<double>(std::uniform_real_distribution<double>(-1e9, 1e9)(random)));
             if (chance())
-                set(MCCodes::pString, MCSPropertyRawAccessorT<ZVTString>(
-                                          ZVTString(std::string(random() % 20, 'a' + random() % 26))));
+                set(MCCodes::pString, Raw<ZVTString>(std::string(random() % 20, 'a' + random() % 26)));
             if (chance()) {
                 ZVTSList<long> values;
                 for (unsigned i = random() % 5; i > 0; --i)

@@ -1,18 +1,8 @@
 // Covers the file head: its bytes, every result of a read against the running product's limits, heads
 // that end early or hold garbage lengths, and the header built from the product identity.
 
-#include "ModelCore/ZVFWMC/MCPersistence.h"
-
-#include <gtest/gtest.h>
-
-#include <sstream>
-#include <string>
 #include <tuple>
-#include <utility>
-#include <vector>
 
-#include "ModelCore/ZVFWMC/EXBase.h"
-#include "platform/HUB.h"
 #include "support/PersTestSupport.h"
 
 namespace {
@@ -65,12 +55,7 @@ TEST(MCPersHeaderTest, HeadBytesAreFixedAndEachStoredHeadGivesItsResultKeepingOn
     }
 }
 
-class MCPersHeaderIdentityTest : public ::testing::Test {
-protected:
-    void TearDown() override { HUBProductIdent::ClearProductIdent(); }
-};
-
-TEST_F(MCPersHeaderIdentityTest, TheRunningProductGivesCodesAndTheFirstTwoVersionNumbersOrNoHeaderAtAll) {
+TEST(MCPersHeaderTest, TheRunningProductGivesCodesAndTheFirstTwoVersionNumbersOrNoHeaderAtAll) {
     const std::pair<const char*, const char*> cases[] = {
         {"7", "7.0"},   {"7,3", "7.3"},  {" 7 , 3 ", "7.3"},     {"2, 1, 0, 0", "2.1"}, {"", "0.0"},
         {"x,5", "0.5"}, {"1,,2", "1.0"}, {"1,2,3,4,5,6", "1.2"}, {"1 2,3", "12.3"}};

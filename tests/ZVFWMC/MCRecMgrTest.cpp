@@ -4,11 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
-#include <string>
 #include <tuple>
 
-#include "ModelCore/ZVFWMC/MCPersistence.h"
-#include "ModelCore/ZVFWMC/MCStreams.h"
+#include "ModelCore/ModelCore.h"
 
 namespace {
 

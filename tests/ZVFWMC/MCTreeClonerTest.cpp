@@ -2,23 +2,18 @@
 // the core's reference class and a host's, the rules and events a copy fires, a core value and a host
 // subclass's copied alike, clones their own rules destroy, and a deep chain on a small stack.
 
-#include <functional>
-#include <string>
-#include <vector>
-#include "ModelCore/ZVFWMC/MCCodes.h"
-
 #include "support/RuleTestSupport.h"
 
 namespace {
 
+using R = MCFactoryRegistry;
 constexpr short c_sRef = 7821;        // a Reference
 constexpr short c_sRefs = 7822;       // a ReferenceList
 constexpr short c_sHostWidth = 7823;  // a HostInteger
 constexpr short c_sHostRef = 7824;    // a HostRef
 
 // A host's subclass of the core Integer that makes its accessors itself, and counts them.
-class HostInteger : public MCSPropertyT<long> {
-public:
+struct HostInteger : MCSPropertyT<long> {
     HostInteger(short type, MCObject* owner) : MCSPropertyT<long>(type, owner) {}
     MCPropertyAccessor* CreateAccessor() const override {
         ++c_nMade;
@@ -28,8 +23,7 @@ public:
 };
 
 // A host's subclass of the core reference, whose rebinding may first run a hook on its holder.
-class HostRef : public MCSRef {
-public:
+struct HostRef : MCSRef {
     HostRef(short type, MCObject* owner) : MCSRef(type, owner) {}
     void Rebind(MCIdSpace& space, MCObject& owner) override {
         if (c_xHook)
@@ -43,10 +37,8 @@ class CloneTest : public RuleTest {
 protected:
     void SetUp() override {
         RuleTest::SetUp();
-        MCFactoryRegistry::RegisterAliasProperty(c_sRef, "CloneTestRef", MCCodes::pReference, true, false,
-                                                 false, false);
-        MCFactoryRegistry::RegisterAliasProperty(c_sRefs, "CloneTestRefs", MCCodes::pReferenceList, true,
-                                                 false, false, false);
+        R::RegisterAliasProperty(c_sRef, "CloneRef", MCCodes::pReference, true, false, false, false);
+        R::RegisterAliasProperty(c_sRefs, "CloneRefs", MCCodes::pReferenceList, true, false, false, false);
         static const bool c_bHosts =
             (new MCPropertyFactoryT<HostInteger>(c_sHostWidth, "CloneTestHostWidth", true, false, 0))
                 ->IsRegistered() &&
@@ -102,8 +94,8 @@ TEST_F(CloneTest, TheCopyIsANewRootWithOwneesReversedAndReferencesMovedOntoTheCl
     MCObject* outside = Named("O");
     MCObject* start = Named("S", Named("P"));
     MCObject* x = Named("x", start);
-    MCObject* y =
-        Named("y", Named("b", start, TestNode::c_sType));  // TestNode: a nulled property, not copied
+    // b is a TestNode: its nulled property is not copied.
+    MCObject* y = Named("y", Named("b", start, TestNode::c_sType));
     Named("c", start);
     Link(start, c_sRef, x);
     Link(x, c_sRef, y);
@@ -145,10 +137,10 @@ TEST_F(CloneTest, ACopyRunsTheEditRulesInOrderAndAnnouncesWhatItSets) {
             object->AddSubscriber(&heard, MCEvent::subscriberObserver);
         }
     } hook;
-    MCFactoryRegistry::HookCreateItem(hook, true);
+    R::HookCreateItem(hook, true);
     TakeLog();
     MCObject* clone = Clone(source);
-    MCFactoryRegistry::HookCreateItem(hook, false);
+    R::HookCreateItem(hook, false);
     const std::string set = "PropertySet(" + std::to_string(clone->GetId()) + ",";
     EXPECT_EQ(TakeLog() + " | " + heard.Take(), "width:1 width:2 integer:1 cloneid:1 cloneid:2 | " + set +
                                                     std::to_string(Shape::c_sWidth) + ",0) " + set +
@@ -168,16 +160,12 @@ TEST_F(CloneTest, ACoreValueAndAHostSubclassValueAreCopiedAlike) {
         source->SetPropertyFlag(const_cast<MCProperty*>(source->FindProperty(types[i], false)),
                                 MCItem::itemTemp, true);
         PropertyRule rule("edit", MCPropertySemantic::PreEdit | MCPropertySemantic::PostEdit);
-        rule.m_xAct = [](MCPropertySemantic::mode, MCObject*, MCProperty*,
-                         MCPropertySemanticContext* context) {
+        rule.m_xAct = [](auto, MCObject*, auto, MCPropertySemanticContext* context) {
             const MCActiveAccessor* active = context ? context->GetActiveAccessor() : nullptr;
-            auto* accessor =
-                active ? dynamic_cast<MCSPropertyAccessorT<long>*>(active->m_pxAccessor) : nullptr;
-            Record(accessor
-                       ? std::to_string(accessor->GetValue()) + "/" + std::to_string(accessor->GetFlags()) +
-                             "/" + std::to_string(active->m_lFlags)
-                       : "other",
-                   0);
+            auto* a = active ? dynamic_cast<MCSPropertyAccessorT<long>*>(active->m_pxAccessor) : nullptr;
+            const std::string seen =
+                a ? std::to_string(a->GetValue()) + "/" + std::to_string(a->GetFlags()) : "";
+            Record(a ? seen + "/" + std::to_string(active->m_lFlags) : "other", 0);
             return MCPropertySemantic::resultContinue;
         };
         AddRule(Shape::c_sType, types[i], rule);
@@ -198,8 +186,7 @@ TEST_F(CloneTest, AClonesOwnRulesThatDestroyItLeaveItOutWithItsSubtree) {
     Named("k", m, Shape::c_sType);
     Named("n", start, Shape::c_sType);
     PropertyRule destroyer("destroy", MCPropertySemantic::PostEdit);
-    destroyer.m_xAct = [](MCPropertySemantic::mode, MCObject* object, MCProperty*,
-                          MCPropertySemanticContext*) {
+    destroyer.m_xAct = [](auto, MCObject* object, auto, auto) {
         object->Expunge(true);
         return MCPropertySemantic::resultObjectDestroyed;
     };
@@ -219,37 +206,33 @@ TEST_F(CloneTest, AClonesOwnRulesThatDestroyItLeaveItOutWithItsSubtree) {
 TEST_F(CloneTest, AWideTreeIsReboundAlikeByTheCoresReferenceAndAHosts) {
     constexpr int c_nNodes = 60;
     const auto targetOf = [](int i) { return i % 5 == 0 ? -1 : (i * 7 + 3) % c_nNodes; };  // -1: outside
-    const struct {
-        short m_sType;
-        bool m_bHook;
-    } cases[] = {{c_sRef, false}, {c_sHostRef, false}, {c_sRef, true}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::to_string(c.m_sType) + (c.m_bHook ? " hook" : ""));
+    // The reference's type, and whether the root's hook re-points a clone.
+    const std::pair<short, bool> cases[] = {{c_sRef, false}, {c_sHostRef, false}, {c_sRef, true}};
+    for (const auto& [type, hook] : cases) {
+        SCOPED_TRACE(std::to_string(type) + (hook ? " hook" : ""));
         MCObject* outside = Named("O");
         MCObject* start = Named("S");
         std::vector<MCObject*> nodes;
         for (int i = 0; i < c_nNodes; ++i)
             nodes.push_back(Named(("n" + std::to_string(i)).c_str(), start));
         for (int i = 0; i < c_nNodes; ++i)
-            Link(nodes[static_cast<size_t>(i)], c.m_sType,
+            Link(nodes[static_cast<size_t>(i)], type,
                  targetOf(i) < 0 ? outside : nodes[static_cast<size_t>(targetOf(i))]);
         // The root clone is rebound first; its hook moves n3's clone, a few clones on, onto n20.
         Link(start, c_sHostRef, nodes[1]);
         HostRef::c_xHook = [&](MCObject& holder) {
-            for (MCObject* clone = holder.GetFirstOwnee(); c.m_bHook && clone;
-                 clone = clone->GetNextSibling())
+            for (MCObject* clone = holder.GetFirstOwnee(); hook && clone; clone = clone->GetNextSibling())
                 if (Source(clone) == nodes[3]) {
                     MCSRefRawAccessor moved(nodes[20]);
-                    clone->SetProperty(c.m_sType, moved, MCPropertyAccessor::accessReplace);
+                    clone->SetProperty(type, moved, MCPropertyAccessor::accessReplace);
                 }
         };
         MCObject* clone = Clone(start);
-        HostRef::c_xHook = nullptr;
         // Clones in list order, newest first; `gone`: the last node's clone and the outside target are gone.
         const auto expected = [&](bool gone) {
             std::string text = "S'>n1'(";
             for (int i = c_nNodes - 1 - gone; i >= 0; --i) {
-                const int target = c.m_bHook && i == 3 ? 20 : targetOf(i);
+                const int target = hook && i == 3 ? 20 : targetOf(i);
                 text += "n" + std::to_string(i) + "'>" +
                         (gone && (target < 0 || target == c_nNodes - 1) ? "null"
                          : target < 0                                   ? "O"

@@ -1,15 +1,6 @@
 // Covers the map of stored user-defined property codes on a live core: the stream that adopts it and
 // translates through it, the environment's global-section hooks, and RegisterUDPs against real roots.
 
-#include "ModelCore/ZVFWMC/MCCodes.h"
-#include "ModelCore/ZVFWMC/MCUDPMap.h"
-
-#include <gtest/gtest.h>
-
-#include <sstream>
-#include <string>
-#include <vector>
-
 #include "support/PersTestSupport.h"
 
 namespace {
@@ -17,12 +8,9 @@ namespace {
 using R = MCFactoryRegistry;
 
 /// Counts the maps that go, to show who deletes them.
-class CountedMap : public MCUDPMap {
-public:
+struct CountedMap : MCUDPMap {
     explicit CountedMap(int& deleted) : m_rDeleted(deleted) {}
     ~CountedMap() override { ++m_rDeleted; }
-
-private:
     int& m_rDeleted;
 };
 
@@ -32,27 +20,24 @@ TEST(MCUDPMapTest, TheStreamOwnsOneMapAndTranslatesOnlyWhatItKnows) {
         std::stringstream medium;
         MCStream stream(medium, ZVTStream::binary);
         // Without a map a stored negative code names nothing here.
-        EXPECT_EQ(
-            std::to_string(stream.TranslateUDPType(-3)) + " " + std::to_string(stream.TranslateUDPType(87)),
-            "0 87");
+        EXPECT_EQ(stream.TranslateUDPType(-3), 0);
+        EXPECT_EQ(stream.TranslateUDPType(87), 87);
         auto* first = new CountedMap(deleted);
         first->Add(-3, -7);
         stream.AdoptUDPMap(first);
         stream.AdoptUDPMap(first);
         EXPECT_EQ(deleted, 0) << "adopting the adopted map again must not free it";
-        EXPECT_EQ(
-            std::to_string(stream.TranslateUDPType(-3)) + " " + std::to_string(stream.TranslateUDPType(-4)),
-            "-7 -4");
+        EXPECT_EQ(stream.TranslateUDPType(-3), -7);
+        EXPECT_EQ(stream.TranslateUDPType(-4), -4);
         stream.AdoptUDPMap(new CountedMap(deleted));
         EXPECT_EQ(deleted, 1);
     }
     EXPECT_EQ(deleted, 2);
 }
 
-class UDPMapModelTest : public PersTest {
-protected:
+struct UDPMapModelTest : PersTest {
     // Not the singleton: it must leave the installed one alone when it goes.
-    class : public MCEnvironment {
+    struct : MCEnvironment {
     } m_xEnvironment;
 };
 

@@ -1,18 +1,15 @@
 // Walkers, agents and visitors as a host drives them: the depth-first order and its filter, the
 // single-user rule and the ends of walker and visitor, agents that stop, edits during a walk, deep trees.
 
-#include <functional>
 #include <memory>
 #include <set>
-#include <string>
 
 #include "support/ModelTestSupport.h"
 
 namespace {
 
 // Renders every object it visits by its name, then runs an optional hook.
-class Recorder : public MCVisitor {
-public:
+struct Recorder : MCVisitor {
     void Visit(MCObject* object) override {
         m_sLog += (m_sLog.empty() ? "" : " ") + ModelTest::NameOf(object);
         if (m_xHook)
@@ -22,15 +19,13 @@ public:
     std::function<void(MCObject*)> m_xHook;
 };
 
-class RefuseFilter : public ZVTFilter<MCObject*> {
-public:
+struct RefuseFilter : ZVTFilter<MCObject*> {
     explicit RefuseFilter(std::set<const MCObject*> refused) : m_xRefused(std::move(refused)) {}
     ZVTBoolean Test(MCObject*& object) override { return m_xRefused.count(object) == 0; }
     std::set<const MCObject*> m_xRefused;
 };
 
-class ProbeUser : public MCWalkerUser {
-public:
+struct ProbeUser : MCWalkerUser {
     ProbeUser() : MCWalkerUser(nullptr) {}
     void InvalidateWalker() override { ++m_nInvalidated; }
     int m_nInvalidated = 0;
@@ -153,8 +148,7 @@ TEST_F(WalkerTest, EditsDuringTheWalkFollowTheLoadingOfOwneesAtEachStep) {
     // itself (no name to add).
     const struct {
         MCObject* on;
-        const char* add;
-        const char* expected;
+        const char *add, *expected;
     } cases[] = {{B, "X", "A C B E D"},
                  {C, "Y", "A C B Y X E D"},
                  {C, nullptr, "A C B Y X E D"},
@@ -179,8 +173,7 @@ TEST_F(WalkerTest, ADeepChainIsWalkedWithoutRecursion) {
     ids.Insert(-1);
     MCTreeVisitor visitor(ids);
     MCDepthFirstWalker walker(root, nullptr);
-    MCVisitorAgent agent(walker, visitor);
-    agent.Execute();
+    MCVisitorAgent(walker, visitor).Execute();
     EXPECT_EQ(ids.Entries(), static_cast<size_t>(c_lDepth) + 1) << "the set is not emptied first";
     EXPECT_EQ(walker.GetValue(), last);
     EXPECT_THROW(visitor.Visit(nullptr), EXUnexpected);

@@ -2,15 +2,8 @@
 // failure gives its documented result and leaves the model exactly as it was, sound and without strays.
 // A memory stream's write fails only when memory does, so copy and paste fail their Nth allocation.
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <functional>
-#include <initializer_list>
-#include <new>
 #include <regex>
 #include <sstream>
-#include <string>
 
 #include "reliability/ReliabilityModel.h"
 
@@ -126,9 +119,8 @@ public:
         std::stringstream medium;
         FaultyStream stream(medium);
         MCPersHeader header = PersLimits();
-        P controller;
         stream.Arm(kind, failAt);
-        const P::result result = controller.SaveTo(stream, m_pxModel, header);
+        const P::result result = P().SaveTo(stream, m_pxModel, header);
         const bool fired = stream.Disarm();
         // The head answers for itself; a later failure shows in the stream, and what went out stays.
         EXPECT_TRUE(result == P::resultOk || (fired && result == P::resultHeadNotWritten));
@@ -243,11 +235,7 @@ public:
 };
 
 TEST_F(FaultLoopTest, EveryTransferSurvivesItsNthOperationFailing) {
-    using Transfer = bool (FaultLoopTest::*)(FaultKind, int);
-    const struct {
-        const char* name;
-        Transfer run;
-    } operations[] = {
+    const std::pair<const char*, bool (FaultLoopTest::*)(FaultKind, int)> operations[] = {
         {"save", &FaultLoopTest::Save},
         {"restore", &FaultLoopTest::Restore},
         {"copy", &FaultLoopTest::CopyOut},
@@ -257,21 +245,20 @@ TEST_F(FaultLoopTest, EveryTransferSurvivesItsNthOperationFailing) {
         {"paste", &FaultLoopTest::PasteIn},
     };
     const std::string before = TreeDump(m_pxModel);
-    for (const auto& operation : operations) {
+    for (const auto& [name, run] : operations) {
         for (FaultKind kind : {FaultKind::write, FaultKind::read}) {
+            const std::string what = std::string(name) + (kind == FaultKind::read ? "_read" : "_write");
             int failAt = 1;
             const int failures = FailureCount();
             for (;; ++failAt) {
-                SCOPED_TRACE(std::string(operation.name) + (kind == FaultKind::read ? " read " : " write ") +
-                             std::to_string(failAt));
-                const bool fired = (this->*operation.run)(kind, failAt);
+                SCOPED_TRACE(what + " fails at " + std::to_string(failAt));
+                const bool fired = (this->*run)(kind, failAt);
                 ASSERT_EQ(TreeDump(m_pxModel), before);
                 ASSERT_EQ(CheckModel(Scope()), "");
                 if (!fired || FailureCount() > failures)
                     break;
             }
-            RecordProperty(std::string(operation.name) + (kind == FaultKind::read ? "_read" : "_write"),
-                           failAt);
+            RecordProperty(what, failAt);
         }
     }
 }

@@ -5,9 +5,6 @@
 // and a small tree of host nodes that refer to each other, and the calls that save, restore, copy and
 // paste it.
 
-#include <string>
-#include <vector>
-
 #include "ModelCore/ModelCoreModern.h"
 #include "support/FaultTestSupport.h"
 #include "support/PersTestSupport.h"
@@ -78,30 +75,22 @@ protected:
         return node;
     }
     /// The first node named `name` in the model, or null.
-    MCObject* Find(const std::string& name) {
-        ZVTString text(name.c_str());
-        return m_pxSpace->FindObject(text);
-    }
+    MCObject* Find(ZVTString name) { return m_pxSpace->FindObject(name); }
 
     /// Expunges every ownee of `owner` made after the first `keep`.
     static void DropOwneesAfter(MCObject* owner, long keep) {
-        while (owner->GetOwneeCount() > keep) {
-            MCObject* last = owner->GetFirstOwnee();
-            for (long i = 1; i < owner->GetOwneeCount(); ++i)
-                last = last->GetNextSibling();
-            last->Expunge(true);
-        }
+        while (owner->GetOwneeCount() > keep)
+            owner->GetLastOwnee()->Expunge(true);
     }
 
     /// The scope every check covers: the model and `more` roots, the host's types and the core's types
-    /// a model holds, the names of the model.
-    ModelScope Scope(std::vector<MCObject*> more = {}) const {
-        ModelScope scope;
-        scope.m_xRoots = {m_pxModel};
-        scope.m_xRoots.insert(scope.m_xRoots.end(), more.begin(), more.end());
-        scope.m_xTypes = {RelNode::c_sType, PersRoot::c_sType, MCNameSpace::c_sType, MCCodes::tStringInfo};
-        scope.m_xNames = {"A", "B", "C", "D", "E", "A_2", "C_2"};
-        return scope;
+    /// a model holds, the names of the model; `observers` are the test's subscribers.
+    ModelScope Scope(std::vector<MCObject*> more = {}, std::set<const MCSubscriber*> observers = {}) const {
+        more.insert(more.begin(), m_pxModel);
+        return {more,
+                {RelNode::c_sType, PersRoot::c_sType, MCNameSpace::c_sType, MCCodes::tStringInfo},
+                observers,
+                {"A", "B", "C", "D", "E", "A_2", "C_2"}};
     }
 
     HUBScopedMessageHandler m_xMessages;

@@ -2,12 +2,6 @@
 // EXBase from a property rule is a refusal, every other exception reaches the host, and either way the
 // model stays sound, with nothing made by the failed operation left outside it.
 
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <string>
-#include <vector>
-
 #include "reliability/ReliabilityModel.h"
 
 namespace {
@@ -16,9 +10,6 @@ class ThrowLoopTest : public ReliabilityTest {
 public:
     void SetUp() override {
         ReliabilityTest::SetUp();
-        m_xObjectRule.m_pxCountdown = &m_xObjectCountdown;
-        m_xPropertyRule.m_pxCountdown = &m_xPropertyCountdown;
-        m_xObserver.m_pxCountdown = &m_xObserverCountdown;
         AddRule(RelNode::c_sType, m_xObjectRule);
         MCFactoryContext context;
         for (short type : {RelNode::c_sCount, RelNode::c_sLink, RelNode::c_sLinks, short(MCCodes::pName)})
@@ -54,7 +45,6 @@ public:
             m_xMade.push_back(clone);
     }
 
-    ThrowCountdown m_xObjectCountdown, m_xPropertyCountdown, m_xObserverCountdown;
     ThrowingObjectRule m_xObjectRule;
     ThrowingPropertyRule m_xPropertyRule;
     ThrowingObserver m_xObserver;
@@ -63,33 +53,34 @@ public:
 };
 
 TEST_F(ThrowLoopTest, ARuleOrObserverThrowingAtAnyCallLeavesASoundModel) {
-    const struct {
-        const char* name;
-        void (ThrowLoopTest::*run)();
-    } operations[] = {
-        {"create", &ThrowLoopTest::Create},    {"edit", &ThrowLoopTest::Edit},
-        {"expunge", &ThrowLoopTest::ExpungeC}, {"restore", &ThrowLoopTest::Restore},
-        {"paste", &ThrowLoopTest::PasteA},     {"clone", &ThrowLoopTest::Clone},
+    const std::pair<const char*, void (ThrowLoopTest::*)()> operations[] = {
+        {"create", &ThrowLoopTest::Create},
+        {"edit", &ThrowLoopTest::Edit},
+        {"expunge", &ThrowLoopTest::ExpungeC},
+        {"restore", &ThrowLoopTest::Restore},  // the model saved and read back as a second tree
+        {"paste", &ThrowLoopTest::PasteA},
+        {"clone", &ThrowLoopTest::Clone},
     };
+    ThrowCountdown* const propertyRule = &m_xPropertyRule.m_xCountdown;
     const struct {
         const char* name;
-        ThrowCountdown ThrowLoopTest::*countdown;
+        ThrowCountdown* countdown;
         bool foreign;
     } throwers[] = {
-        {"object rule", &ThrowLoopTest::m_xObjectCountdown, false},
-        {"object rule, foreign", &ThrowLoopTest::m_xObjectCountdown, true},
-        {"property rule", &ThrowLoopTest::m_xPropertyCountdown, false},
-        {"property rule, foreign", &ThrowLoopTest::m_xPropertyCountdown, true},
-        {"observer", &ThrowLoopTest::m_xObserverCountdown, false},
+        {"object rule", &m_xObjectRule.m_xCountdown, false},
+        {"object rule, foreign", &m_xObjectRule.m_xCountdown, true},
+        {"property rule", propertyRule, false},
+        {"property rule, foreign", propertyRule, true},
+        {"observer", &m_xObserver.m_xCountdown, false},
     };
     std::string calls;
-    for (const auto& operation : operations) {
+    for (const auto& [name, run] : operations) {
         for (const auto& thrower : throwers) {
-            ThrowCountdown& countdown = this->*thrower.countdown;
+            ThrowCountdown& countdown = *thrower.countdown;
             int k = 1;
             const int failures = FailureCount();
             for (;; ++k) {
-                SCOPED_TRACE(std::string(operation.name) + ", " + thrower.name + " throws at call " +
+                SCOPED_TRACE(std::string(name) + ", " + thrower.name + " throws at call " +
                              std::to_string(k));
                 m_xMade.clear();
                 Build();
@@ -98,7 +89,7 @@ TEST_F(ThrowLoopTest, ARuleOrObserverThrowingAtAnyCallLeavesASoundModel) {
                 countdown.Arm(k, thrower.foreign);
                 bool threw = false;
                 try {
-                    (this->*operation.run)();
+                    (this->*run)();
                 } catch (const EXUnexpected&) {
                     threw = !thrower.foreign;
                 } catch (const std::runtime_error&) {
@@ -108,17 +99,14 @@ TEST_F(ThrowLoopTest, ARuleOrObserverThrowingAtAnyCallLeavesASoundModel) {
                 m_xMade.insert(m_xMade.end(), m_xRestored.begin(), m_xRestored.end());
                 m_xRestored.clear();
                 // A property rule's EXBase is its refusal; anything else thrown reaches the host.
-                EXPECT_EQ(threw, fired && (thrower.foreign ||
-                                           thrower.countdown != &ThrowLoopTest::m_xPropertyCountdown));
-                ModelScope scope = Scope(m_xMade);
-                scope.m_xObservers.insert(&m_xObserver);
-                EXPECT_EQ(CheckModel(scope), "");
+                EXPECT_EQ(threw, fired && (thrower.foreign || thrower.countdown != propertyRule));
+                EXPECT_EQ(CheckModel(Scope(m_xMade, {&m_xObserver})), "");
                 for (MCObject* made : m_xMade)
                     made->Expunge(true);
                 if (!fired || FailureCount() > failures)
                     break;
             }
-            calls += std::string(" ") + operation.name + "/" + thrower.name + "=" + std::to_string(k - 1);
+            calls += std::string(" ") + name + "/" + thrower.name + "=" + std::to_string(k - 1);
         }
     }
     RecordProperty("calls", calls);

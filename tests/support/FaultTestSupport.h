@@ -46,6 +46,12 @@ public:
     /// Whether the armed operation came; disarms.
     bool Disarm() { return m_xCountdown.Disarm(); }
 
+    void seekg(long position) override { Fails(FaultKind::read) ? void() : MCStream::seekg(position); }
+    void seekp(long position) override { Fails(FaultKind::write) ? void() : MCStream::seekp(position); }
+    long tellg() override { return Fails(FaultKind::read) ? -1 : MCStream::tellg(); }
+    long tellp() override { return Fails(FaultKind::write) ? -1 : MCStream::tellp(); }
+    void flush() override { Fails(FaultKind::write) ? void() : MCStream::flush(); }
+
 #define FAULT_IO(W, R)                                                        \
     ZVTStream& operator<<(W value) override {                                 \
         return Fails(FaultKind::write) ? *this : MCStream::operator<<(value); \
@@ -68,24 +74,6 @@ public:
 #undef FAULT_IO
     ZVTStream& operator<<(const char* value) override {
         return Fails(FaultKind::write) ? *this : MCStream::operator<<(value);
-    }
-    void seekg(long position) override {
-        if (!Fails(FaultKind::read))
-            MCStream::seekg(position);
-    }
-    void seekp(long position) override {
-        if (!Fails(FaultKind::write))
-            MCStream::seekp(position);
-    }
-    long tellg() override {
-        return Fails(FaultKind::read) ? -1 : MCStream::tellg();
-    }
-    long tellp() override {
-        return Fails(FaultKind::write) ? -1 : MCStream::tellp();
-    }
-    void flush() override {
-        if (!Fails(FaultKind::write))
-            MCStream::flush();
     }
 
 private:
@@ -111,54 +99,46 @@ struct ThrowCountdown : Countdown {
 
     void Arm(int k, bool foreign) { Countdown::Arm(k), m_bForeign = foreign; }
     void Tick() {
-        if (!Hit())
-            return;
-        if (m_bForeign)
-            throw std::runtime_error("host");
-        throw EXUnexpected("host", "rule");
+        if (Hit())
+            m_bForeign ? throw std::runtime_error("host") : throw EXUnexpected("host", "rule");
     }
 };
 
-/// An object rule and a property rule (every mode of each) and an observer that call `m_pxCountdown`
-/// before they answer; an optional body runs after it.
+/// An object rule and a property rule (every mode of each) and an observer that tick their countdown
+/// before they answer, then run their body.
 class ThrowingObjectRule : public MCObjectSem {
 public:
     result Fire(mode, MCObject*, MCObjectSemContext*) override {
-        if (m_pxCountdown)
-            m_pxCountdown->Tick();
+        m_xCountdown.Tick();
         return resultContinue;
     }
     unsigned long GetInterests() const override {
         return PostCreation | PreDestructon | CalculateData | PostPaste;
     }
-    ThrowCountdown* m_pxCountdown = nullptr;
+    ThrowCountdown m_xCountdown;
 };
 
 class ThrowingPropertyRule : public MCPropertySemantic {
 public:
     ~ThrowingPropertyRule() { MCPropertySemanticRegistry::GetInstance()->Deregister(this); }
     result Fire(mode nMode, MCObject* object, MCProperty* property, MCPropertySemanticContext*) override {
-        if (m_pxCountdown)
-            m_pxCountdown->Tick();
-        if (m_xBody)
-            m_xBody(nMode, object, property);
+        m_xCountdown.Tick();
+        m_xBody(nMode, object, property);
         return resultContinue;
     }
     unsigned long GetInterests() const override { return PreEdit | PostEdit | PostCalculateData | PostPaste; }
-    ThrowCountdown* m_pxCountdown = nullptr;
-    std::function<void(mode, MCObject*, MCProperty*)> m_xBody;
+    ThrowCountdown m_xCountdown;
+    std::function<void(mode, MCObject*, MCProperty*)> m_xBody = [](mode, MCObject*, MCProperty*) {};
 };
 
 class ThrowingObserver : public MCSubscriber {
 public:
     void Notify(MCEvent& event) override {
-        if (m_pxCountdown)
-            m_pxCountdown->Tick();
-        if (m_xBody)
-            m_xBody(event);
+        m_xCountdown.Tick();
+        m_xBody(event);
     }
-    ThrowCountdown* m_pxCountdown = nullptr;
-    std::function<void(MCEvent&)> m_xBody;
+    ThrowCountdown m_xCountdown;
+    std::function<void(MCEvent&)> m_xBody = [](MCEvent&) {};
 };
 
 /// The failures the running test has recorded so far, so that a loop stops at its own first one.
@@ -200,41 +180,32 @@ inline bool Targets(MCProperty* property, std::vector<MCObject*>& targets, bool&
 
 }  // namespace fault_detail
 
-/// The subtree under `root` in owner order, one object a line: depth, type, id, then each property as
+/// The subtree under `object` in owner order, one object a line: depth, type, id, then each property as
 /// type=value (references as target ids, "~" for nulled) and the number of subscribers; what a failed
 /// operation must leave exactly as it was.
-inline std::string TreeDump(MCObject* root) {
-    std::string out;
-    std::vector<std::pair<MCObject*, int>> stack{{root, 0}};
-    while (!stack.empty()) {
-        auto [object, depth] = stack.back();
-        stack.pop_back();
-        out += std::string(static_cast<size_t>(depth), ' ') + std::to_string(object->GetType()) + "#" +
-               std::to_string(object->GetId());
-        for (MCPropertySetIter properties(object->GetPropertySet()); ++properties;) {
-            MCProperty* property = properties.GetValue();
-            if (!property)
-                continue;
-            out += " " + std::to_string(property->GetType()) + "=";
-            std::vector<MCObject*> targets;
-            bool bound = true;
-            ZVTString text;
-            if (property->GetFlag(MCItem::itemNulled))
-                out += "~";
-            else if (fault_detail::Targets(property, targets, bound)) {
-                out += bound ? "" : "?";
-                for (MCObject* target : targets)
-                    out += "@" + (target ? std::to_string(target->GetId()) : std::string("0"));
-            } else
-                out += object->GetPropertyString(property->GetType(), text) ? text.str() : "?";
-        }
-        out += " s" + std::to_string(MCSubscriberListIter(object).GetCount()) + "\n";
-        std::vector<MCObject*> ownees;
-        for (MCObject* ownee = object->GetFirstOwnee(); ownee; ownee = ownee->GetNextSibling())
-            ownees.push_back(ownee);
-        for (auto it = ownees.rbegin(); it != ownees.rend(); ++it)
-            stack.emplace_back(*it, depth + 1);
+inline std::string TreeDump(MCObject* object, int depth = 0) {
+    std::string out = std::string(static_cast<size_t>(depth), ' ') + std::to_string(object->GetType()) + "#" +
+                      std::to_string(object->GetId());
+    for (MCPropertySetIter properties(object->GetPropertySet()); ++properties;) {
+        MCProperty* property = properties.GetValue();
+        if (!property)
+            continue;
+        out += " " + std::to_string(property->GetType()) + "=";
+        std::vector<MCObject*> targets;
+        bool bound = true;
+        ZVTString text;
+        if (property->GetFlag(MCItem::itemNulled))
+            out += "~";
+        else if (fault_detail::Targets(property, targets, bound)) {
+            out += bound ? "" : "?";
+            for (MCObject* target : targets)
+                out += "@" + (target ? std::to_string(target->GetId()) : std::string("0"));
+        } else
+            out += object->GetPropertyString(property->GetType(), text) ? text.str() : "?";
     }
+    out += " s" + std::to_string(MCSubscriberListIter(object).GetCount()) + "\n";
+    for (MCObject* ownee = object->GetFirstOwnee(); ownee; ownee = ownee->GetNextSibling())
+        out += TreeDump(ownee, depth + 1);
     return out;
 }
 

@@ -2,9 +2,6 @@
 // refusal of two classes of one name.
 
 #include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include <gtest/gtest.h>
 

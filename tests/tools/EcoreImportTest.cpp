@@ -5,8 +5,6 @@
 #include <climits>
 #include <map>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -141,10 +139,7 @@ TEST_F(EcoreImportTest, BadInputGivesItsLineAndLeavesNothing) {
     std::string nested;
     for (int depth = 0; depth < 66; ++depth)
         nested = "<eSubpackages name=\"s\">\n" + nested + "</eSubpackages>\n";
-    const struct {
-        std::string m_sBytes;
-        const char* m_pcError;
-    } cases[] = {
+    const std::pair<std::string, const char*> cases[] = {
         {"", "1: not well-formed XML: No document element found"},
         {"<?xml version=\"1.0\"?>\n<a:EPackage xmlns:a=\"urn:x\" name=\"p\"/>",
          "2: root element 'a:EPackage' is not an ecore:EPackage"},
@@ -189,9 +184,9 @@ TEST_F(EcoreImportTest, BadInputGivesItsLineAndLeavesNothing) {
          "5: literal 'x' given twice in 'E'"},
         {Wrap(nested), "67: packages nested deeper than 64"},
     };
-    for (const auto& test : cases) {
-        SCOPED_TRACE(test.m_pcError);
-        EXPECT_EQ(Import(test.m_sBytes), std::string("in.ecore:") + test.m_pcError + "\nlive 0");
+    for (const auto& [bytes, error] : cases) {
+        SCOPED_TRACE(error);
+        EXPECT_EQ(Import(bytes), std::string("in.ecore:") + error + "\nlive 0");
     }
     // The committed bad files, read from disk, name themselves.
     for (auto [file, error] : {std::pair<const char*, const char*>{

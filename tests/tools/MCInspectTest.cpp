@@ -5,11 +5,7 @@
 
 #include <cstdio>
 #include <fstream>
-#include <iterator>
 #include <sstream>
-#include <string>
-#include <vector>
-#include "ModelCore/ZVFWMC/MCCodes.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -18,27 +14,10 @@
 
 namespace {
 
-struct Outcome {
-    int m_nExit = -1;
-    std::string m_sOutput;  // stdout and stderr
-};
-
-Outcome Inspect(const std::string& arguments) {
-    Outcome outcome;
-    FILE* pipe = popen((std::string(MCINSPECT_PATH) + " " + arguments + " 2>&1").c_str(), "r");
-    if (!pipe)
-        return outcome;
-    char buffer[512];
-    while (std::fgets(buffer, sizeof buffer, pipe))
-        outcome.m_sOutput += buffer;
-    const int status = pclose(pipe);
-    outcome.m_nExit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return outcome;
-}
-
 std::string ReadAll(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    std::ostringstream bytes;
+    bytes << std::ifstream(path, std::ios::binary).rdbuf();
+    return bytes.str();
 }
 
 std::string Path(const std::string& name, const char* extension = ".mdl") {
@@ -51,7 +30,8 @@ std::string File(const std::string& name, const std::string& bytes, const char* 
     return Path(name, extension);
 }
 
-/// The arguments of one run, the exit code it must give and pieces of what the tool must say, in order.
+/// The arguments of one run, the exit code it must give and pieces of what the tool must say (stdout and
+/// stderr), in order.
 struct Run {
     std::string m_sArguments;
     int m_nExit;
@@ -61,12 +41,17 @@ struct Run {
 void Check(const std::vector<Run>& runs) {
     for (const Run& run : runs) {
         SCOPED_TRACE(run.m_sArguments);
-        const Outcome outcome = Inspect(run.m_sArguments);
-        EXPECT_EQ(outcome.m_nExit, run.m_nExit) << outcome.m_sOutput;
+        FILE* pipe = popen((std::string(MCINSPECT_PATH) + " " + run.m_sArguments + " 2>&1").c_str(), "r");
+        ASSERT_NE(pipe, nullptr);
+        std::string output;
+        char buffer[512];
+        while (std::fgets(buffer, sizeof buffer, pipe))
+            output += buffer;
+        const int status = pclose(pipe);
+        EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, run.m_nExit) << output;
         size_t at = 0;
         for (const std::string& piece : run.m_xSays)
-            ASSERT_NE(at = outcome.m_sOutput.find(piece, at), std::string::npos)
-                << piece << outcome.m_sOutput;
+            ASSERT_NE(at = output.find(piece, at), std::string::npos) << piece << output;
     }
 }
 
@@ -92,14 +77,11 @@ protected:
         }
         c_lModelId = model->GetId();
         c_lPackageId = package->GetId();
-        for (MCObject* ownee = package->GetFirstOwnee(); ownee; ownee = ownee->GetNextSibling())
-            ++c_nPackageOwnees;
+        c_nPackageOwnees = package->GetOwneeCount();
         model->Expunge(true);
         ASSERT_TRUE(written);
         c_sGood = ReadAll(Path("good"));
-        std::string badPrefix = c_sGood;
-        badPrefix[0] = 'X';
-        File("bad_prefix", badPrefix);
+        File("bad_prefix", "X" + c_sGood.substr(1));
         File("trailing_token", c_sGood + "\x33");
 
         // For --dot: a class whose name needs every escape and an attribute name that is no UTF-8, and
@@ -121,7 +103,7 @@ protected:
     static inline std::string c_sClip;
     static inline long c_lModelId = 0;
     static inline long c_lPackageId = 0;
-    static inline int c_nPackageOwnees = 0;
+    static inline long c_nPackageOwnees = 0;
 };
 
 TEST_F(MCInspectTest, ModelFilesListTheirObjectsOrNameTheirDamage) {
@@ -161,12 +143,8 @@ TEST_F(MCInspectTest, ClipsListEntriesByLevelOrNameTheirDamage) {
     auto clip = [](const char* name, std::string bytes) { return "--clip " + File(name, bytes); };
     auto cut = [&](const char* name, size_t size) { return clip(name, c_sClip.substr(0, size)); };
     auto with = [&](const char* name, size_t at, char token) {
-        std::string bytes = c_sClip;
-        bytes[at] = token;
-        return clip(name, bytes);
+        return clip(name, std::string(c_sClip).replace(at, 1, 1, token));
     };
-    std::string noMark = c_sClip;
-    noMark.erase(mark, 1);
     // A user-defined property record in the global section whose code is not negative.
     constexpr short c_sPositiveCode = 5;
     std::stringstream record;
@@ -175,8 +153,6 @@ TEST_F(MCInspectTest, ClipsListEntriesByLevelOrNameTheirDamage) {
         stream << static_cast<char>(MCStream::tokenProperty) << c_sPositiveCode << ZVTString("")
                << static_cast<short>(MCCodes::pInteger) << static_cast<unsigned short>(0);
     }
-    std::string positiveCode = c_sClip;
-    positiveCode.insert(c_nHeadBytes + 1, record.str());
     const std::string package = std::to_string(c_lPackageId);
     Check({
         {clip("clip", c_sClip),
@@ -196,10 +172,12 @@ TEST_F(MCInspectTest, ClipsListEntriesByLevelOrNameTheirDamage) {
         {cut("no_end_token", c_sClip.size() - 1), 3, {"a paste keeps what came before"}},
         {with("type_1_entry", mark + 1, MCStream::tokenClipEntry1), 4, {"token 0x22"}},
         {with("shared_behind_mark", mark + 1, MCStream::tokenClipEntry2), 4, {"behind the level mark"}},
-        {clip("no_level_mark", noMark), 4, {"end token before the level mark"}},
+        {clip("no_level_mark", std::string(c_sClip).erase(mark, 1)), 4, {"end token before the level mark"}},
         // Type 0x77e6 is nobody's.
         {with("unknown_entry_type", frameType + 1, 0x77), 5, {"unknown object type 30694 in the frame"}},
-        {clip("positive_udp_code", positiveCode), 6, {"damaged global section"}},
+        {clip("positive_udp_code", std::string(c_sClip).insert(c_nHeadBytes + 1, record.str())),
+         6,
+         {"damaged global section"}},
     });
 }
 

@@ -5,10 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include <exception>
 #include <functional>
 #include <iterator>
-#include <string>
 
 #include "platform/HUB.h"
 
@@ -18,12 +16,11 @@ namespace {
 std::string Caught(const std::function<void()>& toThrow) {
     try {
         toThrow();
-    } catch (const EXUser& e) {
-        return "user " + std::to_string(e.GetExceptionCode()) + ": " + e.what();
-    } catch (const EXProgrammer& e) {
-        return "programmer " + std::to_string(e.GetExceptionCode()) + ": " + e.what();
     } catch (const EXBase& e) {
-        return "other " + std::to_string(e.GetExceptionCode()) + ": " + e.what();
+        const char* side = dynamic_cast<const EXUser*>(&e)         ? "user "
+                           : dynamic_cast<const EXProgrammer*>(&e) ? "programmer "
+                                                                   : "other ";
+        return side + std::to_string(e.GetExceptionCode()) + ": " + e.what();
     }
     return "nothing thrown";
 }
@@ -97,9 +94,9 @@ TEST(EXBaseTest, DuplicateFactoryShowsMessage60505WithTheTypeCodeAndReturnsTheAn
     EXPECT_EQ(negative.StandardMessage(nullptr), 7);
     EXPECT_EQ(EXDuplicateFactory(530).StandardMessage(static_cast<EXMsgData*>(data())), 7);
     EXPECT_EQ(messages.Log(), "message 60505 (style 0x40): -12\nmessage 60505 (style 0x40): 530");
-    ASSERT_EQ(messages.GetMessages().size(), 2u);
-    EXPECT_EQ(messages.GetMessages()[0].m_nCall, HUBMessageRecord::callDisplayMessage);
-    EXPECT_EQ(messages.GetMessages()[0].m_lTextType, 0);
+    const HUBMessageRecord& first = messages.GetMessages().at(0);
+    EXPECT_EQ(first.m_nCall, HUBMessageRecord::callDisplayMessage);
+    EXPECT_EQ(first.m_lTextType, 0);
 }
 
 }  // namespace

@@ -3,12 +3,9 @@
 // proxy, and the add-in hook type.
 
 #include <cstdio>
-#include <map>
 #include <memory>
 #include <tuple>
-#include <utility>
 
-#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "support/RuleTestSupport.h"
 
 namespace {
@@ -61,9 +58,11 @@ protected:
         CComponentManager::UnregisterComponent("rec");
         RuleTest::TearDown();
     }
-    static void Add(MCExternalPropertySemantic& proxy) {
-        MCPropertySemanticRegistry::GetInstance()->RegisterExternalSemantic(Shape::c_sType, Shape::c_sWidth,
-                                                                            &proxy, false);
+    static std::unique_ptr<MCExternalPropertySemantic> Add(MCExternalPropertySemantic* proxy,
+                                                           short type = Shape::c_sType,
+                                                           short property = Shape::c_sWidth) {
+        MCPropertySemanticRegistry::GetInstance()->RegisterExternalSemantic(type, property, proxy, false);
+        return std::unique_ptr<MCExternalPropertySemantic>(proxy);
     }
     static std::unique_ptr<TestProxy> Add(TestProxy* proxy) {
         MCObjectSemReg::GetInstance()->RegisterExternalSemantic(Shape::c_sType, proxy, false);
@@ -94,8 +93,7 @@ TEST_F(AddInTest, ScopeDecidesWhatReachesTheComponent) {
     };
     long value = 0;
     for (const auto& [scoped, includeScope, log] : cases) {
-        MCExternalPropertySemantic proxy("rec", "w", scoped ? m_pxR : nullptr, includeScope);
-        Add(proxy);
+        auto proxy = Add(new MCExternalPropertySemantic("rec", "w", scoped ? m_pxR : nullptr, includeScope));
         for (MCObject* object : {m_pxR, m_pxA1, m_pxO}) {
             // Modes outside a property proxy's interests never reach the component.
             for (PS::mode mode : {PS::PreDestructon, PS::PostPaste, PS::ObjectPreDestruction,
@@ -123,8 +121,7 @@ TEST_F(AddInTest, PostPasteReachesOnlyTheProxyThatAsksForIt) {
 
 TEST_F(AddInTest, MissingComponentShowsMessage603EachTimeAndTheOperationGoesOn) {
     HUBScopedMessageHandler messages;
-    MCExternalPropertySemantic proxy("absent", "w", nullptr, false);
-    Add(proxy);
+    auto proxy = Add(new MCExternalPropertySemantic("absent", "w", nullptr, false));
     auto object = Add(new TestProxy("o", nullptr));
     CComponentManager::UnregisterComponent("rec");
     EXPECT_TRUE(SetLong(m_pxA, Shape::c_sWidth, 3));
@@ -144,8 +141,7 @@ TEST_F(AddInTest, AnswersVetoAndRefuseTheOrdinaryWay) {
     lock.reset();
 
     SetLong(m_pxO, Shape::c_sWidth, 4, MCPropertyAccessor::accessAdd, false);
-    MCExternalPropertySemantic proxy("rec", "w", nullptr, false);
-    Add(proxy);
+    auto proxy = Add(new MCExternalPropertySemantic("rec", "w", nullptr, false));
     // Runs after the proxy on its level, unless the proxy stopped the firing.
     PropertyRule internal("I", MCPropertySemantic::PreEdit | MCPropertySemantic::PostEdit);
     AddRule(Shape::c_sType, Shape::c_sWidth, internal);
@@ -159,13 +155,12 @@ TEST_F(AddInTest, AnswersVetoAndRefuseTheOrdinaryWay) {
 
 TEST_F(AddInTest, ExpungingTheScopeRetiresItsProxiesBeforeItsOwneesGo) {
     auto object = Add(new TestProxy("o", m_pxR));
-    MCExternalPropertySemantic property("rec", "w", m_pxR, true);
-    Add(property);
+    auto property = Add(new MCExternalPropertySemantic("rec", "w", m_pxR, true));
     m_pxR->Expunge(true);
     EXPECT_EQ(Take(), "o(R,R,0,2)");  // A and A1 are no longer asked
-    EXPECT_FALSE(object->GetOwner() || property.GetOwner() ||
+    EXPECT_FALSE(object->GetOwner() || property->GetOwner() ||
                  MCObjectSemReg::GetInstance()->IsRegistered(object.get()) ||
-                 MCPropertySemanticRegistry::GetInstance()->IsRegistered(&property));
+                 MCPropertySemanticRegistry::GetInstance()->IsRegistered(property.get()));
 }
 
 TEST_F(AddInTest, AHandlerDeletesItsObjectProxiesAndADeletedProxyEndsItsSubscription) {
@@ -182,16 +177,13 @@ TEST_F(AddInTest, AHandlerDeletesItsObjectProxiesAndADeletedProxyEndsItsSubscrip
     MCSubscriberListIter before(m_pxO);
     EXPECT_TRUE(++before && before.GetValue() == proxy);
     delete proxy;
-    MCSubscriberListIter after(m_pxO);
-    EXPECT_FALSE(++after);
+    EXPECT_FALSE(++MCSubscriberListIter(m_pxO));
 }
 
 TEST_F(AddInTest, AddInHooksStandInTheChainsOfTheirType) {
     MCObject* hook = Make(m_pxR, MCAddInHook::c_sType);
     m_xRecorder.m_xNames[hook->GetId()] = "H";
-    MCExternalPropertySemantic proxy("rec", "n", m_pxR, false);
-    MCPropertySemanticRegistry::GetInstance()->RegisterExternalSemantic(MCAddInHook::c_sType, 147, &proxy,
-                                                                        false);
+    auto proxy = Add(new MCExternalPropertySemantic("rec", "n", m_pxR, false), MCAddInHook::c_sType, 147);
     MCSPropertyAccessorT<ZVTString> name(ZVTString("hook"));
     EXPECT_TRUE(hook->SetProperty(MCCodes::pName, name, MCPropertyAccessor::accessAdd));
     EXPECT_FALSE(SetLong(hook, 132, 99));  // the root type's id rule reaches the hook

@@ -6,14 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <initializer_list>
-#include <string>
 
-#include "ModelCore/ZVFWMC/EXBase.h"
-#include "ModelCore/ZVFWMC/MCCodes.h"
-#include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
-#include "ModelCore/ZVFWMC/MCIdSpace.h"
-#include "ModelCore/ZVFWMC/MdlCore.h"
+#include "ModelCore/ModelCore.h"
 #include "platform/HUB.h"
 
 namespace {
@@ -40,8 +34,7 @@ TEST(MCEnvironmentTest, TheFirstInstalledInstanceStaysUntilItIsDestroyed) {
     EXPECT_EQ(thrownBy, "ModelCore/ZVFWMC/MCEnvironment");
     EXPECT_EQ(MCEnvironment::GetInstance(), nullptr);
     {
-        TestEnvironment first;
-        TestEnvironment second;
+        TestEnvironment first, second;
         EXPECT_EQ(MCEnvironment::GetInstance(), nullptr);  // constructing does not install
         TestEnvironment::Install(&first);
         for (MCEnvironment* pEnvironment : std::initializer_list<MCEnvironment*>{nullptr, &second, &first}) {

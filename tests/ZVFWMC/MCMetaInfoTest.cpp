@@ -1,11 +1,7 @@
 // The host's flag table and the table of inherited property pairs.
 
-#include <gtest/gtest.h>
-
 #include <tuple>
-#include <utility>
 
-#include "ModelCore/ZVFWMC/MCMetaInfo.h"
 #include "support/RegistryTestSupport.h"
 
 namespace {
@@ -28,9 +24,7 @@ TEST_F(MCMetaInfoTest, FlagsSelectReportableTypes) {
         {0, 0x80000000UL, "refused"},
     };
     for (const auto& [required, forbidden, types] : cases) {
-        auto query = [&, r = required, f = forbidden](auto& v) {
-            return MCMetaInfo::GetObjectTypes(r, f, v);
-        };
+        auto query = [r = required, f = forbidden](auto& v) { return MCMetaInfo::GetObjectTypes(r, f, v); };
         EXPECT_EQ(CodeList(query, true), types) << std::hex << required << " / " << forbidden;
     }
     ASSERT_TRUE(MCMetaInfo::SetFlags(2, 0));  // replaced, not merged
@@ -42,8 +36,8 @@ TEST_F(MCMetaInfoTest, InheritancePairsHoldForExactlyTheTypeNamed) {
     EXPECT_FALSE(MCMetaInfo::GetObjectTypes(0, 0, none) || MCMetaInfo::IsInheritable(1, 147) ||
                  MCMetaInfo::GetInheritableProperties(1, none))
         << "no table yet";
-    ASSERT_TRUE(MCFactoryRegistry::RegisterAbstractObject(1, "Root", 0));
-    ASSERT_TRUE(MCFactoryRegistry::RegisterAbstractObject(2, "Sub", 1));
+    ASSERT_TRUE(MCFactoryRegistry::RegisterAbstractObject(1, "Root", 0) &&
+                MCFactoryRegistry::RegisterAbstractObject(2, "Sub", 1));
     // Nothing checks that the types exist.
     for (auto [type, property] : {std::pair<short, short>{1, 147}, {1, 91}, {1, 147}, {-4, 88}})
         ASSERT_TRUE(MCMetaInfo::RegisterPropertyInheritance(type, property));

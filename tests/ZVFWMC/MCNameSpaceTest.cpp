@@ -3,7 +3,6 @@
 // ClearType and the sorter.
 #include <algorithm>
 #include <sstream>
-#include <string>
 #include <tuple>
 
 #include "tests/support/ModelTestSupport.h"
@@ -76,9 +75,8 @@ TEST_F(NameSpaceTest, MakeUniqueNumbersSeparatesCutsAndSortsOnDiffCount) {
             ASSERT_TRUE(infos.front());
             sorted += std::to_string(i + 1) + " ";
         }
-        EXPECT_EQ(names, expected);
-        EXPECT_EQ(results, "T" + std::string(infos.size() - 1, 'F'));
-        EXPECT_EQ(InfoOf(space, "Entity")->GetCount(), static_cast<long>(infos.size()));
+        EXPECT_EQ(names + " " + results + " " + std::to_string(InfoOf(space, "Entity")->GetCount()),
+                  expected + " T" + std::string(infos.size() - 1, 'F') + " " + std::to_string(infos.size()));
 
         std::rotate(infos.begin() + 1, infos.end() - 1, infos.end());  // 3 1 2, 10 1 9 8 ...
         MCStringInfoSortOnDiffCount sorter;
@@ -98,8 +96,7 @@ TEST_F(NameSpaceTest, MakeUniqueNumbersSeparatesCutsAndSortsOnDiffCount) {
 TEST_F(NameSpaceTest, NumbersAreNotReusedAndCountersRefuseWhatDoesNotFit) {
     MCNameSpace* space = MakeSpace();
     ASSERT_TRUE(space->Insert(Named("Entity_3"), 0, 0, false));
-    MCObject* base = Named("Entity");
-    MCObject* second = Named("Entity");
+    MCObject *base = Named("Entity"), *second = Named("Entity");
     std::string names;
     auto insert = [&](MCObject* object) {
         space->Insert(object, '_', 0, true);
@@ -129,25 +126,20 @@ TEST_F(NameSpaceTest, NumbersAreNotReusedAndCountersRefuseWhatDoesNotFit) {
     info->SetDiffCount(65535);
     MCSPropertyRawAccessorT<long> stored(0);
     ASSERT_TRUE(info->GetProperty(MCCodes::pStringInfoCount, stored));
-    EXPECT_EQ(stored.GetValue(), -1L);
-    EXPECT_EQ(info->GetDiffCount(), 65535);
+    EXPECT_EQ(std::to_string(stored.GetValue()) + " " + std::to_string(info->GetDiffCount()), "-1 65535");
     info->SetDiffCount(7);
     insert(Named("Entity"));
     insert(Named("Entity"));
-    EXPECT_EQ(names, "Entity Entity_2 Entity_4 Entity_5 Entity_65536 Entity_65537 ");
-    EXPECT_EQ(info->GetCount(), 65535);
-    EXPECT_EQ(State(space, "Entity Entity_65537"), "Entity* Entity_65537*");
+    EXPECT_EQ(names + std::to_string(info->GetCount()) + " " + State(space, "Entity Entity_65537"),
+              "Entity Entity_2 Entity_4 Entity_5 Entity_65536 Entity_65537 65535 Entity* Entity_65537*");
 }
 
 TEST_F(NameSpaceTest, NamesAreTakenUpAndDownTheTreeButNotAcrossIt) {
-    MCNameSpace* root = MakeSpace();
-    MCNameSpace* left = MakeSpace(root);
-    MCNameSpace* right = MakeSpace(root);
-    MCNameSpace* deep = MakeSpace(left);
+    MCNameSpace *root = MakeSpace(), *left = MakeSpace(root), *right = MakeSpace(root),
+                *deep = MakeSpace(left);
     for (int depth = 0; depth < 20; ++depth)  // deeper than a walk remembers without allocating
         deep = MakeSpace(deep);
-    ASSERT_TRUE(left->Insert(Named("X"), 0, 0, false));
-    ASSERT_TRUE(deep->Insert(Named("Y"), 0, 0, false));
+    ASSERT_TRUE(left->Insert(Named("X"), 0, 0, false) && deep->Insert(Named("Y"), 0, 0, false));
     // Names go down, never up, nor across.
     EXPECT_EQ(State(root, "X Y") + " " + State(deep, "X") + " " + State(right, "X"), "X+ Y+ X* X-");
     EXPECT_FALSE(root->Insert(Named("X"), 0, 0, false) || deep->Insert(Named("X"), 0, 0, false));
@@ -174,11 +166,9 @@ TEST_F(NameSpaceTest, RefusalsLeaveTheObjectOut) {
 }
 
 TEST_F(NameSpaceTest, AncestorEditMovesTheChildBetweenParents) {
-    MCNameSpace* oldParent = MakeSpace();
-    MCNameSpace* newParent = MakeSpace();
+    MCNameSpace *oldParent = MakeSpace(), *newParent = MakeSpace();
     MCNameSpace* child = MakeSpace(oldParent);
-    ASSERT_TRUE(child->Insert(Named("Kid"), 0, 0, false));
-    ASSERT_TRUE(newParent->Insert(Named("Top"), 0, 0, false));
+    ASSERT_TRUE(child->Insert(Named("Kid"), 0, 0, false) && newParent->Insert(Named("Top"), 0, 0, false));
     MCSRefAccessor accessor(newParent);
     child->SetProperty(c_sAncestor, accessor, MCPropertyAccessor::accessAdd);
     EXPECT_EQ(ChildCount(oldParent) * 10 + ChildCount(newParent), 1);
@@ -213,16 +203,14 @@ TEST_F(NameSpaceTest, AChainOfInfosNamingInfosGoesWithoutDeepening) {
 // No edit can make a name space its own ancestor; a file can (references are restored raw), and then
 // every walk over the tree of name spaces must still end.
 TEST_F(NameSpaceTest, RingsOfNameSpacesAreRefusedOrSurvived) {
-    MCNameSpace* a = MakeSpace();
-    MCNameSpace* b = MakeSpace(a);
+    MCNameSpace *a = MakeSpace(), *b = MakeSpace(a);
     a->AddChild(a);
     b->AddChild(a);
     a->AddChild(nullptr);
     b->RemoveChild(nullptr);
     EXPECT_EQ(ChildCount(a) * 10 + ChildCount(b), 10);
 
-    MCNameSpace* c = MakeSpace();
-    MCNameSpace* d = MakeSpace();
+    MCNameSpace *c = MakeSpace(), *d = MakeSpace();
     for (MCNameSpace* space : {c, d}) {
         MCNameSpace* other = space == c ? d : c;
         MCVRefRawAccessor child(other);
@@ -230,8 +218,7 @@ TEST_F(NameSpaceTest, RingsOfNameSpacesAreRefusedOrSurvived) {
         space->SetProperty(c_sChildren, child, MCPropertyAccessor::accessAdd);
         space->SetProperty(c_sAncestor, ancestor, MCPropertyAccessor::accessAdd);
     }
-    MCObject* first = Named("Ring");
-    MCObject* second = Named("Ring");
+    MCObject *first = Named("Ring"), *second = Named("Ring");
     EXPECT_TRUE(c->Insert(first, 0, 0, false) && !d->Insert(second, '_', 0, true));
     EXPECT_EQ(NameOf(second) + " " + State(d, "Ring") + " " + State(c, "Ring_2"), "Ring_2 Ring* Ring_2*");
     EXPECT_TRUE(c->Delete(first));
@@ -257,8 +244,7 @@ TEST_F(NameSpaceTest, ClearTypeExpungesTheNamesOfThatType) {
 // rebuild them, the stored count included, and empty them.
 TEST_F(NameSpaceTest, CalculateDataRebuildsTheDictionaries) {
     using PS = MCPropertySemantic;
-    MCNameSpace* space = MakeSpace();
-    MCNameSpace* child = MakeSpace(space);
+    MCNameSpace *space = MakeSpace(), *child = MakeSpace(space);
     auto* info = static_cast<MCStringInfo*>(
         MCFactoryRegistry::CreateItem(MCStringInfo::c_sType, space, nullptr, nullptr));
     MCSRefRawAccessor raw(Named("Entity"));

@@ -1,13 +1,9 @@
 // Type names: the default nomenclature "Logical", further vocabularies made on first use, look-ups in
 // both directions with the default as fallback, and the one-step translation of aliases.
 
-#include <string>
 #include <tuple>
 
-#include <gtest/gtest.h>
-
 #include "ModelCore/ZVFWMC/MCCodes.h"
-#include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "support/RegistryTestSupport.h"
 
 using R = MCFactoryRegistry;

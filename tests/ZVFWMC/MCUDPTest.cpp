@@ -2,13 +2,8 @@
 // the global section: its bytes, reading it in a process that numbered the names otherwise, cut short, and
 // bad input.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <initializer_list>
+#include <map>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCCodes.h"
@@ -27,13 +22,6 @@ MCObject* const c_pxRootB = reinterpret_cast<MCObject*>(c_acRoots[1]);
 
 constexpr short c_sNode = 7001;
 constexpr short c_sLeaf = 7002;
-
-std::string Bytes(std::initializer_list<int> bytes) {
-    std::string out;
-    for (int b : bytes)
-        out += static_cast<char>(b);
-    return out;
-}
 
 /// Stored bytes written field by field, as another process would have written them.
 struct Section {
@@ -58,10 +46,9 @@ struct Section {
 /// A map rendered as "stored>current ..." sorted by stored code, then "| name(code,type,first:types)"
 /// for each unknown record.
 std::string Render(MCUDPMap& map) {
-    std::vector<std::pair<short, short>> pairs;
+    std::map<short, short> pairs;
     for (MCMapToIterT<short, short> it(map); ++it;)
-        pairs.emplace_back(it.From(), it.To());
-    std::sort(pairs.begin(), pairs.end());
+        pairs[it.From()] = it.To();
     std::string out;
     for (auto& pair : pairs)
         out += (out.empty() ? "" : " ") + std::to_string(pair.first) + ">" + std::to_string(pair.second);
@@ -100,10 +87,10 @@ protected:
     /// What every process knows: Integer, two object types and an alias of Integer.
     void DefineFixedTypes() {
         ASSERT_TRUE(R::RegisterConcreteProperty(MCCodes::pInteger, "Integer", new CountingFactory(counters),
-                                                false, false, false, false));
-        ASSERT_TRUE(R::RegisterAbstractObject(c_sNode, "Node", 0));
-        ASSERT_TRUE(R::RegisterAbstractObject(c_sLeaf, "Leaf", c_sNode));
-        ASSERT_TRUE(R::RegisterAliasProperty(7101, "Weight", MCCodes::pInteger, false, false, false, false));
+                                                false, false, false, false) &&
+                    R::RegisterAbstractObject(c_sNode, "Node", 0) &&
+                    R::RegisterAbstractObject(c_sLeaf, "Leaf", c_sNode) &&
+                    R::RegisterAliasProperty(7101, "Weight", MCCodes::pInteger, false, false, false, false));
     }
     static std::string Save(MCObject* model) {
         std::stringstream medium;
@@ -134,8 +121,7 @@ TEST_F(UDPTest, CodesComeDownwardsByNameAndModelsJoinTheEntry) {
     };
     for (const auto& [name, concrete] : refused)
         EXPECT_EQ(R::RegisterUDP(name, concrete, c_pxRootA, false), 0) << name << "/" << concrete;
-    EXPECT_EQ(R::RegisterUDP("New", MCCodes::pInteger, nullptr, false), -3)
-        << "refusals must not use up codes";
+    EXPECT_EQ(R::RegisterUDP("New", MCCodes::pInteger, nullptr, false), -3) << "refusals use up no codes";
 
     // Removing a model keeps the code, whether or not the model held it; validating a persistence unit
     // adds the model again.
@@ -161,18 +147,17 @@ TEST_F(UDPTest, NegativeCodesTakenByTheHostAreSkippedAndTheRangeEnds) {
 }
 
 TEST_F(UDPTest, SectionHoldsTheModelsPropertiesOnly) {
-    EXPECT_EQ(Save(c_pxRootA), Bytes({0x11, 0x15}));
+    EXPECT_EQ(Save(c_pxRootA), "\x11\x15");
     R::RegisterUDP("Other", MCCodes::pInteger, c_pxRootB, false);
     const short code = R::RegisterUDP("Ab", MCCodes::pInteger, c_pxRootA, true);
-    ASSERT_TRUE(R::AddPropertyUsage(c_sNode, code, 1));
-    ASSERT_TRUE(R::AddPropertyUsage(c_sLeaf, code, 1));
+    ASSERT_TRUE(R::AddPropertyUsage(c_sNode, code, 1) && R::AddPropertyUsage(c_sLeaf, code, 1));
     auto used = [](MCObject* model) {  // a user-defined usage counts for its models only
         constexpr unsigned long mask = R::usageCore | R::usageUser | R::flagWithInherited;
         return CodeList([&](auto& v) { return R::GetPropertyUsages(c_sLeaf, v, mask, model); });
     };
     EXPECT_EQ(used(c_pxRootA) + " | " + used(c_pxRootB), "-2 -2 | ");
-    EXPECT_EQ(Save(c_pxRootA), Bytes({0x11, 1, 0xFE, 0xFF, 2, 0, 0,    0,    'A',  'b',  87,  0,
-                                      1,    0, 2,    0,    0, 0, 0x59, 0x1B, 0x5A, 0x1B, 0x15}));
+    EXPECT_EQ(Save(c_pxRootA),
+              std::string("\x11\x01\xFE\xFF\x02\0\0\0Ab\x57\0\x01\0\x02\0\0\0\x59\x1B\x5A\x1B\x15", 23));
     R::RegisterUDP("Unused", MCCodes::pInteger, c_pxRootB, false);
     const std::string other = Save(c_pxRootB);
     EXPECT_EQ(other.size(), 2u + 20u + 21u) << "two records without usages";
@@ -211,7 +196,7 @@ TEST_F(UDPTest, EveryCutOfASectionReadsTheWholeRecordsBeforeIt) {
 
 TEST_F(UDPTest, BadInputEndsTheSectionOrRaisesAsStored) {
     std::string hugeName = Section().Record(-5, "A", MCCodes::pInteger, 0, 0, {}).Str();
-    hugeName += Bytes({1, 0xFA, 0xFF, 0xF0, 0xFF, 0xFF, 0x7F, 'x'});
+    hugeName += "\x01\xFA\xFF\xF0\xFF\xFF\x7Fx";
     const std::string cases[][3] = {
         {"huge count, two types present",
          Section().Record(-5, "A", MCCodes::pInteger, 0, 0x7FFFFFFF, {c_sNode, c_sLeaf}).Str(),

@@ -1,21 +1,15 @@
 // The data butler as a template engine drives it: every macro's answers and failures from one table, the
 // life of iterations (passes, break-on, nesting, abandonment), contexts, variables and shared state.
 
-#include <map>
 #include <sstream>
-#include <vector>
 
 #include "support/RuleTestSupport.h"
 
 namespace {
 
 // A small metamodel of value properties on the shapes; Area (calculated) and Label come with them.
-constexpr short c_sTitle = 7851;    // String
-constexpr short c_sRank = 7852;     // Integer
-constexpr short c_sPartner = 7854;  // Reference
-constexpr short c_sParts = 7855;    // ReferenceList
-constexpr short c_sWeight = 7856;   // Float: no converter
-constexpr short c_sBlob = 7857;     // Float with a host converter that gives no text
+constexpr short c_sTitle = 7851, c_sRank = 7852, c_sPartner = 7854, c_sParts = 7855, c_sWeight = 7856,
+                c_sBlob = 7857;
 
 struct NoTextConverter : MCPropertyConverter {
     NoTextConverter() : MCPropertyConverter(c_sBlob) {}
@@ -24,32 +18,31 @@ struct NoTextConverter : MCPropertyConverter {
 
 bool RegisterMetamodel() {
     const struct {
-        short m_sCode;
-        const char* m_pcName;
-        short m_sConcrete;
+        short code;
+        const char* name;
+        short concrete;
     } aliases[] = {
         {c_sTitle, "Title", MCCodes::pString},        {c_sRank, "Rank", MCCodes::pInteger},
         {c_sPartner, "Partner", MCCodes::pReference}, {c_sParts, "Parts", MCCodes::pReferenceList},
         {c_sWeight, "Weight", MCCodes::pFloat},       {c_sBlob, "Blob", MCCodes::pFloat},
     };
     for (const auto& alias : aliases)
-        MCFactoryRegistry::RegisterAliasProperty(alias.m_sCode, alias.m_pcName, alias.m_sConcrete, true,
-                                                 false, false, false);
+        MCFactoryRegistry::RegisterAliasProperty(alias.code, alias.name, alias.concrete, true, false, false,
+                                                 false);
     MCPropertyConverterRegistry::Register(new NoTextConverter);
     return true;
 }
 
-// A host's own iteration over a list it made, counting how many proxies are alive.
-class HostListProxy : public MCIterProxy {
-public:
-    explicit HostListProxy(ZVTSList<MCObject*>& list) : MCIterProxy("Host", m_xWalk, true), m_xWalk(&list) {
+// A host's own iteration over a list it made of one object, counting how many proxies are alive.
+struct HostListProxy : MCIterProxy {
+    explicit HostListProxy(MCObject* only)
+        : MCIterProxy("Host", m_xWalk, true), m_xList(ListOf({only})), m_xWalk(&m_xList) {
         ++c_nAlive;
     }
     ~HostListProxy() override { --c_nAlive; }
     MCObject* GetCurrentObject() override { return m_xWalk.GetValue(); }
     static inline int c_nAlive = 0;
-
-private:
+    ZVTSList<MCObject*> m_xList;
     MCVRefIter m_xWalk;
 };
 
@@ -73,45 +66,45 @@ protected:
         }
         SetLong(m_pxA, c_sRank, 2);
         SetLong(m_pxP1, c_sRank, -1);
-        for (short type : {c_sWeight, c_sBlob}) {
-            MCSPropertyAccessorT<float> number(1.5f);
-            m_pxA->SetProperty(type, number, MCPropertyAccessor::accessAdd);
-        }
+        MCSPropertyAccessorT<float> number(1.5f);
+        for (short type : {c_sWeight, c_sBlob})
+            ASSERT_TRUE(m_pxA->SetProperty(type, number, MCPropertyAccessor::accessAdd));
         Link(m_pxA, c_sPartner, m_pxP1);
         Link(m_pxP1, c_sPartner, m_pxP2);
         for (auto [from, to] : {std::pair{m_pxA, m_pxP1}, {m_pxA, m_pxP2}, {m_pxP1, m_pxP2}, {m_pxP1, m_pxA}})
             Link(from, c_sParts, to);
     }
 
-    /// The arguments of "a|b": "a" and "b"; "" gives one empty argument.
+    /// The arguments of "a|b": "a" and "b"; "|" gives two empty ones, "" none.
     static ZVMStringList List(const std::string& text) {
         ZVMStringList list;
-        for (size_t start = 0, bar = 0; bar != std::string::npos; start = bar + 1) {
+        for (size_t start = 0, bar = 0; !text.empty() && bar != std::string::npos; start = bar + 1) {
             bar = text.find('|', start);
             list.Append(text.substr(start, bar == std::string::npos ? bar : bar - start));
         }
         return list;
     }
+    /// What the macro gives for these arguments, "!" when it refuses.
+    static std::string Expand(MCDataButlerBase& butler, const char* macro, const std::string& arguments) {
+        ZVMStringList list = List(arguments);
+        ZVTString result;
+        return butler.SubstituteValue(macro, list, result) ? result.str() : "!";
+    }
     std::string Name(MCObject* object) { return m_xNames.count(object) ? m_xNames[object] : "?"; }
 
     // The top of the context stack and the variable v: "@P1 v=i1", "v=sxy", "v=oP2".
     std::string State(MCDataButlerBase& butler) {
-        std::string text = "@" + (butler.GetContextStackCount() ? Name(butler.GetContext()) : "none");
+        const std::string top = "@" + (butler.GetContextStackCount() ? Name(butler.GetContext()) : "none");
         int number = 0;
         ZVTString string;
         MCObject* object = nullptr;
-        if (butler.GetInteger("v", number))
-            text += " v=i" + std::to_string(number);
-        else if (butler.GetString("v", string))
-            text += " v=s" + string.str();
-        else if (butler.GetObjectA("v", object))
-            text += " v=o" + Name(object);
-        return text;
+        return butler.GetInteger("v", number)   ? top + " v=i" + std::to_string(number)
+               : butler.GetString("v", string)  ? top + " v=s" + string.str()
+               : butler.GetObjectA("v", object) ? top + " v=o" + Name(object)
+                                                : top;
     }
 
-    MCObject* m_pxA = nullptr;
-    MCObject* m_pxP1 = nullptr;
-    MCObject* m_pxP2 = nullptr;
+    MCObject *m_pxA = nullptr, *m_pxP1 = nullptr, *m_pxP2 = nullptr;
     std::map<MCObject*, std::string> m_xNames;
 };
 
@@ -190,35 +183,30 @@ TEST_F(DataButlerTest, EveryMacroAnswersAsItsRowSays) {
             SCOPED_TRACE(call + " in " + row);
             MCDataButler butler(m_pxA);
             for (const std::string& token : presets) {
+                const std::string value = token.substr(token[0] == '@' ? 1 : 4);
                 MCObject* object = nullptr;
                 for (const auto& entry : m_xNames)
-                    object = entry.second == token.substr(token[0] == '@' ? 1 : 4) ? entry.first : object;
+                    object = entry.second == value ? entry.first : object;
                 const ZVTString name(token.substr(2, 1));
-                bool made = true;
                 if (token[0] == '@')
                     butler.PushCurrentContext(object);
                 else if (token[0] == 'i')
-                    made = butler.CreateInteger(name) && butler.SetInteger(name, std::stoi(token.substr(4)));
+                    ASSERT_TRUE(butler.CreateInteger(name) && butler.SetInteger(name, std::stoi(value)));
                 else if (token[0] == 's')
-                    made = butler.CreateString(name) && butler.SetString(name, token.substr(4));
+                    ASSERT_TRUE(butler.CreateString(name) && butler.SetString(name, value));
                 else
-                    made = butler.CreateObject(name) && butler.SetObject(name, object);
-                ASSERT_TRUE(made) << token;
+                    ASSERT_TRUE(butler.CreateObject(name) && butler.SetObject(name, object));
             }
             const bool iterate = call[0] == '*';
             const size_t paren = call.find('(');
             const std::string name = call.substr(iterate, paren - iterate);
-            const std::string text =
-                paren == std::string::npos ? "" : call.substr(paren + 1, call.size() - paren - 2);
-            ZVMStringList arguments = text.empty() ? ZVMStringList() : List(text);
+            ZVMStringList arguments =
+                List(paren == std::string::npos ? "" : call.substr(paren + 1, call.size() - paren - 2));
             HUBScopedMessageHandler messages;
             ZVTString result("old");
-            ZVTBoolean answer = false;
-            if (paren == std::string::npos)
-                answer = butler.SubstituteValue(name, result);
-            else
-                answer = iterate ? butler.StartIteration(name, arguments)
-                                 : butler.SubstituteValue(name, arguments, result);
+            const bool answer = paren == std::string::npos ? butler.SubstituteValue(name, result)
+                                : iterate                  ? butler.StartIteration(name, arguments)
+                                                           : butler.SubstituteValue(name, arguments, result);
             std::string seen = std::string(answer ? "T " : "F ") + result.str() + " " + State(butler);
             if (butler.GetIteratorStackCount())
                 seen += " #" + std::to_string(butler.GetIteratorStackCount());
@@ -233,45 +221,42 @@ TEST_F(DataButlerTest, EveryMacroAnswersAsItsRowSays) {
 // pass; the context is left as it was.
 TEST_F(DataButlerTest, AnIterationPassesOverEachTargetUntilItsBreakOnVariableIsZero) {
     const struct {
-        const char* m_pcName;
-        int m_nStart;  // -1: no such variable, -2: no break-on argument
-        int m_nAfterFirst;
-        const char* m_pcPasses;
-    } cases[] = {{"no break-on variable", -2, 0, "0 1:One first 2:Two later | 1@A #0"},
-                 {"zero before the first pass", 0, 0, "0 | 1@A #0"},
-                 {"no integer variable", -1, 0, "0 | 1@A #0"},
-                 {"set to zero in the first pass", 1, 0, "0 1:One first | 1@A #0"},
-                 {"left at one", 1, 1, "0 1:One first 2:Two later | 1@A #0"}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.m_pcName);
+        const char* name;
+        int start;  // go before the first pass; -1: go not made, -2: no break-on argument
+        int afterFirst;
+        const char* passes;
+    } cases[] = {
+        {"zero before the first pass", 0, 0, "0 | 1@A #0"},
+        {"no break-on variable", -2, 0, "0 1:One first 2:Two later | 1@A #0"},
+        {"no integer variable", -1, 0, "0 | 1@A #0"},
+        {"set to zero in the first pass", 1, 0, "0 1:One first | 1@A #0"},
+        {"left at one", 1, 1, "0 1:One first 2:Two later | 1@A #0"},
+    };
+    for (const auto& [name, start, afterFirst, expected] : cases) {
+        SCOPED_TRACE(name);
         MCDataButler butler(m_pxA);
-        if (c.m_nStart >= 0) {
-            ASSERT_TRUE(butler.CreateInteger("go") && butler.SetInteger("go", c.m_nStart));
-        }
-        ZVMStringList arguments = List(c.m_nStart == -2 ? "Parts" : "Parts|go"), title = List("Title"),
-                      order = List("first|later");
+        ASSERT_TRUE(start < 0 || (butler.CreateInteger("go") && butler.SetInteger("go", start)));
+        ZVMStringList arguments = List(start == -2 ? "Parts" : "Parts|go");
         ASSERT_TRUE(butler.StartIteration("ForEach", arguments));
         std::string passes = std::to_string(butler.GetIteratorStackLast()->GetCurrent()) + " ";
         while (butler.NextIteration("ForEach")) {
-            ZVTString read, first;
-            butler.SubstituteValue("Property", title, read);
-            butler.SubstituteValue("IfFirstIter", order, first);
-            passes += std::to_string(butler.GetIteratorStackLast()->GetCurrent()) + ":" + read.str() + " " +
-                      first.str() + " ";
-            butler.SetInteger("go", c.m_nAfterFirst);
+            passes += std::to_string(butler.GetIteratorStackLast()->GetCurrent()) + ":" +
+                      Expand(butler, "Property", "Title") + " " +
+                      Expand(butler, "IfFirstIter", "first|later") + " ";
+            butler.SetInteger("go", afterFirst);
         }
         EXPECT_EQ(passes + "| " + std::to_string(butler.GetContextStackCount()) + State(butler) + " #" +
                       std::to_string(butler.GetIteratorStackCount()),
-                  c.m_pcPasses);
+                  expected);
     }
 }
 
 TEST_F(DataButlerTest, NestedIterationsOfOneNameAndAnUnknownNameDeletingThemAll) {
     MCDataButler butler(m_pxA);
     ZVMStringList parts = List("Parts");
-    ASSERT_TRUE(butler.StartIteration("ForEach", parts));
-    ASSERT_TRUE(butler.NextIteration("ForEach"));  // outer on P1, whose Parts are P2 and A
-    ASSERT_TRUE(butler.StartIteration("ForEach", parts));
+    // The outer on P1, whose Parts are P2 and A, and an inner one over them.
+    ASSERT_TRUE(butler.StartIteration("ForEach", parts) && butler.NextIteration("ForEach") &&
+                butler.StartIteration("ForEach", parts));
     std::string seen;
     while (butler.NextIteration("ForEach"))
         seen +=
@@ -280,8 +265,7 @@ TEST_F(DataButlerTest, NestedIterationsOfOneNameAndAnUnknownNameDeletingThemAll)
     seen += " " + Name(butler.GetContext()) + std::to_string(butler.GetIteratorStackLast()->GetCurrent());
 
     // Abandoned iterations go at once; the objects they pushed stay.
-    ZVTSList<MCObject*> hosts = ListOf({m_pxP1});
-    butler.PushIter(new HostListProxy(hosts));
+    butler.PushIter(new HostListProxy(m_pxP1));
     butler.PushIter(butler.GetIteratorStackLast());  // entered once only, so deleted once
     butler.PushIter(nullptr);
     ASSERT_TRUE(butler.NextIteration("Host"));
@@ -296,19 +280,18 @@ TEST_F(DataButlerTest, NestedIterationsOfOneNameAndAnUnknownNameDeletingThemAll)
 }
 
 TEST_F(DataButlerTest, CopiesShareTheStateAndTheLastDeletesWhatTemplatesLeftRunning) {
-    ZVTSList<MCObject*> hosts = ListOf({m_pxP2});
     {
         auto* first = new MCDataButler(m_pxA);
         MCDataButler copy(*first), assigned(nullptr);
         assigned = copy;
         first->CreateString("w");
-        first->PushIter(new HostListProxy(hosts));
+        first->PushIter(new HostListProxy(m_pxP2));
         delete first;
-        EXPECT_TRUE(assigned.SetString("w", "kept"));
-        EXPECT_TRUE(copy.NextIteration("Host"));
-        EXPECT_EQ(copy.GetCurrentContext(0), m_pxP2);
-        EXPECT_EQ(HostListProxy::c_nAlive, 1);
-        EXPECT_EQ(copy.Clone(), nullptr);
+        const bool set = assigned.SetString("w", "kept"), next = copy.NextIteration("Host");
+        EXPECT_EQ("set:" + std::to_string(set) + " next:" + std::to_string(next) + " at:" +
+                      Name(copy.GetCurrentContext(0)) + " alive:" + std::to_string(HostListProxy::c_nAlive) +
+                      " clone:" + (copy.Clone() ? "made" : "null"),
+                  "set:1 next:1 at:P2 alive:1 clone:null");
     }
     EXPECT_EQ(HostListProxy::c_nAlive, 0);
 }
@@ -327,8 +310,7 @@ TEST_F(DataButlerTest, ContextsFallBackByTypeAndAnEmptyStackRaises) {
     // Top: a generic object; below it the iteration's P1; the anchor A, set last, over P1.
     none.SetAnchorContext(m_pxP1);
     none.SetAnchorContext(m_pxA);
-    ZVTSList<MCObject*> hosts = ListOf({m_pxP1});
-    none.PushIter(new HostListProxy(hosts));
+    none.PushIter(new HostListProxy(m_pxP1));
     ASSERT_TRUE(none.NextIteration("Host"));
     none.PushCurrentContext(Make());
     std::string found;
@@ -354,10 +336,9 @@ TEST_F(DataButlerTest, VariablesKeepTheirTypeAndHostsAddMacros) {
     struct Twice : MCMacroHandlerBase {
         ZVTBoolean HandleMacro(MCDataButlerBase* butler, const ZVTString&, ZVMStringList* arguments,
                                ZVTString* result) override {
-            ZVTString once;
-            if (!result || !RetrieveProperty(butler->GetAnchorContext(0), (*arguments)[0], once))
+            if (!result || !RetrieveProperty(butler->GetAnchorContext(0), (*arguments)[0], *result))
                 return false;
-            *result = (once += once);
+            *result += *result;
             return true;
         }
     } twice;
@@ -366,34 +347,27 @@ TEST_F(DataButlerTest, VariablesKeepTheirTypeAndHostsAddMacros) {
             AddHandler("Twice", handler);
         }
     } host(m_pxA, &twice);
-    ZVMStringList title = List("Title");
-    ZVTString result;
     EXPECT_TRUE(host.KnowsMacro("Twice") && host.KnowsMacro("ForEach") && !host.KnowsMacro("forEach"));
-    EXPECT_TRUE(host.SubstituteValue("Twice", title, result));
-    EXPECT_EQ(result, "TopTop");
+    EXPECT_EQ(Expand(host, "Twice", "Title"), "TopTop");
 }
 
 TEST_F(DataButlerTest, ACalculatedPropertyThatRefusesCountsAsUnreadable) {
     SetLong(m_pxA, Shape::c_sWidth, 6);
     PropertyRule area("A", MCPropertySemantic::CalculateValue);
     area.m_xAct = [](auto, MCObject* object, MCProperty* property, auto) {
-        MCSPropertyRawAccessorT<long> width;
-        object->GetProperty(Shape::c_sWidth, width);
-        if (width.GetValue() < 0)
+        const long width = std::stol(GetLong(object, Shape::c_sWidth));
+        if (width < 0)
             return MCPropertySemantic::resultRefused;
-        static_cast<MCSPropertyT<long>*>(property)->SetValue(width.GetValue() * width.GetValue());
+        static_cast<MCSPropertyT<long>*>(property)->SetValue(width * width);
         return MCPropertySemantic::resultContinue;
     };
     AddRule(Shape::c_sType, Shape::c_sArea, area);
     ASSERT_EQ(GetLong(m_pxA, Shape::c_sArea), "36");  // makes the calculated property
     MCDataButler butler(m_pxA);
-    ZVMStringList arguments = List("Area|unknown");
-    ZVTString seven, unreadable;
     SetLong(m_pxA, Shape::c_sWidth, 7);
-    EXPECT_TRUE(butler.SubstituteValue("Property", arguments, seven));
+    const std::string seven = Expand(butler, "Property", "Area|unknown");
     SetLong(m_pxA, Shape::c_sWidth, -1);
-    EXPECT_TRUE(butler.SubstituteValue("Property", arguments, unreadable));
-    EXPECT_EQ(seven.str() + " " + unreadable.str(), "49 unknown");
+    EXPECT_EQ(seven + " " + Expand(butler, "Property", "Area|unknown"), "49 unknown");
 }
 
 }  // namespace

@@ -4,9 +4,6 @@
 
 #include <algorithm>
 #include <sstream>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -14,10 +11,10 @@
 
 namespace {
 
-constexpr short c_sPart = 7601;
-constexpr short c_sSubPart = 7602;
+constexpr short c_sPart = 7601, c_sSubPart = 7602;
 // What the rule below treats as an edit that took its object down.
 constexpr long c_lDestroying = 13;
+using Outcome = mc::EditResult::Outcome;
 
 class Part : public mc::HostClass<c_sPart> {
     friend mc::FactoryOf<Part>;
@@ -36,8 +33,7 @@ class Model : public mc::HostClass<MCCodes::tPersistenceRoot> {
 };
 
 // Counts shutdowns; installed once for the persistence tests and reused by the library test.
-class CountingEnvironment : public MCEnvironment {
-public:
+struct CountingEnvironment : MCEnvironment {
     static CountingEnvironment& Installed() {
         static CountingEnvironment environment;
         if (MCEnvironment::GetInstance() == nullptr)
@@ -45,8 +41,6 @@ public:
         return environment;
     }
     int m_nShutdowns = 0;
-
-protected:
     void Shutdown() override {
         ++m_nShutdowns;
         MCEnvironment::Shutdown();
@@ -81,9 +75,7 @@ protected:
     }
     template <class T>
     T* Root() {  // expunged after the test
-        T* root = mc::Create<T>(nullptr);
-        m_xRoots.push_back(root);
-        return root;
+        return static_cast<T*>(m_xRoots.emplace_back(mc::Create<T>(nullptr)));
     }
     std::vector<MCObject*> m_xRoots;
 };
@@ -103,9 +95,7 @@ TEST_F(ModernLayerTest, HostClassesRegisterTheirLevelsAndNamedOptions) {
     for (MCObject* object : {static_cast<MCObject*>(Root<Part>()), static_cast<MCObject*>(Root<SubPart>())}) {
         for (short type : {c_sPart, c_sSubPart, short(MCCodes::tGenericObject)})
             seen += object->IsType(type, MCItem::rttiDerived) ? "y" : "n";
-        seen += mc::Set(object, MCCodes::pInteger, -1).GetOutcome() == mc::EditResult::Outcome::refused
-                    ? "R "
-                    : "- ";
+        seen += mc::Set(object, MCCodes::pInteger, -1).GetOutcome() == Outcome::refused ? "R " : "- ";
     }
     EXPECT_EQ(seen, "ynnR yynR ");
 }
@@ -115,18 +105,14 @@ TEST_F(ModernLayerTest, CreateGetAndSetReportWhatHappened) {
     SubPart* child = mc::Create<SubPart>(root);
     ASSERT_NE(child, nullptr);
     EXPECT_EQ(child->GetOwner(0, MCItem::rttiExact), root);
-
-    using Outcome = mc::EditResult::Outcome;
-    const std::pair<mc::EditResult, Outcome> edits[] = {
-        {mc::Set(child, MCCodes::pInteger, c_lDestroying), Outcome::objectDestroyed},
-        {mc::Set(child, MCCodes::pName, "gear"), Outcome::applied},
-        {mc::Set(child, MCCodes::pDouble, 2.5), Outcome::applied},
-        {mc::Set(child, MCCodes::pDouble, 2.5), Outcome::applied},  // as it already was
-        {mc::Set(child, MCCodes::pParent, root), Outcome::applied},
-        {mc::Set(child, MCCodes::pName, 7), Outcome::invalid},
-        {mc::Set(nullptr, MCCodes::pInteger, 1), Outcome::invalid},
-    };
-    for (const auto& [edit, outcome] : edits)
+    for (const auto& [edit, outcome] :
+         {std::pair{mc::Set(child, MCCodes::pInteger, c_lDestroying), Outcome::objectDestroyed},
+          {mc::Set(child, MCCodes::pName, "gear"), Outcome::applied},
+          {mc::Set(child, MCCodes::pDouble, 2.5), Outcome::applied},
+          {mc::Set(child, MCCodes::pDouble, 2.5), Outcome::applied},  // as it already was
+          {mc::Set(child, MCCodes::pParent, root), Outcome::applied},
+          {mc::Set(child, MCCodes::pName, 7), Outcome::invalid},
+          {mc::Set(nullptr, MCCodes::pInteger, 1), Outcome::invalid}})
         EXPECT_EQ(edit.GetOutcome(), outcome);
     EXPECT_EQ(mc::Get<long>(child, MCCodes::pInteger), c_lDestroying);
     EXPECT_EQ(mc::Get<double>(child, MCCodes::pDouble), 2.5);
@@ -163,8 +149,7 @@ TEST_F(ModernLayerTest, SubscriptionsEndWithTheirHandles) {
 TEST_F(ModernLayerTest, RangesWalkOwneesTargetsAndValues) {
     Part* root = Root<Part>();
     const std::vector<MCObject*> made{mc::Create<Part>(root), mc::Create<Part>(root), mc::Create<Part>(root)};
-    MCVRefAccessor targets;
-    targets.SetValue(made[2], MCPropertyAccessor::accessAdd);
+    MCVRefAccessor targets(made[2]);
     targets.SetValue(made[0], MCPropertyAccessor::accessAdd);
     root->SetProperty(MCCodes::pReferenceList, targets, MCPropertyAccessor::accessReplace);
     MCVPropertyAccessorT<ZVTString> names(ZVTString("a"));
@@ -267,10 +252,9 @@ TEST_F(ModernLayerTest, PropertiesWalkLive) {
         }
     }
     seen += "|";
-    for (const MCObject* object : {static_cast<MCObject*>(root), static_cast<MCObject*>(nullptr)}) {
+    for (const MCObject* object : {static_cast<MCObject*>(root), static_cast<MCObject*>(nullptr)})
         for (MCProperty* property : mc::Properties(object))
             seen += std::to_string(property->GetType()) + " ";
-    }
     EXPECT_EQ(seen, "132 87 147 1036 |132 91 147 1036 ");
 }
 
@@ -288,14 +272,12 @@ TEST_F(ModernLayerTest, SaveAndRestoreReportWhatHappened) {
 
     // Each case: outcome, whether a root came back (and its name and part's value), whether an exception
     // ended it. Whatever a restore made goes with its root or as a stray.
-    const std::pair<std::string, std::string> cases[] = {
-        {bytes, "0 m5 ok"},
-        {bytes.substr(0, bytes.size() - 6), "0 m0 ok"},  // the part is cut off
-        {bytes.substr(0, 20), "3 - threw"},
-        {"garbage in, garbage out", "5 - ok"},
-        {"", "3 - threw"},
-    };
-    for (const auto& [input, expected] : cases) {
+    for (const auto& [input, expected] :
+         {std::pair<std::string, const char*>{bytes, "0 m5 ok"},
+          {bytes.substr(0, bytes.size() - 6), "0 m0 ok"},  // the part is cut off
+          {bytes.substr(0, 20), "3 - threw"},
+          {"garbage in, garbage out", "5 - ok"},
+          {"", "3 - threw"}}) {
         SCOPED_TRACE(input.size());
         std::istringstream in(input);
         mc::RestoreResult restored = mc::Restore(in);

@@ -2,7 +2,6 @@
 // a second initializing, creation hooks, pools, the table of live objects and the owner checks of object
 // factories.
 
-#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "support/ModelTestSupport.h"
 #include "support/RegistryTestSupport.h"
 

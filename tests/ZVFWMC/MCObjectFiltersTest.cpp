@@ -2,7 +2,6 @@
 // and its strategies, and the pairing hooks. Each walk is rendered as one string of type codes or ids.
 
 #include <algorithm>
-#include <functional>
 #include <iterator>
 
 #include "support/ModelTestSupport.h"
@@ -30,8 +29,49 @@ std::string Walk(MCOwneeListIter& it, const std::function<void(MCObject*)>& visi
     return ids;
 }
 
-MCProperty* Property(const MCObject* object, short type) {
-    return const_cast<MCProperty*>(object->FindProperty(type, false));
+struct RefusingObjectStrategy : MCObjectEqualStrategy {
+    ZVTBoolean AreEqual(const MCObject*, const MCObject*) override { return false; }
+};
+
+// Compares the values of the properties its filter lets through.
+struct FilteredValueStrategy : MCPropertyValueEqualStrategy {
+    explicit FilteredValueStrategy(ZVTFilter<MCProperty*>* filter)
+        : MCPropertyValueEqualStrategy(false), m_pxFilter(filter) {}
+    ZVTFilter<MCProperty*>* GetFilter() const override { return m_pxFilter; }
+    ZVTFilter<MCProperty*>* m_pxFilter;
+};
+
+// The list type of each value type, and its n-th sample value.
+struct ListSample {
+    static short Of(float& value, int n) { return value = static_cast<float>(n) + 0.5f, MCCodes::pFloatList; }
+    static short Of(ZVTString& value, int n) {
+        return value = ZVTString(std::string(1, static_cast<char>('a' + n))), MCCodes::pStringList;
+    }
+};
+
+template <class T>
+struct Descending : ZVTSorter<T> {
+    void Sort(T* values, long count) override {
+        std::sort(values, values + count, [](const T& a, const T& b) { return b < a; });
+    }
+};
+
+template <class T>
+struct Refuse : ZVTFilter<T> {
+    explicit Refuse(T value) : m_xValue(value) {}
+    ZVTBoolean Test(T& value) override { return !(value == m_xValue); }
+    T m_xValue;
+};
+
+// The walk as positions in the list it was made from.
+template <class T>
+std::string Walk(MCVPropertyIterT<T>& it, const ZVTSList<T>& list) {
+    std::string walk;
+    while (++it) {
+        for (size_t i = 0; i < list.Entries(); ++i)
+            walk += list.At(i) == it.GetValue() ? std::to_string(i) : "";
+    }
+    return walk;
 }
 
 class FiltersTest : public ModelTest {
@@ -72,8 +112,7 @@ TEST_F(FiltersTest, SortedWalksKeepTheirSnapshotAndCopiesShareOneCursor) {
 
     MCObject* object = Make();
     SetLong(object, c_sA, 1);
-    MCPropertyListIter first(object);
-    MCPropertyListIter copy(first);
+    MCPropertyListIter first(object), copy(first);
     ASSERT_TRUE(++copy);
     MCPropertyListIter& alias = first;
     first = alias;  // must not let go of what it is about to hold
@@ -85,10 +124,8 @@ TEST_F(FiltersTest, SortedWalksKeepTheirSnapshotAndCopiesShareOneCursor) {
     EXPECT_FALSE(++copy);
     EXPECT_EQ(MCPropertyListIter(nullptr).GetCount(), -1);
     // So do ownee handles; Reset takes the shared cursor back to the start.
-    MCObject* firstOwnee = Make(object);
-    MCObject* second = Make(object);
-    MCOwneeListIter ownees(object), other(second);
-    MCOwneeListIter shared(ownees);
+    MCObject *firstOwnee = Make(object), *second = Make(object);
+    MCOwneeListIter ownees(object), other(second), shared(ownees);
     ASSERT_TRUE(++shared);
     other = shared;
     EXPECT_EQ(Walk(other), Id(second));
@@ -97,8 +134,7 @@ TEST_F(FiltersTest, SortedWalksKeepTheirSnapshotAndCopiesShareOneCursor) {
 }
 
 TEST_F(FiltersTest, OwneeWalksStandExpungingTheCurrentOwneeAndFilter) {
-    MCObject* root = Make();
-    MCObject* plain = Make(root);
+    MCObject *root = Make(), *plain = Make(root);
     TestNode* bare = MakeNode(root);
     MCObject* named = Named("n", root, TestNode::c_sType);
     const std::string nodes = Id(bare) + " " + Id(named);
@@ -145,9 +181,9 @@ TEST_F(FiltersTest, AbsenceLooksBehindAliasesPresenceDoesNot) {
     MCSPropertyAccessorT<ZVTString> text{ZVTString("t")};
     ASSERT_TRUE(object->SetProperty(MCCodes::pString, text, MCPropertyAccessor::accessAdd));
     SetLong(object, 87, 1);
-    MCItem* name = Property(object, MCCodes::pName);
-    MCItem* string = Property(object, MCCodes::pString);
-    MCItem* integer = Property(object, MCCodes::pInteger);
+    MCItem* name = PropertyOf(object, MCCodes::pName, false);
+    MCItem* string = PropertyOf(object, MCCodes::pString, false);
+    MCItem* integer = PropertyOf(object, MCCodes::pInteger, false);
     ZVTSList<short> stringType = ListOf<short>({91}), nameType = ListOf<short>({147});
     MCItemFilterOnPresenceInList presentString(&stringType), presentName(&nameType), presentNull(nullptr);
     MCItemFilterOnAbsenceInList absentString(&stringType), absentName(&nameType), absentNull(nullptr);
@@ -185,25 +221,8 @@ TEST_F(FiltersTest, NullPropertiesPassNoFilterAndSortNothing) {
     EXPECT_FALSE(values.AreEqual(nullptr, nullptr, nullptr, nullptr));
 }
 
-namespace {
-
-struct RefusingObjectStrategy : MCObjectEqualStrategy {
-    ZVTBoolean AreEqual(const MCObject*, const MCObject*) override { return false; }
-};
-
-// Compares the values of the properties its filter lets through.
-struct FilteredValueStrategy : MCPropertyValueEqualStrategy {
-    explicit FilteredValueStrategy(ZVTFilter<MCProperty*>* filter)
-        : MCPropertyValueEqualStrategy(false), m_pxFilter(filter) {}
-    ZVTFilter<MCProperty*>* GetFilter() const override { return m_pxFilter; }
-    ZVTFilter<MCProperty*>* m_pxFilter;
-};
-
-}  // namespace
-
 TEST_F(FiltersTest, DefaultEqualityComparesFirstTypesAndIgnoresTheId) {
-    MCObject* left = Named("same");
-    MCObject* right = Named("same");
+    MCObject *left = Named("same"), *right = Named("same");
     EXPECT_TRUE(left->IsEqualTo(right, nullptr, nullptr));
     MCPropertyValueEqualStrategy values(false);  // a null filter lets the id in
     EXPECT_FALSE(left->IsEqualTo(right, nullptr, &values));
@@ -223,26 +242,23 @@ TEST_F(FiltersTest, DefaultEqualityComparesFirstTypesAndIgnoresTheId) {
     EXPECT_FALSE(right->IsEqualTo(left, nullptr, nullptr));
     SetLong(right, c_sA, 1);
     EXPECT_TRUE(right->IsEqualTo(left, nullptr, nullptr));
-    EXPECT_TRUE(left->IsEqualTo(Property(left, c_sA), right, Property(right, c_sA), false));
-    EXPECT_FALSE(left->IsEqualTo(Property(left, c_sA), right, nullptr, false));
+    EXPECT_TRUE(left->IsEqualTo(PropertyOf(left, c_sA, false), right, PropertyOf(right, c_sA, false), false));
+    EXPECT_FALSE(left->IsEqualTo(PropertyOf(left, c_sA, false), right, nullptr, false));
     // Objects of different types differ by any compared property.
     EXPECT_FALSE(left->IsPropertyEqual(MCCodes::pName, Named("same", nullptr, TestNode::c_sType), nullptr));
 }
 
 TEST_F(FiltersTest, ParallelismRanksTypeCloneIdAndName) {
-    MCObject* named = Named("n");
-    MCObject* sameName = Named("n");
-    MCObject* otherName = Named("m");
-    MCObject* nameless = Make();
+    MCObject *named = Named("n"), *sameName = Named("n"), *otherName = Named("m"), *nameless = Make();
     TestNode* node = MakeNode();
     MCObject* clone = Make();
     SetLong(clone, 582, otherName->GetId());  // CloneId
-    MCProperty* name = Property(named, MCCodes::pName);
+    MCProperty* name = PropertyOf(named, MCCodes::pName, false);
     const struct {
-        const MCItem* m_pxSelf;
-        MCItem* m_pxFirst;
-        bool m_bUseCloneId;
-        long m_lExpected;
+        const MCItem* self;
+        MCItem* first;
+        bool useCloneId;
+        long expected;
     } cases[] = {
         {named, nullptr, false, 10},
         {named, sameName, false, 10},
@@ -254,52 +270,13 @@ TEST_F(FiltersTest, ParallelismRanksTypeCloneIdAndName) {
         {otherName, clone, false, 5},
         {name, nullptr, false, 10},
         {name, clone, false, 0},
-        {name, Property(sameName, MCCodes::pName), false, 10},
+        {name, PropertyOf(sameName, MCCodes::pName, false), false, 10},
     };
-    for (size_t i = 0; i < std::size(cases); ++i)
-        EXPECT_EQ(cases[i].m_pxSelf->GetParallelism(cases[i].m_pxFirst, nullptr, cases[i].m_bUseCloneId),
-                  cases[i].m_lExpected)
-            << i;
+    for (const auto& c : cases)
+        EXPECT_EQ(c.self->GetParallelism(c.first, nullptr, c.useCloneId), c.expected) << &c - cases;
     EXPECT_TRUE(named->IsDefinedBy(named, 0));
     EXPECT_FALSE(named->IsDefinedBy(sameName, 0));
 }
-
-namespace {
-
-// The list type of each value type, and its n-th sample value.
-struct ListSample {
-    static short Of(float& value, int n) { return value = static_cast<float>(n) + 0.5f, MCCodes::pFloatList; }
-    static short Of(ZVTString& value, int n) {
-        return value = ZVTString(std::string(1, static_cast<char>('a' + n))), MCCodes::pStringList;
-    }
-};
-
-template <class T>
-struct Descending : ZVTSorter<T> {
-    void Sort(T* values, long count) override {
-        std::sort(values, values + count, [](const T& a, const T& b) { return b < a; });
-    }
-};
-
-template <class T>
-struct Refuse : ZVTFilter<T> {
-    explicit Refuse(T value) : m_xValue(value) {}
-    ZVTBoolean Test(T& value) override { return !(value == m_xValue); }
-    T m_xValue;
-};
-
-// The walk as positions in the list it was made from.
-template <class T>
-std::string Walk(MCVPropertyIterT<T>& it, const ZVTSList<T>& list) {
-    std::string walk;
-    while (++it) {
-        for (size_t i = 0; i < list.Entries(); ++i)
-            walk += list.At(i) == it.GetValue() ? std::to_string(i) : "";
-    }
-    return walk;
-}
-
-}  // namespace
 
 template <class T>
 using ValueIterTest = ModelTest;

@@ -5,21 +5,6 @@
 
 namespace {
 
-// A context that asks for a chosen id (0: the next one) in a private id space.
-struct IdContext : MCFactoryContext {
-    IdContext(long id, MCIdSpace* space) : m_lId(id), m_pxSpace(space) {}
-    long RequestId() override { return m_lId; }
-    MCIdSpace* GetIdSpace() override { return m_pxSpace; }
-    long m_lId;
-    MCIdSpace* m_pxSpace;
-};
-
-MCObject* MakeWith(long id, MCIdSpace& space, MCObject* owner) {
-    IdContext context(id, &space);
-    return static_cast<MCObject*>(
-        MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, owner, &context, nullptr));
-}
-
 std::string Ownees(const MCObject* owner) {
     std::string ids;
     for (MCObject* ownee = owner->GetFirstOwnee(); ownee; ownee = ownee->GetNextSibling())
@@ -32,10 +17,7 @@ std::string Ownees(const MCObject* owner) {
 using ObjectTest = ModelTest;
 
 TEST_F(ObjectTest, OwnershipLinksKeepOrderAndRefuseForeignObjects) {
-    MCObject* root = Make();
-    MCObject* a = Make(root);
-    MCObject* b = Make(root);
-    MCObject* c = MakeNode(root);
+    MCObject *root = Make(), *a = Make(root), *b = Make(root), *c = MakeNode(root);
     // The working constructor has the object in its id space and the live table before the class's part.
     EXPECT_EQ(TestNode::c_sSeenInConstructor, "id set, resolves yes, live yes");
     EXPECT_TRUE(root->RemoveOwnedObject(b));
@@ -57,8 +39,7 @@ TEST_F(ObjectTest, OwnershipLinksKeepOrderAndRefuseForeignObjects) {
 
 TEST_F(ObjectTest, IdsComeFromTheContextOrItsSpaceAndSetIdMovesNoEntry) {
     MCIdSpace space;
-    MCObject* first = MakeWith(0, space, nullptr);
-    MCObject* second = MakeWith(0, space, first);
+    MCObject *first = MakeWith(0, space, nullptr), *second = MakeWith(0, space, first);
     MCObject* chosen = MakeWith(1000, space, first);  // raises the space's counter past it
     EXPECT_EQ(Id(first) + " " + Id(second) + " " + Id(chosen) + " " + std::to_string(space.RequestId()),
               "1 2 1000 1001");
@@ -69,8 +50,7 @@ TEST_F(ObjectTest, IdsComeFromTheContextOrItsSpaceAndSetIdMovesNoEntry) {
     first->Expunge(true);
 
     // An object going under another's id leaves that entry alone when it goes; its own entry stays behind.
-    MCObject* other = Make();
-    MCObject* impostor = Make();
+    MCObject *other = Make(), *impostor = Make();
     const long own = impostor->GetId();
     impostor->SetId(other->GetId());
     impostor->Expunge(true);
@@ -86,7 +66,7 @@ TEST_F(ObjectTest, SetIdLeavesTheFlagsOfARawSet) {
     for (int i = 0; i < 8; ++i) {  // 1: a new id, 2: nulled first, 4: a raw set rather than SetId
         MCObject* object = Make();
         const long own = object->GetId(), id = own + (i & 1) * 7;
-        auto* property = const_cast<MCProperty*>(object->FindProperty(MCCodes::pId, true));
+        MCProperty* property = PropertyOf(object, MCCodes::pId);
         MCSPropertyRawAccessorT<long> nulling, accessor(id);
         ASSERT_TRUE(object->SetPropertyFlag(property, MCItem::itemSA, true) &&
                     (!(i & 2) || object->NullProperty(property, &nulling)));

@@ -2,15 +2,10 @@
 // list, nulling, the flag rules of SetPropertyFlag and of the property's own flag hooks, and the short way
 // of a first set.
 
-#include "ModelCore/ZVFWMC/MCCodes.h"
 #include "support/ModelTestSupport.h"
 #include "support/RuleTestSupport.h"
 
 namespace {
-
-constexpr long c_lAdd = MCPropertyAccessor::accessAdd;
-constexpr long c_lReplace = MCPropertyAccessor::accessReplace;
-constexpr long c_lRemove = MCPropertyAccessor::accessRemove;
 
 // The list as "1 2 3", or "-" when it cannot be read.
 std::string GetList(const MCObject* object) {
@@ -23,13 +18,8 @@ std::string GetList(const MCObject* object) {
     return text;
 }
 
-MCProperty* Property(const MCObject* object, short type) {
-    return const_cast<MCProperty*>(object->FindProperty(type, true));
-}
-
 std::string Event(const char* kind, const MCObject* object, short type, const char* hint = ",0") {
-    return std::string(kind) + "(" + std::to_string(object->GetId()) + "," + std::to_string(type) + hint +
-           ")";
+    return std::string(kind) + "(" + ModelTest::Id(object) + "," + std::to_string(type) + hint + ")";
 }
 
 }  // namespace
@@ -60,7 +50,7 @@ TEST_F(AccessorTest, FlagsDecideWhatMovesAndWhatFires) {
             SCOPED_TRACE(std::to_string(&c - cases) + (active ? " active" : " raw"));
             MCObject* object = Make();
             MCProperty* property =
-                SetLong(object, MCCodes::pInteger, 5) ? Property(object, MCCodes::pInteger) : nullptr;
+                SetLong(object, MCCodes::pInteger, 5) ? PropertyOf(object, MCCodes::pInteger) : nullptr;
             ASSERT_TRUE(object->SetPropertyFlag(property, MCItem::itemSA, true));
             object->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
             MCSPropertyRawAccessorT<long> raw(c.lValue);
@@ -121,8 +111,7 @@ TEST_F(AccessorTest, ListChangesCarryTheirHintCodes) {
 // absent one is refused without a word. A nulled embedded property stays; setting it is a change even to
 // the value it kept. Reading through another value class leaves the accessor as it was.
 TEST_F(AccessorTest, NullingSettingAgainAndReadingAnotherClass) {
-    MCObject* object = Make();
-    MCObject* other = Make();
+    MCObject *object = Make(), *other = Make();
     static std::string s_sSeen;
     s_sSeen.clear();
     m_xLog.m_pxOnNotify = [](MCEvent& event) {
@@ -133,17 +122,17 @@ TEST_F(AccessorTest, NullingSettingAgainAndReadingAnotherClass) {
     object->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
     ASSERT_TRUE(SetLong(object, MCCodes::pInteger, 42) && SetLong(other, MCCodes::pInteger, 8));
     m_xLog.Take();
-    EXPECT_FALSE(object->NullProperty(Property(other, MCCodes::pInteger), nullptr));
-    EXPECT_TRUE(object->NullProperty(Property(object, MCCodes::pInteger), nullptr));
+    EXPECT_FALSE(object->NullProperty(PropertyOf(other, MCCodes::pInteger), nullptr));
+    EXPECT_TRUE(object->NullProperty(PropertyOf(object, MCCodes::pInteger), nullptr));
     EXPECT_EQ(m_xLog.Take() + " " + s_sSeen, Event("PropertyNulled", object, MCCodes::pInteger, "") + " 42");
-    EXPECT_EQ(Property(object, MCCodes::pInteger), nullptr);
+    EXPECT_EQ(PropertyOf(object, MCCodes::pInteger), nullptr);
     EXPECT_EQ(GetLong(other, MCCodes::pInteger), "8");
     MCSPropertyRawAccessorT<long> raw;
     EXPECT_FALSE(object->NullProperty(MCCodes::pInteger, raw));
 
     ASSERT_TRUE(SetLong(object, MCCodes::pInteger, 1));
     m_xLog.Take();
-    EXPECT_TRUE(object->NullProperty(Property(object, MCCodes::pInteger), &raw));
+    EXPECT_TRUE(object->NullProperty(PropertyOf(object, MCCodes::pInteger), &raw));
     EXPECT_EQ(m_xLog.Take(), "");  // a raw accessor nulls silently
 
     TestNode* node = MakeNode();
@@ -163,7 +152,7 @@ TEST_F(AccessorTest, NullingSettingAgainAndReadingAnotherClass) {
 TEST_F(AccessorTest, SetPropertyFlagGuardsTheValueFlags) {
     MCObject* object = Make();
     ASSERT_TRUE(SetLong(object, MCCodes::pInteger, 3));
-    MCProperty* property = Property(object, MCCodes::pInteger);
+    MCProperty* property = PropertyOf(object, MCCodes::pInteger);
     EXPECT_FALSE(object->SetPropertyFlag(property, MCItem::itemNulled, true));
     EXPECT_FALSE(object->SetPropertyFlag(property, MCItem::itemNL, false));
     EXPECT_FALSE(object->SetPropertyFlag(nullptr, MCItem::itemSA, true));

@@ -2,10 +2,6 @@
 // trip, calculated properties, reading through an accessor, short streams) and visitors.
 
 #include <sstream>
-#include <string>
-#include <vector>
-#include "ModelCore/ZVFWMC/MCCodes.h"
-
 #include "support/ModelTestSupport.h"
 
 namespace {
@@ -22,10 +18,6 @@ std::string Slots(const MCPropertySet& set) {
     return types + "#" + std::to_string(set.GetCount());
 }
 
-MCProperty* Find(const MCObject* object, short type) {
-    return const_cast<MCProperty*>(object->FindProperty(type, false));
-}
-
 class PropertyTest : public ModelTest {
 protected:
     void SetUp() override {
@@ -36,7 +28,7 @@ protected:
     }
     MCProperty* Add(MCObject* object, short type) {
         EXPECT_TRUE(SetLong(object, type, type));
-        return Find(object, type);
+        return PropertyOf(object, type);
     }
 };
 
@@ -74,21 +66,20 @@ TEST_F(PropertyTest, SegmentsGrowByFourAndFreedSlotsAreReused) {
 }
 
 TEST_F(PropertyTest, ComparisonIsByTypeClassAndValueInOrder) {
-    MCObject* left = Make();
-    MCObject* right = Make();
+    MCObject *left = Make(), *right = Make();
     MCVPropertyAccessorT<long> a(ListOf({1L, 2L})), b(ListOf({2L, 1L}));
     ASSERT_TRUE(left->SetProperty(MCCodes::pIntegerList, a, 2) &&
                 right->SetProperty(MCCodes::pIntegerList, b, 2));
-    auto equal = [&](short type) { return Find(left, type)->IsEqualTo(*Find(right, type), false); };
+    auto equal = [&](short t) { return PropertyOf(left, t)->IsEqualTo(*PropertyOf(right, t), false); };
     EXPECT_FALSE(equal(MCCodes::pIntegerList));
     ASSERT_TRUE(right->SetProperty(MCCodes::pIntegerList, a, 2));
     EXPECT_TRUE(equal(MCCodes::pIntegerList));
     // Same value under another type code, a null partner or another value class is not equal.
     const MCProperty* first = Add(left, 7201);
     ASSERT_TRUE(SetLong(left, 7202, 7201));
-    EXPECT_FALSE(first->IsEqualTo(Find(left, 7202), false));
+    EXPECT_FALSE(first->IsEqualTo(PropertyOf(left, 7202), false));
     EXPECT_FALSE(first->IsEqualTo(nullptr, false));
-    EXPECT_FALSE(first->IsEqualTo(Find(left, MCCodes::pIntegerList), false));
+    EXPECT_FALSE(first->IsEqualTo(PropertyOf(left, MCCodes::pIntegerList), false));
 }
 
 // Three records of a value: restored into a new property, then through accessors, where the property
@@ -103,7 +94,7 @@ TEST_F(PropertyTest, StoredValuesRoundTripAndFeedOnlyActiveAccessors) {
         MCObject* source = Make();
         MCSPropertyAccessorT<T> setter(value);
         ASSERT_TRUE(source->SetProperty(type, setter, 1));
-        MCProperty* property = Find(source, type);
+        MCProperty* property = PropertyOf(source, type);
         ASSERT_TRUE(source->SetPropertyFlag(property, MCItem::itemTemp, true));
         std::stringstream bytes;
         MCStream out(bytes, ZVTStream::binary), in(bytes, ZVTStream::binary);
@@ -145,7 +136,7 @@ TEST_F(PropertyTest, ListsRoundTripAndShortStreamsKeepWhatWasRead) {
     MCObject* source = Make();
     MCVPropertyAccessorT<ZVTString> setter(ListOf({ZVTString("a"), ZVTString(), ZVTString("ccc")}));
     ASSERT_TRUE(source->SetProperty(MCCodes::pStringList, setter, 2));
-    MCProperty* property = Find(source, MCCodes::pStringList);
+    MCProperty* property = PropertyOf(source, MCCodes::pStringList);
     std::stringstream bytes;
     MCStream out(bytes, ZVTStream::binary);
     property->SaveTo(out);
@@ -179,28 +170,24 @@ TEST_F(PropertyTest, CalculatedPropertiesStoreTheirShapeOnly) {
     std::stringstream bytes;
     MCStream out(bytes, ZVTStream::binary), in(bytes, ZVTStream::binary);
     for (short type : {MCCodes::pInteger, MCCodes::pIntegerList}) {
-        ASSERT_TRUE(object->SetPropertyFlag(Find(object, type), MCItem::itemPreFetch, true));
-        Find(object, type)->SaveTo(out);
+        ASSERT_TRUE(object->SetPropertyFlag(PropertyOf(object, type), MCItem::itemPreFetch, true));
+        PropertyOf(object, type)->SaveTo(out);
     }
     // Flags 0x0010; then flags, the count 1 and one zero element.
     EXPECT_EQ(bytes.str(), std::string("\x10\x00\x10\x00\x01\x00\x00\x00\x00\x00\x00\x00", 12));
     for (short type : {MCCodes::pInteger, MCCodes::pIntegerList})
-        Find(object, type)->RestoreFrom(in);
+        PropertyOf(object, type)->RestoreFrom(in);
     EXPECT_EQ(GetLong(object, MCCodes::pInteger), "77");  // nothing read for the value
-    EXPECT_EQ(static_cast<MCVPropertyT<long>*>(Find(object, MCCodes::pIntegerList))->GetCount(), 1);
+    EXPECT_EQ(static_cast<MCVPropertyT<long>*>(PropertyOf(object, MCCodes::pIntegerList))->GetCount(), 1);
 }
 
 // A host's visitor of one value type meets each kind through its own VisitType; only CreateAndVisitProperty
 // makes a property that is absent, and a property of another value type is passed over.
 TEST_F(PropertyTest, VisitorsMeetEachKindAndOnlyCreateAndVisitMakesTheProperty) {
     struct Longs : MCPropertyVisitorT<long> {
-        void VisitType(MCVPropertyT<long>* p) override {
-            m_sSeen += "V" + std::to_string(p->GetType()) + " ";
-        }
-        void VisitType(MCSPropertyT<long>* p) override {
-            m_sSeen += "S" + std::to_string(p->GetType()) + " ";
-        }
-        std::string m_sSeen;
+        void VisitType(MCVPropertyT<long>* p) override { seen += "V" + std::to_string(p->GetType()) + " "; }
+        void VisitType(MCSPropertyT<long>* p) override { seen += "S" + std::to_string(p->GetType()) + " "; }
+        std::string seen;
     } visitor;
     MCObject* object = Make();
     for (short type : {MCCodes::pInteger, MCCodes::pIntegerList, MCCodes::pString}) {
@@ -208,6 +195,6 @@ TEST_F(PropertyTest, VisitorsMeetEachKindAndOnlyCreateAndVisitMakesTheProperty) 
         object->CreateAndVisitProperty(type, &visitor);
         object->VisitProperty(type, &visitor);
     }
-    EXPECT_EQ(visitor.m_sSeen, "S87 S87 V88 V88 ");
+    EXPECT_EQ(visitor.seen, "S87 S87 V88 V88 ");
     EXPECT_NE(object->FindProperty(MCCodes::pString, true), nullptr);
 }

@@ -9,10 +9,6 @@
 
 namespace {
 
-constexpr long c_lAdd = MCPropertyAccessor::accessAdd;
-constexpr long c_lReplace = MCPropertyAccessor::accessReplace;
-constexpr long c_lRemove = MCPropertyAccessor::accessRemove;
-
 // The count of `holder`'s entry on `target`, 0 when stale or absent.
 unsigned int Count(MCObject* target, MCObject* holder) {
     struct Probe : ZVTFilter<MCSubscriberReference*> {
@@ -80,11 +76,8 @@ protected:
         MCSRefRawAccessor accessor;
         return holder->GetProperty(MCCodes::pReference, accessor) ? accessor.GetValue() : nullptr;
     }
-    static MCSRef* Single(MCObject* h) { return dynamic_cast<MCSRef*>(Find(h, MCCodes::pReference)); }
-    static MCVRef* List(MCObject* h) { return dynamic_cast<MCVRef*>(Find(h, MCCodes::pReferenceList)); }
-    static MCProperty* Find(MCObject* holder, short type) {
-        return const_cast<MCProperty*>(holder->FindProperty(type, true));
-    }
+    static MCSRef* Single(MCObject* h) { return dynamic_cast<MCSRef*>(PropertyOf(h, MCCodes::pReference)); }
+    static MCVRef* List(MCObject* h) { return dynamic_cast<MCVRef*>(PropertyOf(h, MCCodes::pReferenceList)); }
     template <class T>
     static T* Create(short type, MCObject* owner) {
         return static_cast<T*>(MCFactoryRegistry::CreateItem(type, owner, nullptr, nullptr));
@@ -94,16 +87,12 @@ protected:
 // Each entry of a list counts on its target; each change's event carries its hint code and hint object,
 // and nulling drops the counts.
 TEST_F(RefPropertyTest, ListCountsEachEntryAndEventsCarryHints) {
-    MCObject* holder = Make();
-    MCObject* a = Make();
-    MCObject* b = Make();
+    MCObject *holder = Make(), *a = Make(), *b = Make();
     holder->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
     static std::string s_sHints;
     s_sHints.clear();
     m_xLog.m_pxOnNotify = [](MCEvent& event) { s_sHints += " " + Id(event.GetHintObject()); };
-    const auto counts = [&] {
-        return " #" + std::to_string(Count(a, holder)) + std::to_string(Count(b, holder));
-    };
+    auto counts = [&] { return " #" + std::to_string(Count(a, holder)) + std::to_string(Count(b, holder)); };
     ASSERT_TRUE(SetRefs(holder, {a, b, a}));
     EXPECT_EQ(counts(), " #21");
     ASSERT_TRUE(SetRefs(holder, {a}, c_lRemove));
@@ -143,7 +132,7 @@ TEST_F(RefPropertyTest, DyingTargetIsTakenOutOfEveryHolderOnce) {
     const long eventsBefore = MCEvent::c_nInstanceCount;
 
     target->Expunge(true);
-    std::string seen, state;
+    std::string state;
     for (int i = 0; i < 3; ++i) {
         const std::string set = "PropertySet(" + Id(holders[i]) + ",";
         const std::string cleared = i ? "" : " ReferenceCleared(" + Id(holders[i]) + ")";
@@ -201,11 +190,8 @@ TEST_F(RefPropertyTest, ALongListRemovesWhatAScanWouldRemove) {
 }
 
 TEST_F(RefPropertyTest, RestoredIdsResolveThroughTheSpaceOrAConverter) {
-    MCObject* holder = Make();
-    MCObject* a = Make();
-    MCObject* b = Make();
-    ASSERT_TRUE(SetRef(holder, b));
-    ASSERT_TRUE(SetRefs(holder, {a, b}));
+    MCObject *holder = Make(), *a = Make(), *b = Make();
+    ASSERT_TRUE(SetRef(holder, b) && SetRefs(holder, {a, b}));
     std::stringstream medium;
     MCStream out(medium, ZVTStream::binary);
     Single(holder)->SaveTo(out);
@@ -239,9 +225,7 @@ TEST_F(RefPropertyTest, RestoredIdsResolveThroughTheSpaceOrAConverter) {
         {"b missing", false, false}, {"b missing, strict", false, true}, {"converter finds b", true, false}};
     for (const auto& rCase : cases) {
         SCOPED_TRACE(rCase.pcName);
-        MCObject* restored = Make();
-        MCObject* copyOfA = Make();
-        MCObject* copyOfB = Make();
+        MCObject *restored = Make(), *copyOfA = Make(), *copyOfB = Make();
         auto* single = Create<MCSRef>(MCCodes::pReference, restored);
         auto* list = Create<MCVRef>(MCCodes::pReferenceList, restored);
         std::stringstream in(saved), again;
@@ -338,23 +322,12 @@ TEST_F(RefPropertyTest, RebindMovesToCopies) {
 TEST_F(RefPropertyTest, ComparisonGoesByIdAcrossModels) {
     MCIdSpace first, second;
     auto build = [&](MCIdSpace& ids) {
-        struct Context : MCFactoryContext {
-            MCIdSpace* m_pxSpace;
-            MCIdSpace* GetIdSpace() override { return m_pxSpace; }
-        } context;
-        context.m_pxSpace = &ids;
-        auto make = [&](MCObject* owner) {
-            return static_cast<MCObject*>(
-                MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, owner, &context, nullptr));
-        };
-        MCObject* root = make(nullptr);
-        MCObject* target = make(root);
+        MCObject *root = MakeWith(0, ids, nullptr), *target = MakeWith(0, ids, root);
         EXPECT_TRUE(SetRef(root, target));
         EXPECT_TRUE(SetRefs(root, {target, root}));
         return root;
     };
-    MCObject* left = build(first);
-    MCObject* right = build(second);
+    MCObject *left = build(first), *right = build(second);
     EXPECT_TRUE(Single(left)->IsEqualTo(*Single(right), false));
     EXPECT_TRUE(List(left)->IsEqualTo(*List(right), false));
     ASSERT_TRUE(SetRef(right, nullptr, c_lReplace));

@@ -1,8 +1,7 @@
 // Reference walks and the reference-setting visitor: sorted walks that outlive their targets, copies, walks
 // that have nothing to walk, and one visitor writing one target into both kinds of reference.
 
-#include <functional>
-#include "ModelCore/ZVFWMC/MCCodes.h"
+#include <algorithm>
 
 #include "support/ModelTestSupport.h"
 
@@ -10,21 +9,16 @@ namespace {
 
 // Newest first, so a sorted walk is told apart from the list's order.
 struct ByIdDescending : ZVTSorter<MCObject*> {
-    void Sort(MCObject** elements, long count) override {
-        std::sort(elements, elements + count,
-                  [](MCObject* a, MCObject* b) { return a->GetId() > b->GetId(); });
+    void Sort(MCObject** list, long count) override {
+        std::sort(list, list + count, [](MCObject* a, MCObject* b) { return a->GetId() > b->GetId(); });
     }
 };
 
-std::string Id(const MCObject* object) {
-    return object ? std::to_string(object->GetId()) : "null";
-}
-
-// The walk as "id id ...", "null" for a dead first target; `during` runs after the first step.
+// The walk as "id id ...", "-" for a dead first target; `during` runs after the first step.
 std::string Walk(MCVRefIter& walk, const std::function<void()>& during = {}) {
     std::string text;
     for (bool first = true; ++walk; first = false) {
-        text += (text.empty() ? "" : " ") + Id(walk.GetValue());
+        text += (text.empty() ? "" : " ") + ModelTest::Id(walk.GetValue());
         if (first && during)
             during();
     }
@@ -43,7 +37,8 @@ protected:
         MCVRefAccessor accessor(&list);
         m_pxHolder->SetProperty(MCCodes::pReferenceList, accessor, MCPropertyAccessor::accessReplace);
     }
-    std::string Id(int index) const { return ::Id(m_apxTargets[index]); }
+    using ModelTest::Id;
+    std::string Id(int index) const { return Id(m_apxTargets[index]); }
 
     MCObject* m_pxHolder = nullptr;
     MCObject* m_apxTargets[3] = {};
@@ -60,7 +55,7 @@ TEST_F(RefIterTest, SortedWalksPassOverTargetsThatDieAndTakeTheFirstUnchecked) {
     ASSERT_EQ(again.GetCount(), 2);
     EXPECT_EQ(again.GetValue(), nullptr);
     m_apxTargets[2]->Expunge(true);
-    EXPECT_EQ(Walk(again), "null " + Id(0));
+    EXPECT_EQ(Walk(again), "- " + Id(0));
 }
 
 TEST_F(RefIterTest, WalksFromAListAndAgainThroughACopy) {
@@ -87,20 +82,19 @@ TEST_F(RefIterTest, HasNothingToWalkWithoutAnObjectOrAType) {
 // over other properties; without an owner it leaves every reference alone.
 TEST_F(RefIterTest, RefSettingVisitorWritesOneTargetIntoEitherKind) {
     MCObject* holder = Make();
-    MCObject* first = m_apxTargets[0];
-    MCSRefAccessor single(first);
-    holder->SetProperty(MCCodes::pReference, single, MCPropertyAccessor::accessAdd);
-    MCVRefAccessor list(first);
-    holder->SetProperty(MCCodes::pReferenceList, list, MCPropertyAccessor::accessAdd);
+    MCSRefAccessor single(m_apxTargets[0]);
+    holder->SetProperty(MCCodes::pReference, single, c_lAdd);
+    MCVRefAccessor list(m_apxTargets[0]);
+    holder->SetProperty(MCCodes::pReferenceList, list, c_lAdd);
     SetLong(holder, MCCodes::pInteger, 1);
     holder->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
     auto visit = [holder](MCRefSettingVisitor& visitor, std::initializer_list<short> types) {
         for (short type : types)
-            const_cast<MCProperty*>(holder->FindProperty(type, false))->AcceptVisitor(&visitor);
+            PropertyOf(holder, type, false)->AcceptVisitor(&visitor);
     };
     MCRefSettingVisitor visitor(holder, m_apxTargets[1]);
     visit(visitor, {MCCodes::pReference, MCCodes::pReferenceList, MCCodes::pInteger});
-    EXPECT_EQ(m_xLog.Take(), "PropertySet(" + ::Id(holder) + ",89,0) PropertySet(" + ::Id(holder) + ",90,1)");
+    EXPECT_EQ(m_xLog.Take(), "PropertySet(" + Id(holder) + ",89,0) PropertySet(" + Id(holder) + ",90,1)");
     visitor.SetValue(m_apxTargets[2]);
     visit(visitor, {MCCodes::pReferenceList, MCCodes::pReference});
     MCRefSettingVisitor ownerless(nullptr, holder);
@@ -110,7 +104,7 @@ TEST_F(RefIterTest, RefSettingVisitorWritesOneTargetIntoEitherKind) {
     MCSRefRawAccessor singleNow;
     holder->GetProperty(MCCodes::pReference, singleNow);
     MCVRefIter listNow(holder, MCCodes::pReferenceList);
-    EXPECT_EQ(::Id(singleNow.GetValue()) + " [" + Walk(listNow) + "]",
+    EXPECT_EQ(Id(singleNow.GetValue()) + " [" + Walk(listNow) + "]",
               Id(2) + " [" + Id(0) + " " + Id(1) + " " + Id(2) + "]");
 }
 

@@ -141,8 +141,25 @@ public:
         MCSPropertyRawAccessorT<ZVTString> accessor;
         return object->GetProperty(MCCodes::pName, accessor) ? accessor.GetValue().str() : "-";
     }
+    // The change flags of accessors, as the tests spell them.
+    static constexpr long c_lAdd = MCPropertyAccessor::accessAdd;
+    static constexpr long c_lReplace = MCPropertyAccessor::accessReplace;
+    static constexpr long c_lRemove = MCPropertyAccessor::accessRemove;
     /// The id of `object` as text, "-" for null.
     static std::string Id(const MCObject* object) { return object ? std::to_string(object->GetId()) : "-"; }
+    /// A new object in the id space `space`, asking for `id` (0: the next one); the test takes it down.
+    static MCObject* MakeWith(long id, MCIdSpace& space, MCObject* owner) {
+        struct : MCFactoryContext {
+            long RequestId() override { return m_lId; }
+            MCIdSpace* GetIdSpace() override { return m_pxSpace; }
+            long m_lId = 0;
+            MCIdSpace* m_pxSpace = nullptr;
+        } context;
+        context.m_lId = id;
+        context.m_pxSpace = &space;
+        return static_cast<MCObject*>(
+            MCFactoryRegistry::CreateItem(MCGenericObject::c_sType, owner, &context, nullptr));
+    }
 
 protected:
     void SetUp() override {
@@ -203,6 +220,10 @@ protected:
         }
         MCSPropertyRawAccessorT<long> accessor(value);
         return object->SetProperty(type, accessor, flags);
+    }
+    /// `object`'s property of `type`, writable for the test (`withNulled` as FindProperty takes it).
+    static MCProperty* PropertyOf(const MCObject* object, short type, bool withNulled = true) {
+        return const_cast<MCProperty*>(object->FindProperty(type, withNulled));
     }
     /// The long of `type`, or "-" when GetProperty fails.
     static std::string GetLong(const MCObject* object, short type) {

@@ -73,7 +73,8 @@ TEST(EXBaseTest, OtherFaultsNameThemselvesAndUnexpectedItsPlaceAsFarAsItIsKnown)
     // An overlong place is cut short.
     const std::string full = "EXUnexpected (code 13) at " + far + ":42";
     const std::string what = EXUnexpected(far.c_str(), "42").what();
-    EXPECT_TRUE(what.size() > full.find('d') && what.size() < full.size()) << what.size();
+    EXPECT_GT(what.size(), full.find('d')) << what.size();
+    EXPECT_LT(what.size(), full.size()) << what.size();
     EXPECT_EQ(full.compare(0, what.size(), what), 0);
     // The macro names the current line; a copy outlives the thrown object with a text of its own.
     EXUnexpected copy("", "");

@@ -104,7 +104,8 @@ TEST_F(CommandTest, AnExpungeCommandTouchesItsObjectOnlyWhileItLives) {
             MCCommandHandler::PostCommand(*new MCExpungeCommand(static_cast<MCObject*>(event.GetSubject())));
     };
     heard->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
-    EXPECT_TRUE(SetLong(heard, MCCodes::pInteger, 5) && MCObject::ResolveId(id) == heard);
+    EXPECT_TRUE(SetLong(heard, MCCodes::pInteger, 5));
+    EXPECT_EQ(MCObject::ResolveId(id), heard);
     MCCommandHandler::FlushQueue();
     EXPECT_EQ(MCObject::ResolveId(id), nullptr);
 }

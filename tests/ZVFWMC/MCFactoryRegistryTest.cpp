@@ -228,9 +228,11 @@ TEST_F(MCFactoryRegistryTest, FactoriesBelongToTheRegistryOnceAcceptedAndDefinit
     // An alias answers with its concrete type's size; a dangling one is reported under the translated code.
     EXPECT_EQ(sizes({2, 132, 1, 4242, 133}), "48 24 0 0 0 602(0x10: 4242) 602(0x10: 77)");
     ZVTString text("untouched"), later;
-    EXPECT_TRUE(R::GetDefinition(1, text) && text.IsNull());
-    EXPECT_TRUE(R::SetDefinition(1, "the root") && R::GetDefinition(1, later) &&
-                later == ZVTString("the root"));
+    EXPECT_TRUE(R::GetDefinition(1, text));
+    EXPECT_TRUE(text.IsNull());
+    EXPECT_TRUE(R::SetDefinition(1, "the root"));
+    EXPECT_TRUE(R::GetDefinition(1, later));
+    EXPECT_EQ(later, ZVTString("the root"));
     EXPECT_FALSE(R::SetDefinition(3, "nobody"));
     R::DeleteInstance();
     EXPECT_EQ(std::to_string(counters.destroyed) + " " + std::to_string(counters.alive), "2 0");

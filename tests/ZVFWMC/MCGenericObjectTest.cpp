@@ -68,7 +68,8 @@ TEST_F(CreationTest, RefusalsShowMessage601WithTheRequestedCode) {
     EXPECT_EQ(create(TestNode::c_sEmbedded, owner), nullptr);
     // An alias of Reference is made as one and keeps its own code.
     auto* parent = dynamic_cast<MCSRef*>(create(MCCodes::pParent, owner));
-    EXPECT_TRUE(parent && parent->GetType() == MCCodes::pParent);
+    ASSERT_NE(parent, nullptr);
+    EXPECT_EQ(parent->GetType(), MCCodes::pParent);
     // Setting an unknown type is the same refusal, seen as false; an object type is no property.
     EXPECT_FALSE(owner->SetProperty(31000, accessor, 1));
     EXPECT_FALSE(owner->SetProperty(MCGenericObject::c_sType, accessor, 1));
@@ -85,8 +86,8 @@ TEST_F(CreationTest, CalculatedAliasesAreMadeOnReadAndInitializingIsOnce) {
     MCObject* object = Make();
     MCSPropertyRawAccessorT<long> accessor;
     EXPECT_TRUE(object->GetProperty(c_sCalculated, accessor));
-    EXPECT_FALSE(object->GetProperty(MCCodes::pInteger, accessor) ||
-                 object->FindProperty(MCCodes::pInteger, true));
+    EXPECT_FALSE(object->GetProperty(MCCodes::pInteger, accessor));
+    EXPECT_EQ(object->FindProperty(MCCodes::pInteger, true), nullptr);
     const auto* made = dynamic_cast<const MCSPropertyT<long>*>(object->FindProperty(c_sCalculated, false));
     ASSERT_NE(made, nullptr);
     EXPECT_EQ(made->GetFlags(), MCItem::itemPreFetch | MCItem::itemPreFetchType | MCItem::itemFlag100);
@@ -95,7 +96,8 @@ TEST_F(CreationTest, CalculatedAliasesAreMadeOnReadAndInitializingIsOnce) {
     ASSERT_TRUE(MCFactoryRegistry::GetFlags(MCGenericObject::c_sType, flags));
     const long pool = MCFactoryRegistry::GetPoolCount(sizeof(MCGenericObject));
     MdlCore::Initialize();
-    EXPECT_TRUE(MCFactoryRegistry::GetFlags(MCGenericObject::c_sType, again) && again == flags);
+    EXPECT_TRUE(MCFactoryRegistry::GetFlags(MCGenericObject::c_sType, again));
+    EXPECT_EQ(again, flags);
     EXPECT_EQ(MCFactoryRegistry::GetPoolCount(sizeof(MCGenericObject)), pool);
 }
 
@@ -117,7 +119,8 @@ TEST_F(CreationTest, HooksAndTheLiveTableFollowObjects) {
     TestNode* inner = MakeNode(node);
     EXPECT_TRUE(MCFactoryRegistry::HookCreateItem(second, false));
     EXPECT_EQ(log, "122");
-    EXPECT_TRUE(live->Entries() == before + 1 && live->Contains(inner));
+    EXPECT_EQ(live->Entries(), before + 1);
+    EXPECT_TRUE(live->Contains(inner));
     node->Expunge(true);
     EXPECT_EQ(live->Entries(), before - 1);
     EXPECT_FALSE(MCFactoryRegistry::GetInstances(30999, live, nullptr));

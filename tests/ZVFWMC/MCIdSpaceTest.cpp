@@ -67,7 +67,8 @@ TEST(MCIdSpaceTest, ADuplicateThrowsAndRemoveAndResetTouchOnlyTheTable) {
         space.RegisterPointer(7, b);
         ADD_FAILURE() << "nothing thrown";
     } catch (const EXDuplicateResolution& e) {
-        EXPECT_TRUE(e.m_pxExisting == a && e.m_pxIncoming == b);
+        EXPECT_EQ(e.m_pxExisting, a);
+        EXPECT_EQ(e.m_pxIncoming, b);
     }
     for (long id : {2, 3, 42})
         space.RemoveId(id);

@@ -33,9 +33,9 @@ TEST_F(MCMetaInfoTest, FlagsSelectReportableTypes) {
 
 TEST_F(MCMetaInfoTest, InheritancePairsHoldForExactlyTheTypeNamed) {
     ZVTOrderedVectorT<short> none;
-    EXPECT_FALSE(MCMetaInfo::GetObjectTypes(0, 0, none) || MCMetaInfo::IsInheritable(1, 147) ||
-                 MCMetaInfo::GetInheritableProperties(1, none))
-        << "no table yet";
+    EXPECT_FALSE(MCMetaInfo::GetObjectTypes(0, 0, none)) << "no table yet";
+    EXPECT_FALSE(MCMetaInfo::IsInheritable(1, 147)) << "no table yet";
+    EXPECT_FALSE(MCMetaInfo::GetInheritableProperties(1, none)) << "no table yet";
     ASSERT_TRUE(MCFactoryRegistry::RegisterAbstractObject(1, "Root", 0) &&
                 MCFactoryRegistry::RegisterAbstractObject(2, "Sub", 1));
     // Nothing checks that the types exist.

@@ -105,8 +105,10 @@ TEST_F(NameSpaceTest, NumbersAreNotReusedAndCountersRefuseWhatDoesNotFit) {
     for (MCObject* object : {base, second, Named("Entity")})
         insert(object);
     // Only the registered object itself, with a name, is deleted.
-    EXPECT_FALSE(space->Delete(Named("Entity_2")) || space->Delete(Named(nullptr)) ||
-                 space->Delete(Named("")) || space->Delete(nullptr));
+    EXPECT_FALSE(space->Delete(Named("Entity_2")));
+    EXPECT_FALSE(space->Delete(Named(nullptr)));
+    EXPECT_FALSE(space->Delete(Named("")));
+    EXPECT_FALSE(space->Delete(nullptr));
     EXPECT_TRUE(space->Delete(second));
     EXPECT_EQ(State(space, "Entity Entity_2 Entity_3 Entity_4"), "Entity* Entity_2- Entity_3* Entity_4*");
     insert(Named("Entity"));
@@ -142,7 +144,8 @@ TEST_F(NameSpaceTest, NamesAreTakenUpAndDownTheTreeButNotAcrossIt) {
     ASSERT_TRUE(left->Insert(Named("X"), 0, 0, false) && deep->Insert(Named("Y"), 0, 0, false));
     // Names go down, never up, nor across.
     EXPECT_EQ(State(root, "X Y") + " " + State(deep, "X") + " " + State(right, "X"), "X+ Y+ X* X-");
-    EXPECT_FALSE(root->Insert(Named("X"), 0, 0, false) || deep->Insert(Named("X"), 0, 0, false));
+    EXPECT_FALSE(root->Insert(Named("X"), 0, 0, false));
+    EXPECT_FALSE(deep->Insert(Named("X"), 0, 0, false));
     EXPECT_TRUE(right->Insert(Named("X"), 0, 0, false));
 }
 
@@ -219,7 +222,8 @@ TEST_F(NameSpaceTest, RingsOfNameSpacesAreRefusedOrSurvived) {
         space->SetProperty(c_sAncestor, ancestor, MCPropertyAccessor::accessAdd);
     }
     MCObject *first = Named("Ring"), *second = Named("Ring");
-    EXPECT_TRUE(c->Insert(first, 0, 0, false) && !d->Insert(second, '_', 0, true));
+    ASSERT_TRUE(c->Insert(first, 0, 0, false));
+    EXPECT_FALSE(d->Insert(second, '_', 0, true));
     EXPECT_EQ(NameOf(second) + " " + State(d, "Ring") + " " + State(c, "Ring_2"), "Ring_2 Ring* Ring_2*");
     EXPECT_TRUE(c->Delete(first));
     EXPECT_EQ(State(d, "Ring"), "Ring-");
@@ -259,7 +263,8 @@ TEST_F(NameSpaceTest, CalculateDataRebuildsTheDictionaries) {
     ASSERT_EQ(State(space, "Entity"), "Entity-");
     EXPECT_EQ(fire(PS::PostCalculateData), "Entity* Entity*");
     MCObject* next = Named("Entity");
-    EXPECT_TRUE(!space->Insert(next, '_', 0, true) && NameOf(next) == "Entity_6") << NameOf(next);
+    EXPECT_FALSE(space->Insert(next, '_', 0, true)) << NameOf(next);
+    EXPECT_EQ(NameOf(next), "Entity_6");
     EXPECT_EQ(fire(PS::PreCalculateData), "Entity- Entity-");
 }
 

@@ -57,9 +57,11 @@ TEST_F(MCNomenclatureTest, TranslateTakesOneStepOnly) {
 
 TEST_F(MCNomenclatureTest, ATypeKeepsItsFirstNamePerNomenclature) {
     // The same name again is no conflict; the default name cannot change but can be confirmed.
-    EXPECT_TRUE(R::AddName(2, "UI", "Class") && R::AddName(2, "UI", "Class") &&
-                R::AddName(2, "Logical", "Classifier"));
-    EXPECT_FALSE(R::AddName(2, "UI", "Kind") || R::AddName(2, "Logical", "Renamed"));
+    ASSERT_TRUE(R::AddName(2, "UI", "Class"));
+    ASSERT_TRUE(R::AddName(2, "UI", "Class"));
+    EXPECT_TRUE(R::AddName(2, "Logical", "Classifier"));
+    EXPECT_FALSE(R::AddName(2, "UI", "Kind"));
+    EXPECT_FALSE(R::AddName(2, "Logical", "Renamed"));
     EXPECT_EQ(std::string(R::Lookup(short(2), "UI")) + " " + std::string(R::Lookup(short(2))),
               "Class Classifier");
     EXPECT_EQ(R::Lookup(ZVTString("Kind"), "UI"), 0);
@@ -68,7 +70,8 @@ TEST_F(MCNomenclatureTest, ATypeKeepsItsFirstNamePerNomenclature) {
 TEST_F(MCNomenclatureTest, RefusedNamesStillMayLeaveTheNomenclatureBehind) {
     EXPECT_FALSE(R::ContainsNomenclature("Audit"));
     EXPECT_FALSE(R::AddName(999, "Audit", "Ghost"));
-    EXPECT_TRUE(R::ContainsNomenclature("Audit") && R::IsRegistered(ZVTString("Audit"), nullptr));
+    EXPECT_TRUE(R::ContainsNomenclature("Audit"));
+    EXPECT_TRUE(R::IsRegistered(ZVTString("Audit"), nullptr));
     // Without a model a name is a nomenclature's; with one, the types are asked.
     auto* model = reinterpret_cast<MCObject*>(0x1000);
     EXPECT_FALSE(R::IsRegistered(ZVTString("Element"), nullptr));
@@ -76,8 +79,9 @@ TEST_F(MCNomenclatureTest, RefusedNamesStillMayLeaveTheNomenclatureBehind) {
     EXPECT_FALSE(R::IsRegistered(ZVTString("Nothing"), model));
 
     EXPECT_FALSE(R::AddName(-3, "Other", "Udp")) << "user-defined properties have one name only";
-    EXPECT_FALSE(R::AddName(1, ZVTString(), "x") || R::AddName(1, "Other", ZVTString()) ||
-                 R::ContainsNomenclature("Other"));
+    EXPECT_FALSE(R::AddName(1, ZVTString(), "x"));
+    EXPECT_FALSE(R::AddName(1, "Other", ZVTString()));
+    EXPECT_FALSE(R::ContainsNomenclature("Other"));
 
     // The nomenclature now exists, so an object type may no longer take its name.
     EXPECT_FALSE(R::RegisterAbstractObject(5, "Audit", 0));

@@ -122,7 +122,8 @@ TEST_F(PersTest, FileWithoutObjectsGivesNullRootEndMarkStopsReadingAndCodesAreTh
     Bytes headOnly;
     MCEnvironment::GetInstance()->SaveGlobals(headOnly.stream, Make(nullptr, PersRoot::c_sType));
     PersRestored r = Restore(headOnly.Str());
-    EXPECT_TRUE(r.result == C::resultOk && r.root == nullptr);
+    EXPECT_EQ(r.result, C::resultOk);
+    EXPECT_EQ(r.root, nullptr);
     // Nothing after the end mark is read, not even a token that would be refused. A user-defined property
     // is read under the code this process gave its name, not the one stored.
     const short current = MCFactoryRegistry::RegisterUDP("PersColour", MCCodes::pInteger, nullptr, true);

@@ -63,7 +63,10 @@ TEST(MCStreamTest, TargetsTravelByNameAndComeBackThroughTheRegistry) {
     stream >> read[0] >> read[1] >> read[2] >> read[3];
     EXPECT_TRUE(stream.fail());
     // A failed read leaves the pointer alone.
-    EXPECT_TRUE(read[0] == &drive && !read[1] && !read[2] && read[3] == &drive);
+    EXPECT_EQ(read[0], &drive);
+    EXPECT_EQ(read[1], nullptr);
+    EXPECT_EQ(read[2], nullptr);
+    EXPECT_EQ(read[3], &drive);
     HUBTargetRegistry::Clear();
 }
 

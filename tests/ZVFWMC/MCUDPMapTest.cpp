@@ -56,7 +56,8 @@ TEST_F(UDPMapModelTest, GlobalsRoundTripThroughTheEnvironment) {
     m_xEnvironment.RestoreGlobalToken(token, stream, &map);
     ASSERT_NE(map, nullptr);
     short to = 0;
-    EXPECT_TRUE(map->Translate(code, to) && to == code);
+    EXPECT_TRUE(map->Translate(code, to));
+    EXPECT_EQ(to, code);
     MCUDPMap* const same = map;
     stream.seekg(0);
     stream >> token;
@@ -98,11 +99,12 @@ TEST_F(UDPMapModelTest, RegisterUDPsGivesUnknownNamesFreshCodesForTheRoot) {
     const std::vector<short> translated{in.TranslateUDPType(-1), in.TranslateUDPType(-2),
                                         in.TranslateUDPType(-3)};
     EXPECT_EQ(translated, (std::vector<short>{fresh, 0, known})) << "a bad type is dropped";
-    EXPECT_TRUE(R::IsRegistered(fresh, root) && R::IsRegistered(known, root))
-        << "a known name joins the root";
+    EXPECT_TRUE(R::IsRegistered(fresh, root)) << "a known name joins the root";
+    EXPECT_TRUE(R::IsRegistered(known, root)) << "a known name joins the root";
     EXPECT_EQ(R::GetClipFlag(TestNode::c_sType, fresh), R::clipUndecided);
     unsigned long flags = 0;
-    EXPECT_TRUE(R::GetFlags(fresh, flags) && (flags & R::flagFirstOn));
+    EXPECT_TRUE(R::GetFlags(fresh, flags));
+    EXPECT_NE(flags & R::flagFirstOn, 0UL);
 }
 
 }  // namespace

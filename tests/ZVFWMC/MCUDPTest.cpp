@@ -125,12 +125,15 @@ TEST_F(UDPTest, CodesComeDownwardsByNameAndModelsJoinTheEntry) {
 
     // Removing a model keeps the code, whether or not the model held it; validating a persistence unit
     // adds the model again.
-    EXPECT_TRUE(R::RemoveUDP(-1, c_pxRootA) && R::RemoveUDP(-1, c_pxRootA));
+    ASSERT_TRUE(R::RemoveUDP(-1, c_pxRootA));
+    EXPECT_TRUE(R::RemoveUDP(-1, c_pxRootA));
     EXPECT_EQ(Held(-1), "B");
     EXPECT_EQ(R::RegisterUDP("Colour", MCCodes::pInteger, c_pxRootB, false), -1);
-    EXPECT_FALSE(R::RemoveUDP(MCCodes::pInteger, c_pxRootA) || R::RemoveUDP(-9, c_pxRootA) ||
-                 R::ValidatePersistenceUnit(7101, c_pxRootA) || R::ValidatePersistenceUnit(-9, c_pxRootA) ||
-                 R::ValidatePersistenceUnit(-1, nullptr));
+    EXPECT_FALSE(R::RemoveUDP(MCCodes::pInteger, c_pxRootA));
+    EXPECT_FALSE(R::RemoveUDP(-9, c_pxRootA));
+    EXPECT_FALSE(R::ValidatePersistenceUnit(7101, c_pxRootA));
+    EXPECT_FALSE(R::ValidatePersistenceUnit(-9, c_pxRootA));
+    EXPECT_FALSE(R::ValidatePersistenceUnit(-1, nullptr));
     EXPECT_TRUE(R::ValidatePersistenceUnit(-1, c_pxRootA));
     EXPECT_EQ(Held(-1), "AB");
     R::DeleteInstance();

@@ -85,8 +85,8 @@ TEST_F(ModernLayerTest, HostClassesRegisterTheirLevelsAndNamedOptions) {
     MCFactoryRegistry::GetFlags(c_sSubPart, flags);
     EXPECT_EQ(flags & (MCFactoryRegistry::groupFirst | MCFactoryRegistry::groupSecond),
               MCFactoryRegistry::flagFirstOn | MCFactoryRegistry::flagSecondOff);
-    EXPECT_TRUE(MCFactoryRegistry::GetSupertype(c_sSubPart) == c_sPart &&
-                MCFactoryRegistry::IsValidOwner(c_sSubPart, c_sPart));
+    EXPECT_EQ(MCFactoryRegistry::GetSupertype(c_sSubPart), c_sPart);
+    EXPECT_TRUE(MCFactoryRegistry::IsValidOwner(c_sSubPart, c_sPart));
     EXPECT_FALSE(mc::RegisterClass<Part>("Part")) << "a second registration is refused";
 
     // Each level answers for itself and the levels above, not for the generic object; the rule on Part's
@@ -326,7 +326,8 @@ TEST_F(ModernLayerTest, SaveAndRestoreReportWhatHappened) {
     seen += " " + std::to_string(restored.ExpungeAll());
     seen += " " + udps(restoredRoot);
     EXPECT_EQ(seen, "3 1 1 0 1 1 0");
-    EXPECT_TRUE(restored.root == nullptr && MCObject::ResolveId(rootId) == nullptr) << "the root stays";
+    EXPECT_EQ(restored.root, nullptr) << "the root stays";
+    EXPECT_EQ(MCObject::ResolveId(rootId), nullptr) << "the root stays";
 }
 
 TEST_F(ModernLayerTest, CopyAndPasteGoThroughByteBuffers) {

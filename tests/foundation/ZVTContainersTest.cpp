@@ -147,7 +147,8 @@ TEST(ZVTListIterTest, CursorsWalkOnceAndStartOverOffTheEnds) {
     EXPECT_EQ(list.First(), 10);
     ZVTDList<long> empty;
     it.Reset(empty);
-    EXPECT_FALSE(++it || --it);
+    ASSERT_FALSE(++it);
+    EXPECT_FALSE(--it);
 }
 
 TEST(ZVTSmartPtrTest, DeletesWhatItOwnsExactlyOnce) {

@@ -231,7 +231,8 @@ TEST(ZVTStreamTest, EofClearsOnWriteAndStreamsThatCannotWriteOrSeekFail) {
     long value = 0;
     stream << 5L;
     stream >> value;
-    EXPECT_TRUE(stream.eof() && !stream.fail());
+    EXPECT_TRUE(stream.eof());
+    EXPECT_FALSE(stream.fail());
     stream << 6L;
     EXPECT_TRUE(stream.good());
     stream >> value;
@@ -258,7 +259,10 @@ TEST(ZVTStreamTest, EofClearsOnWriteAndStreamsThatCannotWriteOrSeekFail) {
     ZVTStream reread(path.c_str(), ZVTStream::binary, std::ios::in, 0, false);
     long values[2] = {};
     reread >> values[0] >> values[1];
-    EXPECT_TRUE(values[0] == 10 && values[1] == 20 && reread.eof() && !reread.fail());
+    EXPECT_EQ(values[0], 10);
+    EXPECT_EQ(values[1], 20);
+    EXPECT_TRUE(reread.eof());
+    EXPECT_FALSE(reread.fail());
     std::remove(path.c_str());
     ZVTStream missing(path.c_str(), ZVTStream::binary, std::ios::in, 0, false);
     missing >> value;

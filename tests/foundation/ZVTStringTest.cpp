@@ -93,7 +93,8 @@ TEST(ZVTStringTest, EditsKeepTheNullStateHonest) {
     EXPECT_TRUE(null.IsNullString());
     null += 'x';
     const ZVTString target(std::move(null));
-    EXPECT_TRUE(null.IsNullString() && target == "x");
+    EXPECT_TRUE(null.IsNullString());
+    EXPECT_EQ(target, "x");
 }
 
 }  // namespace

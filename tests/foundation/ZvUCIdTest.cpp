@@ -25,9 +25,12 @@ TEST(ZvUCIdTest, StartsAtZeroRefusesStrayIndexesAndIsEqualOnlyWhenEveryWordIs) {
         SCOPED_TRACE(i);
         ZvUCObjectId other(zero);
         other.SetWord(i, 0x80000000u);
-        EXPECT_TRUE(zero.GetWord(i) == 0 && other != zero && !(other == zero));
+        EXPECT_EQ(zero.GetWord(i), 0u);
+        EXPECT_NE(other, zero);
+        EXPECT_FALSE(other == zero);
         other = zero;
-        EXPECT_TRUE(other == zero && !(other != zero));
+        EXPECT_EQ(other, zero);
+        EXPECT_FALSE(other != zero);
     }
     ZvUCObjectId id;
     for (int index : {-1, ZvUCId::c_nWordCount}) {

@@ -905,7 +905,6 @@ void MCObject::FinishExpunge(ZVTBoolean top) {
 }
 
 void MCObject::PrefetchEnds(const MCObject* walked, const MCObject* top, ZVTBoolean trusted) {
-#if defined(__GNUC__)
     // Each end reaches objects far away: the holders that hear it through its subscriber list (a chain of
     // nodes all over the heap; their properties searched, their owners asked) and the targets its
     // references leave. The next objects of the walk get one stage each, each stage reading only what the
@@ -1005,11 +1004,6 @@ void MCObject::PrefetchEnds(const MCObject* walked, const MCObject* top, ZVTBool
                 mc_detail::PrefetchObject(held->m_pxOwner);
         });
     }
-#else
-    (void)walked;
-    (void)top;
-    (void)trusted;
-#endif
 }
 
 ZVTBoolean MCObject::Expunge_(ZVTBoolean top) {

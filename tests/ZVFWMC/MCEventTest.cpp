@@ -3,30 +3,21 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
 #include <string>
 
 #include "ModelCore/ZVFWMC/MCEvent.h"
 #include "ModelCore/ZVFWMC/MCSubscriber.h"
+#include "support/AllocationHook.h"
 
 // Counts every global allocation of the process, the library's included; sanitizer builds keep their own
 // allocator, give every event its own heap block and count nothing.
 static long g_nAllocations = 0;
+bool OnAllocate(std::size_t) {
 #if !defined(__SANITIZE_ADDRESS__)
-void* operator new(std::size_t nSize) {
     ++g_nAllocations;
-    if (void* p = std::malloc(nSize == 0 ? 1 : nSize))
-        return p;
-    throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
 #endif
+    return true;
+}
 
 namespace {
 

@@ -17,22 +17,14 @@
 #include <gtest/gtest.h>
 
 #include "foundation/ZVTStream.h"
+#include "support/AllocationHook.h"
 
 // The largest single allocation, so that a test can show that a stored length was not trusted.
 static size_t g_nLargestAllocation = 0;
 
-void* operator new(std::size_t size) {
+bool OnAllocate(std::size_t size) {
     g_nLargestAllocation = std::max(g_nLargestAllocation, size);
-    if (void* block = std::malloc(size == 0 ? 1 : size))
-        return block;
-    throw std::bad_alloc();
-}
-// Out of line, so that the optimizer does not see new'd memory reach free() and warn.
-[[gnu::noinline]] void operator delete(void* block) noexcept {
-    std::free(block);
-}
-[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept {
-    std::free(block);
+    return true;
 }
 
 namespace {

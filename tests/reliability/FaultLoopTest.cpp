@@ -6,24 +6,12 @@
 #include <sstream>
 
 #include "reliability/ReliabilityModel.h"
+#include "support/AllocationHook.h"
 
-// The replacements pair malloc with free; inlined into a caller, g++ would take them for a mismatch.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-void* operator new(std::size_t size) {
-    if (c_xAllocationFault.Hit())
-        throw std::bad_alloc();
-    if (void* block = std::malloc(size ? size : 1))
-        return block;
-    throw std::bad_alloc();
+// The Nth allocation fails while the countdown is armed.
+bool OnAllocate(std::size_t) {
+    return !c_xAllocationFault.Hit();
 }
-void operator delete(void* block) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-    std::free(block);
-}
-#pragma GCC diagnostic pop
 
 namespace {
 

@@ -264,36 +264,43 @@ ZVTBoolean MCFactoryRegistry::HookCreateItem(MCCreationHook& hook, ZVTBoolean ad
 
 ZVTBoolean MCFactoryRegistry::GetInstances(short code, ZVTHTableT<MCObject*>*& table, MCObject* /*model*/) {
     MCMetaInfoI* impl = c_pxImplementation;
-    return impl && impl->m_xInstances.Find(code, table);
+    const MCMetaInfoI::InstanceTable* instances = impl ? impl->m_xInstances.FindPtr(code) : nullptr;
+    if (!instances)
+        return false;
+    table = instances->m_pxTable;
+    return true;
 }
 
 void MCFactoryRegistry::RegisterInstance(MCObject* object, ZVTBoolean add) {
     MCMetaInfoI* impl = c_pxImplementation;
     if (!impl)
         return;
-    ZVTHTableT<MCObject*>** slot = impl->m_xInstances.FindPtr(object->GetType());
+    MCMetaInfoI::InstanceTable* instances = impl->m_xInstances.FindPtr(object->GetType());
     if (!add) {
-        if (slot)
-            (*slot)->Remove(object);
+        if (instances)
+            instances->m_pxTable->Remove(object);
         return;
     }
-    if (!slot) {
+    if (!instances) {
         // Objects made one after the other lie close together, and so do their places in the table: a
         // tree built or expunged in order touches the table in runs rather than at random.
         auto table = std::make_unique<ZVTHTableT<MCObject*>>(HashObjectAddress, 64, c_nAddressLocalityBits);
-        impl->m_xInstances.Insert(object->GetType(), table.get());
+        MCMetaInfoI::InstanceTable fresh;
+        fresh.m_pxTable = table.get();
+        if (MCMetaInfoEntry* entry = impl->FindEntry(object->GetType())) {
+            if (MCMetaInfoConcreteEntry* concrete = entry->AsConcrete())
+                fresh.m_uItemSize = concrete->m_uItemSize;
+        }
+        impl->m_xInstances.Insert(object->GetType(), fresh);
         table.release()->Insert(object);
         return;
     }
-    (*slot)->Insert(object);
-    // After a large expunge the pool's free blocks lie anywhere, and so do their places in this table:
-    // the place of the block the next object of this type will take is loaded while this one is made.
-    if (MCMetaInfoEntry* entry = impl->FindEntry(object->GetType())) {
-        if (MCMetaInfoConcreteEntry* concrete = entry->AsConcrete()) {
-            if (const void* next = ZVTPool::NextPackedBlock(concrete->m_uItemSize))
-                (*slot)->Prefetch(static_cast<MCObject*>(const_cast<void*>(next)));
-        }
-    }
+    instances->m_pxTable->Insert(object);
+    // The place of the block the next object of this type will take is loaded while this one is made: a
+    // block given back lies anywhere, and a block carved from a fresh 4 KB stretch has its place in a
+    // block of the table that no object has touched yet.
+    if (const void* next = ZVTPool::NextPackedBlock(instances->m_uItemSize))
+        instances->m_pxTable->Prefetch(static_cast<MCObject*>(const_cast<void*>(next)));
 }
 
 // Defined here rather than with the rest of the user-defined properties: finding the persistence root

@@ -97,8 +97,8 @@ MCMetaInfoI::MCMetaInfoI()
 MCMetaInfoI::~MCMetaInfoI() {
     m_xPendingSubtypes.Clear();
     m_xPendingOwnees.Clear();
-    for (ZVTHDictIter<short, ZVTHTableT<MCObject*>*> it(m_xInstances); ++it;)
-        delete it.Value();
+    for (ZVTHDictIter<short, InstanceTable> it(m_xInstances); ++it;)
+        delete it.Value().m_pxTable;
     m_xInstances.Clear();
     for (ZVTHSetIterT<MCFactory*> it(m_xFactories); ++it;)
         delete it.Key();

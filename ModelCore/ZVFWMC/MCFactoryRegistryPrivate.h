@@ -194,8 +194,13 @@ public:
     ZVTHSetT<MCFactory*> m_xFactories;
     ZVTHDict<short, ZVTSList<short>> m_xPendingSubtypes;
     ZVTHDict<short, ZVTSList<short>> m_xPendingOwnees;
-    // Live objects per type code; the tables are owned, the objects not.
-    ZVTHDict<short, ZVTHTableT<MCObject*>*> m_xInstances;
+    // The live objects of one type code (the table owned, the objects not), and the type's item size as
+    // it was at the first of them, for reading ahead where the next one goes.
+    struct InstanceTable {
+        ZVTHTableT<MCObject*>* m_pxTable = nullptr;
+        unsigned int m_uItemSize = 0;
+    };
+    ZVTHDict<short, InstanceTable> m_xInstances;
     // Expected item counts per item size.
     ZVTHDict<unsigned int, MCPoolRecord> m_xPools;
     ZVTSList<MCCreationHook*> m_xCreationHooks;

@@ -349,11 +349,14 @@ void MCObject::RegisterLevel(short type, MCFactoryContext* context) {
 ZVTBoolean MCObject::InvokeCreationSemantics(MCFactoryContext* context) {
     if (context && !context->SemanticsNeeded())
         return false;
-    if (!HasCreationSemantics())
+    MCObjectSemReg* registry = MCObjectSemReg::GetInstance();
+    MCObjectSemHandler* handler = registry ? registry->FindHandler(GetType()) : nullptr;
+    if (!handler)
         return false;
     MCObjectSemContext semanticContext(context);
     MCObjectSem* failed = nullptr;
-    MCObjectSemReg::FireRootFirst(MCObjectSem::PostCreation, this, c_xObjectOS, failed, &semanticContext);
+    MCObjectSemReg::FireRootFirst(handler, MCObjectSem::PostCreation, this, c_xObjectOS, failed,
+                                  &semanticContext);
     return true;
 }
 

@@ -335,14 +335,19 @@ MCObjectSem::result MCObjectSemReg::FireSemantics(MCObjectSem::mode nMode, MCObj
                : MCObjectSem::resultContinue;
 }
 
+inline MCObjectSemHandler* MCObjectSemReg::LoneLevelFrom(MCObjectSemHandler* pFirst, MCObjectSem::mode nMode,
+                                                         MCObjectSem& rRule) {
+    MCObjectSemHandler* level = pFirst ? pFirst->LoneLevel() : nullptr;
+    if (level && (level->m_xSemantics.At(0) != &rRule || !(level->m_nInterests & nMode)))
+        return nullptr;
+    return level;
+}
+
 inline MCObjectSemHandler* MCObjectSemReg::LoneLevelFor(MCObjectSem::mode nMode, MCObject* pObject,
                                                         MCObjectSem& rRule, MCObjectSemHandler*& rpFirst) {
     MCObjectSemReg* registry = GetInstance();
     rpFirst = registry && pObject ? registry->FindHandler(pObject->GetType()) : nullptr;
-    MCObjectSemHandler* level = rpFirst ? rpFirst->LoneLevel() : nullptr;
-    if (level && (level->m_xSemantics.At(0) != &rRule || !(level->m_nInterests & nMode)))
-        return nullptr;
-    return level;
+    return LoneLevelFrom(rpFirst, nMode, rRule);
 }
 
 MCObjectSem::result MCObjectSemReg::FireDerivedFirst(MCObjectSem::mode nMode, MCObject* pObject,
@@ -368,8 +373,15 @@ MCObjectSem::result MCObjectSemReg::FireDerivedFirst(MCObjectSem::mode nMode, MC
 MCObjectSem::result MCObjectSemReg::FireRootFirst(MCObjectSem::mode nMode, MCObject* pObject,
                                                   MCObjectSem& rRule, MCObjectSem*& rpFailed,
                                                   MCObjectSemContext* pContext) {
-    MCObjectSemHandler* first = nullptr;
-    MCObjectSemHandler* level = LoneLevelFor(nMode, pObject, rRule, first);
+    MCObjectSemReg* registry = GetInstance();
+    MCObjectSemHandler* first = registry && pObject ? registry->FindHandler(pObject->GetType()) : nullptr;
+    return FireRootFirst(first, nMode, pObject, rRule, rpFailed, pContext);
+}
+
+MCObjectSem::result MCObjectSemReg::FireRootFirst(MCObjectSemHandler* first, MCObjectSem::mode nMode,
+                                                  MCObject* pObject, MCObjectSem& rRule,
+                                                  MCObjectSem*& rpFailed, MCObjectSemContext* pContext) {
+    MCObjectSemHandler* level = LoneLevelFrom(first, nMode, rRule);
     // The levels below the rule's, which the walk comes back down through after it, nearest first.
     constexpr size_t c_nMaxBelow = 8;
     MCObjectSemHandler* below[c_nMaxBelow];

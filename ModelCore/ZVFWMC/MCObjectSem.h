@@ -219,6 +219,8 @@ protected:
 private:
     friend class MCObjectSem;
     friend class MCObjectSemHandler;
+    // A new object finds its type's handler once, both to know that rules may apply and to fire them.
+    friend class MCObject;
 
     MCObjectSemReg();
     virtual ~MCObjectSemReg();
@@ -230,6 +232,13 @@ private:
     // else null; `rpFirst` receives the handler of the object's own type.
     static MCObjectSemHandler* LoneLevelFor(MCObjectSem::mode nMode, MCObject* pObject, MCObjectSem& rRule,
                                             MCObjectSemHandler*& rpFirst);
+    // LoneLevelFor from `pFirst`, the handler of the object's own type.
+    static MCObjectSemHandler* LoneLevelFrom(MCObjectSemHandler* pFirst, MCObjectSem::mode nMode,
+                                             MCObjectSem& rRule);
+    // FireRootFirst with `pFirst`, the handler of the object's own type, already found.
+    static MCObjectSem::result FireRootFirst(MCObjectSemHandler* pFirst, MCObjectSem::mode nMode,
+                                             MCObject* pObject, MCObjectSem& rRule, MCObjectSem*& rpFailed,
+                                             MCObjectSemContext* pContext);
 
     static MCObjectSemReg* c_pxSingleton;
     static ZVTBoolean ms_bDead;

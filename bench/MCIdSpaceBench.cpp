@@ -1,5 +1,7 @@
 // Cost of resolving one object id at 10^3 to 10^6 registered ids, beside a std::unordered_map.
-// One iteration is one look-up, so the reported time is nanoseconds per look-up.
+// One iteration is one look-up, so the reported time is nanoseconds per look-up. Last, the map a copy
+// keeps from its sources' ids to their clones: filled and read in the order a walk of a tree meets ids
+// that were handed out breadth first.
 //
 // Two probe patterns: "Cold" draws every probe from the whole table, so past the size of the CPU caches it
 // measures memory latency (std::unordered_map shows the same step); "Warm" draws from 1024 ids spread over
@@ -9,6 +11,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <random>
 #include <unordered_map>
 #include <vector>
@@ -71,6 +74,48 @@ void BM_MCIdSpaceResolveId(benchmark::State& state, std::size_t distinct) {
 }
 BENCHMARK_CAPTURE(BM_MCIdSpaceResolveId, Warm, kWarmSetSize)->RangeMultiplier(10)->Range(1000, 1000000);
 BENCHMARK_CAPTURE(BM_MCIdSpaceResolveId, Cold, 0)->RangeMultiplier(10)->Range(1000, 1000000);
+
+// Node i of a ten-wide tree owns nodes 10i+1..10i+10; the ids of its nodes, in pre-order, as a depth-first
+// walk meets them.
+std::vector<long> PreOrderIds(std::size_t n, long firstId) {
+    std::vector<long> order;
+    order.reserve(n);
+    std::vector<std::size_t> pending{0};
+    while (!pending.empty()) {
+        const std::size_t node = pending.back();
+        pending.pop_back();
+        order.push_back(firstId + static_cast<long>(node));
+        for (std::size_t child = std::min(10 * node + 10, n - 1); child > 10 * node; --child)
+            pending.push_back(child);
+    }
+    return order;
+}
+
+// One iteration maps every node of the tree in walk order and resolves each node's owner as it goes;
+// items are ids. The tree's ids start far from the fresh space's counter, as a model's do.
+void BM_MCIdSpaceMapATreeWalk(benchmark::State& state) {
+    const auto n = static_cast<std::size_t>(state.range(0));
+    std::vector<std::max_align_t> slots(n);
+    constexpr long c_lFirstId = 5000001;
+    const std::vector<long> order = PreOrderIds(n, c_lFirstId);
+    for (auto _ : state) {
+        MCIdSpace space(0);
+        for (std::size_t i = 0; i < n; ++i) {
+            const long id = order[i];
+            const auto node = static_cast<std::size_t>(id - c_lFirstId);
+            if (node != 0 && space.ResolveId(c_lFirstId + static_cast<long>((node - 1) / 10)) == nullptr) {
+                state.SkipWithError("an owner was not mapped before its ownee");
+                return;
+            }
+            space.RegisterPointer(id, FakeObject(slots, i));
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(n));
+}
+BENCHMARK(BM_MCIdSpaceMapATreeWalk)
+    ->RangeMultiplier(10)
+    ->Range(10000, 1000000)
+    ->Unit(benchmark::kMillisecond);
 
 void BM_UnorderedMapFind(benchmark::State& state, std::size_t distinct) {
     const auto n = static_cast<std::size_t>(state.range(0));

@@ -47,12 +47,15 @@ MCObject** MCIdSpace::PagedSlotForInsert(long id) {
     if (id <= 0)
         return nullptr;
     const auto page = static_cast<std::size_t>(id >> c_nPageBits);
-    // A new page only around the counter, where ids handed out in sequence land, and only while the pages
-    // in use are on average an eighth full: scattered ids would otherwise cost a page each.
+    // A new page only up to the counter's next, so that an id far ahead of the counter does not stretch
+    // the index, and only while the pages in use are on average an eighth full: scattered ids would
+    // otherwise cost a page each. Below the counter a page may come at any time: a walk of a tree, as a
+    // copy's map of sources to clones is filled, meets the ids of each level in order, but the levels
+    // interleaved.
     const auto counterPage = static_cast<std::size_t>(m_lLastId >> c_nPageBits);
-    const bool nearCounter = page + 4 >= counterPage && page <= counterPage + 1 && page < c_nMaxPages;
+    const bool inReach = page <= counterPage + 1 && page < c_nMaxPages;
     const bool filled = m_nPages < 16 || m_nPaged * 8 >= m_nPages * static_cast<std::size_t>(c_nPageSize);
-    if (!nearCounter || !filled)
+    if (!inReach || !filled)
         return nullptr;
     if (page >= m_xPages.size())
         m_xPages.resize(page + 1, nullptr);

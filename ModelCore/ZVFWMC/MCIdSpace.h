@@ -12,9 +12,9 @@ class MCObject;
 /// Hands out object ids and maps ids to objects, which it does not own; ids are never reused and fit 32 bits.
 ///
 /// Ids handed out in sequence are kept in pages of consecutive ids found by index, so that a tree's
-/// objects, whose ids are neighbours, are neighbours in the table too; ids far from the counter (chosen
-/// by a context, or read from a stream) go to a hashed table. Pages are made only while the live ones
-/// stay well filled, so no pattern of ids costs more than a few words per id.
+/// objects, whose ids are neighbours, are neighbours in the table too; ids far ahead of the counter
+/// (chosen by a context, or read from a stream) go to a hashed table. Pages are made only while the live
+/// ones stay well filled, so no pattern of ids costs more than a few words per id.
 class MODELCORE_API MCIdSpace {
 public:
     /// An empty space whose next id is `lastId + 1`.

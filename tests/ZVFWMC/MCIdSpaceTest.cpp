@@ -79,8 +79,9 @@ TEST(MCIdSpaceTest, ADuplicateThrowsAndRemoveAndResetTouchOnlyTheTable) {
     EXPECT_EQ(Contents(space, 8) + " " + std::to_string(space.RequestId()), "-------- 8");
 }
 
-// Ids near the counter and ids far from it are kept apart; whichever way an id went, it resolves, is
-// refused twice and is removed alike, also when its neighbours arrive later and take the other way.
+// Ids go to pages or to the hashed table by where they lie and when they come; whichever way an id went, it
+// resolves, is refused twice and is removed alike, also when its neighbours arrive later and take the other
+// way.
 TEST(MCIdSpaceTest, NearAndFarIdsResolveAlike) {
     MCIdSpace space;
     std::mt19937 rng(7);

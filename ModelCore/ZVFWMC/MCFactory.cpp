@@ -10,6 +10,7 @@
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
 #include "ModelCore/ZVFWMC/MCPropertySemantics.h"
+#include "ModelCore/ZVFWMC/MCRefProperty.h"
 #include "ModelCore/ZVFWMC/MCRegistrationPrivate.h"
 #include "ModelCore/ZVFWMC/MCUDPMap.h"
 #include "foundation/ZVTHSet.h"
@@ -194,6 +195,12 @@ ZVTBoolean MCFactoryRegistry::SetMadeValue(short code, MCObject* owner, MCProper
     return static_cast<MCSPropertyRawAccessorT<T>&>(accessor).SetMadeValue(property, owner, flags);
 }
 
+ZVTBoolean MCFactoryRegistry::SetMadeRef(short code, MCObject* owner, MCPropertyAccessor& accessor,
+                                         long flags) {
+    auto* ref = new MCSRef(code, owner);
+    return static_cast<MCSRefRawAccessor&>(accessor).SetMadeValue(ref, owner, flags);
+}
+
 void MCFactoryRegistry::FindFirstSetWay(void* found, short code) {
     auto& way = *static_cast<FirstSetWay*>(found);
     way = FirstSetWay{mc_detail::c_nRegistryChanges, code};
@@ -218,11 +225,14 @@ void MCFactoryRegistry::FindFirstSetWay(void* found, short code) {
     } else if (typeid(factory) == typeid(MCPropertyFactoryT<MCSPropertyT<double>>)) {
         way.m_pfnSet = &SetMadeValue<double>;
         way.m_pxAccessor = &typeid(MCSPropertyAccessorT<double>);
+    } else if (typeid(factory) == typeid(MCPropertyFactoryT<MCSRef>)) {
+        way.m_pfnSet = &SetMadeRef;
+        way.m_pxAccessor = &typeid(MCSRefAccessor);
     }
 }
 
 int MCFactoryRegistry::SetFirstValue(short code, MCObject* owner, MCPropertyAccessor& accessor, long flags) {
-    // A code known to take the long way (a reference, a host's property class) leaves at once.
+    // A code known to take the long way (a list, a host's property class) leaves at once.
     const FirstSetWay& way = c_axFirstSetWays[static_cast<unsigned short>(code) % c_nFirstSetSlots];
     if (way.m_nChanges == mc_detail::c_nRegistryChanges && way.m_sCode == code && !way.m_pfnSet)
         return -1;

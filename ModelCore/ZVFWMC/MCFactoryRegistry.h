@@ -296,6 +296,8 @@ private:
     // SetFirstValue's making and setting for the core's single property of T.
     template <class T>
     static ZVTBoolean SetMadeValue(short code, MCObject* owner, MCPropertyAccessor& accessor, long flags);
+    // The same for the core's single reference.
+    static ZVTBoolean SetMadeRef(short code, MCObject* owner, MCPropertyAccessor& accessor, long flags);
     // Enters (`add`) or removes an object in the table of live objects of its type.
     static void RegisterInstance(MCObject* object, ZVTBoolean add);
     // Shows numbered message `messageId` with `code` in decimal, as the registry reports a type it

@@ -505,6 +505,21 @@ ZVTBoolean MCSRefRawAccessor::GetPropertyValue(MCProperty* property, MCObject* o
     return true;
 }
 
+// Inline in both callers: it is a set's whole own work.
+inline long MCSRefRawAccessor::Apply(MCSRef& ref, MCObject& holder, long flags) {
+    if (ref.IsBound() && ref.m_xValue)
+        ref.m_xValue->RemoveSubscriber(&holder, c_nHolder);
+    // A pointer written is a pointer: only flags given with the value can keep the id state.
+    if ((flags & accessFlags) == 0)
+        m_uFlags = WithoutNL(m_uFlags);
+    if (!(m_uFlags & MCItem::itemNL) && IsGoing(m_xValue))
+        m_xValue = nullptr;
+    ref.SetValue(m_xValue);
+    if (m_xValue && !(m_uFlags & MCItem::itemNL))
+        m_xValue->AddSubscriber(&holder, c_nHolder);
+    return MCCodes::hintNone;
+}
+
 ZVTBoolean MCSRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* holder, long flags) {
     auto* ref = mc_detail::PropertyCast<MCSRef>(property);
     if (ref == nullptr || holder == nullptr)
@@ -512,20 +527,13 @@ ZVTBoolean MCSRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* h
     if ((flags & (accessForce | accessFlags)) == 0 && !ref->GetFlag(MCItem::itemNulled) &&
         ref->m_xValue == m_xValue)
         return true;
-    const ZVTBoolean withFlags = (flags & accessFlags) != 0;
-    return RunChange(property, holder, flags, [&](MCObject*& /*hintObject*/) -> long {
-        if (ref->IsBound() && ref->m_xValue)
-            ref->m_xValue->RemoveSubscriber(holder, c_nHolder);
-        // A pointer written is a pointer: only flags given with the value can keep the id state.
-        if (!withFlags)
-            m_uFlags = WithoutNL(m_uFlags);
-        if (!(m_uFlags & MCItem::itemNL) && IsGoing(m_xValue))
-            m_xValue = nullptr;
-        ref->SetValue(m_xValue);
-        if (m_xValue && !(m_uFlags & MCItem::itemNL))
-            m_xValue->AddSubscriber(holder, c_nHolder);
-        return MCCodes::hintNone;
-    });
+    return RunChange(property, holder, flags,
+                     [&](MCObject*& /*hintObject*/) { return Apply(*ref, *holder, flags); });
+}
+
+ZVTBoolean MCSRefRawAccessor::SetMadeValue(MCSRef* ref, MCObject* holder, long flags) {
+    return RunChange<false>(ref, holder, flags,
+                            [&](MCObject*& /*hintObject*/) { return Apply(*ref, *holder, flags); });
 }
 
 ZVTBoolean MCSRefRawAccessor::ResolveIds(MCIdSpace& space) {

@@ -253,6 +253,15 @@ public:
     ZVTBoolean SetPropertyValue(MCProperty* property, MCObject* holder, long flags) override;
     /// True when the carried value, taken for an id, names an object in `space`; nothing changes.
     ZVTBoolean ResolveIds(MCIdSpace& space) override;
+
+protected:
+    friend class MCFactoryRegistry;
+    /// SetPropertyValue on `ref`, just made for this change, when no rule can take part in it.
+    ZVTBoolean SetMadeValue(MCSRef* ref, MCObject* holder, long flags);
+
+private:
+    // Writes the carried target into `ref` and moves the holder's subscription to it; the hint code.
+    long Apply(MCSRef& ref, MCObject& holder, long flags);
 };
 
 /// An MCSRefRawAccessor that fires the rules and tells the subscribers.

@@ -241,3 +241,74 @@ TEST_F(RuleTest, AFirstSetEndsAlikeOnTheShortWayAndTheLongOne) {
         " set:0=7 set:0=7 set:0=7 set:8 set:0=0 set:0=7 set:8 set:0=t set:144=7 set:0=7 set:0=7 set:0=7 "
         "set:0=7 set:0=7 set:0=7 set:0=7 set:144=7 | 1 4 17 9 1 1 1 W:2 1 1 W:2 1 H:20000 1 L:1 1 1 1");
 }
+
+// A host's reference accessor class that changes nothing: a first set through it takes the long way.
+struct HostRefAccessor : MCSRefAccessor {
+    using MCSRefAccessor::MCSRefAccessor;
+};
+
+// The same for the core's single reference: every flag, a rule on one type of the code but not another, a
+// target whose expunge has begun (set from a subscriber that hears it go), and whether the holder then
+// watches its target.
+TEST_F(RuleTest, AFirstReferenceEndsAlikeOnTheShortWayAndTheLongOne) {
+    constexpr short c_sRef = 7717;
+    static const bool registered = MCFactoryRegistry::RegisterAliasProperty(
+        c_sRef, "OwnRef", MCCodes::pReference, true, false, false, false);
+    ASSERT_TRUE(registered);
+    static bool s_bCore = false;
+    static MCObject* s_pxRoot = nullptr;
+    static std::string s_sGoing;
+    static auto set = [](MCObject* holder, MCObject* target, long flags) {
+        HostRefAccessor host(target);
+        MCSRefAccessor plain(target);
+        MCPropertyAccessor& accessor = s_bCore ? static_cast<MCPropertyAccessor&>(plain) : host;
+        std::string trace = holder->SetProperty(c_sRef, accessor, flags) ? " set" : " refused";
+        const MCProperty* property = holder->MCObject::FindProperty(c_sRef, true);
+        trace += property ? ":" + std::to_string(property->GetFlags()) : ":none";
+        MCSRefRawAccessor read;
+        if (holder->GetProperty(c_sRef, read))
+            trace += read.GetValue() == target ? "=t" : read.GetValue() ? "=?" : "=0";
+        for (MCSubscriberListIter watchers(target); ++watchers;)
+            trace += watchers.GetValue() == holder ? "+" : "";
+        return trace;
+    };
+    auto run = [this](bool core) {
+        s_bCore = core;
+        m_xLog.m_pxOnNotify = [](MCEvent& event) {
+            if (auto* context = static_cast<MCPropertySemanticContext*>(event.GetHintPointer()))
+                RuleLog() += " " + std::to_string(context->GetActiveAccessor()->m_lFlags);
+        };
+        MCObject* root = s_pxRoot = Make(nullptr, Shape::c_sType);
+        root->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
+        MCObject* target = Make(root, Shape::c_sType);
+        std::string trace;
+        for (long flags : {c_lAdd, c_lRemove, c_lAdd | MCPropertyAccessor::accessForce, 0L,
+                           long{MCPropertyAccessor::accessFlags}, c_lAdd | MCPropertyAccessor::accessFlags,
+                           c_lAdd | MCPropertyAccessor::accessInherited})
+            trace += set(Make(root, Shape::c_sType), target, flags);
+        // Static: the registry keeps it past the test, and the second run registers it again.
+        static PropertyRule crated("W", MCPropertySemantic::PostEdit);
+        AddRule(Crate::c_sType, c_sRef, crated);
+        for (short type : {Shape::c_sType, Crate::c_sType})
+            trace += set(Make(root, type), target, c_lAdd);
+        // A holder made while the target goes, and set to it from the target's own end.
+        EventLog farewell;
+        farewell.m_pxOnNotify = [](MCEvent& event) {
+            if (event.GetEventType() == MCEvent::SubjectDestroyed)
+                s_sGoing = set(static_cast<MCObject*>(
+                                   MCFactoryRegistry::CreateItem(Shape::c_sType, s_pxRoot, nullptr, nullptr)),
+                               static_cast<MCObject*>(event.GetSubject()), c_lAdd);
+        };
+        target->AddSubscriber(&farewell, MCEvent::subscriberObserver);
+        target->Expunge(true);
+        root->Expunge(true);
+        m_xLog.Take();
+        return trace + " |" + s_sGoing + " |" + TakeLog();
+    };
+    const std::string shortWay = run(true), longWay = run(false);
+    EXPECT_EQ(shortWay, longWay);
+    EXPECT_EQ(
+        longWay,
+        " set:0=t+ set:0=t+ set:0=t+ set:8 set:0=0 set:0=t+ set:8 set:0=t+ set:0=t+ | set:0=0 | 1 4 17 9 1 "
+        "W:2 1 1 1 1 1 1 W:2 1 1");
+}

@@ -187,18 +187,12 @@ FirstSetWay c_axFirstSetWays[c_nFirstSetSlots];
 
 }  // namespace
 
-template <class T>
+template <class Property, class RawAccessor>
 ZVTBoolean MCFactoryRegistry::SetMadeValue(short code, MCObject* owner, MCPropertyAccessor& accessor,
                                            long flags) {
     // What MCPropertyFactoryT makes for a code its owner holds no property of.
-    auto* property = new MCSPropertyT<T>(code, owner);
-    return static_cast<MCSPropertyRawAccessorT<T>&>(accessor).SetMadeValue(property, owner, flags);
-}
-
-ZVTBoolean MCFactoryRegistry::SetMadeRef(short code, MCObject* owner, MCPropertyAccessor& accessor,
-                                         long flags) {
-    auto* ref = new MCSRef(code, owner);
-    return static_cast<MCSRefRawAccessor&>(accessor).SetMadeValue(ref, owner, flags);
+    auto* property = new Property(code, owner);
+    return static_cast<RawAccessor&>(accessor).SetMadeValue(property, owner, flags);
 }
 
 void MCFactoryRegistry::FindFirstSetWay(void* found, short code) {
@@ -217,16 +211,16 @@ void MCFactoryRegistry::FindFirstSetWay(void* found, short code) {
     const MCFactory& factory = *concrete->m_xFactories[0];
     way.m_pxAsked = asked;
     if (typeid(factory) == typeid(MCPropertyFactoryT<MCSPropertyT<long>>)) {
-        way.m_pfnSet = &SetMadeValue<long>;
+        way.m_pfnSet = &SetMadeValue<MCSPropertyT<long>, MCSPropertyRawAccessorT<long>>;
         way.m_pxAccessor = &typeid(MCSPropertyAccessorT<long>);
     } else if (typeid(factory) == typeid(MCPropertyFactoryT<MCSPropertyT<ZVTString>>)) {
-        way.m_pfnSet = &SetMadeValue<ZVTString>;
+        way.m_pfnSet = &SetMadeValue<MCSPropertyT<ZVTString>, MCSPropertyRawAccessorT<ZVTString>>;
         way.m_pxAccessor = &typeid(MCSPropertyAccessorT<ZVTString>);
     } else if (typeid(factory) == typeid(MCPropertyFactoryT<MCSPropertyT<double>>)) {
-        way.m_pfnSet = &SetMadeValue<double>;
+        way.m_pfnSet = &SetMadeValue<MCSPropertyT<double>, MCSPropertyRawAccessorT<double>>;
         way.m_pxAccessor = &typeid(MCSPropertyAccessorT<double>);
     } else if (typeid(factory) == typeid(MCPropertyFactoryT<MCSRef>)) {
-        way.m_pfnSet = &SetMadeRef;
+        way.m_pfnSet = &SetMadeValue<MCSRef, MCSRefRawAccessor>;
         way.m_pxAccessor = &typeid(MCSRefAccessor);
     }
 }

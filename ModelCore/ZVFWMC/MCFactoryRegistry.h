@@ -293,11 +293,10 @@ private:
     static int SetFirstValueBy(void* slot, short code, MCObject* owner, MCPropertyAccessor& accessor,
                                long flags);
     static void FindFirstSetWay(void* way, short code);
-    // SetFirstValue's making and setting for the core's single property of T.
-    template <class T>
+    // SetFirstValue's making and setting for one of the core's single-value property classes, through
+    // the raw accessor class the active one derives from.
+    template <class Property, class RawAccessor>
     static ZVTBoolean SetMadeValue(short code, MCObject* owner, MCPropertyAccessor& accessor, long flags);
-    // The same for the core's single reference.
-    static ZVTBoolean SetMadeRef(short code, MCObject* owner, MCPropertyAccessor& accessor, long flags);
     // Enters (`add`) or removes an object in the table of live objects of its type.
     static void RegisterInstance(MCObject* object, ZVTBoolean add);
     // Shows numbered message `messageId` with `code` in decimal, as the registry reports a type it

@@ -295,23 +295,27 @@ MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
             }
         }
     }
+    long id = 0;
+    MCIdSpace* space = nullptr;
     try {
-        long id = context ? context->RequestId() : 0;
-        MCIdSpace* space = context ? context->GetIdSpace() : nullptr;
+        id = context ? context->RequestId() : 0;
+        space = context ? context->GetIdSpace() : nullptr;
         if (!space)
             space = GetIdSpace();
         if (id == 0)
             id = space->RequestId();
         SetId(id);
         space->RegisterPointer(id, this);
+        MCFactoryRegistry::RegisterInstance(this, true);
     } catch (...) {
         // The members and bases unwind by themselves (the owner's subscription goes with the subject);
-        // the owner's list must not keep a pointer to what never became an object.
+        // neither the owner's list nor the id space may keep a pointer to what never became an object.
+        if (space)
+            space->RemovePointer(id, this);
         if (owner)
             owner->RemoveOwnedObject(this);
         throw;
     }
-    MCFactoryRegistry::RegisterInstance(this, true);
 }
 
 MCObject::~MCObject() {

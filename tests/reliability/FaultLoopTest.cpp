@@ -251,4 +251,40 @@ TEST_F(FaultLoopTest, EveryTransferSurvivesItsNthOperationFailing) {
     }
 }
 
+// A type no test has made yet, so that its live-object table starts small and grows while this runs.
+class Fresh : public mc::HostClass<7951> {
+    friend mc::FactoryOf<Fresh>;
+    using HostClass::HostClass;
+};
+
+// Creations with their Nth allocation failing, for N = 1, 2, ... until each goes through, over enough
+// objects of a fresh type for its live-object table to grow three times: a failed one leaves neither an
+// ownee nor an id behind.
+TEST_F(FaultLoopTest, ACreationThatRunsOutOfMemoryLeavesNoTrace) {
+    mc::RegisterClass<Fresh>("Fresh");
+    MCObject* e = Find("E");
+    for (int made = 0; made < 200; ++made) {
+        const long ownees = e->GetOwneeCount();
+        for (int failAt = 1;; ++failAt) {
+            SCOPED_TRACE(std::to_string(made) + " fails at " + std::to_string(failAt));
+            const long id = MCIdSpace::Global().RequestId() + 1;
+            c_xAllocationFault.Arm(failAt);
+            MCObject* object = nullptr;
+            try {
+                object = Make(e, Fresh::c_sType);
+            } catch (const std::bad_alloc&) {
+            }
+            if (!c_xAllocationFault.Disarm()) {
+                ASSERT_NE(object, nullptr);
+                break;
+            }
+            if (object)
+                continue;
+            ASSERT_EQ(MCObject::ResolveId(id), nullptr);
+            ASSERT_EQ(e->GetOwneeCount(), ownees);
+        }
+    }
+    EXPECT_EQ(CheckModel(Scope()), "");
+}
+
 }  // namespace

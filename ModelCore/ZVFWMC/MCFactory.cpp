@@ -145,9 +145,9 @@ MCItem* MCFactoryRegistry::CreateItem_(short code, MCObject* owner, MCFactoryCon
     MCItem* item = concrete->m_xFactories[0]->CreateItem(requested, owner, context);
     if (!item)
         return creationFailed(requested);
-    item->InvokeCreationSemantics(context);
     // The entry says what the item is; a cross-cast through MCObject's bases would cost far more.
     if (entry->GetFlags() & flagProperty) {
+        item->InvokeCreationSemantics(context);
         auto* property = static_cast<MCProperty*>(item);
         // CreateItem may have given an existing nulled property back: it takes its flags again.
         if (const unsigned short flags = RegisteredPropertyFlags(asked))
@@ -155,12 +155,21 @@ MCItem* MCFactoryRegistry::CreateItem_(short code, MCObject* owner, MCFactoryCon
         return item;
     }
     auto* object = static_cast<MCObject*>(item);
-    object->MarkMade();
-    // A hook may remove itself or another: walk a copy.
-    if (!impl->m_xCreationHooks.IsEmpty()) {
-        ZVTSList<MCCreationHook*> hooks = impl->m_xCreationHooks;
-        for (size_t i = 0; i < hooks.Entries(); ++i)
-            hooks.At(i)->ItemCreated(object);
+    try {
+        object->InvokeCreationSemantics(context);
+        object->MarkMade();
+        // A hook may remove itself or another: walk a copy.
+        if (!impl->m_xCreationHooks.IsEmpty()) {
+            ZVTSList<MCCreationHook*> hooks = impl->m_xCreationHooks;
+            for (size_t i = 0; i < hooks.Entries(); ++i)
+                hooks.At(i)->ItemCreated(object);
+        }
+    } catch (...) {
+        // The exception passes on; an object its owner holds stays there, but one without an owner would
+        // be lost with it, since nothing the caller gets leads to it.
+        if (!object->GetOwner(0, MCItem::rttiExact))
+            mc_detail::ExpungeOrphan(*object);
+        throw;
     }
     return item;
 }

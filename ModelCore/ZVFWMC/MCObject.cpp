@@ -318,6 +318,13 @@ MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
     }
 }
 
+void mc_detail::ExpungeOrphan(MCObject& object) noexcept {
+    try {
+        object.Expunge(true);
+    } catch (...) {
+    }
+}
+
 MCObject::~MCObject() {
     if (t_nWaiting != 0) {
         ExpungeState& state = Expunges();

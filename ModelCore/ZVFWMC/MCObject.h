@@ -325,6 +325,9 @@ inline void PrefetchObject(const MCObject* object) {
     (void)object;
 #endif
 }
+/// Expunges an object without an owner that an exception is about to leave where nothing the caller gets
+/// leads to it; an exception of the expunge itself gives way to the one already on its way.
+void ExpungeOrphan(MCObject& object) noexcept;
 }  // namespace mc_detail
 
 #endif

@@ -419,7 +419,14 @@ MCObject* MCPersController::CreateObject(MCPersRestoreVisitor& visitor, MCUDPMap
     if (!object)
         throw MCPersExObjectCreation(type);
 
-    m_xCreatedObjects.Append(object);
+    try {
+        m_xCreatedObjects.Append(object);
+    } catch (...) {
+        // Unlisted, an object of no owner in the file would be out of the host's reach.
+        if (!owner)
+            mc_detail::ExpungeOrphan(*object);
+        throw;
+    }
     m_pxIdSpace->RegisterPointer(id, object);
 
     if (map) {

@@ -221,8 +221,9 @@ MCPropertySemanticChain* ChainFor(MCPropertySemanticHandler& handler, short prop
             }
         }
     }
+    // Entered while still owned here: an insert that throws must not lose it.
+    handler.m_xChains.Insert(propertyType, made.get());
     chain = made.release();
-    handler.m_xChains.Insert(propertyType, chain);
     handler.m_sLastChainType = propertyType;
     handler.m_pxLastChain = chain;
     return chain;

@@ -55,6 +55,13 @@ public:
     }
     /// Makes room for `count` elements in all, so that appends up to that many move nothing.
     void Reserve(size_t count) { m_xItems.reserve(m_nHead + count); }
+    /// Makes room for `count` more elements, growing as appends would, so that the next `count` appends
+    /// cannot fail.
+    void MakeRoom(size_t count) {
+        const size_t needed = m_xItems.size() + count;
+        if (needed > m_xItems.capacity())
+            m_xItems.reserve(std::max(needed, 2 * m_xItems.capacity()));
+    }
     /// The number of elements.
     size_t Entries() const { return m_xItems.size() - m_nHead; }
     /// Adds value at the end, like Append.

@@ -1033,19 +1033,18 @@ ZVTBoolean MCObject::Expunge_(ZVTBoolean top) {
     } catch (...) {
         keep();
     }
-    // The subtree goes depth first on a stack of its own, so that a deep chain costs no call depth: each
-    // object's rules and events run before its ownees', its memory goes after theirs. The head of an
-    // owner's list is taken each time, as an ownee may make or take down siblings while it goes.
-    std::vector<MCObject*> pending{this};
+    // The subtree goes depth first, so that a deep chain costs no call depth: each object's rules and
+    // events run before its ownees', its memory goes after theirs. The path down to the object at hand is
+    // its chain of owners (an owner never changes), so the walk needs no stack and nothing to allocate,
+    // which could fail half-way. The head of an owner's list is taken each time, as an ownee may make or
+    // take down siblings while it goes.
     const std::size_t silentEnds = t_nSilentEnds;
-    while (!pending.empty()) {
-        MCObject* object = pending.back();
+    for (MCObject* object = this; object;) {
         if (MCObject* ownee = object->RemoveFirstOwnee()) {
             // An ownee waiting for its own expunge has had its rules asked already.
             const ZVTBoolean prepared = ownee->GetFlag(itemExpunging);
             ownee->SetFlag(itemTreeExpunge,
                            object->GetFlag(itemTreeExpunge) || (prepared && ownee->GetFlag(itemTreeExpunge)));
-            pending.push_back(ownee);
             if (!object->GetFlag(itemTreeExpunge))
                 PrefetchEnds(ownee, this, t_nSilentEnds == silentEnds);
             try {
@@ -1059,10 +1058,12 @@ ZVTBoolean MCObject::Expunge_(ZVTBoolean top) {
             } catch (...) {
                 keep();
             }
+            object = ownee;
             continue;
         }
-        pending.pop_back();
+        MCObject* up = object == this ? nullptr : object->m_pxOwner;
         object->FinishExpunge(object == this && top);
+        object = up;
     }
     if (failure)
         std::rethrow_exception(failure);

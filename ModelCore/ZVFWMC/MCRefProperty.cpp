@@ -6,6 +6,7 @@
 #include <memory>
 #include <typeinfo>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
@@ -514,9 +515,14 @@ inline long MCSRefRawAccessor::Apply(MCSRef& ref, MCObject& holder, long flags) 
         m_uFlags = WithoutNL(m_uFlags);
     if (!(m_uFlags & MCItem::itemNL) && IsGoing(m_xValue))
         m_xValue = nullptr;
-    ref.SetValue(m_xValue);
-    if (m_xValue && !(m_uFlags & MCItem::itemNL))
-        m_xValue->AddSubscriber(&holder, c_nHolder);
+    // The target is written once the holder watches it: a subscription that fails (out of memory) leaves
+    // the reference empty rather than holding a target whose end the holder would not hear of.
+    MCObject* watched = !(m_uFlags & MCItem::itemNL) ? m_xValue : nullptr;
+    ref.SetValue(watched ? nullptr : m_xValue);
+    if (watched) {
+        watched->AddSubscriber(&holder, c_nHolder);
+        ref.m_xValue = watched;
+    }
     return MCCodes::hintNone;
 }
 
@@ -555,6 +561,25 @@ ZVTBoolean MCVRefRawAccessor::GetPropertyValue(MCProperty* property, MCObject* o
     return true;
 }
 
+// Subscribes the holder at each target of the list. Out of memory, the entries from the one that failed
+// on leave the list, so that no entry stays that the holder would not hear the end of.
+void MCVRefRawAccessor::WatchAll(MCVRef& ref, MCObject& holder) {
+    ZVTSList<MCObject*>& values = ref.m_xValues;
+    for (size_t i = 0; i < values.Entries(); ++i) {
+        MCObject* target = values.At(i);
+        if (!target)
+            continue;
+        try {
+            target->AddSubscriber(&holder, c_nHolder);
+        } catch (...) {
+            ref.EntriesChanged_();
+            while (values.Entries() > i)
+                values.RemoveLast();
+            throw;
+        }
+    }
+}
+
 ZVTBoolean MCVRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* holder, long flags) {
     auto* ref = mc_detail::PropertyCast<MCVRef>(property);
     if (ref == nullptr || holder == nullptr)
@@ -573,21 +598,20 @@ ZVTBoolean MCVRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* h
         if (flags & accessReplace) {
             if (!((withFlags ? m_uFlags : WithoutNL(m_uFlags)) & MCItem::itemNL))
                 DropGoing(m_xValues);
+            // The copy is made before anything changes, as it may fail.
+            ZVTSList<MCObject*> replacement(m_xValues);
             if (wasBound) {
                 for (size_t i = 0; i < values.Entries(); ++i) {
                     if (MCObject* target = values.At(i))
                         target->RemoveSubscriber(holder, c_nHolder);
                 }
             }
-            ref->SetValue(m_xValues);
+            values = std::move(replacement);
+            ref->SetFlagRaw(MCItem::itemNulled, false);
             if (!withFlags)
                 m_uFlags = WithoutNL(m_uFlags);
-            if (!(m_uFlags & MCItem::itemNL)) {
-                for (size_t i = 0; i < m_xValues.Entries(); ++i) {
-                    if (MCObject* target = m_xValues.At(i))
-                        target->AddSubscriber(holder, c_nHolder);
-                }
-            }
+            if (!(m_uFlags & MCItem::itemNL))
+                WatchAll(*ref, *holder);
             return MCCodes::hintReplaced;
         }
         hintObject = m_xValues.IsEmpty() ? nullptr : m_xValues.First();
@@ -598,13 +622,17 @@ ZVTBoolean MCVRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* h
                 DropGoing(m_xValues);
             // Lists grow an entry at a time as links are made; the heap's smallest block has room for
             // c_nFirstRoom pointers anyway, so asking for them at once spares the moves of growing 1, 2, 4.
+            // With the room made first, an entry goes in only after its target is watched, as only the
+            // subscription can still fail.
             if (values.IsEmpty())
                 values.Reserve(std::max(c_nFirstRoom, m_xValues.Entries()));
+            else
+                values.MakeRoom(m_xValues.Entries());
             for (size_t i = 0; i < m_xValues.Entries(); ++i) {
                 MCObject* target = m_xValues.At(i);
-                ref->AddValue(target);
                 if (target && bound)
                     target->AddSubscriber(holder, c_nHolder);
+                ref->AddValue(target);
             }
             return MCCodes::hintAdded;
         }

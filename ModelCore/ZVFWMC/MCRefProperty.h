@@ -303,6 +303,9 @@ public:
     /// Takes the carried values for ids and replaces them by the objects found in `space`, dropping the
     /// others; true when at least one was found.
     ZVTBoolean ResolveIds(MCIdSpace& space) override;
+
+private:
+    static void WatchAll(MCVRef& ref, MCObject& holder);
 };
 
 /// An MCVRefRawAccessor that fires the rules and tells the subscribers.

@@ -5,6 +5,7 @@
 #include <functional>
 #include <iterator>
 #include <memory>
+#include <new>
 #include <set>
 #include <string>
 #include <typeinfo>
@@ -290,8 +291,13 @@ void MCSubject::RemoveSubscriber(MCSubscriber* pSubscriber, unsigned int nType) 
     if (pEntry->RemoveReference() == 0) {
         ++m_nStaleEntries;
         if (IsIndexed() && !pEntry->m_bStaleListed) {
-            GetIndex()->m_xStale.push_back(pEntry);
-            pEntry->m_bStaleListed = 1;
+            // Callers rely on a removal that cannot fail. Out of memory, the entry stays off the purge list:
+            // a stale entry is never read, and it goes once the list is short again or with the subject.
+            try {
+                GetIndex()->m_xStale.push_back(pEntry);
+                pEntry->m_bStaleListed = 1;
+            } catch (const std::bad_alloc&) {
+            }
         }
     }
     pEntry->SetSubscriberType(pEntry->m_nSubscriberType & ~(nType & ~c_nPermanentType));

@@ -3,6 +3,7 @@
 // A memory stream's write fails only when memory does, so copy and paste fail their Nth allocation; a
 // restore runs both ways.
 
+#include <functional>
 #include <regex>
 #include <sstream>
 
@@ -322,6 +323,39 @@ TEST_F(FaultLoopTest, ACreationThatRunsOutOfMemoryLeavesNoTrace) {
         }
     }
     EXPECT_EQ(CheckModel(Scope()), "");
+}
+
+// Edits, a clone and an expunge of the model with their Nth allocation failing, for N = 1, 2, ... until
+// each goes through: std::bad_alloc, and a model that stays sound, whatever part of the edit was done (a
+// reference that could not watch its new target lets go of it).
+TEST_F(FaultLoopTest, EveryEditSurvivesItsNthAllocationFailing) {
+    MCObject* clone = nullptr;
+    const std::pair<const char*, std::function<void()>> edits[] = {
+        {"clone A", [&] { clone = Find("A")->CloneTree(nullptr); }},
+        {"expunge C", [&] { Find("C")->Expunge(true); }},
+        {"set B's count", [&] { SetLong(Find("B"), RelNode::c_sCount, 7); }},
+        {"link E to D", [&] { Link(Find("E"), RelNode::c_sLink, Find("D")); }},
+        {"add E to B's links", [&] { Link(Find("B"), RelNode::c_sLinks, Find("E")); }},
+        {"new node under E", [&] { Node(Find("E"), "F"); }},
+    };
+    for (const auto& [name, edit] : edits) {
+        for (int failAt = 1;; ++failAt) {
+            SCOPED_TRACE(std::string(name) + " fails at " + std::to_string(failAt));
+            Build();
+            clone = nullptr;
+            c_xAllocationFault.Arm(failAt);
+            try {
+                edit();
+            } catch (const std::bad_alloc&) {
+            }
+            const bool fired = c_xAllocationFault.Disarm();
+            ASSERT_EQ(CheckModel(clone ? Scope({clone}) : Scope()), "");
+            if (clone)
+                clone->Expunge(true);
+            if (!fired)
+                break;
+        }
+    }
 }
 
 }  // namespace

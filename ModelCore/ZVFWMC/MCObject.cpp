@@ -894,10 +894,40 @@ void MCObject::AnnounceEnd() {
             MCEvent::subscriberOwner | MCEvent::subscriberObserver | MCEvent::subscriberReferenceHolder));
     } catch (...) {
         // A subscriber's exception ended the delivery: the holders not reached must still let go of
-        // their references, and those that did have unsubscribed, so only the rest hear it again.
-        NotifySubscribers(
-            MCEvent::Instantiate(MCEvent::SubjectDestroyed, this, MCEvent::subscriberReferenceHolder));
+        // their references, and those that did have unsubscribed, so only the rest hear it again. Where
+        // even that fails (out of memory) they let go unheard, so that none keeps a pointer to this one.
+        try {
+            NotifySubscribers(
+                MCEvent::Instantiate(MCEvent::SubjectDestroyed, this, MCEvent::subscriberReferenceHolder));
+        } catch (...) {
+            LetGoOfHolders();
+        }
         throw;
+    }
+}
+
+void MCObject::LetGoOfHolders() noexcept {
+    // The guard keeps every entry in place while the holders unsubscribe.
+    MCSubjectUser guard(*this);
+    for (MCSubscriberReference* entry = First(); entry; entry = entry->m_pxNext) {
+        if (entry->GetReferenceCount() == 0 ||
+            !(entry->GetSubscriberType() & MCEvent::subscriberReferenceHolder))
+            continue;
+        auto* holder = dynamic_cast<MCObject*>(entry->GetSubscriber());
+        if (!holder)
+            continue;
+        for (MCPropertySetIter properties(holder->m_xProperties); ++properties;) {
+            if (MCProperty* property = properties.GetValue())
+                property->LetGo_(*holder, *this);
+        }
+        // A host's class may answer for the heirs itself, and that may fail as well.
+        try {
+            const MCHeirSet* heirs = nullptr;
+            holder->GetHeirs(heirs);
+            if (heirs)
+                const_cast<MCHeirSet*>(heirs)->Delete(this);
+        } catch (...) {
+        }
     }
 }
 

@@ -284,6 +284,9 @@ private:
     // event to the subscribers, and after the ownees the clean-up and the memory.
     ZVTBoolean PrepareExpunge(ZVTBoolean top);
     void AnnounceEnd();
+    // What the end's delivery does for the reference holders, done directly, for an end that could not be
+    // delivered: each holder lets go of this object.
+    void LetGoOfHolders() noexcept;
     void FinishExpunge(ZVTBoolean top);
     // Asks the memory for what the ends of the next few objects after `walked` in the expunge of `top`
     // will read; changes nothing. Only when `trusted` does it read the holders and targets they name.

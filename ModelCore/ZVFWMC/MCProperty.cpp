@@ -93,6 +93,8 @@ void MCProperty::Rebind(MCIdSpace& /*space*/, MCObject& /*owner*/) {}
 
 void MCProperty::UnsubscribeTargets_(MCObject& /*holder*/, unsigned int /*type*/) {}
 
+void MCProperty::LetGo_(MCObject& /*holder*/, const MCObject& /*target*/) noexcept {}
+
 void MCProperty::SetType(MCObject* /*object*/, short type) {
     MCItem::SetType(type);
 }

@@ -89,6 +89,9 @@ private:
     // reference forgets them; plain values have none. Virtual so that an object's end pays no cast per
     // property.
     virtual void UnsubscribeTargets_(MCObject& holder, unsigned int type);
+    // For an end that could not be announced (out of memory): the reference lets go of `target` and its
+    // holder's subscription there, without rules, events or allocation; plain values hold no target.
+    virtual void LetGo_(MCObject& holder, const MCObject& target) noexcept;
 };
 
 /// The kind of single-valued properties.

@@ -293,6 +293,13 @@ void MCSRef::UnsubscribeTargets_(MCObject& holder, unsigned int type) {
     m_xValue = nullptr;
 }
 
+void MCSRef::LetGo_(MCObject& holder, const MCObject& target) noexcept {
+    if (!IsBound() || m_xValue != &target)
+        return;
+    m_xValue->RemoveSubscriber(&holder, MCEvent::subscriberReferenceHolder);
+    m_xValue = nullptr;
+}
+
 // ---------------------------------------------------------------------------------------------------
 // MCVRef
 
@@ -462,6 +469,15 @@ void MCVRef::UnsubscribeTargets_(MCObject& holder, unsigned int type) {
         }
     }
     m_xValues.Clear();
+}
+
+void MCVRef::LetGo_(MCObject& holder, const MCObject& target) noexcept {
+    if (!IsBound())
+        return;
+    EntriesChanged_();
+    auto* going = const_cast<MCObject*>(&target);
+    while (m_xValues.Remove(going))
+        going->RemoveSubscriber(&holder, MCEvent::subscriberReferenceHolder);
 }
 
 // ---------------------------------------------------------------------------------------------------

@@ -149,6 +149,7 @@ private:
     friend class MCSRefRawAccessor;
 
     void UnsubscribeTargets_(MCObject& holder, unsigned int type) override;
+    void LetGo_(MCObject& holder, const MCObject& target) noexcept override;
 };
 
 namespace mc_detail {
@@ -216,6 +217,7 @@ private:
     friend class MCVRefRawAccessor;
 
     void UnsubscribeTargets_(MCObject& holder, unsigned int type) override;
+    void LetGo_(MCObject& holder, const MCObject& target) noexcept override;
     // Removes the first entry that is `target`; false when there is none.
     ZVTBoolean RemoveEntry_(const MCObject* target);
     // Every change of the entries but a removal through RemoveEntry_ calls this first.

@@ -11,8 +11,17 @@
 #include "support/AllocationHook.h"
 
 // The Nth allocation fails while the countdown is armed.
+// With g_bExhausting, every allocation after that one fails too, until g_bExhausted is cleared: memory
+// that has run out, so that even clean-ups cannot allocate.
+bool g_bExhausting = false;
+bool g_bExhausted = false;
 bool OnAllocate(std::size_t) {
-    return !c_xAllocationFault.Hit();
+    if (g_bExhausted)
+        return false;
+    if (!c_xAllocationFault.Hit())
+        return true;
+    g_bExhausted = g_bExhausting;
+    return false;
 }
 
 namespace {
@@ -326,8 +335,9 @@ TEST_F(FaultLoopTest, ACreationThatRunsOutOfMemoryLeavesNoTrace) {
 }
 
 // Edits, a clone and an expunge of the model with their Nth allocation failing, for N = 1, 2, ... until
-// each goes through: std::bad_alloc, and a model that stays sound, whatever part of the edit was done (a
-// reference that could not watch its new target lets go of it).
+// each goes through, and again with every allocation failing from the Nth on: std::bad_alloc, and a model
+// that stays sound, whatever part of the edit was done (a reference that could not watch its new target
+// lets go of it, and the holders of an object whose end could not be told let go of it unheard).
 TEST_F(FaultLoopTest, EveryEditSurvivesItsNthAllocationFailing) {
     MCObject* clone = nullptr;
     const std::pair<const char*, std::function<void()>> edits[] = {
@@ -345,8 +355,12 @@ TEST_F(FaultLoopTest, EveryEditSurvivesItsNthAllocationFailing) {
         {"new node under E", [&] { Node(Find("E"), "F"); }},
     };
     for (const auto& [name, edit] : edits) {
-        for (int failAt = 1;; ++failAt) {
-            SCOPED_TRACE(std::string(name) + " fails at " + std::to_string(failAt));
+        // Each N twice: its allocation failing alone, then every one from it on.
+        for (int step = 0;; ++step) {
+            const int failAt = step / 2 + 1;
+            g_bExhausting = step % 2 == 1;
+            SCOPED_TRACE(std::string(name) + (g_bExhausting ? " fails from " : " fails at ") +
+                         std::to_string(failAt));
             Build();
             clone = nullptr;
             c_xAllocationFault.Arm(failAt);
@@ -355,6 +369,7 @@ TEST_F(FaultLoopTest, EveryEditSurvivesItsNthAllocationFailing) {
             } catch (const std::bad_alloc&) {
             }
             const bool fired = c_xAllocationFault.Disarm();
+            g_bExhausting = g_bExhausted = false;
             if (m_pxModel) {
                 ASSERT_EQ(CheckModel(clone ? Scope({clone}) : Scope()), "");
             }

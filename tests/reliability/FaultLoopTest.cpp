@@ -340,7 +340,18 @@ TEST_F(FaultLoopTest, ACreationThatRunsOutOfMemoryLeavesNoTrace) {
 // lets go of it, and the holders of an object whose end could not be told let go of it unheard).
 TEST_F(FaultLoopTest, EveryEditSurvivesItsNthAllocationFailing) {
     MCObject* clone = nullptr;
-    const std::pair<const char*, std::function<void()>> edits[] = {
+    std::vector<MCObject*> holders;
+    // D with more holders than a short subscriber list keeps, the first of them then linked elsewhere.
+    auto crowd = [&] {
+        holders.clear();
+        for (int i = 0; i < 20; ++i)
+            Link(holders.emplace_back(Make(Find("E"), RelNode::c_sType)), RelNode::c_sLink, Find("D"));
+    };
+    const struct {
+        const char* pcName;
+        std::function<void()> xEdit;
+        std::function<void()> xPrepare = [] {};
+    } edits[] = {
         {"clone A", [&] { clone = Find("A")->CloneTree(nullptr); }},
         {"expunge C", [&] { Find("C")->Expunge(true); }},
         {"expunge the model", [&] { std::exchange(m_pxModel, nullptr)->Expunge(true); }},
@@ -353,8 +364,9 @@ TEST_F(FaultLoopTest, EveryEditSurvivesItsNthAllocationFailing) {
              Find("A")->SetProperty(RelNode::c_sLinks, taken, MCPropertyAccessor::accessRemove);
          }},
         {"new node under E", [&] { Node(Find("E"), "F"); }},
+        {"take a holder off a crowded target", [&] { Link(holders[0], RelNode::c_sLink, Find("E")); }, crowd},
     };
-    for (const auto& [name, edit] : edits) {
+    for (const auto& [name, edit, prepare] : edits) {
         // Each N twice: its allocation failing alone, then every one from it on.
         for (int step = 0;; ++step) {
             const int failAt = step / 2 + 1;
@@ -362,6 +374,7 @@ TEST_F(FaultLoopTest, EveryEditSurvivesItsNthAllocationFailing) {
             SCOPED_TRACE(std::string(name) + (g_bExhausting ? " fails from " : " fails at ") +
                          std::to_string(failAt));
             Build();
+            prepare();
             clone = nullptr;
             c_xAllocationFault.Arm(failAt);
             try {

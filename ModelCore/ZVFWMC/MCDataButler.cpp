@@ -1,6 +1,7 @@
 #include "ModelCore/ZVFWMC/MCDataButler.h"
 
 #include <cstdlib>
+#include <memory>
 
 #include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
@@ -211,14 +212,12 @@ ZVTBoolean MCForEachHandler::HandleMacro(MCDataButlerBase* butler, const ZVTStri
     const short code = MCFactoryRegistry::Lookup((*arguments)[0]);
     if (code == 0)
         return false;
-    auto* proxy = new MCiForEach(name, current, code);
-    if (proxy->GetCount() <= 0) {
-        delete proxy;
+    auto proxy = std::make_unique<MCiForEach>(name, current, code);
+    if (proxy->GetCount() <= 0)
         return false;
-    }
     if (Count(arguments) > 1)
         proxy->SetBreakOn((*arguments)[1]);
-    butler->PushIter(proxy);
+    butler->PushIter(proxy.release());
     return true;
 }
 

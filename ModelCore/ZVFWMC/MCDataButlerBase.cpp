@@ -1,5 +1,6 @@
 #include "ModelCore/ZVFWMC/MCDataButlerBase.h"
 
+#include <memory>
 #include <utility>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
@@ -237,8 +238,15 @@ MCIterProxy* MCDataButlerBase::GetIteratorStackLast() const {
 
 void MCDataButlerBase::PushIter(MCIterProxy* proxy) {
     // Linear in the nesting depth only; a proxy entered twice would be deleted twice.
-    if (proxy && !m_pxState->m_xIterators.Contains(proxy))
+    if (!proxy || m_pxState->m_xIterators.Contains(proxy))
+        return;
+    try {
         m_pxState->m_xIterators.Append(proxy);
+    } catch (...) {
+        // Handed over all the same: the caller let go of it with the call.
+        delete proxy;
+        throw;
+    }
 }
 
 ZVTBoolean MCDataButlerBase::IncrementIter(MCIterProxy& proxy) {
@@ -284,7 +292,10 @@ template <class Variable>
 ZVTBoolean Create(ZVTHDict<ZVTString, MCDataButlerVariable*>& variables, const ZVTString& name) {
     if (variables.Contains(name))
         return false;
-    variables.Insert(name, new Variable());
+    // Held here until the table has taken it: the insert may fail.
+    auto variable = std::make_unique<Variable>();
+    variables.Insert(name, variable.get());
+    variable.release();
     return true;
 }
 

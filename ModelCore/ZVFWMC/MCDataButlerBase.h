@@ -191,8 +191,9 @@ public:
     long GetIteratorStackCount() const;
     /// The innermost running iteration; null when none runs.
     MCIterProxy* GetIteratorStackLast() const;
-    /// Makes `proxy` the innermost iteration; the state owns it from now on. A null proxy, or one already
-    /// on the stack, is ignored.
+    /// Makes `proxy` the innermost iteration; the state owns it from now on, and deletes it at once when
+    /// the stack cannot grow (std::bad_alloc then passes on). A null proxy, or one already on the stack, is
+    /// ignored.
     void PushIter(MCIterProxy* proxy);
     /// Begins the next pass of `proxy`, which must be the innermost iteration (false and nothing changes
     /// otherwise): takes off the object of the pass that ends, then either advances and pushes the new

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <utility>
 
@@ -60,10 +61,10 @@ public:
         ZVTSList<MCObject*> objects;
         if (!List(current, type, *arguments, objects) || objects.IsEmpty())
             return false;
-        auto* iteration = new ListIteration(name, objects);
+        auto iteration = std::make_unique<ListIteration>(name, objects);
         if (arguments->GetCount() > needed)
             iteration->SetBreakOn((*arguments)[needed]);
-        butler->PushIter(iteration);
+        butler->PushIter(iteration.release());
         return true;
     }
 

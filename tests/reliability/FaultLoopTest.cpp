@@ -7,6 +7,7 @@
 #include <regex>
 #include <sstream>
 
+#include "platform/ZVMTemplate.h"
 #include "reliability/ReliabilityModel.h"
 #include "support/AllocationHook.h"
 
@@ -391,6 +392,40 @@ TEST_F(FaultLoopTest, EveryEditSurvivesItsNthAllocationFailing) {
             if (!fired)
                 break;
         }
+    }
+}
+
+// A template over A's links, with a variable and a break-on variable, expanded with the Nth allocation
+// failing, alone and from then on: std::bad_alloc or a failed expansion, nothing left behind (the sanitizer
+// build finds a leak), and the next expansion writes what a whole one wrote.
+TEST_F(FaultLoopTest, EveryExpansionSurvivesItsNthAllocationFailing) {
+    ZVMTemplate parsed;
+    ZVMTemplateError error;
+    ASSERT_TRUE(
+        parsed.Parse("${Boolean(more)}${SetBoolean(more, \"true\")}"
+                     "${foreach ForEach(Links, more)}${Property(Name)};${end}",
+                     error));
+    auto expand = [&] {
+        MCDataButler butler(Find("A"));
+        std::string out;
+        return parsed.Expand(butler, out, error) ? out : "failed";
+    };
+    const std::string whole = expand();
+    ASSERT_EQ(whole, "E;D;");
+    for (int step = 0;; ++step) {
+        const int failAt = step / 2 + 1;
+        g_bExhausting = step % 2 == 1;
+        SCOPED_TRACE((g_bExhausting ? "fails from " : "fails at ") + std::to_string(failAt));
+        c_xAllocationFault.Arm(failAt);
+        try {
+            expand();
+        } catch (const std::bad_alloc&) {
+        }
+        const bool fired = c_xAllocationFault.Disarm();
+        g_bExhausting = g_bExhausted = false;
+        ASSERT_EQ(expand(), whole);
+        if (!fired)
+            break;
     }
 }
 

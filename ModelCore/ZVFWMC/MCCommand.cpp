@@ -18,12 +18,18 @@ MCCommandHandler::~MCCommandHandler() {
 
 void MCCommandHandler::PostCommand(MCCommand& command) {
     command.AddReference();
-    if (!c_pxSingleton)
-        c_pxSingleton = new MCCommandHandler;
-    if (c_pxSingleton->m_bFlushing)
-        c_pxSingleton->m_xPending.Append(&command);
-    else
-        c_pxSingleton->Append(&command);
+    try {
+        if (!c_pxSingleton)
+            c_pxSingleton = new MCCommandHandler;
+        if (c_pxSingleton->m_bFlushing)
+            c_pxSingleton->m_xPending.Append(&command);
+        else
+            c_pxSingleton->Append(&command);
+    } catch (...) {
+        // The post took the command over; one it cannot queue it lets go of again.
+        command.RemoveReference();
+        throw;
+    }
 }
 
 void MCCommandHandler::FlushQueue() {

@@ -56,7 +56,8 @@ public:
 
     /// Takes a reference on `command` and queues it; while a flush runs, the command waits apart and
     /// runs in the same flush after everything that was queued before it. Makes the handler on first
-    /// use. The command must have been made with new.
+    /// use. The command must have been made with new. Out of memory, the reference is dropped again (which
+    /// ends a command nobody else holds) and std::bad_alloc passes on.
     static void PostCommand(MCCommand& command);
     /// Runs every queued command in order of posting, those posted meanwhile included, and drops the
     /// queue's reference on each. Does nothing before the first post and when called from inside a

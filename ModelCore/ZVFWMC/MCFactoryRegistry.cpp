@@ -268,16 +268,18 @@ ZVTBoolean RegisterAliasPropertyIn(MCMetaInfoI* impl, short code, const ZVTStrin
         return false;
     if (impl->m_xEntries.Contains(code))
         return false;
-    auto* entry = new MCMetaInfoAliasPropertyEntry;
+    // Held here until the registry has taken it: an insert below may fail.
+    auto entry = std::make_unique<MCMetaInfoAliasPropertyEntry>();
     entry->m_sConcreteType = concreteType;
-    AddDefaultName(impl, entry, code, name);
+    AddDefaultName(impl, entry.get(), code, name);
     entry->m_ulFlags = MCFactoryRegistry::flagProperty | MCFactoryRegistry::flagAlias | OriginFlag(code) |
                        FirstFlag(first) | SecondFlag(second) |
                        (preFetch ? MCFactoryRegistry::flagPreFetch : 0) |
                        (itemFlag100 ? MCFactoryRegistry::flagItemFlag100 : 0);
     if (root)
         entry->m_xModels.Insert(root);
-    impl->m_xEntries.Insert(code, entry);
+    impl->m_xEntries.Insert(code, entry.get());
+    entry.release();
     impl->ForgetRecent();
     return true;
 }

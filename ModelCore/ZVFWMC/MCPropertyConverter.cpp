@@ -1,5 +1,7 @@
 #include "ModelCore/ZVFWMC/MCPropertyConverter.h"
 
+#include <memory>
+
 #include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCProperty.h"
@@ -96,11 +98,17 @@ void MCPropertyConverterRegistry::DeleteInstance() {
 void MCPropertyConverterRegistry::Register(MCPropertyConverter* converter) {
     if (!converter)
         return;
+    // The registry owns it from the call on: one it cannot take, out of memory, goes at once.
+    std::unique_ptr<MCPropertyConverter> owned(converter);
     auto& converters = Instance()->m_xConverters;
-    auto slot = converters.FindOrInsert(converter->GetFromType(), nullptr);
-    if (!*slot.first)
-        *slot.first = new ZVTSList<MCPropertyConverter*>;
-    (*slot.first)->Append(converter);
+    ZVTSList<MCPropertyConverter*>* list = nullptr;
+    if (!converters.Find(converter->GetFromType(), list)) {
+        auto made = std::make_unique<ZVTSList<MCPropertyConverter*>>();
+        converters.Insert(converter->GetFromType(), made.get());
+        list = made.release();
+    }
+    list->Append(converter);
+    owned.release();
 }
 
 const MCPropertyConverter* MCPropertyConverterRegistry::GetConverter(short fromType, short toType) {

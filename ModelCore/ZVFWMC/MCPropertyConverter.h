@@ -70,7 +70,8 @@ class MODELCORE_API MCPropertyConverterRegistry {
 public:
     /// The registry; null when none exists. It is not made here.
     static MCPropertyConverterRegistry* GetInstance();
-    /// Adds `converter`, which the registry owns from then on, making the registry if need be. Converters
+    /// Adds `converter`, which the registry owns from then on (deleting it at once when, out of memory, it
+    /// cannot take it), making the registry if need be. Converters
     /// of one from type are asked in the order they came, so a later one never replaces an earlier one
     /// for a type both support. A null converter is ignored.
     static void Register(MCPropertyConverter* converter);

@@ -330,8 +330,10 @@ void AddSemantic(MCPropertySemanticHandler::Lists& lists, unsigned long& handler
                  MCPropertySemantic* semantic, bool once) {
     MCPropertySemanticList* list = MCPropertySemanticHandler::FindList(lists, propertyType);
     if (!list) {
-        list = new MCPropertySemanticList;
-        lists.Insert(propertyType, list);
+        // Held here until the table has taken it: the insert may fail.
+        auto made = std::make_unique<MCPropertySemanticList>();
+        lists.Insert(propertyType, made.get());
+        list = made.release();
     }
     if (once && list->Contains(semantic))
         return;

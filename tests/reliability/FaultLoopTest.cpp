@@ -460,4 +460,48 @@ TEST_F(FaultLoopTest, ACommandPostedOutOfMemoryIsRunOrReleased) {
     }
 }
 
+// A converter that converts into nothing.
+struct Idle : MCPropertyConverter {
+    using MCPropertyConverter::MCPropertyConverter;
+    ZVTBoolean Supports(short /*toType*/) const override { return false; }
+};
+
+// Registrations with the Nth allocation failing, alone and from then on, each of a code not used before:
+// std::bad_alloc, and nothing left allocated (the sanitizer build finds a leak) nor any harm to the model.
+TEST_F(FaultLoopTest, EveryRegistrationSurvivesItsNthAllocationFailing) {
+    short code = 8100;
+    const std::pair<const char*, std::function<void()>> registrations[] = {
+        {"converter", [&] { MCPropertyConverterRegistry::Register(new Idle(code)); }},
+        {"edit rule",
+         [&] {
+             mc::Rule rule = mc::OnEdit(
+                 code, MCCodes::pInteger, [](auto...) { return MCPropertySemantic::resultContinue; },
+                 MCPropertySemantic::PreEdit);
+         }},
+        {"user-defined property",
+         [&] {
+             MCFactoryRegistry::RegisterUDP(("Udp" + std::to_string(code)).c_str(), MCCodes::pInteger,
+                                            m_pxModel, true);
+         }},
+    };
+    for (const auto& [name, registration] : registrations) {
+        for (int step = 0;; ++step, ++code) {
+            const int failAt = step / 2 + 1;
+            g_bExhausting = step % 2 == 1;
+            SCOPED_TRACE(std::string(name) + (g_bExhausting ? " fails from " : " fails at ") +
+                         std::to_string(failAt));
+            c_xAllocationFault.Arm(failAt);
+            try {
+                registration();
+            } catch (const std::bad_alloc&) {
+            }
+            const bool fired = c_xAllocationFault.Disarm();
+            g_bExhausting = g_bExhausted = false;
+            ASSERT_EQ(CheckModel(Scope()), "");
+            if (!fired)
+                break;
+        }
+    }
+}
+
 }  // namespace

@@ -261,6 +261,29 @@ public:
         return fired;
     }
 
+    /// Runs `run` with its Nth allocation failing, for N = 1, 2, ... until it goes through, each N twice:
+    /// that allocation failing alone, then every one from it on. `setup` comes before each run, `check`
+    /// after it; a fatal failure of `check` ends the loop.
+    template <class Setup, class Run, class Check>
+    static void EachAllocationFailing(const std::string& what, Setup setup, Run run, Check check) {
+        for (int step = 0;; ++step) {
+            const int failAt = step / 2 + 1;
+            SCOPED_TRACE(what + (step % 2 ? " fails from " : " fails at ") + std::to_string(failAt));
+            setup();
+            g_bExhausting = step % 2 == 1;
+            c_xAllocationFault.Arm(failAt);
+            try {
+                run();
+            } catch (const std::bad_alloc&) {
+            }
+            const bool fired = c_xAllocationFault.Disarm();
+            g_bExhausting = g_bExhausted = false;
+            check();
+            if (!fired || HasFatalFailure())
+                return;
+        }
+    }
+
     std::string m_sBuffer;
 };
 
@@ -368,30 +391,21 @@ TEST_F(FaultLoopTest, EveryEditSurvivesItsNthAllocationFailing) {
         {"take a holder off a crowded target", [&] { Link(holders[0], RelNode::c_sLink, Find("E")); }, crowd},
     };
     for (const auto& [name, edit, prepare] : edits) {
-        // Each N twice: its allocation failing alone, then every one from it on.
-        for (int step = 0;; ++step) {
-            const int failAt = step / 2 + 1;
-            g_bExhausting = step % 2 == 1;
-            SCOPED_TRACE(std::string(name) + (g_bExhausting ? " fails from " : " fails at ") +
-                         std::to_string(failAt));
-            Build();
-            prepare();
-            clone = nullptr;
-            c_xAllocationFault.Arm(failAt);
-            try {
-                edit();
-            } catch (const std::bad_alloc&) {
-            }
-            const bool fired = c_xAllocationFault.Disarm();
-            g_bExhausting = g_bExhausted = false;
-            if (m_pxModel) {
-                ASSERT_EQ(CheckModel(clone ? Scope({clone}) : Scope()), "");
-            }
-            if (clone)
-                clone->Expunge(true);
-            if (!fired)
-                break;
-        }
+        EachAllocationFailing(
+            name,
+            [&] {
+                Build();
+                prepare();
+                clone = nullptr;
+            },
+            edit,
+            [&] {
+                if (m_pxModel) {
+                    ASSERT_EQ(CheckModel(clone ? Scope({clone}) : Scope()), "");
+                }
+                if (clone)
+                    clone->Expunge(true);
+            });
     }
 }
 
@@ -412,21 +426,8 @@ TEST_F(FaultLoopTest, EveryExpansionSurvivesItsNthAllocationFailing) {
     };
     const std::string whole = expand();
     ASSERT_EQ(whole, "E;D;");
-    for (int step = 0;; ++step) {
-        const int failAt = step / 2 + 1;
-        g_bExhausting = step % 2 == 1;
-        SCOPED_TRACE((g_bExhausting ? "fails from " : "fails at ") + std::to_string(failAt));
-        c_xAllocationFault.Arm(failAt);
-        try {
-            expand();
-        } catch (const std::bad_alloc&) {
-        }
-        const bool fired = c_xAllocationFault.Disarm();
-        g_bExhausting = g_bExhausted = false;
-        ASSERT_EQ(expand(), whole);
-        if (!fired)
-            break;
-    }
+    EachAllocationFailing(
+        "expansion", [] {}, expand, [&] { ASSERT_EQ(expand(), whole); });
 }
 
 // Counts itself and its runs.
@@ -484,24 +485,9 @@ TEST_F(FaultLoopTest, EveryRegistrationSurvivesItsNthAllocationFailing) {
                                             m_pxModel, true);
          }},
     };
-    for (const auto& [name, registration] : registrations) {
-        for (int step = 0;; ++step, ++code) {
-            const int failAt = step / 2 + 1;
-            g_bExhausting = step % 2 == 1;
-            SCOPED_TRACE(std::string(name) + (g_bExhausting ? " fails from " : " fails at ") +
-                         std::to_string(failAt));
-            c_xAllocationFault.Arm(failAt);
-            try {
-                registration();
-            } catch (const std::bad_alloc&) {
-            }
-            const bool fired = c_xAllocationFault.Disarm();
-            g_bExhausting = g_bExhausted = false;
-            ASSERT_EQ(CheckModel(Scope()), "");
-            if (!fired)
-                break;
-        }
-    }
+    for (const auto& [name, registration] : registrations)
+        EachAllocationFailing(
+            name, [&] { ++code; }, registration, [&] { ASSERT_EQ(CheckModel(Scope()), ""); });
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 // Every model transfer with its Nth operation failing, for N = 1, 2, ... until it goes through: each
 // failure gives its documented result and leaves the model exactly as it was, sound and without strays.
 // A memory stream's write fails only when memory does, so copy and paste fail their Nth allocation; a
-// restore runs both ways.
+// restore runs both ways. Then creations, edits, clones, expunges, expansions, registrations and posted
+// commands with their Nth allocation failing, alone and with memory exhausted from then on: the model
+// stays sound, and the sanitizer build finds anything leaked or used after it was freed.
 
 #include <functional>
 #include <regex>

@@ -163,17 +163,17 @@ public:
         return fired;
     }
 
-    /// Restores the model with its `failAt`th allocation failing: std::bad_alloc, or MCPersExObjectCreation
-    /// when it is the factory's. What was made so far stays, each object listed or owned by one that is,
-    /// and sound but for references the failure left unresolved; it is checked, then taken down.
+    /// Restores the model with its `failAt`th allocation failing (under the read kind, with every one
+    /// failing from then on): std::bad_alloc, or MCPersExObjectCreation when it is the factory's. What was
+    /// made so far stays, each object listed or owned by one that is, and sound but for references the
+    /// failure left unresolved; it is checked, then taken down.
     bool RestoreOutOfMemory(FaultKind kind, int failAt) {
-        if (kind == FaultKind::read)
-            return false;  // one kind of allocation
         std::stringstream medium(PersTest::Save(m_pxModel));
         MCStream stream(medium, ZVTStream::binary);
         MCPersHeader header = PersLimits();
         P controller;
         MCObject* root = nullptr;
+        g_bExhausting = kind == FaultKind::read;
         c_xAllocationFault.Arm(failAt);
         try {
             controller.RestoreFrom(stream, root, header);
@@ -181,6 +181,7 @@ public:
         } catch (const MCPersExObjectCreation&) {
         }
         const bool fired = c_xAllocationFault.Disarm();
+        g_bExhausting = g_bExhausted = false;
         std::vector<MCObject*> roots;
         for (size_t i = 0; i < controller.GetCreatedObjects().Entries(); ++i)
             if (!controller.GetCreatedObjects().At(i)->GetOwner(0, MCItem::rttiDerived))
@@ -193,19 +194,20 @@ public:
         return fired;
     }
 
-    /// Copies node A with its `failAt`th allocation failing: std::bad_alloc, and no copy.
+    /// Copies node A with its `failAt`th allocation failing (under the read kind, with every one failing
+    /// from then on; a copy reads nothing but the model): std::bad_alloc, and no copy.
     bool CopyOut(FaultKind kind, int failAt) {
-        if (kind == FaultKind::read)
-            return false;  // a copy reads nothing but the model
         MCObject* a = Find("A");
         const std::string good = Copy({a}, *m_pxModel);
         std::string bytes;
+        g_bExhausting = kind == FaultKind::read;
         c_xAllocationFault.Arm(failAt);
         try {
             bytes = Copy({a}, *m_pxModel);
         } catch (const std::bad_alloc&) {
         }
         const bool fired = c_xAllocationFault.Disarm();
+        g_bExhausting = g_bExhausted = false;
         EXPECT_EQ(bytes, fired ? "" : good);
         return fired;
     }

@@ -633,8 +633,14 @@ int Expand(int argc, char** argv) {
     return WithRestoredModel(modelPath, [&](MCObject* model) {
         std::string out;
         CMDataButler butler(model);
-        if (!parsed.Expand(butler, out, error)) {
-            std::fprintf(stderr, "%s:%s\n", templatePath, error.Format().c_str());
+        try {
+            if (!parsed.Expand(butler, out, error)) {
+                std::fprintf(stderr, "%s:%s\n", templatePath, error.Format().c_str());
+                return static_cast<int>(exitBadTemplate);
+            }
+        } catch (const EXBase& raised) {
+            // A macro on the context after the template popped the model itself, for one.
+            std::fprintf(stderr, "%s: the expansion stopped: %s\n", templatePath, raised.what());
             return static_cast<int>(exitBadTemplate);
         }
         return WriteOut(out, outPath);

@@ -201,6 +201,9 @@ TEST_F(MCInspectTest, ExpandDumpAndDotOnGoodAndBadInput) {
         {"expand " + File("macro", "${Proprety(Name)}", ".tpl") + " " + Path("good"),
          7,
          {".tpl:1:3: unknown macro 'Proprety'"}},
+        {"expand " + File("popped", "${Pop}${Property(Name)}", ".tpl") + " " + Path("good"),
+         7,
+         {".tpl: the expansion stopped: EXUnexpected"}},
         {report, 1, {"usage"}},
         // The outline (a restore lists a package's classes last first), then each object's dump.
         {"--dump " + Path("good"),

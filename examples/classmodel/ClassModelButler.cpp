@@ -8,6 +8,7 @@
 #include <sstream>
 #include <utility>
 
+#include "ModelCore/ZVFWMC/EXBase.h"
 #include "examples/classmodel/ClassModel.h"
 #include "platform/ZVMTemplate.h"
 
@@ -192,8 +193,14 @@ bool ExpandTo(const ZVMTemplate& parsed, const std::string& templatePath, MCObje
     CMDataButler butler(anchor);
     std::string text;
     ZVMTemplateError failure;
-    if (!parsed.Expand(butler, text, failure)) {
-        error = templatePath + ":" + failure.Format();
+    try {
+        if (!parsed.Expand(butler, text, failure)) {
+            error = templatePath + ":" + failure.Format();
+            return false;
+        }
+    } catch (const EXBase& raised) {
+        // A macro on the context after the template popped the model itself, for one.
+        error = templatePath + ": the expansion stopped: " + raised.what();
         return false;
     }
     std::ofstream out(outPath, std::ios::binary);

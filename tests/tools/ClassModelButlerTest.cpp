@@ -1,6 +1,8 @@
 // The class model's own macros (ownees, referrers, C++ names) on a small model, and the generator's
-// refusal of two classes of one name.
+// refusal of two classes of one name and of a template whose expansion stops.
 
+#include <filesystem>
+#include <fstream>
 #include <optional>
 
 #include <gtest/gtest.h>
@@ -62,6 +64,20 @@ TEST_F(ClassModelButlerTest, WalksOwneesTreesAndReferrersAndSpellsCppNames) {
         EXPECT_EQ(butler.GetIteratorStackCount(), 0);
         EXPECT_EQ(butler.GetContextStackCount(), 1);
     }
+}
+
+// A template that takes the model off the context and then reads it stops the generator with its path;
+// the types header it was writing is not written.
+TEST_F(ClassModelButlerTest, AnExpansionThatStopsStopsTheGenerator) {
+    const std::string dir = ::testing::TempDir() + "popping";
+    std::filesystem::create_directories(dir);
+    for (const char* name : {"/cpp_types.tpl", "/cpp_class.tpl"})
+        std::ofstream(dir + name) << "${Pop}${Property(Name)}";
+    std::vector<std::string> written;
+    std::string error;
+    EXPECT_FALSE(CMCppGenerator::Generate(m_pxModel, dir, dir, written, error));
+    EXPECT_EQ(error.rfind(dir + "/cpp_types.tpl: the expansion stopped: EXUnexpected", 0), 0u) << error;
+    EXPECT_TRUE(written.empty());
 }
 
 TEST_F(ClassModelButlerTest, RefusesTwoClassesOfOneName) {

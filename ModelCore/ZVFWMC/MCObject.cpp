@@ -360,8 +360,7 @@ void MCObject::RegisterLevel(short type, MCFactoryContext* context) {
 ZVTBoolean MCObject::InvokeCreationSemantics(MCFactoryContext* context) {
     if (context && !context->SemanticsNeeded())
         return false;
-    MCObjectSemReg* registry = MCObjectSemReg::GetInstance();
-    MCObjectSemHandler* handler = registry ? registry->FindHandler(GetType()) : nullptr;
+    MCObjectSemHandler* handler = MCObjectSemReg::HandlerOf(this);
     if (!handler)
         return false;
     MCObjectSemContext semanticContext(context);

@@ -323,16 +323,20 @@ ZVTBoolean MCObjectSemReg::IsRegistered(const MCObjectSem* pSemantic) const {
 MCObjectSem::result MCObjectSemReg::FireSemantics(MCObjectSem::mode nMode, MCObject* pObject,
                                                   MCObjectSem*& rpFailed, MCObjectSemContext* pContext,
                                                   ZVTBoolean bDerivedFirst) {
-    MCObjectSemReg* registry = GetInstance();
+    MCObjectSemHandler* handler = HandlerOf(pObject);
     if (!pObject)
         return MCObjectSem::resultFailed;
-    MCObjectSemHandler* handler = registry ? registry->FindHandler(pObject->GetType()) : nullptr;
     if (!handler)
         return MCObjectSem::resultContinue;
     return handler->FireSemantics(nMode, pObject, rpFailed, pContext, bDerivedFirst) ==
                    MCObjectSem::resultFailed
                ? MCObjectSem::resultFailed
                : MCObjectSem::resultContinue;
+}
+
+MCObjectSemHandler* MCObjectSemReg::HandlerOf(const MCObject* pObject) {
+    MCObjectSemReg* registry = GetInstance();
+    return registry && pObject ? registry->FindHandler(pObject->GetType()) : nullptr;
 }
 
 inline MCObjectSemHandler* MCObjectSemReg::LoneLevelFrom(MCObjectSemHandler* pFirst, MCObjectSem::mode nMode,
@@ -343,17 +347,9 @@ inline MCObjectSemHandler* MCObjectSemReg::LoneLevelFrom(MCObjectSemHandler* pFi
     return level;
 }
 
-inline MCObjectSemHandler* MCObjectSemReg::LoneLevelFor(MCObjectSem::mode nMode, MCObject* pObject,
-                                                        MCObjectSem& rRule, MCObjectSemHandler*& rpFirst) {
-    MCObjectSemReg* registry = GetInstance();
-    rpFirst = registry && pObject ? registry->FindHandler(pObject->GetType()) : nullptr;
-    return LoneLevelFrom(rpFirst, nMode, rRule);
-}
-
 MCObjectSem::result MCObjectSemReg::FireDerivedFirst(MCObjectSem::mode nMode, MCObject* pObject,
                                                      MCObjectSem& rRule, MCObjectSem*& rpFailed) {
-    MCObjectSemHandler* first = nullptr;
-    MCObjectSemHandler* level = LoneLevelFor(nMode, pObject, rRule, first);
+    MCObjectSemHandler* level = LoneLevelFrom(HandlerOf(pObject), nMode, rRule);
     if (!level)
         return FireSemantics(nMode, pObject, rpFailed, nullptr, true);
     MCObjectSem::result result = rRule.Fire(nMode, pObject, nullptr);
@@ -373,9 +369,7 @@ MCObjectSem::result MCObjectSemReg::FireDerivedFirst(MCObjectSem::mode nMode, MC
 MCObjectSem::result MCObjectSemReg::FireRootFirst(MCObjectSem::mode nMode, MCObject* pObject,
                                                   MCObjectSem& rRule, MCObjectSem*& rpFailed,
                                                   MCObjectSemContext* pContext) {
-    MCObjectSemReg* registry = GetInstance();
-    MCObjectSemHandler* first = registry && pObject ? registry->FindHandler(pObject->GetType()) : nullptr;
-    return FireRootFirst(first, nMode, pObject, rRule, rpFailed, pContext);
+    return FireRootFirst(HandlerOf(pObject), nMode, pObject, rRule, rpFailed, pContext);
 }
 
 MCObjectSem::result MCObjectSemReg::FireRootFirst(MCObjectSemHandler* first, MCObjectSem::mode nMode,

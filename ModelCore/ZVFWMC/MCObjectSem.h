@@ -228,11 +228,10 @@ private:
     MCObjectSemReg& operator=(const MCObjectSemReg&) = delete;
 
     void RemoveHandler(short nType);
-    // The level holding `rRule` when it is the only rule on `pObject`'s type chain and answers `nMode`,
-    // else null; `rpFirst` receives the handler of the object's own type.
-    static MCObjectSemHandler* LoneLevelFor(MCObjectSem::mode nMode, MCObject* pObject, MCObjectSem& rRule,
-                                            MCObjectSemHandler*& rpFirst);
-    // LoneLevelFor from `pFirst`, the handler of the object's own type.
+    // The handler of `pObject`'s own type, or null (no object, no registry, no rules for the type).
+    static MCObjectSemHandler* HandlerOf(const MCObject* pObject);
+    // The level holding `rRule` when it is the only rule on the type chain that starts at `pFirst`, the
+    // handler of the object's own type, and answers `nMode`; else null.
     static MCObjectSemHandler* LoneLevelFrom(MCObjectSemHandler* pFirst, MCObjectSem::mode nMode,
                                              MCObjectSem& rRule);
     // FireRootFirst with `pFirst`, the handler of the object's own type, already found.

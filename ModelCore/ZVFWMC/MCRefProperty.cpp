@@ -296,7 +296,7 @@ void MCSRef::UnsubscribeTargets_(MCObject& holder, unsigned int type) {
 void MCSRef::LetGo_(MCObject& holder, const MCObject& target) noexcept {
     if (!IsBound() || m_xValue != &target)
         return;
-    m_xValue->RemoveSubscriber(&holder, MCEvent::subscriberReferenceHolder);
+    m_xValue->RemoveSubscriber(&holder, c_nHolder);
     m_xValue = nullptr;
 }
 
@@ -477,7 +477,7 @@ void MCVRef::LetGo_(MCObject& holder, const MCObject& target) noexcept {
     EntriesChanged_();
     auto* going = const_cast<MCObject*>(&target);
     while (m_xValues.Remove(going))
-        going->RemoveSubscriber(&holder, MCEvent::subscriberReferenceHolder);
+        going->RemoveSubscriber(&holder, c_nHolder);
 }
 
 // ---------------------------------------------------------------------------------------------------

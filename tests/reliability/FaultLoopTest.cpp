@@ -443,26 +443,25 @@ struct Counted : MCCommand {
     static inline int c_nRun = 0;
 };
 
-// Posts with the Nth allocation failing: a command that could not be queued is released, one that was
-// runs at the next flush, and none outlives it.
+// Posts with the Nth allocation failing, alone and from then on: a command that could not be queued is
+// released, one that was runs at the next flush, and none outlives it.
 TEST_F(FaultLoopTest, ACommandPostedOutOfMemoryIsRunOrReleased) {
-    for (int failAt = 1;; ++failAt) {
-        SCOPED_TRACE(failAt);
-        Counted::c_nRun = 0;
-        bool posted = true;
-        c_xAllocationFault.Arm(failAt);
-        try {
-            MCCommandHandler::PostCommand(*new Counted);
-        } catch (const std::bad_alloc&) {
+    bool posted = false;
+    EachAllocationFailing(
+        "post",
+        [&] {
+            Counted::c_nRun = 0;
             posted = false;
-        }
-        const bool fired = c_xAllocationFault.Disarm();
-        MCCommandHandler::FlushQueue();
-        EXPECT_EQ(Counted::c_nRun, posted ? 1 : 0);
-        EXPECT_EQ(Counted::c_nAlive, 0);
-        if (!fired)
-            break;
-    }
+        },
+        [&] {
+            MCCommandHandler::PostCommand(*new Counted);
+            posted = true;
+        },
+        [&] {
+            MCCommandHandler::FlushQueue();
+            EXPECT_EQ(Counted::c_nRun, posted ? 1 : 0);
+            EXPECT_EQ(Counted::c_nAlive, 0);
+        });
 }
 
 // A converter that converts into nothing.

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <typeinfo>
+#include <utility>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
@@ -15,11 +16,26 @@
 // ---------------------------------------------------------------------------------------------------
 // MCProperty
 
+namespace {
+
+// The block MCProperty::operator new gave last, until a constructor takes it.
+__attribute__((tls_model("initial-exec"))) thread_local void* t_pvNewBlock = nullptr;
+
+}  // namespace
+
+void* MCProperty::operator new(std::size_t size) {
+    void* block = MCItem::operator new(size);
+    t_pvNewBlock = block;
+    return block;
+}
+
 MCProperty::MCProperty(short type, MCObject* owner) : MCItem(type) {
+    // Taken before anything can throw, so no later property finds it.
+    const bool madeByNew = std::exchange(t_pvNewBlock, nullptr) == this;
     SetFlagRaw(itemNulled, true);
     if (!owner)
         throw EXNullOwner();
-    if (owner->IsContainedAddress(this)) {
+    if (!madeByNew && owner->IsContainedAddress(this)) {
         // An embedded property takes its registered flags here; a free one gets them from CreateItem.
         unsigned long registered = 0;
         if (MCFactoryRegistry::GetFlags(type, registered)) {

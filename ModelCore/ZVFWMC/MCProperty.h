@@ -7,6 +7,7 @@
 // reading into one) are defined in MCPropertyAccessor.h. A host that instantiates its own value type
 // includes that header (ModelCore.h does).
 
+#include <cstddef>
 #include <fstream>
 #include <type_traits>
 #include <utility>
@@ -70,6 +71,11 @@ public:
     using MCItem::SetType;
     /// Whether the host's temporary flag is set.
     ZVTBoolean GetTempFlag() const { return GetFlag(itemTemp); }
+
+    /// MCItem's pool block, remembered until the property built in it runs its constructor: a property
+    /// made by `new` is free, so only one built anywhere else asks whether it lies inside its owner.
+    static void* operator new(std::size_t size);
+    using MCItem::operator delete;
 
 protected:
     /// Enters the property into `owner`'s set, nulled; an embedded property takes its registered flags

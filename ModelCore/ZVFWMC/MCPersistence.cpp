@@ -352,10 +352,26 @@ MCPersController::result MCPersController::RestoreFrom(MCStream& stream, MCObjec
     const size_t count = m_xCreatedObjects.Entries();
     for (size_t i = 0; i < count; ++i)
         m_xCreatedObjects.At(i)->ResolveIds(*m_pxIdSpace);
-    for (size_t i = 0; i < count; ++i) {
-        MCObject* created = m_xCreatedObjects.At(i);
+    // A rule may expunge its object or one not yet fired: ids tell which are still there without touching
+    // freed memory.
+    const std::vector<std::pair<MCObject*, long>> made = CreatedWithIds();
+    const long rootId = root ? root->GetId() : 0;
+    const auto alive = [](const std::pair<MCObject*, long>& entry) {
+        return MCObject::ResolveId(entry.second) == entry.first;
+    };
+    bool anyGone = false;
+    for (const auto& entry : made) {
+        MCObject* created = entry.first;
+        if (!alive(entry)) {
+            anyGone = true;
+            continue;
+        }
         MCObjectSem* failed = nullptr;
         MCObjectSemReg::FireSemantics(MCObjectSem::CalculateData, created, failed, nullptr, false);
+        if (!alive(entry)) {
+            anyGone = true;
+            continue;
+        }
         // Asked after the object rules, which may register property rules: most types have none for this
         // mode, and a firing that reaches none costs a look-up per property. With none, no host code runs
         // in the loop that could register one.
@@ -366,12 +382,37 @@ MCPersController::result MCPersController::RestoreFrom(MCStream& stream, MCObjec
         MCPropertySetIter properties(created->GetPropertySet());
         while (++properties) {
             MCProperty* property = properties.GetValue();
-            MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::PostCalculateData,
-                                                      property->GetType(), created, property, nullptr);
+            const auto answer = MCPropertySemanticRegistry::FireSemantics(
+                MCPropertySemantic::PostCalculateData, property->GetType(), created, property, nullptr);
+            if (!alive(entry)) {
+                anyGone = true;
+                break;
+            }
+            if (answer == MCPropertySemantic::resultObjectDestroyed)
+                break;
         }
     }
-    object = root;
+    if (anyGone)
+        KeepLiving(made);
+    // A root a rule took is no root to give.
+    object = root && MCObject::ResolveId(rootId) == root ? root : nullptr;
     return resultOk;
+}
+
+std::vector<std::pair<MCObject*, long>> MCPersController::CreatedWithIds() const {
+    std::vector<std::pair<MCObject*, long>> made;
+    made.reserve(m_xCreatedObjects.Entries());
+    for (size_t i = 0; i < m_xCreatedObjects.Entries(); ++i)
+        made.emplace_back(m_xCreatedObjects.At(i), m_xCreatedObjects.At(i)->GetId());
+    return made;
+}
+
+void MCPersController::KeepLiving(const std::vector<std::pair<MCObject*, long>>& made) {
+    m_xCreatedObjects.Clear();
+    for (const auto& [object, id] : made) {
+        if (MCObject::ResolveId(id) == object)
+            m_xCreatedObjects.Append(object);
+    }
 }
 
 void MCPersController::DropPartialTree(MCObject* root) {
@@ -382,16 +423,9 @@ void MCPersController::DropPartialTree(MCObject* root) {
     MCFactoryRegistry::RemoveUDPs(root);
     // Ids tell afterwards which objects the expunge took, without touching freed memory; objects that
     // found no owner in the file survive it and stay listed for the host.
-    std::vector<std::pair<MCObject*, long>> made;
-    made.reserve(m_xCreatedObjects.Entries());
-    for (size_t i = 0; i < m_xCreatedObjects.Entries(); ++i)
-        made.emplace_back(m_xCreatedObjects.At(i), m_xCreatedObjects.At(i)->GetId());
+    const std::vector<std::pair<MCObject*, long>> made = CreatedWithIds();
     root->Expunge(true);
-    m_xCreatedObjects.Clear();
-    for (const auto& [object, id] : made) {
-        if (MCObject::ResolveId(id) == object)
-            m_xCreatedObjects.Append(object);
-    }
+    KeepLiving(made);
 }
 
 MCObject* MCPersController::CreateObject(MCPersRestoreVisitor& visitor, MCUDPMap* map) {

@@ -1,6 +1,9 @@
 #ifndef MCPERSISTENCE_H
 #define MCPERSISTENCE_H
 
+#include <utility>
+#include <vector>
+
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCObjectSem.h"
 #include "ModelCore/ZVFWMC/MCVisitor.h"
@@ -198,7 +201,9 @@ public:
     /// failure in the head throws EXUnexpected; a failing factory MCPersExObjectCreation, leaving the objects
     /// made so far alive (see GetCreatedObjects). A truncated file, or a stream that fails after the head,
     /// restores what it holds with resultOk; the stream's state tells the two apart from a whole file. An
-    /// exception of a CalculateData rule passes on and leaves the objects to the host in the same way. The
+    /// exception of a CalculateData rule passes on and leaves the objects to the host in the same way. No
+    /// rule fires on an object a rule has expunged, nor on after a property rule answers
+    /// resultObjectDestroyed; a root a rule has expunged comes back as null. The
     /// stream must outlive the restored tree's use of its id space. The root belongs to the caller, who
     /// ends it with Expunge(true) (mc::ExpungeModel); every other object read belongs to its owner
     /// (mc::Restore wraps all of this).
@@ -220,6 +225,10 @@ protected:
 private:
     // Expunges the tree of a failed restore and keeps listed only the objects that outlived it.
     void DropPartialTree(MCObject* root);
+    // The created objects with their ids, taken while all are alive.
+    std::vector<std::pair<MCObject*, long>> CreatedWithIds() const;
+    // Keeps listed only those of `made` that are still alive.
+    void KeepLiving(const std::vector<std::pair<MCObject*, long>>& made);
 
     MCStream* m_pxSaveStream = nullptr;
     MCIdSpace* m_pxIdSpace = nullptr;

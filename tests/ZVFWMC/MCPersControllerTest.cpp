@@ -179,6 +179,74 @@ TEST_F(PersTest, RulesFireOnceReferencesAreResolvedAndOneRegisteredOnTheWayFires
     EXPECT_EQ(TakeLog(), "reg:4 late:10 prop:10 bound:0");
 }
 
+// A rule may expunge restored objects, its own or one not yet fired: none is fired on after it went, and a
+// root that went comes back null.
+TEST_F(PersTest, NoRuleFiresOnARestoredObjectARuleExpunged) {
+    MCObject* model = Named("M", nullptr, PersRoot::c_sType);
+    for (const char* name : {"A", "B"})
+        SetLong(Named(name, model, Shape::c_sType), Shape::c_sWidth, 1);
+    const std::string bytes = Save(model);
+    // The object named `victim` in the restored tree of `object`.
+    static const auto find = [](MCObject* object, const std::string& victim) {
+        while (MCObject* owner = object->GetOwner(0, MCItem::rttiDerived))
+            object = owner;
+        if (NameOf(object) == victim)
+            return object;
+        for (MCObject* ownee : mc::Ownees(object))
+            if (NameOf(ownee) == victim)
+                return ownee;
+        return static_cast<MCObject*>(nullptr);
+    };
+    static std::string log, on, victim;
+    struct Expunging : MCObjectSem {
+        result Fire(mode nMode, MCObject* object, MCObjectSemContext*) override {
+            if (nMode != CalculateData)  // the victims' ends come here too
+                return resultContinue;
+            log += NameOf(object) + " ";
+            if (NameOf(object) == on)
+                find(object, victim)->Expunge(true);
+            return resultContinue;
+        }
+        unsigned long GetInterests() const override { return CalculateData; }
+    } objectRule;
+    PropertyRule propertyRule("", MCPropertySemantic::PostCalculateData);
+    propertyRule.m_xAct = [](auto, MCObject* object, MCProperty* property, auto) {
+        log += NameOf(object) + "." + std::to_string(property->GetType()) + " ";
+        if (on != "." + NameOf(object))
+            return MCPropertySemantic::resultContinue;
+        object->Expunge(true);
+        return MCPropertySemantic::resultObjectDestroyed;
+    };
+    for (short type : {PersRoot::c_sType, Shape::c_sType})
+        AddRule(type, objectRule);
+    for (short code : {short{MCCodes::pName}, Shape::c_sWidth})
+        AddRule(Shape::c_sType, code, propertyRule);
+
+    struct Case {
+        const char* on;  // the object whose object rule expunges `victim`; ".X": X's first property rule
+        const char* victim;
+        const char* log;
+        bool rootBack;
+    };
+    const Case cases[] = {
+        {"", "", "M B B.147 B.7711 A A.147 A.7711 ", true},
+        {"B", "A", "M B B.147 B.7711 ", true},
+        {"B", "B", "M B A A.147 A.7711 ", true},
+        {".B", "", "M B B.147 A A.147 A.7711 ", true},
+        {"B", "M", "M B ", false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.on) + " takes " + c.victim);
+        on = c.on;
+        victim = c.victim;
+        log.clear();
+        const PersRestored restored = Restore(bytes);
+        EXPECT_EQ(restored.result, C::resultOk);
+        EXPECT_EQ(log, c.log);
+        EXPECT_EQ(restored.root != nullptr, c.rootBack);
+    }
+}
+
 // Damaged saves of random trees end in a result or one of the documented exceptions; the sanitizer build
 // checks the rest.
 TEST_F(PersTest, DamagedFilesNeverCrash) {

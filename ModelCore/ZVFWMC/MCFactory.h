@@ -136,13 +136,17 @@ public:
 template <class T, class O>
 class MCObjectFactoryT : public MCPoolFactory {
 public:
-    /// Registers the concrete object type `code` with this factory, then builds and drops a prototype.
-    /// `secondCount` is not read.
+    /// Registers the concrete object type `code` with this factory, then builds and drops a prototype;
+    /// a refused registration builds none. `secondCount` is not read.
     MCObjectFactoryT(short code, const ZVTString& name, short supertype, short ownerType, long initialCount,
                      long /*secondCount*/, ZVTBoolean first, ZVTBoolean second)
         : MCPoolFactory(sizeof(T), initialCount) {
         m_bRegistered =
             MCFactoryRegistry::RegisterConcreteObject(code, name, supertype, ownerType, this, first, second);
+        // A refused class changes nothing: under a code another class holds, a prototype would add its
+        // rules to that class's and be taken down by that class's size.
+        if (!m_bRegistered)
+            return;
         MCFactoryContext context;
         MCFactorySignature signature;
         T prototype(code, signature, &context);

@@ -12,9 +12,34 @@ std::string Ownees(const MCObject* owner) {
     return ids;
 }
 
+// A class bigger than TestNode with a property embedded past TestNode's size; counts the objects built.
+struct Big : MCObject {
+    Big(short type, MCFactorySignature& signature, MCFactoryContext* context)
+        : MCObject(type, signature, context), m_xEmbedded(MCCodes::pInteger, this) {
+        ++c_nBuilt;
+    }
+    Big(MCObject* owner, MCFactoryContext* context) : Big(TestNode::c_sType, owner, context) {}
+    Big(short type, MCObject* owner, MCFactoryContext* context)
+        : MCObject(type, owner, context), m_xEmbedded(MCCodes::pInteger, this) {
+        ++c_nBuilt;
+    }
+    char m_acPad[1024] = {};
+    MCSPropertyT<long> m_xEmbedded;
+    static inline int c_nBuilt = 0;
+};
+
 }  // namespace
 
 using ObjectTest = ModelTest;
+
+// Refused under a code TestNode holds, Big builds no prototype: it would run under TestNode's registration
+// and be taken down by TestNode's size, which does not cover its embedded property.
+TEST_F(ObjectTest, AClassRefusedUnderATakenCodeBuildsNoPrototype) {
+    MCObjectFactoryT<Big, MCObject> refused(TestNode::c_sType, "Big", MCCodes::tAbstractObject, 0, 0, 0,
+                                            false, false);
+    EXPECT_EQ(Big::c_nBuilt, 0);
+    EXPECT_EQ(MCFactoryRegistry::GetItemSize(TestNode::c_sType), sizeof(TestNode));
+}
 
 TEST_F(ObjectTest, OwnershipLinksKeepOrderAndRefuseForeignObjects) {
     MCObject *root = Make(), *a = Make(root), *b = Make(root), *c = MakeNode(root);

@@ -71,8 +71,8 @@ ZVTBoolean MCPropertyAccessor::NullPropertyValue(MCProperty* property, MCObject*
         if (object && object->IsHeard(MCEvent::PropertyNulled, mask)) {
             // Subscribers see the property with its value still in place.
             object->NotifySubscribers(MCEvent::Instantiate(MCEvent::PropertyNulled, object, mask, property));
-            // One of them may have nulled it already, which may have deleted it.
-            if (object->MCObject::FindProperty(type, false) != property)
+            // One of them may have nulled and deleted it already; one nulled before still has to go.
+            if (object->MCObject::FindProperty(type, true) != property)
                 return true;
         }
     }

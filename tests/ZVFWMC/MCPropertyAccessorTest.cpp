@@ -135,6 +135,15 @@ TEST_F(AccessorTest, NullingSettingAgainAndReadingAnotherClass) {
     EXPECT_TRUE(object->NullProperty(PropertyOf(object, MCCodes::pInteger), &raw));
     EXPECT_EQ(m_xLog.Take(), "");  // a raw accessor nulls silently
 
+    // A free property left nulled goes at the next nulling, whether anyone hears it (`object`) or not.
+    for (MCObject* owner : {other, object}) {
+        ASSERT_NE(MCFactoryRegistry::CreateItem(MCCodes::pDouble, owner, nullptr, nullptr), nullptr);
+        MCSPropertyAccessorT<double> active;
+        EXPECT_TRUE(owner->NullProperty(MCCodes::pDouble, active));
+        EXPECT_EQ(owner->FindProperty(MCCodes::pDouble, true), nullptr) << Id(owner);
+    }
+    m_xLog.Take();
+
     TestNode* node = MakeNode();
     ASSERT_TRUE(SetLong(node, TestNode::c_sEmbedded, 7) && node->NullProperty(TestNode::c_sEmbedded, raw));
     node->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);

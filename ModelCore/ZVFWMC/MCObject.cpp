@@ -601,8 +601,8 @@ ZVTBoolean MCObject::GetPropertyString(short type, ZVTString& text) const {
     const MCProperty* property = FindProperty(type, false);
     if (!property || property->GetFlag(itemNulled))
         return false;
-    // The concrete type behind an alias, or the type itself for a concrete one.
-    const short concreteType = MCFactoryRegistry::Translate(property->GetType(), true);
+    // The concrete type behind an alias; 0 for a concrete type, which so has no text.
+    const short concreteType = MCFactoryRegistry::Translate(property->GetType(), false);
     return GetPropertyString_(type, concreteType, property, text);
 }
 

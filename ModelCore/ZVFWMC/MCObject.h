@@ -112,7 +112,8 @@ public:
     /// Nulls `property` through `accessor`, or through its own active accessor when `accessor` is null;
     /// false for null or for a property of another object.
     ZVTBoolean NullProperty(MCProperty* property, MCPropertyAccessor* accessor);
-    /// The value of the property of `type` as text; false when absent, nulled or not convertible.
+    /// The value of the property of `type` as text, read through the concrete type its type is an alias of;
+    /// false when absent, nulled, not convertible or of a type that is no alias (String itself, say).
     ZVTBoolean GetPropertyString(short type, ZVTString& text) const;
     /// Sets or clears item flags of `property` without firing anything; refuses itemNulled and itemNL,
     /// which belong to the value operations.

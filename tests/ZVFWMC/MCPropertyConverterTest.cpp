@@ -47,30 +47,38 @@ TEST_F(PropertyConverterTest, FindsTheConverterOfATypeOrOfWhatItAliases) {
 }
 
 TEST_F(PropertyConverterTest, WritesEachValueTypeAsText) {
+    // Text is read through the alias: a property under a concrete code has none.
+    const short notes = 7221;
+    MCFactoryRegistry::RegisterAliasProperty(notes, "Notes", MCCodes::pStringList, false, false, false,
+                                             false);
     MCObject *object = Named("Order"), *one = Make(), *none = Make();
-    SetLong(object, MCCodes::pInteger, -7);
+    SetLong(object, MCCodes::pTypeCode, -7);
+    SetLong(object, MCCodes::pInteger, 3);
     MCSPropertyAccessorT<float> number(1.5f);  // no converter: unread
     object->SetProperty(MCCodes::pFloat, number, MCPropertyAccessor::accessAdd);
     for (auto [holder, element] :
          {std::pair<MCObject*, const char*>{object, "a"}, {object, "b"}, {one, "only"}, {none, "gone"}}) {
         MCVPropertyAccessorT<ZVTString> list{ZVTString(element)};
+        holder->SetProperty(notes, list, MCPropertyAccessor::accessAdd);
         holder->SetProperty(MCCodes::pStringList, list, MCPropertyAccessor::accessAdd);
     }
     // Emptied: no list joins as the empty text.
     MCVPropertyAccessorT<ZVTString> empty{ZVTSList<ZVTString>()};
-    none->SetProperty(MCCodes::pStringList, empty, MCPropertyAccessor::accessReplace);
+    none->SetProperty(notes, empty, MCPropertyAccessor::accessReplace);
     std::string seen;
-    for (auto [holder, type] : {std::pair<MCObject*, short>{object, MCCodes::pInteger},
+    for (auto [holder, type] : {std::pair<MCObject*, short>{object, MCCodes::pTypeCode},
                                 {object, MCCodes::pName},
+                                {object, notes},
+                                {one, notes},
+                                {none, notes},
+                                {object, MCCodes::pInteger},
                                 {object, MCCodes::pStringList},
-                                {one, MCCodes::pStringList},
-                                {none, MCCodes::pStringList},
                                 {object, MCCodes::pFloat},
                                 {object, MCCodes::pReference}}) {
         ZVTString text("unread");
         seen += std::string(holder->GetPropertyString(type, text) ? "" : "!") + text.str() + "|";
     }
-    EXPECT_EQ(seen, "-7|Order|a, b|only||!unread|!unread|");
+    EXPECT_EQ(seen, "-7|Order|a, b|only||!unread|!unread|!unread|!unread|");
 
     // A converter handed a property of another class leaves the text as it was.
     ZVTString text("kept");

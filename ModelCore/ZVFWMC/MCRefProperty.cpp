@@ -205,10 +205,11 @@ unsigned int MCSRef::Dump(std::ofstream& stream, long level) {
 }
 
 ZVTBoolean MCSRef::IsEqualTo(const MCProperty* other, ZVTBoolean /*flag*/) const {
-    if (other == nullptr || other->GetType() != GetType())
+    // Another class, a host's derived one too, is another kind of value.
+    if (other == nullptr || other->GetType() != GetType() || typeid(*other) != typeid(*this))
         return false;
-    auto* typed = mc_detail::PropertyCast<const MCSRef>(other);
-    return typed != nullptr && IdOf(typed->m_xValue, typed->GetFlags()) == IdOf(m_xValue, GetFlags());
+    auto* typed = static_cast<const MCSRef*>(other);
+    return IdOf(typed->m_xValue, typed->GetFlags()) == IdOf(m_xValue, GetFlags());
 }
 
 void MCSRef::SaveTo(MCStream& stream) {
@@ -318,10 +319,10 @@ unsigned int MCVRef::Dump(std::ofstream& stream, long level) {
 }
 
 ZVTBoolean MCVRef::IsEqualTo(const MCProperty* other, ZVTBoolean /*flag*/) const {
-    if (other == nullptr || other->GetType() != GetType())
+    if (other == nullptr || other->GetType() != GetType() || typeid(*other) != typeid(*this))
         return false;
-    auto* typed = mc_detail::PropertyCast<const MCVRef>(other);
-    if (typed == nullptr || typed->m_xValues.Entries() != m_xValues.Entries())
+    auto* typed = static_cast<const MCVRef*>(other);
+    if (typed->m_xValues.Entries() != m_xValues.Entries())
         return false;
     for (size_t i = 0; i < m_xValues.Entries(); ++i) {
         if (IdOf(typed->m_xValues.At(i), typed->GetFlags()) != IdOf(m_xValues.At(i), GetFlags()))

@@ -113,8 +113,8 @@ public:
     /// "<null reference>" for no target or a nulled reference. Reads no target that is not bound. Returns 0.
     unsigned int Dump(std::ofstream& stream, long level) override;
 
-    /// True for an MCSRef of the same type whose target has the same id (both null counts as equal), so
-    /// that references in two models compare; stored ids compare as they are.
+    /// True for a reference of the same class and type whose target has the same id (both null counts as
+    /// equal), so that references in two models compare; stored ids compare as they are.
     ZVTBoolean IsEqualTo(const MCProperty* other, ZVTBoolean flag) const override;
     using MCProperty::IsEqualTo;
     /// Writes the flags and the target's id: the stored id while unresolved, 0 for null.
@@ -180,7 +180,7 @@ public:
     /// Returns 0.
     unsigned int Dump(std::ofstream& stream, long level) override;
 
-    /// True for an MCVRef of the same type whose targets have the same ids pair by pair.
+    /// True for a list of the same class and type whose targets have the same ids pair by pair.
     ZVTBoolean IsEqualTo(const MCProperty* other, ZVTBoolean flag) const override;
     using MCProperty::IsEqualTo;
     /// Writes the flags, the count and each target's id (0 for null, the stored id while unresolved).

@@ -337,4 +337,10 @@ TEST_F(RefPropertyTest, ComparisonGoesByIdAcrossModels) {
     EXPECT_FALSE(Single(left)->IsEqualTo(List(left), false));
     left->Expunge(true);
     right->Expunge(true);
+    // Another class is another kind of value, even where both are empty.
+    MCObject *core = Make(), *host = Make();
+    const MCProperty* coreSingle = Create<MCSRef>(MCCodes::pReference, core);
+    const MCProperty* coreList = Create<MCVRef>(MCCodes::pReferenceList, core);
+    EXPECT_FALSE(coreSingle->IsEqualTo(new CountedRef(MCCodes::pReference, host), false));
+    EXPECT_FALSE(coreList->IsEqualTo(new DerivedList(MCCodes::pReferenceList, host), false));
 }

@@ -214,6 +214,8 @@ MCObjectSemReg* MCObjectSemReg::GetInstance() {
 
 void MCObjectSemReg::DeleteInstance() {
     delete c_pxSingleton;
+    // Dead also when it never lived: a rule registered after the end must find no registry.
+    ms_bDead = true;
 }
 
 MCObjectSemHandler* MCObjectSemReg::FindHandler(short nType) const {

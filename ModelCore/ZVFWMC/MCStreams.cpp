@@ -34,9 +34,9 @@ MCUDPMap* MCStream::GetUDPMap() {
 }
 
 void MCStream::AdoptUDPMap(MCUDPMap* map) {
-    // Re-adopting the same map must not free it under the caller.
-    if (map != m_pxUDPMap.get())
-        m_pxUDPMap.reset(map);
+    // An earlier map goes back to whoever adopted it, who may still be using it.
+    static_cast<void>(m_pxUDPMap.release());
+    m_pxUDPMap.reset(map);
 }
 
 short MCStream::TranslateUDPType(short type) {
@@ -75,9 +75,8 @@ MCStream& operator<<(MCStream& stream, tgt_target* pTarget) {
 
 MCStream& operator>>(MCStream& stream, tgt_target*& pTarget) {
     ZVTString name;
-    stream >> name;
-    if (!stream.fail())
-        pTarget = HUBTargetRegistry::GetTargetFromId(name);
+    stream >> name;  // left null by a failed read, which so gives no target
+    pTarget = HUBTargetRegistry::GetTargetFromId(name);
     return stream;
 }
 

@@ -56,8 +56,8 @@ public:
 
     /// The adopted map of stored user-defined property codes, null until AdoptUDPMap.
     MCUDPMap* GetUDPMap();
-    /// Takes ownership of `map` (null drops the map); a map adopted earlier is deleted, and adopting the
-    /// adopted map again changes nothing.
+    /// Takes ownership of `map` until the stream ends; a map adopted earlier is not deleted but goes back
+    /// to its adopter, so adopt once per stream.
     void AdoptUDPMap(MCUDPMap* map);
     /// The current code of the stored user-defined property code `type`: the map's target when the map
     /// knows `type`, else `type` itself; without a map a negative code answers 0, as nothing says which

@@ -62,11 +62,11 @@ TEST(MCStreamTest, TargetsTravelByNameAndComeBackThroughTheRegistry) {
     tgt_target* read[] = {&ghost, &ghost, &drive, &drive};
     stream >> read[0] >> read[1] >> read[2] >> read[3];
     EXPECT_TRUE(stream.fail());
-    // A failed read leaves the pointer alone.
+    // A failed read gives no target, as an unknown name does.
     EXPECT_EQ(read[0], &drive);
     EXPECT_EQ(read[1], nullptr);
     EXPECT_EQ(read[2], nullptr);
-    EXPECT_EQ(read[3], &drive);
+    EXPECT_EQ(read[3], nullptr);
     HUBTargetRegistry::Clear();
 }
 

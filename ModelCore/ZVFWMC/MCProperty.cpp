@@ -297,7 +297,8 @@ ZVTBoolean MCPropertySetIter::operator++() {
     // used slot ahead, so the step ends there all the same.
     const bool empty =
         !m_ppxCurrent && !PropertyChain::Find(first, [](MCProperty** at) { return *at != nullptr; });
-    return PropertyChain::Step(first, empty, m_ppxCurrent, m_uLeft);
+    m_bEnded = !PropertyChain::Step(first, empty, m_ppxCurrent, m_uLeft);
+    return !m_bEnded;
 }
 
 // ---------------------------------------------------------------------------------------------------
@@ -330,5 +331,6 @@ ZVTBoolean MCHeirSet::Delete(MCObject* heir) {
 }
 
 ZVTBoolean MCHeirSetIter::operator++() {
-    return HeirChain::Step(m_pxSet->m_ppxFirstSegment, m_pxSet->GetCount() == 0, m_ppxCurrent, m_uLeft);
+    m_bEnded = !HeirChain::Step(m_pxSet->m_ppxFirstSegment, m_pxSet->GetCount() == 0, m_ppxCurrent, m_uLeft);
+    return !m_bEnded;
 }

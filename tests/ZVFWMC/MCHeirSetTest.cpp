@@ -23,7 +23,8 @@ TEST_F(HeirSetTest, SlotsAreReusedInChainOrderAndDuplicatesStand) {
             const auto at = std::find(heirs.begin(), heirs.end(), it.GetValue());
             names += at == heirs.end() ? '-' : static_cast<char>('a' + (at - heirs.begin()));
         }
-        return names + " #" + std::to_string(set.GetCount());
+        // Past the last slot the cursor shows nothing.
+        return names + (it.GetValue() ? " stale" : "") + " #" + std::to_string(set.GetCount());
     };
     // Each step inserts (+) or deletes (-) the heirs it names.
     const struct {

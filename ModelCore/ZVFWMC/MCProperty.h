@@ -75,7 +75,10 @@ public:
     /// MCItem's pool block, remembered until the property built in it runs its constructor: a property
     /// made by `new` is free, so only one built anywhere else asks whether it lies inside its owner.
     static void* operator new(std::size_t size);
-    using MCItem::operator delete;
+    /// Gives the block back to the pool, as MCItem's does.
+    static void operator delete(void* block, std::size_t size) noexcept {
+        MCItem::operator delete(block, size);
+    }
 
 protected:
     /// Enters the property into `owner`'s set, nulled; an embedded property takes its registered flags

@@ -137,10 +137,10 @@ TEST_F(AccessorTest, NullingSettingAgainAndReadingAnotherClass) {
 
     // A free property left nulled goes at the next nulling, whether anyone hears it (`object`) or not.
     for (MCObject* owner : {other, object}) {
-        ASSERT_NE(MCFactoryRegistry::CreateItem(MCCodes::pDouble, owner, nullptr, nullptr), nullptr);
-        MCSPropertyAccessorT<double> active;
-        EXPECT_TRUE(owner->NullProperty(MCCodes::pDouble, active));
-        EXPECT_EQ(owner->FindProperty(MCCodes::pDouble, true), nullptr) << Id(owner);
+        ASSERT_NE(MCFactoryRegistry::CreateItem(MCCodes::pTypeCode, owner, nullptr, nullptr), nullptr);
+        MCSPropertyAccessorT<long> active;
+        EXPECT_TRUE(owner->NullProperty(MCCodes::pTypeCode, active));
+        EXPECT_EQ(owner->FindProperty(MCCodes::pTypeCode, true), nullptr) << Id(owner);
     }
     m_xLog.Take();
 

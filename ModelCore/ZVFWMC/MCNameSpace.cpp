@@ -134,11 +134,13 @@ public:
             return resultRefused;
         MCObject* named = RefValue(property);
         ZVTString name;
-        if (!named || !ReadName(named, name))
-            return resultContinue;
-        // An object renamed without Delete would leave its entry behind, pointing at a dead info.
-        if (nMode != PostEdit && nMode != PostCalculateData && !info->GetEnteredName().IsNull())
+        // What leaves is the name the info was entered under: the object may since have been renamed or
+        // lost its name without Delete, and its current name would leave the entry pointing at a dead info.
+        const bool leaving = nMode == PreEdit || nMode == PreDestructon || nMode == PreCalculateData;
+        if (leaving && !info->GetEnteredName().IsNull())
             name = info->GetEnteredName();
+        else if (!named || !ReadName(named, name))
+            return resultContinue;
         switch (nMode) {
             case PreEdit:
             case PreDestructon:

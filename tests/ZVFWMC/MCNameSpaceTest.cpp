@@ -136,6 +136,39 @@ TEST_F(NameSpaceTest, NumbersAreNotReusedAndCountersRefuseWhatDoesNotFit) {
               "Entity Entity_2 Entity_4 Entity_5 Entity_65536 Entity_65537 65535 Entity* Entity_65537*");
 }
 
+// An object whose name changed behind the name space's back still takes the name it was entered under
+// when it dies; a stale entry would point at the freed info, which the next info made elsewhere reuses.
+TEST_F(NameSpaceTest, ADyingObjectFreesTheNameItWasEnteredUnder) {
+    const struct {
+        const char* label;
+        bool rename, null;
+    } cases[] = {
+        {"name nulled", false, true},
+        {"renamed", true, false},
+        {"renamed, then nulled", true, true},
+    };
+    for (const auto& [label, rename, null] : cases) {
+        SCOPED_TRACE(label);
+        MCNameSpace* space = MakeSpace();
+        MCObject* object = Named("A");
+        ASSERT_TRUE(space->Insert(object, 0, 0, false));
+        if (rename) {
+            MCSPropertyAccessorT<ZVTString> accessor(ZVTString("B"));
+            object->SetProperty(MCCodes::pName, accessor, MCPropertyAccessor::accessAdd);
+        }
+        if (null) {
+            MCSPropertyAccessorT<ZVTString> accessor;
+            object->NullProperty(MCCodes::pName, accessor);
+        }
+        object->Expunge(true);
+        ASSERT_TRUE(MakeSpace()->Insert(Named("Zed"), 0, 0, false));
+        MCObject* next = Named("A");
+        const std::string state = State(space, "A B");
+        space->Insert(next, '_', 0, true);
+        EXPECT_EQ(state + " " + NameOf(next), "A- B- A");
+    }
+}
+
 TEST_F(NameSpaceTest, NamesAreTakenUpAndDownTheTreeButNotAcrossIt) {
     MCNameSpace *root = MakeSpace(), *left = MakeSpace(root), *right = MakeSpace(root),
                 *deep = MakeSpace(left);

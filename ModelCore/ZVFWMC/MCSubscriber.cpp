@@ -218,6 +218,9 @@ int MCSubject::CountHearers(unsigned int nMask, MCSubscriber*& rpHearer) const {
 }
 
 void MCSubject::AddSubscriber(MCSubscriber* pSubscriber, unsigned int nType) {
+    // Nobody could be served through a null entry, and in the own slot it would read as free.
+    if (pSubscriber == nullptr)
+        return;
     MCSubjectUser xGuard(*this);
     if (IsIndexed()) {
         SubscriberIndex& rIndex = *GetIndex();
@@ -283,6 +286,8 @@ void MCSubject::BuildIndex() {
 }
 
 void MCSubject::RemoveSubscriber(MCSubscriber* pSubscriber, unsigned int nType) {
+    if (pSubscriber == nullptr)
+        return;
     MCSubjectUser xGuard(*this);
     MCSubscriberReference* pEntry = Find(pSubscriber);
     if (pEntry == nullptr || pEntry->m_nReferenceCount == 0)

@@ -115,12 +115,13 @@ public:
     /// Frees every subscription without telling the subscribers.
     ~MCSubject() override;
 
-    /// Subscribes pSubscriber (not null) with the types nType; subscribing again raises the count and ORs the
-    /// types, and revives a stale entry. The subject does not own the subscriber, which must leave
-    /// (RemoveSubscriber) before it dies; mc::Observe gives a handle that leaves by itself.
+    /// Subscribes pSubscriber with the types nType; subscribing again raises the count and ORs the types,
+    /// and revives a stale entry. A null pSubscriber is never entered: the call does nothing. The subject
+    /// does not own the subscriber, which must leave (RemoveSubscriber) before it dies; mc::Observe gives a
+    /// handle that leaves by itself.
     void AddSubscriber(MCSubscriber* pSubscriber, unsigned int nType);
     /// Lowers pSubscriber's count and clears the bits of nType from its types, except bit 4 which stays; at
-    /// count 0 the entry turns stale. Removing what is not subscribed does nothing.
+    /// count 0 the entry turns stale. Removing what is not subscribed, or a null pSubscriber, does nothing.
     void RemoveSubscriber(MCSubscriber* pSubscriber, unsigned int nType);
     /// Frees every subscription, stale or live, without telling the subscribers.
     void RemoveAllSubscribers();

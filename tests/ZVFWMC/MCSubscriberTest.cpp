@@ -70,8 +70,8 @@ public:
         return m_sLog;
     }
     /// Runs `sSteps`: "+N:T" adds recorder N with type T (default 1), "-N:T" removes it, "-A..B:T" removes a
-    /// range, "n" re-delivers `pEvent` nested, "D" delivers a new event, and "@N ... @" makes the steps
-    /// between the marks recorder N's action.
+    /// range, "+~:T" and "-~:T" add and remove a null subscriber, "n" re-delivers `pEvent` nested, "D"
+    /// delivers a new event, and "@N ... @" makes the steps between the marks recorder N's action.
     void Apply(const std::string& sSteps, MCEvent* pEvent = nullptr) {
         std::istringstream xSteps(sSteps);
         for (std::string sStep; xSteps >> sStep;) {
@@ -86,6 +86,10 @@ public:
                 m_xSubject.NotifySubscribers(*pEvent);
             } else if (sStep == "D") {
                 m_xSubject.NotifySubscribers(MCEvent::Instantiate(MCEvent::PropertySet, &m_xSubject, 1));
+            } else if (sStep[1] == '~') {
+                const auto nType = static_cast<unsigned>(std::stoul(sStep.substr(3), nullptr, 0));
+                sStep[0] == '+' ? m_xSubject.AddSubscriber(nullptr, nType)
+                                : m_xSubject.RemoveSubscriber(nullptr, nType);
             } else {
                 int nFirst = 0, nLast = 0, nType = 1;
                 if (std::sscanf(sStep.c_str() + 1, "%d..%d:%i", &nFirst, &nLast, &nType) < 2)
@@ -185,6 +189,8 @@ TEST_P(ReentrantDeliveryTest, ChangesDuringDeliveryReachTheWalkAsTheirAddressSay
         {"first alone: a later holder taking the event's type is called", pcFirstHears, 2, "+9", "2 9 | 2 9"},
         {"first alone: removing itself", pcFirstHears, 2, "-2", "2 | "},
         {"first alone: nested delivery", pcFirstHears, 2, "n", "2 2 | 2"},
+        // Entered in the subject's own slot, a null subscriber would read as free and be linked twice.
+        {"a null subscriber is never entered", "+~:0 +1 +2", 1, "-~:1", "1 2 | 1 2"},
     };
     for (const auto& rCase : axCases) {
         for (const char* pcFull : {"", " +299 -299"}) {

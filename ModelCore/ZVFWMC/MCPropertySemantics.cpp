@@ -419,6 +419,13 @@ void MCPropertySemanticRegistry::Deregister(short nObjectType) {
     if (!handler)
         return;
     m_pxHandlers->m_xHandlers.Remove(nObjectType);
+    // The levels below skip the one that goes, so they keep the rules above it and never reach it freed;
+    // the generation moved on, so every chain and mask built through it is rebuilt before it is read.
+    ZVTHDictIter<short, MCPropertySemanticHandler*> each(m_pxHandlers->m_xHandlers);
+    while (++each) {
+        if (each.Value()->m_pxAncestor == handler)
+            each.Value()->m_pxAncestor = handler->m_pxAncestor;
+    }
     m_pxHandlers->Changed();
     m_pxHandlers->Retire(handler);
 }

@@ -109,7 +109,8 @@ public:
     /// is added again on each call. EXGenericObject on the generic object type.
     void RegisterExternalSemantic(short nObjectType, short nPropertyType, MCPropertySemantic* pSemantic,
                                   ZVTBoolean bSetContext);
-    /// Removes and deletes the handler of a type; only for a type that no other type derives from.
+    /// Removes and deletes the handler of a type; the handlers of the types derived from it then link to
+    /// its own ancestor, so they keep the rules of the levels above it.
     void Deregister(short nObjectType);
     /// Removes the rules of one property type of one object type, on both sides.
     void Deregister(short nObjectType, short nPropertyType);

@@ -105,6 +105,32 @@ TEST_F(PropertySemanticsTest, RegisteringAndDeregistering) {
     EXPECT_EQ(registry->GetModeName(PS::InheritedPreEdit), ZVTString("Invalid mode"));
 }
 
+// A level taken out of the middle of a chain: the levels below it go on to the one above it, and none
+// reaches the handler that was deleted.
+TEST_F(PropertySemanticsTest, DeregisteringALevelKeepsTheLevelsAboveAndBelow) {
+    MCPropertySemanticRegistry* registry = MCPropertySemanticRegistry::GetInstance();
+    const std::pair<short, const char*> cases[] = {
+        {0, "S:1 B:1 C:1"},
+        {Shape::c_sType, "B:1 C:1"},
+        {Box::c_sType, "S:1 C:1"},
+    };
+    for (const auto& [removed, expected] : cases) {
+        SCOPED_TRACE(expected);
+        for (short type : {Crate::c_sType, Box::c_sType, Shape::c_sType})
+            registry->Deregister(type);  // each row links its levels afresh
+        PropertyRule shape("S", PS::PreEdit), box("B", PS::PreEdit), crate("C", PS::PreEdit);
+        AddRule(Shape::c_sType, Shape::c_sWidth, shape);
+        AddRule(Box::c_sType, Shape::c_sWidth, box);
+        AddRule(Crate::c_sType, Shape::c_sWidth, crate);
+        MCObject* object = Make(nullptr, Crate::c_sType);  // links the levels
+        SetLong(object, Shape::c_sWidth, 1);               // builds the chains that go through them
+        TakeLog();
+        registry->Deregister(removed);
+        SetLong(object, Shape::c_sWidth, 2);
+        EXPECT_EQ(TakeLog(), expected);
+    }
+}
+
 TEST_F(PropertySemanticsTest, RulesRegisteredOrDeregisteredDuringFiringCountFromTheNextEdit) {
     MCObject* crate = Make(nullptr, Crate::c_sType);
     static PropertyRule* late = nullptr;

@@ -60,7 +60,7 @@ ZVTBoolean MCPropertyAccessor::NullPropertyValue(MCProperty* property, MCObject*
     if (!property)
         return true;
     MCActiveAccessor active(this, 0);
-    MCPropertySemanticContext context(&active);
+    MCPropertySemanticContext context(active);
     if (m_bActive) {
         const short type = property->GetType();
         if (MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::PreDestructon, type, object,

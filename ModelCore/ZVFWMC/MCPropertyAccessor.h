@@ -239,7 +239,7 @@ ZVTBoolean MCPropertyAccessor::RunChange(MCProperty* property, MCObject* object,
     const ZVTBoolean withFlags = (flags & accessFlags) != 0;
     const short type = property->GetType();
     MCActiveAccessor active(this, flags);
-    MCPropertySemanticContext context(&active);
+    MCPropertySemanticContext context(active);
 
     if (WithRules && changing &&
         FirePreSemantics(type, object, property, &context, inherited) == MCPropertySemantic::resultRefused)

@@ -63,6 +63,8 @@ protected:
 class MODELCORE_API MCPropertySemanticContext {
 public:
     explicit MCPropertySemanticContext(MCActiveAccessor* accessor = nullptr) : m_pxActiveAccessor(accessor) {}
+    /// The context of the running `accessor`.
+    explicit MCPropertySemanticContext(MCActiveAccessor& accessor) : m_pxActiveAccessor(&accessor) {}
     virtual ~MCPropertySemanticContext();
 
     /// The running accessor, null when the firing does not come from one.

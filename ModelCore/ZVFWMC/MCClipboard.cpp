@@ -556,21 +556,22 @@ ZVTBoolean MCCopyStream::WriteEntry(MCClipEntry& entry) {
     // A PostCopy rule may take down an object of the clip; the id tells without touching it.
     if (MCObject::ResolveId(entry.m_lId) != object)
         return true;
+    // Where the entry starts, so that the frame of an object its PostCopy rule takes down can go again.
+    const std::size_t start = m_xBuffer.Bytes().size();
+    const ZVTBoolean markPending = m_bLevelMarkPending;
     if (m_bLevelMarkPending && entry.m_sLevel >= 0) {
         m_bLevelMarkPending = false;
         *m_pxStream << static_cast<char>(MCStream::tokenClipLevel);
     }
     const char token = static_cast<char>(MCStream::tokenClipEntry0 + entry.m_eType);
     if (entry.m_lRecord >= 0) {
-        // Prepared during the closure, when the object was at hand; only its owner may have changed.
+        // Prepared during the closure, when the object was at hand; only its owner may have changed, to
+        // none too: an entry has no owner only when it is a selected object without a real one.
         *m_pxStream << token << entry.m_sLevel << entry.m_lId << static_cast<char>(entry.m_bUndeletable);
         std::string& prepared = m_xPrepared.Block(entry.m_nBlock);
-        if (entry.m_pxOwner) {
-            const auto owner = static_cast<unsigned long>(entry.m_lOwnerId);
-            for (int i = 0; i < 4; ++i)
-                prepared[static_cast<std::size_t>(entry.m_lOwnerAt + i)] =
-                    static_cast<char>(owner >> (8 * i));
-        }
+        const auto owner = static_cast<unsigned long>(entry.m_lOwnerId);
+        for (int i = 0; i < 4; ++i)
+            prepared[static_cast<std::size_t>(entry.m_lOwnerAt + i)] = static_cast<char>(owner >> (8 * i));
         m_xBuffer.Bytes().append(prepared, static_cast<std::size_t>(entry.m_lRecord),
                                  static_cast<std::size_t>(entry.m_lRecordEnd - entry.m_lRecord));
         return true;
@@ -584,11 +585,16 @@ ZVTBoolean MCCopyStream::WriteEntry(MCClipEntry& entry) {
     MCObjectSemContext context(nullptr);
     MCObjectSem* failed = nullptr;
     MCObjectSemReg::FireSemantics(MCObjectSem::PostCopy, object, failed, &context, false);
-    if (MCObject::ResolveId(entry.m_lId) == object) {
-        m_pxVisitor->SetEntry(&entry);
-        m_pxVisitor->Visit(object);
-        m_pxVisitor->SetEntry(nullptr);
+    if (MCObject::ResolveId(entry.m_lId) != object) {
+        // A frame without its record would stop the paste there: the buffer becomes that of a clip
+        // without the object, and the level mark, when it was this entry's, waits for the next one.
+        m_xBuffer.Bytes().resize(start);
+        m_bLevelMarkPending = markPending;
+        return true;
     }
+    m_pxVisitor->SetEntry(&entry);
+    m_pxVisitor->Visit(object);
+    m_pxVisitor->SetEntry(nullptr);
     return true;
 }
 

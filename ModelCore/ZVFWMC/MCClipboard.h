@@ -120,8 +120,9 @@ public:
 
     /// Computes the closure of `objects` in the tree whose copy source is `source` and writes the buffer.
     /// The converter, not owned, may be null. Throws EXUnexpected when there is no persistence root at or
-    /// above `source` or no environment is installed; the rules' PostCopy run while entries are written.
-    /// An exception, std::bad_alloc included, passes on with no buffer made and the model untouched.
+    /// above `source` or no environment is installed; the rules' PostCopy run while entries are written, and
+    /// an object they expunge, with what it owned, is left out of the buffer. An exception, std::bad_alloc
+    /// included, passes on with no buffer made and the model untouched.
     MCClipList(ZVTSList<MCObject*>& objects, MCObject& source, mode nMode, MCClipIdConverter* converter);
     /// Pastes the `size` bytes at `buffer`: the buffer is read once for each of `targets`, and each
     /// selected object is made under that target, or, when it can't be placed there, once under `target`

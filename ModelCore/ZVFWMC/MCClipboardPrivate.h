@@ -24,7 +24,8 @@ struct MCClipEntry {
     MCObject* m_pxObject = nullptr;
     /// The object's id, to tell whether it still lives without touching it.
     long m_lId = 0;
-    /// What brought the object in: its real owner, or the referring object; may be null.
+    /// What brought the object in: its real owner, or the referring object; null only for a selected object
+    /// that has no owner.
     MCObject* m_pxOwner = nullptr;
     /// The id of m_pxOwner, 0 for none.
     long m_lOwnerId = 0;
@@ -148,7 +149,8 @@ public:
     /// EXUnexpected when there is no such root or no environment.
     void WriteHead(MCObject& source);
     /// The level mark before the first entry of level 0 or more, the entry's frame, the PostCopy rules of
-    /// its object, and the object record. True.
+    /// its object, and the object record; nothing at all for an object that is gone, or that its rules take
+    /// down. True.
     ZVTBoolean WriteEntry(MCClipEntry& entry);
     /// The end token; from then on the bytes are final.
     void WriteEnd();

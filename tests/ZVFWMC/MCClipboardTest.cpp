@@ -4,6 +4,7 @@
 
 #include <cctype>
 #include <cstring>
+#include <iterator>
 
 #include "support/FaultTestSupport.h"
 #include "support/PersTestSupport.h"
@@ -101,7 +102,7 @@ protected:
 
     /// Builds under `owner` the objects of `text`, written the way Tree renders them: "A{11=B 18=3}(a1) B"
     /// makes A owning a1, then B, with A's 7811 referring to B and its 7818 holding 3 (a ClipNode
-    /// property by its last two digits). The objects by name.
+    /// property by its last two digits); "~Q" makes Q with no owner. The objects by name.
     std::map<std::string, MCObject*> Build(MCObject* owner, const std::string& text) {
         std::string spaced;
         for (char c : text)
@@ -118,6 +119,8 @@ protected:
                 owners.pop_back();
             else if (token.find('=') != std::string::npos)
                 values.emplace_back(last, token);
+            else if (token[0] == '~')
+                last = named[token.substr(1)] = Node(token.c_str() + 1, nullptr);
             else if (token != "{" && token != "}")
                 last = named[token] = Node(token.c_str(), owners.back());
         }
@@ -129,6 +132,16 @@ protected:
                 Link(object, type, named.at(value.substr(3)));
         }
         return named;
+    }
+
+    /// The objects of `named` that `names` lists, in its order.
+    static std::vector<MCObject*> Select(const std::map<std::string, MCObject*>& named,
+                                         const std::string& names) {
+        std::vector<MCObject*> selected;
+        std::istringstream words(names);
+        for (std::string name; words >> name;)
+            selected.push_back(named.at(name));
+        return selected;
     }
 
     /// The buffer's entries as "name/level<owner", owner by the name of the object its record names.
@@ -222,14 +235,10 @@ TEST_F(ClipTest, ClosureTakesOwneesAndFollowsOrDropsByClipValue) {
         HUBScopedMessageHandler messages;
         MCObject* source = Node("S", nullptr, PersRoot::c_sType);
         const std::map<std::string, MCObject*> named = Build(source, c.tree);
-        std::vector<MCObject*> selected;
-        std::istringstream names(c.selected);
-        for (std::string name; names >> name;)
-            selected.push_back(named.at(name));
         Converter converter;
         if (c.known)
             converter.m_xMap[named.at(c.known)->GetId()] = 4242;
-        std::string out = Entries(Copy(selected, *source, c.known ? &converter : nullptr));
+        std::string out = Entries(Copy(Select(named, c.selected), *source, c.known ? &converter : nullptr));
         for (const auto& message : messages.GetMessages())
             out += " !" + std::to_string(message.m_lMessageId);
         EXPECT_EQ(out, c.entries);
@@ -275,20 +284,70 @@ TEST_F(ClipTest, DeepChainsCostNoCallDepth) {
 }
 
 TEST_F(ClipTest, PostCopyRulesSeeEachEntryInBufferOrderAndChangeNoByte) {
-    // X is reached by reference before the selection names it, so its owner changes after its record
-    // was first written.
-    const auto named = Build(m_pxSource, "A{11=X}(B(b1) C{12=B}) X");
-    MCObject* a = named.at("A");
-    MCObject* x = named.at("X");
     // Without any PostCopy rule the records are written while the closure walks; with one, each after
-    // its rule has run. A host must not be able to tell the two apart.
-    const std::string quiet = Copy({a, x}, *m_pxSource);
+    // its rule has run. A host must not be able to tell the two apart, not even where the selection
+    // names an object after a reference reached it, which changes its owner after its record was first
+    // written: X takes its real owner, Q, which has none, takes none.
+    const struct {
+        const char *tree, *selected, *seen, *entries;
+    } cases[] = {
+        {"A{11=X}(B(b1) C{12=B}) X", "A X", "A X B C b1 ", "| A/0<S X/0<S B/1<A C/1<A b1/2<B end"},
+        {"P{11=Q} ~Q", "P Q", "P Q ", "| P/0<S Q/0<- end"},
+    };
+    // Every quiet copy goes before the rule: its interest, once registered, stays.
+    std::vector<std::pair<MCObject*, std::vector<MCObject*>>> copies;
+    std::vector<std::string> quiet;
+    for (const auto& c : cases) {
+        MCObject* source = Node("S", nullptr, PersRoot::c_sType);
+        copies.emplace_back(source, Select(Build(source, c.tree), c.selected));
+        quiet.push_back(Copy(copies.back().second, *source));
+    }
     SeenRule rule(MCObjectSem::PostCopy);
     AddRule(ClipNode::c_sType, rule);
-    const std::string watched = Copy({a, x}, *m_pxSource);
-    EXPECT_EQ(rule.m_sSeen, "A X B C b1 ");
-    EXPECT_EQ(Entries(watched), "| A/0<S X/0<S B/1<A C/1<A b1/2<B end");
-    EXPECT_EQ(watched, quiet);
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        SCOPED_TRACE(cases[i].tree);
+        rule.m_sSeen.clear();
+        const std::string watched = Copy(copies[i].second, *copies[i].first);
+        EXPECT_EQ(rule.m_sSeen, cases[i].seen);
+        EXPECT_EQ(Entries(quiet[i]), cases[i].entries);
+        EXPECT_EQ(watched, quiet[i]);
+    }
+}
+
+// A PostCopy rule may take its object down, and the object's subtree with it: the buffer is then the one
+// of the selection that is left.
+TEST_F(ClipTest, WhatAPostCopyRuleExpungesLeavesNoTraceInTheBuffer) {
+    static std::string doomed;
+    struct Expunging : MCObjectSem {
+        result Fire(mode, MCObject* object, MCObjectSemContext*) override {
+            if (ModelTest::NameOf(object) == doomed)
+                object->Expunge(true);
+            return resultContinue;
+        }
+        unsigned long GetInterests() const override { return PostCopy; }
+    } rule;
+    AddRule(ClipNode::c_sType, rule);
+    const struct {
+        const char *doomed, *left, *pasted;
+    } cases[] = {
+        {"A", "B C", "T(B(b1) C)"},  // the first entry, which wrote the level mark
+        {"B", "A C", "T(A C)"},
+        {"b1", "A B C", "T(A B C)"},
+        {"C", "A B", "T(A B(b1))"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.doomed);
+        MCObject* source = Node("S", nullptr, PersRoot::c_sType);
+        const auto named = Build(source, "A B(b1) C");
+        const std::vector<MCObject*> left = Select(named, c.left);
+        doomed = c.doomed;
+        const std::string bytes = Copy(Select(named, "A B C"), *source);
+        doomed.clear();
+        EXPECT_EQ(bytes, Copy(left, *source));
+        MCObject* target = Node("T", nullptr, PersRoot::c_sType);
+        Paste(bytes, {target});
+        EXPECT_EQ(Tree(target), c.pasted);
+    }
 }
 
 TEST_F(ClipTest, BufferBytesArePinned) {

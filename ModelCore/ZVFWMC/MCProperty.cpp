@@ -137,6 +137,9 @@ namespace {
 template <class T>
 struct SegmentChain {
     static constexpr int c_nSlots = 4;
+    // Where a cursor stands past the end: a slot of no chain that holds null, then a null link, so that
+    // the value there is null and a further step ends there again. Never written.
+    inline static T* c_apxPastTheEnd[2] = {};
     static constexpr std::size_t c_nBytes = sizeof(T*) * (c_nSlots + 1);
 
     static T** Next(T** segment) { return reinterpret_cast<T**>(segment[c_nSlots]); }
@@ -190,8 +193,7 @@ struct SegmentChain {
     }
 
     // One cursor step over a chain that holds something (`empty` false): the first takes slot 0 untested,
-    // later ones the next used slot; false at the end, where the cursor stays on the last slot so that it
-    // never reads a link as a value.
+    // later ones the next used slot; false at the end, where the cursor stands on c_apxPastTheEnd.
     static ZVTBoolean Step(T** first, bool empty, T**& current, unsigned short& left) {
         if (empty)
             return false;
@@ -205,8 +207,8 @@ struct SegmentChain {
             if (--left == 0) {
                 T** next = reinterpret_cast<T**>(*current);
                 if (!next) {
-                    --current;
-                    ++left;
+                    current = c_apxPastTheEnd;
+                    left = 1;
                     return false;
                 }
                 current = next;
@@ -297,8 +299,7 @@ ZVTBoolean MCPropertySetIter::operator++() {
     // used slot ahead, so the step ends there all the same.
     const bool empty =
         !m_ppxCurrent && !PropertyChain::Find(first, [](MCProperty** at) { return *at != nullptr; });
-    m_bEnded = !PropertyChain::Step(first, empty, m_ppxCurrent, m_uLeft);
-    return !m_bEnded;
+    return PropertyChain::Step(first, empty, m_ppxCurrent, m_uLeft);
 }
 
 // ---------------------------------------------------------------------------------------------------
@@ -331,6 +332,5 @@ ZVTBoolean MCHeirSet::Delete(MCObject* heir) {
 }
 
 ZVTBoolean MCHeirSetIter::operator++() {
-    m_bEnded = !HeirChain::Step(m_pxSet->m_ppxFirstSegment, m_pxSet->GetCount() == 0, m_ppxCurrent, m_uLeft);
-    return !m_bEnded;
+    return HeirChain::Step(m_pxSet->m_ppxFirstSegment, m_pxSet->GetCount() == 0, m_ppxCurrent, m_uLeft);
 }

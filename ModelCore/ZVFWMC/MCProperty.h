@@ -284,14 +284,13 @@ public:
     /// Steps to the next used slot; false at the end or on an empty set.
     ZVTBoolean operator++();
     /// The property in the current slot, null before the first step and after the last.
-    MCProperty* GetValue() const { return m_ppxCurrent == nullptr || m_bEnded ? nullptr : *m_ppxCurrent; }
+    MCProperty* GetValue() const { return m_ppxCurrent == nullptr ? nullptr : *m_ppxCurrent; }
     /// The number of properties in the set.
     unsigned short GetCount() const { return m_pxSet->GetCount(); }
     /// Back before the first property.
     void Reset() {
         m_ppxCurrent = nullptr;
         m_uLeft = 0;
-        m_bEnded = false;
     }
 
 private:
@@ -300,7 +299,6 @@ private:
     const MCPropertySet* m_pxSet;
     MCProperty** m_ppxCurrent = nullptr;
     unsigned short m_uLeft = 0;
-    bool m_bEnded = false;  // past the last slot; the cursor itself stays on it, never on a link
 };
 
 class MCHeirSetIter;
@@ -340,21 +338,19 @@ public:
     /// Steps to the next used slot (to slot 0 on the first step); false at the end or on an empty set.
     ZVTBoolean operator++();
     /// The heir in the current slot; null before the first step, on a freed slot 0 and after the last.
-    MCObject* GetValue() const { return m_ppxCurrent == nullptr || m_bEnded ? nullptr : *m_ppxCurrent; }
+    MCObject* GetValue() const { return m_ppxCurrent == nullptr ? nullptr : *m_ppxCurrent; }
     /// The number of heirs in the set.
     unsigned short GetCount() const { return m_pxSet->GetCount(); }
     /// Back before the first heir.
     void Reset() {
         m_ppxCurrent = nullptr;
         m_uLeft = 0;
-        m_bEnded = false;
     }
 
 private:
     const MCHeirSet* m_pxSet;
     MCObject** m_ppxCurrent = nullptr;
     unsigned short m_uLeft = 0;
-    bool m_bEnded = false;  // as in MCPropertySetIter
 };
 
 namespace mc_detail {

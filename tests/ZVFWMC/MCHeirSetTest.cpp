@@ -46,4 +46,8 @@ TEST_F(HeirSetTest, SlotsAreReusedInChainOrderAndDuplicatesStand) {
     EXPECT_FALSE(set.Delete(heir('b')));
     EXPECT_FALSE(set.Insert(nullptr));
     EXPECT_EQ(walk(), "facd #4");
+    // The last slot of the chain in use: past it the cursor must not show its heir.
+    for (char name : std::string("bbeb"))
+        ASSERT_TRUE(set.Insert(heir(name)));
+    EXPECT_EQ(walk(), "facdbbeb #8");
 }

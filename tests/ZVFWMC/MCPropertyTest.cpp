@@ -15,8 +15,7 @@ std::string Slots(const MCPropertySet& set) {
     MCPropertySetIter it(set);
     while (++it)
         types += (it.GetValue() ? std::to_string(it.GetValue()->GetType()) : "-") + " ";
-    // Past the last slot the cursor shows nothing.
-    return types + (it.GetValue() ? "stale " : "") + "#" + std::to_string(set.GetCount());
+    return types + "#" + std::to_string(set.GetCount());
 }
 
 class PropertyTest : public ModelTest {

@@ -98,6 +98,9 @@ ExpungeState& Expunges() {
 // Plain data, so every destructor checks it with one load.
 __attribute__((tls_model("initial-exec"))) thread_local std::size_t t_nWaiting = 0;
 
+// See mc_detail::ObjectEnds.
+std::uint64_t c_nObjectEnds = 0;
+
 // Objects that went silently (a tree expunge) on this thread. Such an end leaves the subscriptions its
 // references held in place, so while one has happened during a walk, the walk's reading ahead trusts no
 // list entry to name a subscriber still there.
@@ -318,6 +321,10 @@ MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
     }
 }
 
+std::uint64_t mc_detail::ObjectEnds() {
+    return c_nObjectEnds;
+}
+
 void mc_detail::ExpungeOrphan(MCObject& object) noexcept {
     try {
         object.Expunge(true);
@@ -326,6 +333,7 @@ void mc_detail::ExpungeOrphan(MCObject& object) noexcept {
 }
 
 MCObject::~MCObject() {
+    ++c_nObjectEnds;
     if (t_nWaiting != 0) {
         ExpungeState& state = Expunges();
         state.m_xAlive.erase(this);

@@ -8,6 +8,7 @@
 // matters to owners of 10^5 objects and to expunging large trees.
 
 #include <cstddef>
+#include <cstdint>
 #include <iosfwd>
 
 #include "ModelCore/ZVFWMC/MCDebug.h"
@@ -329,6 +330,9 @@ inline void PrefetchObject(const MCObject* object) {
     (void)object;
 #endif
 }
+/// How many objects have ended in this process so far: a walk that runs host code between its steps asks
+/// whether any object it holds may have gone only when this moved.
+MODELCORE_API std::uint64_t ObjectEnds();
 /// Expunges an object without an owner that an exception is about to leave where nothing the caller gets
 /// leads to it; an exception of the expunge itself gives way to the one already on its way.
 void ExpungeOrphan(MCObject& object) noexcept;

@@ -1,5 +1,6 @@
 #include "ModelCore/ZVFWMC/MCPersistence.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -353,11 +354,12 @@ MCPersController::result MCPersController::RestoreFrom(MCStream& stream, MCObjec
     for (size_t i = 0; i < count; ++i)
         m_xCreatedObjects.At(i)->ResolveIds(*m_pxIdSpace);
     // A rule may expunge its object or one not yet fired: ids tell which are still there without touching
-    // freed memory.
+    // freed memory, once any object has ended at all.
     const std::vector<std::pair<MCObject*, long>> made = CreatedWithIds();
     const long rootId = root ? root->GetId() : 0;
-    const auto alive = [](const std::pair<MCObject*, long>& entry) {
-        return MCObject::ResolveId(entry.second) == entry.first;
+    const std::uint64_t endsBefore = mc_detail::ObjectEnds();
+    const auto alive = [endsBefore](const std::pair<MCObject*, long>& entry) {
+        return mc_detail::ObjectEnds() == endsBefore || MCObject::ResolveId(entry.second) == entry.first;
     };
     bool anyGone = false;
     for (const auto& entry : made) {
@@ -395,7 +397,7 @@ MCPersController::result MCPersController::RestoreFrom(MCStream& stream, MCObjec
     if (anyGone)
         KeepLiving(made);
     // A root a rule took is no root to give.
-    object = root && MCObject::ResolveId(rootId) == root ? root : nullptr;
+    object = root && alive({root, rootId}) ? root : nullptr;
     return resultOk;
 }
 

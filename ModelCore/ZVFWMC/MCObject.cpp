@@ -99,7 +99,7 @@ ExpungeState& Expunges() {
 __attribute__((tls_model("initial-exec"))) thread_local std::size_t t_nWaiting = 0;
 
 // See mc_detail::ObjectEnds.
-std::uint64_t c_nObjectEnds = 0;
+__attribute__((tls_model("initial-exec"))) thread_local std::uint64_t t_nObjectEnds = 0;
 
 // Objects that went silently (a tree expunge) on this thread. Such an end leaves the subscriptions its
 // references held in place, so while one has happened during a walk, the walk's reading ahead trusts no
@@ -322,7 +322,7 @@ MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
 }
 
 std::uint64_t mc_detail::ObjectEnds() {
-    return c_nObjectEnds;
+    return t_nObjectEnds;
 }
 
 void mc_detail::ExpungeOrphan(MCObject& object) noexcept {
@@ -333,7 +333,7 @@ void mc_detail::ExpungeOrphan(MCObject& object) noexcept {
 }
 
 MCObject::~MCObject() {
-    ++c_nObjectEnds;
+    ++t_nObjectEnds;
     if (t_nWaiting != 0) {
         ExpungeState& state = Expunges();
         state.m_xAlive.erase(this);

@@ -1,5 +1,6 @@
 #include "ModelCore/ZVFWMC/MCDataButlerBase.h"
 
+#include <cstdint>
 #include <memory>
 #include <utility>
 
@@ -19,6 +20,27 @@ const ZVTString c_xSourceFile("ModelCore/ZVFWMC/MCDataButlerBase");
 
 constexpr size_t c_nTableBuckets = 64;
 
+// A kept object with its id and the count of ended objects when it was last known alive: a rule that runs
+// between macro calls (CalculateValue) may destroy it, and a read then gives null. The id is looked up
+// only once any object has ended since.
+struct Held {
+    Held() = default;
+    explicit Held(MCObject* object)
+        : m_pxObject(object), m_lId(object ? object->GetId() : 0), m_nEnds(mc_detail::ObjectEnds()) {}
+    MCObject* Get() {
+        if (m_pxObject && m_nEnds != mc_detail::ObjectEnds()) {
+            if (MCObject::ResolveId(m_lId) != m_pxObject)
+                *this = Held();
+            m_nEnds = mc_detail::ObjectEnds();
+        }
+        return m_pxObject;
+    }
+
+    MCObject* m_pxObject = nullptr;
+    long m_lId = 0;
+    std::uint64_t m_nEnds = 0;
+};
+
 }  // namespace
 
 /// What the copies of a butler share: the handler table, the anchor, the running iterations (innermost
@@ -28,10 +50,10 @@ class MCDataButlerState : public ZVTReference {
 public:
     explicit MCDataButlerState(MCObject* anchor)
         : m_xHandlers(&MCDataButlerBase::HashMacroName, c_nTableBuckets),
-          m_pxAnchor(anchor),
+          m_xAnchor(anchor),
           m_xVariables(&ZVTString::Hash, c_nTableBuckets) {
         if (anchor)
-            m_xContexts.Push(anchor);
+            m_xContexts.Push(m_xAnchor);
     }
     ~MCDataButlerState() override {
         while (!m_xIterators.IsEmpty())
@@ -42,11 +64,11 @@ public:
     }
 
     ZVTHDict<ZVTString, MCMacroHandlerBase*> m_xHandlers;
-    MCObject* m_pxAnchor;
+    Held m_xAnchor;
     ZVTDList<MCIterProxy*> m_xIterators;
     // On an array rather than a linked list: a pass pops one object and pushes the next, which then
     // reuses the slot instead of allocating a node.
-    ZVTStackT<MCObject*> m_xContexts;
+    ZVTStackT<Held> m_xContexts;
     ZVTHDict<ZVTString, MCDataButlerVariable*> m_xVariables;
 };
 
@@ -172,12 +194,13 @@ ZVTBoolean MCDataButlerBase::Handle(const ZVTString& name, ZVMStringList* argume
 // Contexts
 
 void MCDataButlerBase::SetAnchorContext(MCObject* object) {
-    m_pxState->m_pxAnchor = object;
-    m_pxState->m_xContexts.Push(object);
+    const Held anchor(object);
+    m_pxState->m_xContexts.Push(anchor);
+    m_pxState->m_xAnchor = anchor;
 }
 
 MCObject* MCDataButlerBase::GetAnchorContext(short type) const {
-    MCObject* anchor = m_pxState->m_pxAnchor;
+    MCObject* anchor = m_pxState->m_xAnchor.Get();
     if (anchor && (type == 0 || anchor->IsType(type, MCItem::rttiDerived)))
         return anchor;
     return nullptr;
@@ -186,7 +209,7 @@ MCObject* MCDataButlerBase::GetAnchorContext(short type) const {
 MCObject* MCDataButlerBase::GetContext() const {
     if (m_pxState->m_xContexts.IsEmpty())
         MC_THROW_UNEXPECTED(c_xSourceFile);
-    return m_pxState->m_xContexts.Top();
+    return m_pxState->m_xContexts.Top().Get();
 }
 
 MCObject* MCDataButlerBase::GetIterContext(short type) const {
@@ -200,9 +223,9 @@ MCObject* MCDataButlerBase::GetIterContext(short type) const {
 }
 
 MCObject* MCDataButlerBase::GetCurrentContext(short type) const {
-    ZVTStackT<MCObject*>& contexts = m_pxState->m_xContexts;
+    ZVTStackT<Held>& contexts = m_pxState->m_xContexts;
     if (!contexts.IsEmpty()) {
-        MCObject* top = contexts.Top();
+        MCObject* top = contexts.Top().Get();
         if (top && (type == 0 || top->IsType(type, MCItem::rttiDerived)))
             return top;
     }
@@ -212,7 +235,7 @@ MCObject* MCDataButlerBase::GetCurrentContext(short type) const {
 }
 
 void MCDataButlerBase::PushCurrentContext(MCObject* object) {
-    m_pxState->m_xContexts.Push(object);
+    m_pxState->m_xContexts.Push(Held(object));
 }
 
 void MCDataButlerBase::PopCurrentContext() {
@@ -374,6 +397,12 @@ ZVTBoolean MCDataButlerBase::GetObjectA(const ZVTString& name, MCObject*& value)
         FindTyped<MCDataButlerObject>(m_pxState->m_xVariables, name, MCDataButlerVariable::varObject);
     if (!variable)
         return false;
+    // Between macro calls a rule may have destroyed the object; looked up only once any object has ended.
+    if (variable->m_pxValue && variable->m_nEnds != mc_detail::ObjectEnds()) {
+        if (MCObject::ResolveId(variable->m_lId) != variable->m_pxValue)
+            variable->m_pxValue = nullptr;
+        variable->m_nEnds = mc_detail::ObjectEnds();
+    }
     value = variable->m_pxValue;
     return true;
 }
@@ -384,5 +413,7 @@ ZVTBoolean MCDataButlerBase::SetObject(const ZVTString& name, MCObject* value) {
     if (!variable)
         return false;
     variable->m_pxValue = value;
+    variable->m_lId = value ? value->GetId() : 0;
+    variable->m_nEnds = mc_detail::ObjectEnds();
     return true;
 }

@@ -7,6 +7,8 @@
 // running iterations and a table of named variables. Every call costs hash look-ups and no walk of the
 // model or of the metamodel.
 
+#include <cstdint>
+
 #include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCVRefIter.h"
 #include "foundation/ZVTBoolean.h"
@@ -56,14 +58,18 @@ struct MODELCORE_API MCDataButlerString : MCDataButlerVariable {
     ZVTString m_xValue;
 };
 
-/// An object variable; it holds null until SetObject and does not watch its object, so a template that
-/// keeps an object past its end holds a dangling pointer.
+/// An object variable; it holds null until SetObject. It keeps its object's id, so GetObjectA gives null
+/// for an object that has ended since; a host that reads m_pxValue directly gets no such check.
 struct MODELCORE_API MCDataButlerObject : MCDataButlerVariable {
     MCDataButlerObject() : MCDataButlerVariable(varObject) {}
     /// The empty text: an object has no text form here.
     ZVTString GetAsString() const override;
 
     MCObject* m_pxValue = nullptr;
+    /// The object's id, and the count of ended objects (mc_detail::ObjectEnds) when it was last known
+    /// alive; set by SetObject.
+    long m_lId = 0;
+    std::uint64_t m_nEnds = 0;
 };
 
 /// One running iteration on a butler's iterator stack, which owns it from PushIter until the iteration
@@ -166,11 +172,15 @@ public:
 
     // --- contexts ---------------------------------------------------------------------------------
 
+    // An object the butler keeps (the anchor, a context, an object variable) may end between macro calls,
+    // for instance in a CalculateValue rule: each is kept with its id, and reads as null from then on.
+
     /// Makes `object` the anchor and pushes it on the context stack; the earlier anchor stays below it.
     void SetAnchorContext(MCObject* object);
     /// The anchor when `type` is 0 or the anchor is of `type` or derives from it; otherwise null.
     MCObject* GetAnchorContext(short type) const;
-    /// The top of the context stack, which may be null; EXUnexpected on an empty stack.
+    /// The top of the context stack, which may be null (also once that object has ended); EXUnexpected on
+    /// an empty stack.
     MCObject* GetContext() const;
     /// The object of the innermost iteration whose current object is not null and, unless `type` is 0,
     /// of `type` or derived from it; null when none is.
@@ -223,7 +233,8 @@ public:
     ZVTBoolean GetString(const ZVTString& name, ZVTString& value) const;
     /// Sets the string `name`.
     ZVTBoolean SetString(const ZVTString& name, ZVTString value);
-    /// Copies the object `name` into `value`; `value` stays as it was on false.
+    /// Copies the object `name` into `value`, null once that object has ended; `value` stays as it was on
+    /// false.
     ZVTBoolean GetObjectA(const ZVTString& name, MCObject*& value) const;
     /// Sets the object `name`.
     ZVTBoolean SetObject(const ZVTString& name, MCObject* value);

@@ -1,5 +1,7 @@
 #include "ModelCore/ZVFWMC/MCDepthFirstWalker.h"
 
+#include <cstdint>
+
 #include "ModelCore/ZVFWMC/MCObject.h"
 
 MCDepthFirstWalker::MCDepthFirstWalker(MCObject* start, ZVTFilter<MCObject*>* filter)
@@ -25,17 +27,28 @@ ZVTBoolean MCDepthFirstWalker::Traverse() {
 
 void MCDepthFirstWalker::LoadStack(MCObject* object) {
     // The sibling links directly rather than an ownee iterator: the same order without an allocation
-    // per object.
-    for (MCObject* ownee = object->GetFirstOwnee(); ownee; ownee = ownee->GetNextSibling())
+    // per object. The next link is read first, since the filter may expunge the ownee it is asked about.
+    for (MCObject* ownee = object->GetFirstOwnee(); ownee;) {
+        MCObject* next = ownee->GetNextSibling();
         Push(ownee);
+        ownee = next;
+    }
 }
 
 void MCDepthFirstWalker::Push(MCObject* object) {
     if (!object)
         return;
-    MCObject* candidate = object;  // the filter takes a reference it could change
-    if (m_pxFilter && !m_pxFilter->Test(candidate))
-        return;
+    if (m_pxFilter) {
+        MCObject* candidate = object;  // the filter takes a reference it could change
+        // An object the filter expunged stays out whatever it answered; its id tells, looked up only once
+        // any object has ended.
+        const long id = object->GetId();
+        const std::uint64_t endsBefore = mc_detail::ObjectEnds();
+        if (!m_pxFilter->Test(candidate))
+            return;
+        if (mc_detail::ObjectEnds() != endsBefore && MCObject::ResolveId(id) != object)
+            return;
+    }
     m_xStack.Push(object);
 }
 

@@ -9,7 +9,8 @@
 // that object, before the agent acts on it, so ownees the agent adds under the current object are not
 // reached, while ownees added under an object still to come are. An object still to come must not be
 // destroyed during the walk, and that includes the ownees of the current object: an agent that takes
-// objects down leaves that until the walk is over (or to the command queue).
+// objects down leaves that until the walk is over (or to the command queue). The filter alone may expunge
+// the object it is asked about (and no other): the walk then leaves it out, whatever the answer.
 
 #include "ModelCore/ZVFWMC/MCWalker.h"
 #include "foundation/ZVTBoolean.h"
@@ -37,7 +38,7 @@ protected:
     /// Pushes what follows `object` in the walk, its ownees oldest first so that the youngest comes
     /// next; a subclass overrides it to follow other links.
     virtual void LoadStack(MCObject* object);
-    /// Puts `object` on the stack unless it is null or the filter refuses it.
+    /// Puts `object` on the stack unless it is null, the filter refuses it or the filter expunged it.
     void Push(MCObject* object);
     /// Takes the top of the stack; null when it is empty.
     MCObject* Pop();

@@ -155,19 +155,37 @@ MCItem* MCFactoryRegistry::CreateItem_(short code, MCObject* owner, MCFactoryCon
         return item;
     }
     auto* object = static_cast<MCObject*>(item);
+    // A rule or hook may expunge the object: its id tells afterwards without touching freed memory, and
+    // is looked up only once any object has ended.
+    const long id = object->GetId();
+    const std::uint64_t endsBefore = mc_detail::ObjectEnds();
+    const auto gone = [object, id, endsBefore] {
+        return mc_detail::ObjectEnds() != endsBefore && MCObject::ResolveId(id) != object;
+    };
     try {
         object->InvokeCreationSemantics(context);
+        if (gone())
+            return nullptr;
         object->MarkMade();
-        // A hook may remove itself or another: walk a copy.
+        // A hook may remove itself or another: walk a copy, and skip a hook the live list no longer holds,
+        // since whoever removed it may have destroyed it.
         if (!impl->m_xCreationHooks.IsEmpty()) {
-            ZVTSList<MCCreationHook*> hooks = impl->m_xCreationHooks;
-            for (size_t i = 0; i < hooks.Entries(); ++i)
-                hooks.At(i)->ItemCreated(object);
+            const ZVTSList<MCCreationHook*>& live = impl->m_xCreationHooks;
+            const ZVTSList<MCCreationHook*> hooks = live;
+            for (size_t i = 0; i < hooks.Entries(); ++i) {
+                MCCreationHook* hook = hooks.At(i);
+                // The live list unchanged at this place answers without a search.
+                if ((i >= live.Entries() || live.At(i) != hook) && !live.Contains(hook))
+                    continue;
+                hook->ItemCreated(object);
+                if (gone())
+                    return nullptr;
+            }
         }
     } catch (...) {
         // The exception passes on; an object its owner holds stays there, but one without an owner would
-        // be lost with it, since nothing the caller gets leads to it.
-        if (!object->GetOwner(0, MCItem::rttiExact))
+        // be lost with it, since nothing the caller gets leads to it. One the host code took is gone.
+        if (!gone() && !object->GetOwner(0, MCItem::rttiExact))
             mc_detail::ExpungeOrphan(*object);
         throw;
     }

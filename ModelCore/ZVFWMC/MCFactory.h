@@ -87,7 +87,8 @@ private:
 };
 
 /// The host's hook told of every object CreateItem makes (not of properties); stays with its maker, who
-/// removes it before destroying it.
+/// removes it before destroying it. A hook may remove or destroy hooks (a removed one is not called for
+/// the object under way) and may expunge the object, which then reaches no later hook.
 class MODELCORE_API MCCreationHook {
 public:
     virtual ~MCCreationHook();

@@ -236,7 +236,8 @@ public:
     /// registered flags and tells the creation hooks of an object. `owner` may be null for an object,
     /// `context` null for a default one; `model` is not read. Null after message 601 when the type is
     /// unknown, abstract, without a factory, or its factory declines (a property that has a value, an
-    /// owner of no allowed type); null without a message for a concrete type under a negative code.
+    /// owner of no allowed type); null without a message for a concrete type under a negative code, and
+    /// for an object its PostCreation rules or a creation hook expunged (no later hook hears of it).
     /// An item made under an owner belongs to it and goes with it; a root object belongs to the caller,
     /// who ends it with Expunge(true), never delete.
     static MCItem* CreateItem(short code, MCObject* owner, MCFactoryContext* context, MCObject* model);

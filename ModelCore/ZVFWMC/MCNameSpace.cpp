@@ -235,6 +235,13 @@ ZVTBoolean MCNameSpace::Insert(MCObject* object, char separator, long maxLength,
     if (!IsValidFor(object->GetType()) || name.IsNull())
         return false;
 
+    // The rename and the info's creation run host rules, which may expunge the object: its id tells
+    // afterwards, looked up only once any object has ended.
+    const long id = object->GetId();
+    const std::uint64_t endsBefore = mc_detail::ObjectEnds();
+    const auto gone = [object, id, endsBefore] {
+        return mc_detail::ObjectEnds() != endsBefore && MCObject::ResolveId(id) != object;
+    };
     long count = 1;
     ZVTBoolean result = true;
     if (!makeUnique) {
@@ -265,8 +272,16 @@ ZVTBoolean MCNameSpace::Insert(MCObject* object, char separator, long maxLength,
         // Through the active accessor, so the rename passes the ordinary rules; a refusal is not checked.
         MCSPropertyAccessorT<ZVTString> rename(name);
         object->SetProperty(MCCodes::pName, rename, MCPropertyAccessor::accessAdd);
+        if (gone())
+            return false;
     }
     if (MCStringInfo* info = CreateStringInfo(name)) {
+        if (gone()) {
+            // A new info that never got its object names nothing.
+            if (!info->GetObjectA())
+                info->Expunge(true);
+            return false;
+        }
         info->SetObject(object);
         info->SetCount(1);
         info->SetDiffCount(count);

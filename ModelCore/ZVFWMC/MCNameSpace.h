@@ -30,6 +30,7 @@ public:
     /// Enters `object` under its Name (147): false when its exact type is not valid here or the name is
     /// null; without `makeUnique` false when the name is taken; with it, a taken name is made unique
     /// (separator, number, cut to `maxLength` when not 0) and written back, and false says it was renamed.
+    /// False, with nothing entered, when a rule run by the rename or by the info's creation expunged it.
     virtual ZVTBoolean Insert(MCObject* object, char separator, long maxLength, ZVTBoolean makeUnique);
     /// Expunges the info under `object`'s current name when it refers to `object`; false otherwise.
     virtual ZVTBoolean Delete(MCObject* object);

@@ -219,7 +219,8 @@ protected:
     /// Reads an object header from the restore stream, makes the object under its resolved owner,
     /// registers the stored id and lets `visitor` read the rest; null, with nothing made, when the header
     /// is cut off. A non-null `map` (first object only) is adopted by the stream with the root's
-    /// user-defined properties. MCPersExObjectCreation when the factory raises or makes no object.
+    /// user-defined properties. MCPersExObjectCreation when the factory raises or makes no object, which
+    /// includes an object a creation hook or PostCreation rule expunged: its record cannot be skipped.
     MCObject* CreateObject(MCPersRestoreVisitor& visitor, MCUDPMap* map);
 
 private:

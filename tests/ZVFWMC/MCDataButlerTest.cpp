@@ -370,4 +370,50 @@ TEST_F(DataButlerTest, ACalculatedPropertyThatRefusesCountsAsUnreadable) {
     EXPECT_EQ(seven + " " + Expand(butler, "Property", "Area|unknown"), "49 unknown");
 }
 
+// A calculation that destroys its object leaves the butler holding it as a context, as the anchor or in a
+// variable; each of them reads as null from then on, so later macros fall back to their defaults.
+TEST_F(DataButlerTest, AnObjectARuleDestroysReadsAsNullWhereverTheButlerKeepsIt) {
+    static bool s_bKill = false;
+    PropertyRule area("A", MCPropertySemantic::CalculateValue);
+    area.m_xAct = [](auto, MCObject* object, MCProperty*, auto) {
+        if (!s_bKill)
+            return MCPropertySemantic::resultContinue;
+        s_bKill = false;
+        object->Expunge(true);
+        return MCPropertySemantic::resultObjectDestroyed;
+    };
+    AddRule(Shape::c_sType, Shape::c_sArea, area);
+    enum Kept { keptAsContext, keptAsAnchor, keptInVariable };
+    struct Case {
+        const char* name;
+        Kept kept;
+        const char* want;  // the destroying read, a later read with a default, the state
+    };
+    const Case cases[] = {
+        {"a pushed context", keptAsContext, "! gone @-"},
+        {"the anchor", keptAsAnchor, "! gone @-"},
+        {"an object variable", keptInVariable, "! Top @A v=o-"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        MCObject* victim = Make(m_pxA, Shape::c_sType);
+        SetLong(victim, Shape::c_sWidth, 3);
+        SetLong(victim, Shape::c_sArea, 9);
+        MCDataButler butler(c.kept == keptAsAnchor ? victim : m_pxA);
+        const char* macro = c.kept == keptAsAnchor ? "AnchorProperty" : "Property";
+        if (c.kept != keptAsAnchor)
+            butler.PushCurrentContext(victim);
+        if (c.kept == keptInVariable) {
+            ASSERT_TRUE(butler.CreateObject("v"));
+            ASSERT_TRUE(butler.SetObject("v", victim));
+        }
+        s_bKill = true;
+        const std::string destroying = Expand(butler, macro, "Area");
+        if (c.kept == keptInVariable)
+            butler.PopCurrentContext();
+        const std::string later = Expand(butler, macro, "Title|gone");
+        EXPECT_EQ(destroying + " " + later + " " + State(butler), c.want);
+    }
+}
+
 }  // namespace

@@ -126,6 +126,79 @@ TEST_F(CreationTest, HooksAndTheLiveTableFollowObjects) {
     EXPECT_FALSE(MCFactoryRegistry::GetInstances(30999, live, nullptr));
 }
 
+// Host code run by the creation may take the new object or a later hook: the creation then answers null
+// (or lets the exception pass) without reading the object again, and a removed hook is not called.
+TEST_F(CreationTest, HostCodeThatTakesTheObjectOrALaterHookIsNotFollowed) {
+    enum Act { actNone, actExpunge, actExpungeAndThrow, actRemoveSecond };
+    struct Taker : MCObjectSem {
+        result Fire(mode nMode, MCObject* object, MCObjectSemContext* /*context*/) override {
+            if (nMode == PostCreation && m_bArmed)
+                object->Expunge(true);
+            return resultContinue;
+        }
+        unsigned long GetInterests() const override { return PostCreation; }
+        bool m_bArmed = false;
+    } rule;
+    struct ActingHook : MCCreationHook {
+        explicit ActingHook(std::string& log) : m_rsLog(log) {}
+        void ItemCreated(MCObject* object) override {
+            m_rsLog += "1";
+            if (m_eAct == actRemoveSecond) {
+                MCFactoryRegistry::HookCreateItem(*m_pxSecond, false);
+                delete m_pxSecond;
+                m_pxSecond = nullptr;
+            } else if (m_eAct != actNone) {
+                object->Expunge(true);
+                if (m_eAct == actExpungeAndThrow)
+                    throw std::runtime_error("hook");
+            }
+        }
+        std::string& m_rsLog;
+        Act m_eAct = actNone;
+        Hook* m_pxSecond = nullptr;
+    };
+    struct Case {
+        const char* name;
+        bool ruleExpunges;
+        Act firstHook;
+        const char* want;  // what the creation gave, then the hooks that heard of it
+    };
+    const Case cases[] = {
+        {"nothing taken", false, actNone, "made 12"},
+        {"the creation rule expunges", true, actNone, "null "},
+        {"a hook expunges", false, actExpunge, "null 1"},
+        {"a hook expunges and throws", false, actExpungeAndThrow, "threw 1"},
+        {"a hook removes and destroys the next", false, actRemoveSecond, "made 1"},
+    };
+    MCFactoryContext context;
+    MCObjectSemReg::Register(Loose::c_sType, &context, &rule, false);
+    TestNode* owner = MakeNode();
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string log;
+        ActingHook first(log);
+        first.m_eAct = c.firstHook;
+        first.m_pxSecond = new Hook("2", log);
+        ASSERT_TRUE(MCFactoryRegistry::HookCreateItem(first, true));
+        ASSERT_TRUE(MCFactoryRegistry::HookCreateItem(*first.m_pxSecond, true));
+        rule.m_bArmed = c.ruleExpunges;
+        std::string made;
+        try {
+            made = MCFactoryRegistry::CreateItem(Loose::c_sType, owner, nullptr, nullptr) ? "made" : "null";
+        } catch (const std::runtime_error&) {
+            made = "threw";
+        }
+        rule.m_bArmed = false;
+        MCFactoryRegistry::HookCreateItem(first, false);
+        if (first.m_pxSecond) {
+            MCFactoryRegistry::HookCreateItem(*first.m_pxSecond, false);
+            delete first.m_pxSecond;
+        }
+        EXPECT_EQ(made + " " + log, c.want);
+    }
+    owner->Expunge(true);
+}
+
 TEST_F(CreationTest, PoolRecordsAreSharedPerItemSize) {
     constexpr unsigned int size = 4099;  // no class of the core has this size
     EXPECT_EQ(MCFactoryRegistry::GetPoolCount(size), 0);

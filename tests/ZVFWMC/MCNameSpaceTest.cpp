@@ -169,6 +169,62 @@ TEST_F(NameSpaceTest, ADyingObjectFreesTheNameItWasEnteredUnder) {
     }
 }
 
+// Making a taken name unique runs host code twice, the rename's rules and the info's creation; either
+// may expunge the object, which then stays out without a stray info.
+TEST_F(NameSpaceTest, AnObjectExpungedWhileItIsEnteredIsLeftOut) {
+    struct RenameTaker : MCPropertySemantic {
+        result Fire(mode /*nMode*/, MCObject* object, MCProperty* /*property*/,
+                    MCPropertySemanticContext* /*context*/) override {
+            if (object != m_pxVictim)
+                return resultContinue;
+            m_pxVictim = nullptr;
+            object->Expunge(true);
+            return resultObjectDestroyed;
+        }
+        unsigned long GetInterests() const override { return PostEdit; }
+        MCObject* m_pxVictim = nullptr;
+    };
+    struct InfoTaker : MCCreationHook {
+        void ItemCreated(MCObject* object) override {
+            if (m_pxVictim && object->GetType() == MCStringInfo::c_sType) {
+                MCObject* victim = m_pxVictim;
+                m_pxVictim = nullptr;
+                victim->Expunge(true);
+            }
+        }
+        MCObject* m_pxVictim = nullptr;
+    };
+    struct Case {
+        const char* name;
+        bool byRename;
+    };
+    const Case cases[] = {{"the rename's rule", true}, {"the info's creation", false}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        // Generic objects take no property rules: a host class does.
+        constexpr short type = TestNode::c_sType;
+        MCNameSpace* space = MakeSpace();
+        space->AddValidType(type);
+        ASSERT_TRUE(space->Insert(Named("Entity", nullptr, type), '_', 0, true));
+        MCObject* object = Named("Entity", nullptr, type);
+        const long id = object->GetId();
+        RenameTaker rule;
+        InfoTaker hook;
+        MCFactoryContext context;
+        MCPropertySemanticRegistry::Register(type, &context, MCCodes::pName, &rule, false, false);
+        MCFactoryRegistry::HookCreateItem(hook, true);
+        (c.byRename ? rule.m_pxVictim : hook.m_pxVictim) = object;
+        const ZVTBoolean entered = space->Insert(object, '_', 0, true);
+        MCFactoryRegistry::HookCreateItem(hook, false);
+        MCPropertySemanticRegistry::GetInstance()->Deregister(&rule);
+        MCVRefRawAccessor infos;
+        ASSERT_TRUE(space->GetProperty(c_sInfos, infos));
+        EXPECT_EQ(std::to_string(entered) + " " + std::to_string(MCObject::ResolveId(id) != nullptr) + " " +
+                      State(space, "Entity Entity_2") + " " + std::to_string(infos.GetValue().Entries()),
+                  "0 0 Entity* Entity_2- 1");
+    }
+}
+
 TEST_F(NameSpaceTest, NamesAreTakenUpAndDownTheTreeButNotAcrossIt) {
     MCNameSpace *root = MakeSpace(), *left = MakeSpace(root), *right = MakeSpace(root),
                 *deep = MakeSpace(left);

@@ -116,6 +116,25 @@ TEST_F(PersTest, UnknownTopLevelTokenExpungesTheTreeAndItsUserDefinedPropertiesA
     }
     ASSERT_EQ(m_xRestored.size(), 1u);
     EXPECT_EQ(m_xRestored[0]->GetOwneeCount(), 1);
+
+    // So does a creation hook that takes a restored object back: its record cannot be skipped.
+    struct TakesThird : MCCreationHook {
+        int made = 0;
+        void ItemCreated(MCObject* object) override {
+            if (++made == 3)
+                object->Expunge(true);
+        }
+    } taker;
+    MCFactoryRegistry::HookCreateItem(taker, true);
+    try {
+        Restore(Bytes().Object(c_sNode, 10, 0).Object(c_sNode, 11, 10).Object(c_sNode, 12, 10).Str());
+        ADD_FAILURE() << "no exception";
+    } catch (const MCPersExObjectCreation& e) {
+        EXPECT_EQ(e.GetObjectType(), c_sNode);
+    }
+    MCFactoryRegistry::HookCreateItem(taker, false);
+    ASSERT_EQ(m_xRestored.size(), 2u);
+    EXPECT_EQ(m_xRestored[1]->GetOwneeCount(), 1);
 }
 
 TEST_F(PersTest, FileWithoutObjectsGivesNullRootEndMarkStopsReadingAndCodesAreThisProcesss) {

@@ -19,10 +19,20 @@ struct Recorder : MCVisitor {
     std::function<void(MCObject*)> m_xHook;
 };
 
+// Refuses the objects of its set; with `expunge`, it expunges each of them as it is asked, and with
+// `accept` it answers yes all the same.
 struct RefuseFilter : ZVTFilter<MCObject*> {
-    explicit RefuseFilter(std::set<const MCObject*> refused) : m_xRefused(std::move(refused)) {}
-    ZVTBoolean Test(MCObject*& object) override { return m_xRefused.count(object) == 0; }
+    explicit RefuseFilter(std::set<const MCObject*> refused, bool expunge = false, bool accept = false)
+        : m_xRefused(std::move(refused)), m_bExpunge(expunge), m_bAccept(accept) {}
+    ZVTBoolean Test(MCObject*& object) override {
+        if (m_xRefused.count(object) == 0)
+            return true;
+        if (m_bExpunge)
+            object->Expunge(true);
+        return m_bAccept;
+    }
     std::set<const MCObject*> m_xRefused;
+    bool m_bExpunge, m_bAccept;
 };
 
 struct ProbeUser : MCWalkerUser {
@@ -46,39 +56,48 @@ protected:
 };
 
 TEST_F(WalkerTest, OrderIsPreOrderWithTheYoungestOwneeFirstAndAFilterCutsWholeSubtrees) {
+    // A finished walk stays finished until Reset, which takes the start past the filter; its end keeps the
+    // last object. A null Reset keeps the start.
+    {
+        RefuseFilter filter({A, D});
+        Recorder recorder;
+        MCDepthFirstWalker walker(A, &filter);
+        MCVisitorAgent agent(walker, recorder);
+        agent.Execute();
+        walker.Reset(A);
+        agent.Execute();
+        agent.Execute();
+        EXPECT_EQ(recorder.m_sLog, "A C B E");
+        EXPECT_EQ(walker.GetValue(), E);
+        walker.Reset(nullptr);
+        EXPECT_FALSE(walker.Traverse());
+        EXPECT_EQ(walker.GetStart(), A);
+    }
+
     const struct {
         const char* name;
         MCObject* start;
         std::set<const MCObject*> refused;
         const char* expected;
+        bool expunge = false;  // the filter expunges what it refuses; last, as it changes the tree
+        bool accept = false;   // and answers yes all the same
     } cases[] = {
-        {"whole tree", A, {}, "A C B E D"},      {"subtree", B, {}, "B E D"},
-        {"refused inner object", A, {B}, "A C"}, {"refused leaf", A, {D}, "A C B E"},
-        {"refused start", A, {A}, ""},           {"null start", nullptr, {}, ""},
+        {"whole tree", A, {}, "A C B E D"},
+        {"subtree", B, {}, "B E D"},
+        {"refused inner object", A, {B}, "A C"},
+        {"refused leaf", A, {D}, "A C B E"},
+        {"refused start", A, {A}, ""},
+        {"null start", nullptr, {}, ""},
+        {"refused and expunged by the filter", A, {B}, "A C", true},
+        {"accepted but expunged by the filter", A, {C}, "A", true, true},
     };
     for (const auto& c : cases) {
-        RefuseFilter filter(c.refused);
+        RefuseFilter filter(c.refused, c.expunge, c.accept);
         Recorder recorder;
         MCDepthFirstWalker walker(c.start, &filter);
         MCVisitorAgent(walker, recorder).Execute();
         EXPECT_EQ(recorder.m_sLog, c.expected) << c.name;
     }
-
-    // A finished walk stays finished until Reset, which takes the start past the filter; its end keeps the
-    // last object. A null Reset keeps the start.
-    RefuseFilter filter({A, D});
-    Recorder recorder;
-    MCDepthFirstWalker walker(A, &filter);
-    MCVisitorAgent agent(walker, recorder);
-    agent.Execute();
-    walker.Reset(A);
-    agent.Execute();
-    agent.Execute();
-    EXPECT_EQ(recorder.m_sLog, "A C B E");
-    EXPECT_EQ(walker.GetValue(), E);
-    walker.Reset(nullptr);
-    EXPECT_FALSE(walker.Traverse());
-    EXPECT_EQ(walker.GetStart(), A);
 }
 
 // The first user keeps the walker and hears of every later attempt; a refused user was not stored. A

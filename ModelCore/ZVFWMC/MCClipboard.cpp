@@ -229,7 +229,14 @@ MCClipList::MCClipList(ZVTSList<MCObject*>& objects, MCObject& source, mode nMod
     }
     m_pxCopyStream->WriteEnd();
     m_xEntries.Clear();
+    const std::vector<std::pair<short, short>> undeclared = std::move(m_pxWork->m_xUndeclared);
     m_pxWork.reset();
+    for (const auto& [objectType, propertyType] : undeclared) {
+        HUBMessageParameter parameter(2, MCCodes::styleWarning);
+        parameter.SetString(0, Decimal(objectType));
+        parameter.SetString(1, Decimal(propertyType));
+        HUBInterface::ShowMessage(MCCodes::msgKindInformation, MCCodes::msgUndeclaredClip, parameter);
+    }
 }
 
 MCClipList::~MCClipList() = default;
@@ -341,10 +348,7 @@ void MCClipList::AddReference(MCObject* object, const MCProperty* property, shor
         return;
     MCFactoryRegistry::clip_reference clip = MCFactoryRegistry::GetClipFlag(object->GetType(), propertyType);
     if (clip == MCFactoryRegistry::clipNoUsage) {
-        HUBMessageParameter parameter(2, MCCodes::styleWarning);
-        parameter.SetString(0, Decimal(object->GetType()));
-        parameter.SetString(1, Decimal(propertyType));
-        HUBInterface::ShowMessage(MCCodes::msgKindInformation, MCCodes::msgUndeclaredClip, parameter);
+        m_pxWork->m_xUndeclared.emplace_back(object->GetType(), propertyType);
         clip = MCFactoryRegistry::clipFollow;
     } else if (clip == MCFactoryRegistry::clipUndecided) {
         clip = MCFactoryRegistry::clipDepend;
@@ -637,6 +641,9 @@ MCClipMemoryBuffer::pos_type MCClipMemoryBuffer::seekpos(pos_type position, std:
 MCPasteStream::MCPasteStream(MCObject& target, void* buffer, int size, ZVTOrderedVectorT<long>* ids,
                              MCClipIdConverter* converter)
     : m_pxTarget(&target),
+      m_lTargetId(target.GetId()),
+      m_nBindingEnds(mc_detail::ObjectEnds()),
+      m_nTargetEnds(m_nBindingEnds),
       m_xBuffer(static_cast<const char*>(buffer), buffer && size > 0 ? static_cast<std::size_t>(size) : 0),
       m_pxStream(std::make_unique<MCStream>(m_xBuffer, ZVTStream::binary)),
       m_pxIdSpace(&m_pxStream->GetIdSpace()),
@@ -742,20 +749,37 @@ void MCPasteStream::ReadEntries(ZVTSList<MCObject*>& targets) {
     }
     const long start = stream.tellg();
     // What the prelude bound stays bound for every target.
-    m_xPassIds.clear();
+    for (Binding& binding : m_xBindings)
+        binding.m_bPass = false;
+    // A host's rule may expunge a target of a later pass: the ids tell without touching it, once any
+    // object has ended at all.
+    const std::uint64_t ends = mc_detail::ObjectEnds();
+    std::vector<long> targetIds;
+    targetIds.reserve(targets.Entries());
+    for (std::size_t t = 0; t < targets.Entries(); ++t)
+        targetIds.push_back(targets.At(t) ? targets.At(t)->GetId() : 0);
     for (std::size_t t = 0; t < targets.Entries() && !m_bFailed; ++t) {
         MCObject* perTarget = targets.At(t);
+        if (perTarget && mc_detail::ObjectEnds() != ends && MCObject::ResolveId(targetIds[t]) != perTarget) {
+            m_bFailed = true;
+            break;
+        }
+        m_lPassTargetId = targetIds[t];
         if (t > 0) {
             // What the last target's pass made is resolved among itself before its ids are let go, so
             // that the next pass binds them to its own objects.
             ResolveCreated();
-            for (long id : m_xPassIds) {
-                if (!m_xPlacedOnce.Contains(id)) {
-                    m_pxIdSpace->RemoveId(id);
-                    m_xReferenceOnly.Remove(id);
+            std::size_t kept = 0;
+            for (Binding& binding : m_xBindings) {
+                if (binding.m_bPass && !m_xPlacedOnce.Contains(binding.m_lBufferId)) {
+                    m_pxIdSpace->RemoveId(binding.m_lBufferId);
+                    m_xReferenceOnly.Remove(binding.m_lBufferId);
+                    continue;
                 }
+                binding.m_bPass = false;
+                m_xBindings[kept++] = binding;
             }
-            m_xPassIds.clear();
+            m_xBindings.resize(kept);
             stream.clear();
             stream.seekg(start);
         }
@@ -820,12 +844,18 @@ ZVTBoolean MCPasteStream::CreateFromRecord(long level, MCObject* targetObject) {
     }
     // An object of the model that a record was discarded for serves the buffer's references, never as an
     // owner: the entries below that record would otherwise land in the model where they were copied from.
+    DropGoneBindings();
     MCObject* owner =
         ownerId != 0 && !m_xReferenceOnly.Contains(ownerId) ? m_pxIdSpace->ResolveId(ownerId) : nullptr;
     bool once = false;
     if (owner && level == 0)
         once = true;  // it follows its owner, which came from the buffer
     if (!owner) {
+        // A target that a host's rule took down mid-paste stops the paste, as damage does.
+        if (!TargetsAlive(targetObject)) {
+            m_bFailed = true;
+            return false;
+        }
         if (level == 0 && targetObject && targetObject != m_pxTarget &&
             MCFactoryRegistry::IsValidOwner(type, targetObject->GetType())) {
             owner = targetObject;
@@ -865,6 +895,7 @@ ZVTBoolean MCPasteStream::CreateFromRecord(long level, MCObject* targetObject) {
     if (!m_pxVisitor->IsRecordComplete()) {
         // Half a record makes no object: it goes before anything has seen it.
         m_pxIdSpace->RemovePointer(id, object);
+        m_xBindings.pop_back();
         m_xCreated.pop_back();
         DropScratch(object);
         m_bFailed = true;
@@ -884,8 +915,33 @@ ZVTBoolean MCPasteStream::CreateFromRecord(long level, MCObject* targetObject) {
 }
 
 void MCPasteStream::Bind(long id, MCObject* object) {
+    DropGoneBindings();
     m_pxIdSpace->RegisterPointer(id, object);
-    m_xPassIds.push_back(id);
+    m_xBindings.push_back(Binding{id, object, object->GetId(), true});
+}
+
+void MCPasteStream::DropGoneBindingsSlow() {
+    m_nBindingEnds = mc_detail::ObjectEnds();
+    std::size_t kept = 0;
+    for (const Binding& binding : m_xBindings) {
+        if (MCObject::ResolveId(binding.m_lObjectId) != binding.m_pxObject) {
+            m_pxIdSpace->RemovePointer(binding.m_lBufferId, binding.m_pxObject);
+            m_xReferenceOnly.Remove(binding.m_lBufferId);
+            continue;
+        }
+        m_xBindings[kept++] = binding;
+    }
+    m_xBindings.resize(kept);
+}
+
+ZVTBoolean MCPasteStream::TargetsAlive(MCObject* targetObject) {
+    if (mc_detail::ObjectEnds() == m_nTargetEnds)
+        return true;
+    if (MCObject::ResolveId(m_lTargetId) != m_pxTarget ||
+        (targetObject && MCObject::ResolveId(m_lPassTargetId) != targetObject))
+        return false;
+    m_nTargetEnds = mc_detail::ObjectEnds();
+    return true;
 }
 
 MCObject* MCPasteStream::ReadScratch() {
@@ -912,10 +968,17 @@ MCObject* MCPasteStream::ReadScratch() {
 void MCPasteStream::DropScratch(MCObject* scratch) {
     if (!scratch)
         return;
+    // A silent end runs no host code, so what was known alive before it still is: the checks of the
+    // bindings and the targets need not wake for it (a merge or a discard drops a scratch every record).
+    const std::uint64_t ends = mc_detail::ObjectEnds();
     // Its references hold stored ids at most, never subscriptions; nobody heard of it.
     scratch->SetFlag(MCItem::itemUndeletable, false);
     scratch->SetFlag(MCItem::itemTreeExpunge, true);
     scratch->Expunge(true);
+    if (m_nBindingEnds == ends)
+        m_nBindingEnds = mc_detail::ObjectEnds();
+    if (m_nTargetEnds == ends)
+        m_nTargetEnds = mc_detail::ObjectEnds();
 }
 
 void MCPasteStream::DiscardRecord(ZVTBoolean headRead, long id, ZVTBoolean mayOwn) {
@@ -938,6 +1001,7 @@ void MCPasteStream::DiscardRecord(ZVTBoolean headRead, long id, ZVTBoolean mayOw
     // A reference in the buffer to this record binds to the object of the running model with this id, or
     // to the one the caller chose.
     // A binding made earlier (an object pasted for this id) stands.
+    DropGoneBindings();
     MCObject* standIn = MCObject::ResolveId(id != 0 ? id : readId);
     if (standIn && !m_pxIdSpace->ResolveId(readId)) {
         Bind(readId, standIn);
@@ -947,6 +1011,7 @@ void MCPasteStream::DiscardRecord(ZVTBoolean headRead, long id, ZVTBoolean mayOw
 }
 
 void MCPasteStream::MatchByName(long id, short type, const ZVTString& name) {
+    DropGoneBindings();
     if (m_pxIdSpace->ResolveId(id)) {
         DiscardRecord(false, 0);
         return;
@@ -983,32 +1048,36 @@ ZVTBoolean MCPasteStream::MergeRecord(MCObject* existing) {
     if (!scratch)
         return false;
     struct ScratchGuard {
+        MCPasteStream* m_pxPaste;
         MCObject* m_pxScratch;
-        ~ScratchGuard() { DropScratch(m_pxScratch); }
-    } guard{scratch};
+        ~ScratchGuard() { m_pxPaste->DropScratch(m_pxScratch); }
+    } guard{this, scratch};
 
     const long existingId = existing->GetId();
     // A rule may take the object down with any edit; from then on nothing of it is touched.
     auto alive = [&] { return MCObject::ResolveId(existingId) == existing; };
-    auto missing = [&](MCProperty* property) {
-        if (!property->GetFlag(MCItem::itemFlag100))
-            existing->NullProperty(property, nullptr);
+    // The object's own properties go by type and are looked up again at each use: a rule of any edit
+    // may remove one.
+    auto missing = [&](short type, bool withNulled) {
+        auto* own = const_cast<MCProperty*>(existing->FindProperty(type, withNulled));
+        if (own && !own->GetFlag(MCItem::itemFlag100))
+            existing->NullProperty(own, nullptr);
     };
     MCPropertySortOnType byType;
     MCPropertyListIter mine(scratch, nullptr, &byType);
-    MCPropertyListIter theirs(existing, nullptr, &byType);
-    bool theirsLeft = ++theirs;
+    std::vector<short> theirs;
+    for (MCPropertyListIter own(existing, nullptr, &byType); ++own;)
+        theirs.push_back(own.GetValue()->GetType());
+    std::size_t next = 0;
     while (++mine) {
         MCProperty* property = mine.GetValue();
         const short type = property->GetType();
         if (!alive())
             return false;
-        while (theirsLeft && alive() && theirs.GetValue()->GetType() < type) {
-            missing(theirs.GetValue());
-            theirsLeft = ++theirs;
-        }
-        if (theirsLeft && theirs.GetValue()->GetType() == type)
-            theirsLeft = ++theirs;
+        while (next < theirs.size() && alive() && theirs[next] < type)
+            missing(theirs[next++], true);
+        if (next < theirs.size() && theirs[next] == type)
+            ++next;
         if (type == MCCodes::pId || property->GetFlag(MCItem::itemFlag100) ||
             property->GetFlag(MCItem::itemPreFetch))
             continue;
@@ -1033,17 +1102,14 @@ ZVTBoolean MCPasteStream::MergeRecord(MCObject* existing) {
         if (!accessor)
             return false;
         if (property->GetFlag(MCItem::itemNulled)) {
-            if (auto* own = const_cast<MCProperty*>(existing->FindProperty(type, false)))
-                missing(own);
+            missing(type, false);
             continue;
         }
         accessor->GetPropertyValue(property, scratch);
         existing->SetProperty(type, *accessor, MCPropertyAccessor::accessReplace);
     }
-    while (theirsLeft && alive()) {
-        missing(theirs.GetValue());
-        theirsLeft = ++theirs;
-    }
+    while (next < theirs.size() && alive())
+        missing(theirs[next++], true);
     if (alive() && m_pxIds)
         m_pxIds->Append(existingId);
     return true;
@@ -1060,6 +1126,8 @@ void MCPasteStream::Prefetch(std::size_t index) const {
 }
 
 void MCPasteStream::ResolveCreated() {
+    // Resolving runs no host code: one look at the bindings serves the whole pass.
+    DropGoneBindings();
     for (Created& created : m_xCreated) {
         if (created.m_bResolved)
             continue;
@@ -1073,6 +1141,8 @@ void MCPasteStream::SetMergedReferences() {
     for (MergedReference& reference : m_xMergedReferences) {
         if (MCObject::ResolveId(reference.m_lObjectId) != reference.m_pxObject)
             continue;
+        // The rules of the reference set before may have expunged an object the buffer bound.
+        DropGoneBindings();
         ZVTSList<MCObject*> targets;
         for (long id : reference.m_xIds) {
             // An id the buffer did not bind may name an object the converter knows, one merged itself.
@@ -1123,11 +1193,16 @@ void MCPasteStream::Finish() {
         MCObjectSemReg::FireSemantics(MCObjectSem::PostPaste, object, failed, &objectContext, false);
         if (MCObject::ResolveId(created.m_lId) != object)
             continue;
+        // A property's rule may expunge its object, saying so or not: the walk of its properties ends there.
+        const std::uint64_t ends = mc_detail::ObjectEnds();
         MCPropertyListIter properties(object, nullptr, nullptr);
         while (++properties) {
             MCProperty* property = properties.GetValue();
-            MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::PostPaste, property->GetType(),
-                                                      object, property, &propertyContext);
+            const MCPropertySemantic::result answer = MCPropertySemanticRegistry::FireSemantics(
+                MCPropertySemantic::PostPaste, property->GetType(), object, property, &propertyContext);
+            if (answer == MCPropertySemantic::resultObjectDestroyed ||
+                (mc_detail::ObjectEnds() != ends && MCObject::ResolveId(created.m_lId) != object))
+                break;
         }
     }
 }

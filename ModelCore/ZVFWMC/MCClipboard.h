@@ -121,8 +121,10 @@ public:
     /// Computes the closure of `objects` in the tree whose copy source is `source` and writes the buffer.
     /// The converter, not owned, may be null. Throws EXUnexpected when there is no persistence root at or
     /// above `source` or no environment is installed; the rules' PostCopy run while entries are written, and
-    /// an object they expunge, with what it owned, is left out of the buffer. An exception, std::bad_alloc
-    /// included, passes on with no buffer made and the model untouched.
+    /// an object they expunge, with what it owned, is left out of the buffer. Message 607 for each
+    /// undeclared reference comes once the buffer is written, in the order the closure met them, so its
+    /// handler may edit the model. An exception, std::bad_alloc included, passes on with no buffer made
+    /// and the model untouched.
     MCClipList(ZVTSList<MCObject*>& objects, MCObject& source, mode nMode, MCClipIdConverter* converter);
     /// Pastes the `size` bytes at `buffer`: the buffer is read once for each of `targets`, and each
     /// selected object is made under that target, or, when it can't be placed there, once under `target`
@@ -130,13 +132,15 @@ public:
     /// mark. A reference to an object outside the buffer is cleared (a list loses that entry). `ids`, when
     /// not null, is emptied and receives the ids of the pasted objects at level 0 and of the merged ones.
     /// A damaged buffer stops the paste, and what was pasted whole before the damage stays, resolved and
-    /// announced. A factory, the record reader (EXUnexpected) or a duplicate id in the buffer
-    /// (EXDuplicateResolution) throws through the constructor, and then every object the paste had made
-    /// is gone again; so does any exception (std::bad_alloc too) until every reference is bound. One
-    /// thrown later, by a PostPaste rule, a subscriber of the announcement or the memory running out,
-    /// passes on with the pasted objects left in place, whole and bound. The bytes are copied, so `buffer`
-    /// stays the caller's; each pasted object belongs to the target it was made under, and `ids` and the
-    /// converter stay the caller's.
+    /// announced; so does a target that host code (a merge's rule, the converter) expunged mid-paste. An
+    /// object the paste made or bound that such code expunged is not touched again: a record it owned is
+    /// placed as one without an owner, a reference to it is cleared. A factory, the record reader
+    /// (EXUnexpected) or a duplicate id in the buffer (EXDuplicateResolution) throws through the constructor,
+    /// and then every object the paste had made is gone again; so does any exception (std::bad_alloc too)
+    /// until every reference is bound. One thrown later, by a PostPaste rule, a subscriber of the
+    /// announcement or the memory running out, passes on with the pasted objects left in place, whole and
+    /// bound. The bytes are copied, so `buffer` stays the caller's; each pasted object belongs to the target
+    /// it was made under, and `ids` and the converter stay the caller's.
     MCClipList(ZVTSList<MCObject*>& targets, MCObject& target, void* buffer, int size,
                ZVTOrderedVectorT<long>* ids, MCClipIdConverter* converter);
     MCClipList(const MCClipList&) = delete;

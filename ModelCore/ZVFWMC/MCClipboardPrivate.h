@@ -4,16 +4,19 @@
 // The internals of the clipboard unit: the clip entries, the writer of the buffer and the paste stream.
 // Included by MCClipboard.cpp and its tests only.
 
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <sstream>
 #include <streambuf>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "ModelCore/ZVFWMC/MCClipboard.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
+#include "ModelCore/ZVFWMC/MCObject.h"
 #include "ModelCore/ZVFWMC/MCPersistence.h"
 #include "ModelCore/ZVFWMC/MCStreams.h"
 #include "foundation/ZVTHSet.h"
@@ -100,6 +103,9 @@ struct MCClipListWork {
     };
     std::deque<MCClipEntry> m_xEntries;
     std::vector<InsertCall> m_xPending;
+    // The object and property types of each undeclared reference met, in order: the user hears of them
+    // once the copy holds no object any more, as a message handler is host code that may edit the model.
+    std::vector<std::pair<short, short>> m_xUndeclared;
 };
 
 /// The inheritable property types of each object type met by one copy, looked up once per type.
@@ -248,6 +254,14 @@ private:
         std::vector<long> m_xIds;
     };
 
+    // A buffer id bound in the stream's id space, with the model id that tells whether its object lives.
+    struct Binding {
+        long m_lBufferId;
+        MCObject* m_pxObject;
+        long m_lObjectId;
+        bool m_bPass;  // bound by the current target's pass, and let go after it unless placed once
+    };
+
     ZVTBoolean CreateFromRecord(long level, MCObject* targetObject);
     ZVTBoolean MergeRecord(MCObject* existing);
     // Reads a record and keeps only the binding of its id to the model's object of that id (or `id`);
@@ -260,9 +274,19 @@ private:
     // Reads the rest of a record, from the flags on, into a new scratch object; null with failed set when
     // the record is cut off or broken.
     MCObject* ReadScratch();
-    static void DropScratch(MCObject* scratch);
+    // Expunges a scratch object, or an object no one has heard of yet, silently: no rule, no event.
+    void DropScratch(MCObject* scratch);
     // Binds a buffer id in the stream's id space and notes it for the unbinding between targets.
     void Bind(long id, MCObject* object);
+    // Unbinds the buffer ids whose objects host code expunged, before the id space is read again; one
+    // load while no object has ended since the last look.
+    void DropGoneBindings() {
+        if (mc_detail::ObjectEnds() != m_nBindingEnds)
+            DropGoneBindingsSlow();
+    }
+    void DropGoneBindingsSlow();
+    // Whether the fallback target and `targetObject` (the pass's target, or null) are still there.
+    ZVTBoolean TargetsAlive(MCObject* targetObject);
     // Resolves the references of the objects made so far.
     void ResolveCreated();
     // Asks early for what the pass over m_xCreated needs a few objects after `index`.
@@ -271,6 +295,11 @@ private:
 
     ZVTBoolean m_bFailed = false;
     MCObject* m_pxTarget;
+    long m_lTargetId;
+    long m_lPassTargetId = 0;
+    // ObjectEnds when the bindings, and the targets, were last found alive.
+    std::uint64_t m_nBindingEnds;
+    std::uint64_t m_nTargetEnds;
     MCClipMemoryBuffer m_xBuffer;
     std::unique_ptr<MCStream> m_pxStream;
     MCIdSpace* m_pxIdSpace;
@@ -282,8 +311,9 @@ private:
     ZVTOrderedVectorT<long>* m_pxIds;
     MCClipIdConverter* m_pxConverter;
     std::unique_ptr<MCPersRestoreVisitor> m_pxVisitor;
-    // The buffer ids bound while pasting under the current target of the list.
-    std::vector<long> m_xPassIds;
+    // The buffer ids bound: before the entries, while pasting under the current target of the list, and
+    // kept from earlier targets' passes.
+    std::vector<Binding> m_xBindings;
     std::vector<MergedReference> m_xMergedReferences;
 };
 

@@ -17,10 +17,17 @@
 // clones ahead, in waves whose loads depend only on the wave before, so that many wait at once. Ahead of
 // time only core references are read, only bound ones (their targets live), and nothing is written, so
 // nothing a host can see changes.
+//
+// The edit rules a copy fires, and a host's rebinding, may expunge clones other than the one at hand: an
+// earlier sibling, an owner, the root. Each clone is kept with its own id and its source's, and whenever
+// any object has ended since the last look, the clones gone are dropped from the list and the map before
+// either is read again, so nothing follows a freed clone. Until then the check is one thread-local load.
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <typeinfo>
+#include <vector>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCCodes.h"
@@ -34,7 +41,6 @@
 #include "ModelCore/ZVFWMC/MCVisitor.h"
 #include "ModelCore/ZVFWMC/MCVisitorAgent.h"
 #include "foundation/ZVTReference.h"
-#include "foundation/ZVTSList.h"
 
 namespace {
 
@@ -53,18 +59,33 @@ public:
     long RequestId() override { return 0; }
 };
 
+// A clone with the ids that tell whether it is still there and which source it copies; `clone` is null
+// once it went.
+struct MCTreeClone {
+    MCObject* clone;
+    long cloneId;
+    long sourceId;
+};
+
 // Clones each object it visits under the clone of its owner, which `space` (not owned) knows by the
 // source's id, and records the clones in order of creation. It owns none of them.
 class MCTreeClonerVisitor : public MCVisitor {
 public:
-    explicit MCTreeClonerVisitor(MCIdSpace& space) : m_pxIdSpace(&space) {}
+    explicit MCTreeClonerVisitor(MCIdSpace& space) : m_pxIdSpace(&space), m_nEnds(mc_detail::ObjectEnds()) {}
 
     void Visit(MCObject* object) override;
 
-    // The clone of the first object visited; null before, or once its own rules destroyed it.
+    // Forgets every clone that has ended since the last call, in the list, the map and as the root; costs
+    // one load while no object ended at all.
+    void DropEnded() {
+        if (mc_detail::ObjectEnds() != m_nEnds)
+            DropEndedSlow();
+    }
+    // The clone of the first object visited; null before, or once it went. Call DropEnded first.
     MCObject* GetRootClone() { return m_pxRootClone; }
-    // Every clone alive at the end of its copy, in order of creation.
-    ZVTSList<MCObject*>& GetClones() { return m_xClones; }
+    // Every clone alive at the end of its copy, in order of creation; an entry's clone is null once
+    // DropEnded found it gone.
+    std::vector<MCTreeClone>& GetClones() { return m_xClones; }
 
 private:
     // Copies the valued properties of `source` but the id, then CloneId; false once the clone's rules
@@ -79,18 +100,38 @@ private:
         Accessor accessor;
         return CopyValue(accessor, property, source, clone);
     }
+    void DropEndedSlow();
 
     MCIdSpace* m_pxIdSpace;
     MCTreeClonerFactoryContext m_xFactoryContext;
     MCObject* m_pxRootClone = nullptr;
-    ZVTSList<MCObject*> m_xClones;
+    long m_lRootCloneId = 0;
+    std::vector<MCTreeClone> m_xClones;
+    // ObjectEnds when the clones were last checked.
+    std::uint64_t m_nEnds;
     // Whether the first object was visited: only that one may go without its owner's clone.
     ZVTBoolean m_bStarted = false;
+    // Whether the root clone was made: a root that went is not replaced by a later clone.
+    ZVTBoolean m_bRootMade = false;
 };
+
+void MCTreeClonerVisitor::DropEndedSlow() {
+    m_nEnds = mc_detail::ObjectEnds();
+    for (MCTreeClone& entry : m_xClones) {
+        if (entry.clone && MCObject::ResolveId(entry.cloneId) != entry.clone) {
+            entry.clone = nullptr;
+            m_pxIdSpace->RemoveId(entry.sourceId);
+        }
+    }
+    if (m_pxRootClone && MCObject::ResolveId(m_lRootCloneId) != m_pxRootClone)
+        m_pxRootClone = nullptr;
+}
 
 void MCTreeClonerVisitor::Visit(MCObject* object) {
     if (!object)
         MC_THROW_UNEXPECTED(c_pcSourceFile);
+    // The rules of the clone before may have taken any earlier clone, this one's owner among them.
+    DropEnded();
     const short type = object->GetType();
     const long id = object->GetId();
     MCObject* owner = object->GetOwner(0, MCItem::rttiDerived);
@@ -118,15 +159,19 @@ void MCTreeClonerVisitor::Visit(MCObject* object) {
         static_cast<MCObject*>(MCFactoryRegistry::CreateItem(type, owner, &m_xFactoryContext, nullptr));
     if (!clone)
         MC_THROW_UNEXPECTED(c_pcSourceFile);
-    if (!m_pxRootClone)
+    const long cloneId = clone->GetId();
+    if (!m_bRootMade) {
+        m_bRootMade = true;
         m_pxRootClone = clone;
-    m_xClones.Append(clone);
+        m_lRootCloneId = cloneId;
+    }
+    m_xClones.push_back({clone, cloneId, id});
     m_pxIdSpace->RegisterPointer(id, clone);
 
     if (!CopyProperties(*object, *clone, id)) {
         // Nothing touches it again: its ownees are left out and the second pass does not see it.
         m_pxIdSpace->RemoveId(id);
-        m_xClones.RemoveLast();
+        m_xClones.back().clone = nullptr;
         if (m_pxRootClone == clone)
             m_pxRootClone = nullptr;
     }
@@ -193,13 +238,16 @@ MCObject* MCObject::CloneTree(ZVTFilter<MCObject*>* filter) {
     MCVisitorAgent agent(walker, visitor);
     try {
         agent.Execute();
-        ZVTSList<MCObject*>& clones = visitor.GetClones();
+        visitor.DropEnded();
+        std::vector<MCTreeClone>& clones = visitor.GetClones();
         // A member's lambda, so that it may read a subject's list.
         auto fetchAhead = [&space, &clones](size_t begin, size_t end) {
             MCObject* targets[c_nTargetsAhead];
             size_t count = 0;
             for (size_t i = begin; i < end; ++i) {
-                MCPropertySetIter properties(clones.At(i)->GetPropertySet());
+                if (!clones[i].clone)
+                    continue;
+                MCPropertySetIter properties(clones[i].clone->GetPropertySet());
                 while (++properties && count < c_nTargetsAhead) {
                     const MCSRef* ref = mc_detail::AsCoreRef(properties.GetValue());
                     if (ref && ref->IsBound() && ref->GetValue()) {
@@ -219,25 +267,35 @@ MCObject* MCObject::CloneTree(ZVTFilter<MCObject*>* filter) {
                     mc_detail::PrefetchObject(copy);
             }
         };
-        const size_t count = clones.Entries();
+        const size_t count = clones.size();
         fetchAhead(0, std::min(c_nRebindBatch, count));
         for (size_t i = 0; i < count; ++i) {
             // The next batch, while this one is rebound.
             if (i % c_nRebindBatch == 0 && i + c_nRebindBatch < count)
                 fetchAhead(i + c_nRebindBatch, std::min(i + 2 * c_nRebindBatch, count));
-            MCObject* clone = clones.At(i);
-            // Rebinding moves values only, raw, so the set does not change under the cursor.
+            MCObject* clone = clones[i].clone;
+            if (!clone)
+                continue;
+            // Rebinding moves values only, raw, so the set does not change under the cursor. A host's
+            // rebinding may still expunge clones, this one among them: then the map and the list drop
+            // them before either is read again.
             MCPropertySetIter properties(clone->GetPropertySet());
             while (++properties) {
-                if (MCProperty* property = properties.GetValue())
+                if (MCProperty* property = properties.GetValue()) {
                     property->Rebind(space, *clone);
+                    visitor.DropEnded();
+                    if (!clones[i].clone)
+                        break;
+                }
             }
         }
     } catch (...) {
         // Nobody but this call knows the partial copy, so it goes before the exception passes on.
+        visitor.DropEnded();
         if (MCObject* root = visitor.GetRootClone())
             root->Expunge(true);
         throw;
     }
+    visitor.DropEnded();
     return visitor.GetRootClone();
 }

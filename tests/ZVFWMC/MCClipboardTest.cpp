@@ -3,6 +3,7 @@
 // through a converter, damaged buffers, and copying across models.
 
 #include <cctype>
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 
@@ -17,7 +18,8 @@ using R = MCFactoryRegistry;
 class ClipNode : public mc::HostClass<7801> {
 public:
     static constexpr short c_sFollow = 7811, c_sDepend = 7812, c_sConvert = 7813, c_sUndeclared = 7814,
-                           c_sUndecided = 7815, c_sList = 7816, c_sPlain = 7817, c_sCount = 7818;
+                           c_sUndecided = 7815, c_sList = 7816, c_sPlain = 7817, c_sCount = 7818,
+                           c_sCount2 = 7819;
 
     static void Register() {
         if (R::IsRegistered(c_sType, nullptr))
@@ -27,6 +29,7 @@ public:
                                      false, false, false);
         R::RegisterAliasProperty(c_sList, "RefList", MCCodes::pReferenceList, false, false, false, false);
         R::RegisterAliasProperty(c_sCount, "Count", MCCodes::pInteger, true, false, false, false);
+        R::RegisterAliasProperty(c_sCount2, "Count2", MCCodes::pInteger, true, false, false, false);
         mc::RegisterClass<ClipNode>("ClipNode", mc::ClassOptions().OwnedBy(PersRoot::c_sType).First());
         R::AddOwnerType(c_sType, c_sType);
         R::AddPropertyUsage(c_sType, c_sFollow, R::clipFollow);
@@ -245,6 +248,44 @@ TEST_F(ClipTest, ClosureTakesOwneesAndFollowsOrDropsByClipValue) {
     }
 }
 
+// The user hears of an undeclared reference once the buffer is written, so a message handler may edit
+// the model: the buffer is the one of the model as the copy found it.
+TEST_F(ClipTest, AMessageHandlerThatExpungesMeetsACopyThatIsDone) {
+    struct Expunging : HUBScopedMessageHandler {
+        int HandleMessage(const HUBMessageRecord& record) override {
+            if (MCObject* victim = std::exchange(m_pxVictim, nullptr))
+                victim->Expunge(true);
+            return HUBScopedMessageHandler::HandleMessage(record);
+        }
+        MCObject* m_pxVictim = nullptr;
+    };
+    // Entries names owners by the model as it is after the copy: A's ownees show no owner once it went.
+    char style[16];
+    std::snprintf(style, sizeof style, "%#x", static_cast<unsigned>(MCCodes::styleWarning));
+    const std::string told = " !message " + std::to_string(MCCodes::msgUndeclaredClip) + " (style " + style +
+                             "): " + std::to_string(ClipNode::c_sType) + ", " +
+                             std::to_string(ClipNode::c_sUndeclared);
+    const struct {
+        const char* doomed;
+        std::string entries;
+    } cases[] = {
+        {"A", "| A/0<S a1/1<- B/1<- end" + told},   // the referrer
+        {"B", "| A/0<S a1/1<A B/1<A end" + told},   // the object it refers to
+        {"a1", "| A/0<S a1/1<A B/1<A end" + told},  // an ownee still to be taken
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.doomed);
+        MCObject* source = Node("S", nullptr, PersRoot::c_sType);
+        const auto named = Build(source, "A{14=B}(a1) B");
+        Expunging messages;
+        messages.m_pxVictim = named.at(c.doomed);
+        std::string out = Entries(Copy(Select(named, "A"), *source));
+        for (const auto& message : messages.GetMessages())
+            out += " !" + message.Format();
+        EXPECT_EQ(out, c.entries);
+    }
+}
+
 TEST_F(ClipTest, InheritedReferencesTravelAsOwnValuesUnlessTheParentComesAlong) {
     // C inherits Follow from P along Parent; P's Follow leads to X.
     MCObject* p = Node("P", m_pxSource);
@@ -405,6 +446,95 @@ TEST_F(ClipTest, ConverterMergesASecondPasteIntoTheFirstOnesObjects) {
     EXPECT_EQ(Tree(m_pxTarget), "T(A{16=B}(B) Other)");
     EXPECT_EQ(GetLong(pasted, ClipNode::c_sCount) + "," + GetLong(other, ClipNode::c_sCount), "1,7");
     EXPECT_EQ(second.size(), 2u);  // both objects merged, none made
+}
+
+// A host's rule or converter may expunge an object or remove a property while a paste runs: the paste
+// touches nothing that went, an object whose owner went is placed as if it had none, and a target that
+// went stops the paste as damage does. "Mold" is the object the converter merges `into` into.
+TEST_F(ClipTest, HostCodeThatExpungesMidPasteTouchesNothingGone) {
+    enum Act { expungeItself, nullCount2, expungePastedX, expungeTarget, converterExpungesNew };
+    struct Row {
+        const char *name, *tree, *selected, *mold, *into;
+        unsigned long mode;
+        Act act;
+        const char* pasted;
+    };
+    const Row rows[] = {
+        {"a PostPaste rule expunges its object", "A{18=1 19=2}", "A", "", nullptr,
+         MCPropertySemantic::PostPaste, expungeItself, "T n=1"},
+        {"a merge's edit rule removes a later property", "M{18=6}", "M", "Mold{18=5 19=7}", "M",
+         MCPropertySemantic::PostEdit, nullCount2, "T(Mold) n=1 Mold:6/-"},
+        {"a merge's edit rule expunges the owner of a later record", "X(x1) M{18=6}", "X M", "Mold{18=5}",
+         "M", MCPropertySemantic::PostEdit, expungePastedX, "T(Mold x1) n=1 Mold:6/-"},
+        {"a merge's edit rule expunges the target of a merged reference", "X M{11=X 18=6}", "X M",
+         "Mold{18=5}", "M", MCPropertySemantic::PostEdit, expungePastedX, "T(Mold) n=1 Mold:6/-"},
+        {"a converter expunges the owner of a later record", "A(a1)", "A", "", nullptr,
+         MCPropertySemantic::PostEdit, converterExpungesNew, "T(a1) n=0"},
+        {"a merge's edit rule expunges the target", "M{18=6} Y", "M Y", "Mold{18=5}", "M",
+         MCPropertySemantic::PostEdit, expungeTarget, "gone n=1 Mold:6/-"},
+    };
+    static Act s_act;
+    static unsigned long s_mode;
+    static bool s_armed;
+    static Converter* s_converter;
+    static long s_victim;  // the source id of the pasted object to expunge, or the target's id
+    struct Expunging : Converter {
+        void AddConversion(long oldId, long newId) override {
+            Converter::AddConversion(oldId, newId);
+            if (s_act == converterExpungesNew && std::exchange(s_armed, false))
+                MCObject::ResolveId(newId)->Expunge(true);
+        }
+    };
+    PropertyRule rule("act", MCPropertySemantic::PostEdit | MCPropertySemantic::PostPaste);
+    rule.m_xAct = [](MCPropertySemantic::mode mode, MCObject* object, MCProperty*,
+                     MCPropertySemanticContext*) {
+        if (!s_armed || mode != s_mode || s_act == converterExpungesNew)
+            return MCPropertySemantic::resultContinue;
+        s_armed = false;
+        MCSPropertyAccessorT<long> value;
+        switch (s_act) {
+            case expungeItself:
+                object->Expunge(true);
+                return MCPropertySemantic::resultObjectDestroyed;
+            case nullCount2:
+                object->NullProperty(ClipNode::c_sCount2, value);
+                break;
+            case expungePastedX:
+                MCObject::ResolveId(s_converter->m_xMap.at(s_victim))->Expunge(true);
+                break;
+            default:
+                MCObject::ResolveId(s_victim)->Expunge(true);
+        }
+        return MCPropertySemantic::resultContinue;
+    };
+    AddRule(ClipNode::c_sType, ClipNode::c_sCount, rule);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        MCObject* source = Node("S", nullptr, PersRoot::c_sType);
+        MCObject* target = Node("T", nullptr, PersRoot::c_sType);
+        const auto named = Build(source, row.tree);
+        // A target that goes does not hold the merged object.
+        const auto molds =
+            Build(row.act == expungeTarget ? Node("U", nullptr, PersRoot::c_sType) : target, row.mold);
+        Expunging converter;
+        if (row.into)
+            converter.m_xMap[named.at(row.into)->GetId()] = molds.at("Mold")->GetId();
+        const std::string bytes = Copy(Select(named, row.selected), *source, &converter);
+        s_mode = row.mode;
+        s_act = row.act;
+        s_converter = &converter;
+        s_victim = row.act == expungeTarget ? target->GetId() : named.count("X") ? named.at("X")->GetId() : 0;
+        s_armed = true;
+        const long targetId = target->GetId();
+        const std::vector<long> ids = Paste(bytes, {target}, target, &converter);
+        s_armed = false;
+        std::string out = (MCObject::ResolveId(targetId) == target ? Tree(target) : "gone") +
+                          " n=" + std::to_string(ids.size());
+        if (molds.count("Mold"))
+            out += " Mold:" + GetLong(molds.at("Mold"), ClipNode::c_sCount) + "/" +
+                   GetLong(molds.at("Mold"), ClipNode::c_sCount2);
+        EXPECT_EQ(out, row.pasted);
+    }
 }
 
 TEST_F(ClipTest, DamagedBuffersStopThePasteAndKeepOnlyWholeObjects) {

@@ -180,24 +180,60 @@ TEST_F(CloneTest, ACoreValueAndAHostSubclassValueAreCopiedAlike) {
     EXPECT_EQ(traces[1], traces[0]);
 }
 
-TEST_F(CloneTest, AClonesOwnRulesThatDestroyItLeaveItOutWithItsSubtree) {
-    MCObject* start = Named("S", nullptr, Shape::c_sType);
-    MCObject* m = Named("m", start, Shape::c_sType);
-    Named("k", m, Shape::c_sType);
-    Named("n", start, Shape::c_sType);
+// A clone's rule may expunge the clone itself, an earlier clone (the walk takes the youngest ownee
+// first) or its owner, up to the root: whatever
+// went is left out with its subtree, the rest is copied and rebound, and a root that went gives null.
+TEST_F(CloneTest, ClonesThatTheirRulesExpungeAreLeftOutWithTheirSubtrees) {
+    enum Victim { itself, firstFired, owner };
+    struct Row {
+        const char* name;
+        std::vector<const char*> widthOn;  // sources whose width the copy sets, so the rule fires
+        Victim victim;
+        const char* tree;
+    };
+    const Row rows[] = {
+        {"itself", {"m"}, itself, "S'(n') destroy:2"},
+        {"itself, the root", {"S"}, itself, "null destroy:2"},
+        {"an earlier sibling", {"m", "n"}, firstFired, "S'(m'(j' k')) destroy:2 destroy:2"},
+        {"its owner, with ownees still to come", {"j"}, owner, "S'(n') destroy:2"},
+        {"its owner, the root", {"m"}, owner, "null destroy:2"},
+    };
+    static Victim s_victim;
+    static MCObject* s_first;
     PropertyRule destroyer("destroy", MCPropertySemantic::PostEdit);
     destroyer.m_xAct = [](auto, MCObject* object, auto, auto) {
-        object->Expunge(true);
-        return MCPropertySemantic::resultObjectDestroyed;
+        MCObject* victim = object;
+        if (s_victim == owner)
+            victim = object->GetOwner(0, MCItem::rttiDerived);
+        else if (s_victim == firstFired && !s_first) {
+            s_first = object;
+            return MCPropertySemantic::resultContinue;
+        } else if (s_victim == firstFired)
+            victim = s_first;
+        const long id = object->GetId();
+        victim->Expunge(true);
+        return MCObject::ResolveId(id) == object ? MCPropertySemantic::resultContinue
+                                                 : MCPropertySemantic::resultObjectDestroyed;
     };
     AddRule(Shape::c_sType, Shape::c_sWidth, destroyer);
     ObjectRule created("created", MCObjectSem::PostCreation);  // a copy runs the edit rules, no creation rule
     AddRule(Shape::c_sType, created);
-    SetLong(m, Shape::c_sWidth, 1, MCPropertyAccessor::accessAdd, false);  // raw: no rule on the source
-    EXPECT_EQ(Tree(Clone(start)), "S'(n')");
-    EXPECT_EQ(TakeLog(), "destroy:2");
-    SetLong(start, Shape::c_sWidth, 1, MCPropertyAccessor::accessAdd, false);
-    EXPECT_EQ(Clone(start), nullptr);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        std::map<std::string, MCObject*> sources;
+        sources["S"] = Named("S", nullptr, Shape::c_sType);
+        sources["m"] = Named("m", sources["S"], Shape::c_sType);
+        sources["k"] = Named("k", sources["m"], Shape::c_sType);
+        sources["j"] = Named("j", sources["m"], Shape::c_sType);
+        sources["n"] = Named("n", sources["S"], Shape::c_sType);
+        for (const char* name : row.widthOn)  // raw: no rule on the source
+            SetLong(sources[name], Shape::c_sWidth, 1, MCPropertyAccessor::accessAdd, false);
+        s_victim = row.victim;
+        s_first = nullptr;
+        TakeLog();
+        const std::string tree = Tree(Clone(sources["S"]));
+        EXPECT_EQ(tree + " " + TakeLog(), row.tree);
+    }
 }
 
 // Many clones, so that rebinding runs over several batches: a reference of the core's class and one of a

@@ -106,6 +106,28 @@ __attribute__((tls_model("initial-exec"))) thread_local std::uint64_t t_nObjectE
 // list entry to name a subscriber still there.
 __attribute__((tls_model("initial-exec"))) thread_local std::size_t t_nSilentEnds = 0;
 
+// The objects whose end is under way on this thread, innermost first: each from its veto until its
+// subtree has gone. An expunge of an owner above one of them would free it under its own walk, so such an
+// expunge waits as a deep one does. A node lives in the frame of the expunge it stands for.
+struct EndUnderWay {
+    explicit EndUnderWay(MCObject* top);
+    ~EndUnderWay();
+    EndUnderWay(const EndUnderWay&) = delete;
+    EndUnderWay& operator=(const EndUnderWay&) = delete;
+    const MCObject* m_pxTop;  // null once its memory is going
+    EndUnderWay* m_pxOuter;
+};
+
+__attribute__((tls_model("initial-exec"))) thread_local EndUnderWay* t_pxEnds = nullptr;
+
+EndUnderWay::EndUnderWay(MCObject* top) : m_pxTop(top), m_pxOuter(t_pxEnds) {
+    t_pxEnds = this;
+}
+
+EndUnderWay::~EndUnderWay() {
+    t_pxEnds = m_pxOuter;
+}
+
 struct ExpungeDepth {
     explicit ExpungeDepth(ExpungeState& state) : m_rState(state) { ++m_rState.m_nDepth; }
     ~ExpungeDepth() {
@@ -332,7 +354,7 @@ void mc_detail::ExpungeOrphan(MCObject& object) noexcept {
     }
 }
 
-MCObject::~MCObject() {
+void MCObject::Ended() {
     ++t_nObjectEnds;
     if (t_nWaiting != 0) {
         ExpungeState& state = Expunges();
@@ -341,6 +363,10 @@ MCObject::~MCObject() {
     }
     // Only our own entry: an id set by hand may name another object's.
     GetIdSpace()->RemovePointer(GetId(), this);
+}
+
+MCObject::~MCObject() {
+    Ended();
     const unsigned int size = MCFactoryRegistry::GetItemSize(GetType());
     MCPropertySetIter properties(m_xProperties);
     while (++properties) {
@@ -839,17 +865,22 @@ ZVTBoolean MCObject::Expunge(ZVTBoolean top) {
     // takes down, in a ring): it is going already.
     if (GetFlag(itemExpunging))
         return true;
-    if (!PrepareExpunge(top))
-        return true;
     ExpungeState& state = Expunges();
-    if (state.m_nDepth >= c_nExpungeDepth) {
-        state.m_xWaiting.emplace_back(this, top);
-        state.m_xAlive.insert(this);
-        t_nWaiting = state.m_xAlive.size();
+    if (state.m_nDepth >= c_nExpungeDepth || (t_pxEnds && IsAboveAnEnd())) {
+        if (PrepareExpunge(top)) {
+            state.m_xWaiting.emplace_back(this, top);
+            state.m_xAlive.insert(this);
+            t_nWaiting = state.m_xAlive.size();
+        }
         return true;
     }
+    // Counted from the veto on, so that what the rules expunge waits for the outermost as well.
     ExpungeDepth depth(state);
-    Expunge_(top);
+    {
+        EndUnderWay end(this);
+        if (PrepareExpunge(top))
+            Expunge_(top);
+    }
     if (state.m_nDepth == 1) {
         // By index: each of these may make others wait.
         for (std::size_t i = 0; i < state.m_xWaiting.size(); ++i) {
@@ -857,11 +888,30 @@ ZVTBoolean MCObject::Expunge(ZVTBoolean top) {
             if (state.m_xAlive.erase(next.first) == 0)
                 continue;
             t_nWaiting = state.m_xAlive.size();
+            EndUnderWay end(next.first);
             next.first->Expunge_(next.second);
         }
         state.m_xWaiting.clear();
     }
     return true;
+}
+
+ZVTBoolean MCObject::IsAboveAnEnd() const {
+    // Only an owner can be above anything.
+    if (!m_pxFirstOwnee)
+        return false;
+    for (const EndUnderWay* end = t_pxEnds; end; end = end->m_pxOuter) {
+        if (!end->m_pxTop)
+            continue;
+        // What lies above the next end out is that end's climb.
+        const MCObject* outer = end->m_pxOuter ? end->m_pxOuter->m_pxTop : nullptr;
+        for (const MCObject* owner = end->m_pxTop->m_pxOwner; owner && owner != outer;
+             owner = owner->m_pxOwner) {
+            if (owner == this)
+                return true;
+        }
+    }
+    return false;
 }
 
 ZVTBoolean MCObject::PrepareExpunge(ZVTBoolean top) {
@@ -952,7 +1002,18 @@ void MCObject::FinishExpunge(ZVTBoolean top) {
         if (MCObject* owner = GetOwner(0, rttiDerived))
             owner->RemoveOwnedObject(this);
     }
-    delete this;
+    if (m_nUsers == 0) {
+        delete this;
+        return;
+    }
+    // A subscriber ended this object during a delivery of its own, which goes on over the list: the
+    // memory stays until the last walk of the list ends, but the object is gone for everyone else. Its
+    // owner, which may go before that, hears nothing more of it.
+    if (m_pxOwner)
+        RemoveSubscriber(m_pxOwner, MCEvent::subscriberOwner);
+    Ended();
+    MCFactoryRegistry::RegisterInstance(this, false);
+    m_nUsers = static_cast<std::uint16_t>(m_nUsers | c_nDeleteUnused);
 }
 
 void MCObject::PrefetchEnds(const MCObject* walked, const MCObject* top, ZVTBoolean trusted) {
@@ -1099,6 +1160,8 @@ ZVTBoolean MCObject::Expunge_(ZVTBoolean top) {
             continue;
         }
         MCObject* up = object == this ? nullptr : object->m_pxOwner;
+        if (object == this && t_pxEnds && t_pxEnds->m_pxTop == this)
+            t_pxEnds->m_pxTop = nullptr;
         object->FinishExpunge(object == this && top);
         object = up;
     }

@@ -144,7 +144,8 @@ public:
     /// out), CloneId names its source, and a reference to an object of the copied subtree is moved to
     /// that object's clone while one to any other object is kept. `filter` (not owned, may be null)
     /// leaves out the whole subtree of each object it refuses; null when it refuses this object. A clone
-    /// that its own rules destroy while it is being copied is left out with its subtree. An exception
+    /// that the copy's rules or a host's rebinding expunge (itself, an earlier clone, an owner) is left
+    /// out with its subtree; null when the root clone went. An exception
     /// ends the copy: the clones made so far are expunged (their PreDestructon rules run as at any
     /// expunge) and the exception passes on.
     MCObject* CloneTree(ZVTFilter<MCObject*>* filter);
@@ -210,9 +211,12 @@ public:
     ZVTBoolean IsHeard(long eventType, unsigned int mask) const;
     /// Destroys the object and its subtree: the rules may refuse when `top` is true; always true, so
     /// ResolveId of the old id tells whether it went. Only Expunge_ passes `top` false. Called from a
-    /// rule or subscriber 64 expunges deep, the object is asked for its veto at once but goes only when
-    /// the outermost expunge has finished its own object. A call on an object that is already going
-    /// (its own rules or subscribers asking again) does nothing. An exception of a PreDestructon rule of
+    /// rule or subscriber 64 expunges deep, or on an owner above an object whose end is under way (from
+    /// that end's rules or subscribers), the object is asked for its veto at once but goes only when the
+    /// outermost expunge has finished its own object. A call on an object that is already going (its own
+    /// rules or subscribers asking again) does nothing. An object ended while a delivery of its own events
+    /// runs (its subscriber expunged it, or an owner's) no longer resolves, and its owner hears nothing
+    /// more of it, but its memory stays until that delivery is over. An exception of a PreDestructon rule of
     /// the object asked for is a refusal that passes on: the object stays as it was. One thrown later, by
     /// a subscriber or an ownee's rule, does not stop the expunge: the whole subtree goes, reference
     /// holders that the throw kept from hearing are told again, and the first exception then passes on.
@@ -285,11 +289,18 @@ private:
     // The steps of an object's end: the rules' veto (false when it is heeded, only with `top`), the
     // event to the subscribers, and after the ownees the clean-up and the memory.
     ZVTBoolean PrepareExpunge(ZVTBoolean top);
+    // Whether an object whose end is under way on this thread lies below this one, so that this one's
+    // end has to wait for it.
+    ZVTBoolean IsAboveAnEnd() const;
     void AnnounceEnd();
     // What the end's delivery does for the reference holders, done directly, for an end that could not be
     // delivered: each holder lets go of this object.
     void LetGoOfHolders() noexcept;
+    // Deletes the object, or while a walk of its subscriber list runs, leaves the deletion to the last
+    // walk out.
     void FinishExpunge(ZVTBoolean top);
+    // What an object's end changes beyond its memory: the end count, the wait list, the id space.
+    void Ended();
     // Asks the memory for what the ends of the next few objects after `walked` in the expunge of `top`
     // will read; changes nothing. Only when `trusted` does it read the holders and targets they name.
     static void PrefetchEnds(const MCObject* walked, const MCObject* top, ZVTBoolean trusted);

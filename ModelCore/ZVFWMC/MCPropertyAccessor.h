@@ -57,7 +57,7 @@ public:
     virtual ZVTBoolean SetPropertyValue(MCProperty* property, MCObject* object, long flags) = 0;
     /// Takes `property` off `object` (a free one is deleted, an embedded one nulled) after the rules
     /// agreed and the subscribers heard PropertyNulled; false when a rule refused, true when one of them
-    /// nulled it already. EXNullOwner without an object.
+    /// nulled it already or expunged the object. EXNullOwner without an object.
     ZVTBoolean NullPropertyValue(MCProperty* property, MCObject* object);
     /// Makes the property of `type` on `object` and replaces its value with the accessor's; nothing when
     /// the property exists with a value (message 601). EXNullOwner without an object.

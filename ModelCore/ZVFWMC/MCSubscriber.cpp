@@ -328,14 +328,23 @@ void MCSubject::RemoveAllSubscribers() {
 }
 
 unsigned int MCSubject::AddReference() {
-    return ++m_nUsers;
+    return ++m_nUsers & ~c_nDeleteUnused;
 }
 
 unsigned int MCSubject::RemoveReference() {
-    // Only here, with no walk left on the list, may entries be unlinked.
-    if (--m_nUsers == 0 && m_nStaleEntries > c_nStaleThreshold)
-        CleanUpList();
-    return m_nUsers;
+    const unsigned int nUsers = --m_nUsers;
+    if (nUsers == 0) {
+        // Only here, with no walk left on the list, may entries be unlinked.
+        if (m_nStaleEntries > c_nStaleThreshold)
+            CleanUpList();
+        return 0;
+    }
+    // An object ended while its list was walked: the last walk out frees it.
+    if (nUsers == c_nDeleteUnused) {
+        delete this;
+        return 0;
+    }
+    return nUsers & ~c_nDeleteUnused;
 }
 
 void MCSubject::CleanUpList() {

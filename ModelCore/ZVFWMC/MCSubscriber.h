@@ -99,7 +99,7 @@ private:
 
 /// Something that can be observed: owns its subscriptions (not the subscribers) and delivers events to them
 /// in ascending subscriber address. It must not be destroyed, nor RemoveAllSubscribers called, while a walk
-/// (an MCSubjectUser) is running on it.
+/// (an MCSubjectUser) is running on it; an object expunged then keeps its memory until the last walk ends.
 class MODELCORE_API MCSubject : public MCDebug {
 public:
     /// No subscribers.
@@ -211,7 +211,9 @@ private:
     // The first entry, or the address of the SubscriberIndex with bit 0 set once the list is long.
     std::uintptr_t m_uSubscribers = 0;
     std::uint32_t m_nStaleEntries = 0;
+    // The walks running on the list; with c_nDeleteUnused, the last one to end deletes the subject.
     std::uint16_t m_nUsers = 0;
+    static constexpr std::uint16_t c_nDeleteUnused = 0x8000;
     // In room the layout leaves anyway: the state bits above, and for an object the event types
     // (bit = type) its audibility memo says nobody hears.
     mutable std::uint8_t m_nState = 0;

@@ -3,9 +3,11 @@
 // ceremony).
 
 #include <algorithm>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "support/RuleTestSupport.h"
@@ -70,6 +72,30 @@ public:
     std::unordered_map<long, long> m_xNext;  // id to id
     long m_lThrowAt = 0;
     std::vector<long> m_xOrder;
+};
+
+// Expunges `m_pxVictim` once, from the PreDestructon rule of `m_pxAt` (`m_lEvent` 0) or on hearing an event
+// of `m_lEvent` as an observer of `m_pxAt`.
+class Striker : public MCObjectSem, public MCSubscriber {
+public:
+    result Fire(mode, MCObject* object, MCObjectSemContext*) override {
+        if (m_lEvent == 0 && object == m_pxAt)
+            Strike();
+        return resultContinue;
+    }
+    unsigned long GetInterests() const override { return PreDestructon; }
+    void Notify(MCEvent& event) override {
+        if (event.GetEventType() == m_lEvent)
+            Strike();
+    }
+    void Strike() {
+        if (MCObject* victim = std::exchange(m_pxVictim, nullptr))
+            victim->Expunge(true);
+    }
+
+    long m_lEvent = 0;
+    const MCObject* m_pxAt = nullptr;
+    MCObject* m_pxVictim = nullptr;
 };
 
 }  // namespace
@@ -188,5 +214,70 @@ TEST_F(ObjectExpungeTest, ReferencesBetweenQuietUnitsLeaveNothingToReadAhead) {
                              : way == marked
                                  ? ""
                                  : "PD@R PD@F SD@F PD@H SD@H PD@S SD@S PD@T SD@T PD@U SD@U PD@V SD@V");
+    }
+}
+
+// A rule or observer that expunges an object while that object's end, or a delivery on it, is under way:
+// an owner above a dying object waits until that end is done, and an object whose own delivery is running
+// keeps its memory until the delivery is over. Every object goes once.
+TEST_F(ObjectExpungeTest, AnObjectExpungedFromItsOwnEndOrDeliveryGoesOnceAfterIt) {
+    struct Row {
+        const char* name;
+        long event;          // heard by the striker as an observer of `at`; 0: its PreDestructon rule
+        const char* at;      // R, M under it, or L under M beside S
+        const char* victim;  // what the striker expunges
+        const char* act;     // "-X" expunges X; "set", "null" edit L's integer
+        const char* ends;    // the log, then the objects alive
+    };
+    const Row rows[] = {
+        {"rule of the leaf takes its owner", 0, "L", "M", "-L", "PD@L PD@M SD@L SD@M PD@S SD@S; R"},
+        {"observer of the leaf takes its owner", MCEvent::SubjectDestroyed, "L", "M", "-L",
+         "PD@L SD@L PD@M SD@M PD@S SD@S; R"},
+        {"rule of an ownee takes the root above", 0, "L", "R", "-M",
+         "PD@M SD@M PD@L PD@R SD@L PD@S SD@S SD@R; "},
+        {"observer takes the object it hears set", MCEvent::PropertySet, "L", "L", "set", "PD@L SD@L; MRS"},
+        {"observer of the owner takes it as the edit climbs", MCEvent::PropertySet, "M", "M", "set",
+         "PD@M SD@M PD@L SD@L PD@S SD@S; R"},
+        {"observer of the root takes the level just passed", MCEvent::PropertySet, "R", "M", "set",
+         "PD@M SD@M PD@L SD@L PD@S SD@S; R"},
+        {"observer of the root takes the object it hears nulled", MCEvent::PropertyNulled, "R", "L", "null",
+         "PD@L SD@L; MRS"},
+    };
+    AddRule(MCCodes::tAbstractObject, m_xWatch);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        std::map<std::string, MCObject*> objects;
+        objects["R"] = Named("R");
+        objects["M"] = Named("M", objects["R"]);
+        objects["L"] = Named("L", objects["M"]);
+        objects["S"] = Named("S", objects["M"]);
+        objects["R"]->SetFlag(MCItem::itemUndeletable, false);
+        MCSPropertyRawAccessorT<long> one(1);
+        objects["L"]->SetProperty(MCCodes::pInteger, one, MCPropertyAccessor::accessAdd);
+        std::map<std::string, long> ids;
+        for (auto& [name, object] : objects) {
+            object->AddSubscriber(&m_xWatch, MCEvent::subscriberObserver);
+            ids[name] = object->GetId();
+        }
+        Striker striker;
+        striker.m_lEvent = row.event;
+        striker.m_pxAt = objects[row.at];
+        striker.m_pxVictim = objects[row.victim];
+        AddRule(MCCodes::tAbstractObject, striker);
+        objects[row.at]->AddSubscriber(&striker, MCEvent::subscriberObserver);
+        RuleLog().clear();
+        MCSPropertyAccessorT<long> value(2);
+        if (row.act[0] == '-')
+            objects[row.act + 1]->Expunge(true);
+        else if (std::string(row.act) == "set")
+            objects["L"]->SetProperty(MCCodes::pInteger, value, MCPropertyAccessor::accessReplace);
+        else
+            objects["L"]->NullProperty(MCCodes::pInteger, value);
+        std::string alive;
+        for (auto& [name, id] : ids)
+            alive += MCObject::ResolveId(id) ? name : "";
+        EXPECT_EQ(TakeLog() + "; " + alive, row.ends);
+        if (MCObject* at = MCObject::ResolveId(ids[row.at]))
+            at->RemoveSubscriber(&striker, MCEvent::subscriberObserver);
     }
 }

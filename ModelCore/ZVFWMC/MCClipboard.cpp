@@ -10,6 +10,7 @@
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCClipboardPrivate.h"
 #include "ModelCore/ZVFWMC/MCCodes.h"
+#include "ModelCore/ZVFWMC/MCEndsPrivate.h"
 #include "ModelCore/ZVFWMC/MCEnvironment.h"
 #include "ModelCore/ZVFWMC/MCGenericObject.h"
 #include "ModelCore/ZVFWMC/MCMetaInfo.h"

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "ModelCore/ZVFWMC/MCClipboard.h"
+#include "ModelCore/ZVFWMC/MCEndsPrivate.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "ModelCore/ZVFWMC/MCPersistence.h"

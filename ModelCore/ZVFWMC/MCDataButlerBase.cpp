@@ -7,6 +7,7 @@
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCCodes.h"
 #include "ModelCore/ZVFWMC/MCDataButler.h"
+#include "ModelCore/ZVFWMC/MCEndsPrivate.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "foundation/ZVTDList.h"
 #include "foundation/ZVTHDict.h"

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "ModelCore/ZVFWMC/MCEndsPrivate.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 
 MCDepthFirstWalker::MCDepthFirstWalker(MCObject* start, ZVTFilter<MCObject*>* filter)

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ModelCore/ZVFWMC/MCCodes.h"
+#include "ModelCore/ZVFWMC/MCEndsPrivate.h"
 #include "ModelCore/ZVFWMC/MCEvent.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCNotification.h"

@@ -14,6 +14,7 @@
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCCodes.h"
+#include "ModelCore/ZVFWMC/MCEndsPrivate.h"
 #include "ModelCore/ZVFWMC/MCEvent.h"
 #include "ModelCore/ZVFWMC/MCEventPrivate.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
@@ -97,9 +98,6 @@ ExpungeState& Expunges() {
 
 // Plain data, so every destructor checks it with one load.
 __attribute__((tls_model("initial-exec"))) thread_local std::size_t t_nWaiting = 0;
-
-// See mc_detail::ObjectEnds.
-__attribute__((tls_model("initial-exec"))) thread_local std::uint64_t t_nObjectEnds = 0;
 
 // Objects that went silently (a tree expunge) on this thread. Such an end leaves the subscriptions its
 // references held in place, so while one has happened during a walk, the walk's reading ahead trusts no
@@ -343,10 +341,6 @@ MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
     }
 }
 
-std::uint64_t mc_detail::ObjectEnds() {
-    return t_nObjectEnds;
-}
-
 void mc_detail::ExpungeOrphan(MCObject& object) noexcept {
     try {
         object.Expunge(true);
@@ -355,7 +349,7 @@ void mc_detail::ExpungeOrphan(MCObject& object) noexcept {
 }
 
 void MCObject::Ended() {
-    ++t_nObjectEnds;
+    ++mc_detail::t_nObjectEnds;
     if (t_nWaiting != 0) {
         ExpungeState& state = Expunges();
         state.m_xAlive.erase(this);

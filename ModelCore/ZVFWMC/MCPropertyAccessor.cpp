@@ -1,6 +1,7 @@
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
 
 #include "ModelCore/ZVFWMC/EXBase.h"
+#include "ModelCore/ZVFWMC/MCEndsPrivate.h"
 #include "ModelCore/ZVFWMC/MCEvent.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 

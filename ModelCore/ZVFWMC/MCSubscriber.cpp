@@ -340,11 +340,16 @@ unsigned int MCSubject::RemoveReference() {
         return 0;
     }
     // An object ended while its list was walked: the last walk out frees it.
-    if (nUsers == c_nDeleteUnused) {
-        delete this;
+    if (__builtin_expect(nUsers == c_nDeleteUnused, 0)) {
+        DeleteUnused();
         return 0;
     }
     return nUsers & ~c_nDeleteUnused;
+}
+
+// Out of line, so that the delivery the guard's end is inlined into keeps its short path.
+__attribute__((noinline, cold)) void MCSubject::DeleteUnused() {
+    delete this;
 }
 
 void MCSubject::CleanUpList() {

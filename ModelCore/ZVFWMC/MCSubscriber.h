@@ -148,6 +148,8 @@ private:
 
     unsigned int AddReference();
     unsigned int RemoveReference();
+    // The end of an object whose end came while its list was walked.
+    void DeleteUnused();
     void CleanUpList();
     static void Deliver(std::size_t nBase);
 

@@ -643,7 +643,7 @@ MCPasteStream::MCPasteStream(MCObject& target, void* buffer, int size, ZVTOrdere
                              MCClipIdConverter* converter)
     : m_pxTarget(&target),
       m_lTargetId(target.GetId()),
-      m_nBindingEnds(mc_detail::ObjectEnds()),
+      m_nBindingEnds(mc_detail::t_nObjectEnds),
       m_nTargetEnds(m_nBindingEnds),
       m_xBuffer(static_cast<const char*>(buffer), buffer && size > 0 ? static_cast<std::size_t>(size) : 0),
       m_pxStream(std::make_unique<MCStream>(m_xBuffer, ZVTStream::binary)),
@@ -754,14 +754,14 @@ void MCPasteStream::ReadEntries(ZVTSList<MCObject*>& targets) {
         binding.m_bPass = false;
     // A host's rule may expunge a target of a later pass: the ids tell without touching it, once any
     // object has ended at all.
-    const std::uint64_t ends = mc_detail::ObjectEnds();
+    const std::uint64_t ends = mc_detail::t_nObjectEnds;
     std::vector<long> targetIds;
     targetIds.reserve(targets.Entries());
     for (std::size_t t = 0; t < targets.Entries(); ++t)
         targetIds.push_back(targets.At(t) ? targets.At(t)->GetId() : 0);
     for (std::size_t t = 0; t < targets.Entries() && !m_bFailed; ++t) {
         MCObject* perTarget = targets.At(t);
-        if (perTarget && mc_detail::ObjectEnds() != ends && MCObject::ResolveId(targetIds[t]) != perTarget) {
+        if (perTarget && mc_detail::t_nObjectEnds != ends && MCObject::ResolveId(targetIds[t]) != perTarget) {
             m_bFailed = true;
             break;
         }
@@ -922,7 +922,7 @@ void MCPasteStream::Bind(long id, MCObject* object) {
 }
 
 void MCPasteStream::DropGoneBindingsSlow() {
-    m_nBindingEnds = mc_detail::ObjectEnds();
+    m_nBindingEnds = mc_detail::t_nObjectEnds;
     std::size_t kept = 0;
     for (const Binding& binding : m_xBindings) {
         if (MCObject::ResolveId(binding.m_lObjectId) != binding.m_pxObject) {
@@ -936,12 +936,12 @@ void MCPasteStream::DropGoneBindingsSlow() {
 }
 
 ZVTBoolean MCPasteStream::TargetsAlive(MCObject* targetObject) {
-    if (mc_detail::ObjectEnds() == m_nTargetEnds)
+    if (mc_detail::t_nObjectEnds == m_nTargetEnds)
         return true;
     if (MCObject::ResolveId(m_lTargetId) != m_pxTarget ||
         (targetObject && MCObject::ResolveId(m_lPassTargetId) != targetObject))
         return false;
-    m_nTargetEnds = mc_detail::ObjectEnds();
+    m_nTargetEnds = mc_detail::t_nObjectEnds;
     return true;
 }
 
@@ -971,15 +971,15 @@ void MCPasteStream::DropScratch(MCObject* scratch) {
         return;
     // A silent end runs no host code, so what was known alive before it still is: the checks of the
     // bindings and the targets need not wake for it (a merge or a discard drops a scratch every record).
-    const std::uint64_t ends = mc_detail::ObjectEnds();
+    const std::uint64_t ends = mc_detail::t_nObjectEnds;
     // Its references hold stored ids at most, never subscriptions; nobody heard of it.
     scratch->SetFlag(MCItem::itemUndeletable, false);
     scratch->SetFlag(MCItem::itemTreeExpunge, true);
     scratch->Expunge(true);
     if (m_nBindingEnds == ends)
-        m_nBindingEnds = mc_detail::ObjectEnds();
+        m_nBindingEnds = mc_detail::t_nObjectEnds;
     if (m_nTargetEnds == ends)
-        m_nTargetEnds = mc_detail::ObjectEnds();
+        m_nTargetEnds = mc_detail::t_nObjectEnds;
 }
 
 void MCPasteStream::DiscardRecord(ZVTBoolean headRead, long id, ZVTBoolean mayOwn) {
@@ -1195,14 +1195,14 @@ void MCPasteStream::Finish() {
         if (MCObject::ResolveId(created.m_lId) != object)
             continue;
         // A property's rule may expunge its object, saying so or not: the walk of its properties ends there.
-        const std::uint64_t ends = mc_detail::ObjectEnds();
+        const std::uint64_t ends = mc_detail::t_nObjectEnds;
         MCPropertyListIter properties(object, nullptr, nullptr);
         while (++properties) {
             MCProperty* property = properties.GetValue();
             const MCPropertySemantic::result answer = MCPropertySemanticRegistry::FireSemantics(
                 MCPropertySemantic::PostPaste, property->GetType(), object, property, &propertyContext);
             if (answer == MCPropertySemantic::resultObjectDestroyed ||
-                (mc_detail::ObjectEnds() != ends && MCObject::ResolveId(created.m_lId) != object))
+                (mc_detail::t_nObjectEnds != ends && MCObject::ResolveId(created.m_lId) != object))
                 break;
         }
     }

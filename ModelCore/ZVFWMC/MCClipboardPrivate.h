@@ -282,7 +282,7 @@ private:
     // Unbinds the buffer ids whose objects host code expunged, before the id space is read again; one
     // load while no object has ended since the last look.
     void DropGoneBindings() {
-        if (mc_detail::ObjectEnds() != m_nBindingEnds)
+        if (mc_detail::t_nObjectEnds != m_nBindingEnds)
             DropGoneBindingsSlow();
     }
     void DropGoneBindingsSlow();

@@ -27,12 +27,12 @@ constexpr size_t c_nTableBuckets = 64;
 struct Held {
     Held() = default;
     explicit Held(MCObject* object)
-        : m_pxObject(object), m_lId(object ? object->GetId() : 0), m_nEnds(mc_detail::ObjectEnds()) {}
+        : m_pxObject(object), m_lId(object ? object->GetId() : 0), m_nEnds(mc_detail::t_nObjectEnds) {}
     MCObject* Get() {
-        if (m_pxObject && m_nEnds != mc_detail::ObjectEnds()) {
+        if (m_pxObject && m_nEnds != mc_detail::t_nObjectEnds) {
             if (MCObject::ResolveId(m_lId) != m_pxObject)
                 *this = Held();
-            m_nEnds = mc_detail::ObjectEnds();
+            m_nEnds = mc_detail::t_nObjectEnds;
         }
         return m_pxObject;
     }
@@ -399,10 +399,10 @@ ZVTBoolean MCDataButlerBase::GetObjectA(const ZVTString& name, MCObject*& value)
     if (!variable)
         return false;
     // Between macro calls a rule may have destroyed the object; looked up only once any object has ended.
-    if (variable->m_pxValue && variable->m_nEnds != mc_detail::ObjectEnds()) {
+    if (variable->m_pxValue && variable->m_nEnds != mc_detail::t_nObjectEnds) {
         if (MCObject::ResolveId(variable->m_lId) != variable->m_pxValue)
             variable->m_pxValue = nullptr;
-        variable->m_nEnds = mc_detail::ObjectEnds();
+        variable->m_nEnds = mc_detail::t_nObjectEnds;
     }
     value = variable->m_pxValue;
     return true;
@@ -415,6 +415,6 @@ ZVTBoolean MCDataButlerBase::SetObject(const ZVTString& name, MCObject* value) {
         return false;
     variable->m_pxValue = value;
     variable->m_lId = value ? value->GetId() : 0;
-    variable->m_nEnds = mc_detail::ObjectEnds();
+    variable->m_nEnds = mc_detail::t_nObjectEnds;
     return true;
 }

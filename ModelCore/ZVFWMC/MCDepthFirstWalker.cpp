@@ -44,10 +44,10 @@ void MCDepthFirstWalker::Push(MCObject* object) {
         // An object the filter expunged stays out whatever it answered; its id tells, looked up only once
         // any object has ended.
         const long id = object->GetId();
-        const std::uint64_t endsBefore = mc_detail::ObjectEnds();
+        const std::uint64_t endsBefore = mc_detail::t_nObjectEnds;
         if (!m_pxFilter->Test(candidate))
             return;
-        if (mc_detail::ObjectEnds() != endsBefore && MCObject::ResolveId(id) != object)
+        if (mc_detail::t_nObjectEnds != endsBefore && MCObject::ResolveId(id) != object)
             return;
     }
     m_xStack.Push(object);

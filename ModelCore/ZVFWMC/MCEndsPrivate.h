@@ -3,18 +3,18 @@
 
 // The count of objects ended on this thread. A walk that runs host code between its steps reads it before
 // and after: while it has not moved, no object the walk holds can have gone, and nothing needs looking up.
-// Inline, so that the check is one load wherever it stands.
+// Read directly, so that the check is one load wherever it stands in the library.
 
 #include <cstdint>
 
 namespace mc_detail {
 
+/// How many objects have ended on this thread so far (what ObjectEnds answers, which headers use).
 inline __attribute__((tls_model("initial-exec"))) thread_local std::uint64_t t_nObjectEnds = 0;
 
-/// How many objects have ended on this thread so far.
-inline std::uint64_t ObjectEnds() {
-    return t_nObjectEnds;
-}
+/// How many properties have been nulled or deleted on this thread so far, apart from those that ended
+/// with their object: a rule firing asks whether its rules took its property away only when this moved.
+inline __attribute__((tls_model("initial-exec"))) thread_local std::uint64_t t_nPropertyEnds = 0;
 
 }  // namespace mc_detail
 

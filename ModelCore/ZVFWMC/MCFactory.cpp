@@ -159,9 +159,9 @@ MCItem* MCFactoryRegistry::CreateItem_(short code, MCObject* owner, MCFactoryCon
     // A rule or hook may expunge the object: its id tells afterwards without touching freed memory, and
     // is looked up only once any object has ended.
     const long id = object->GetId();
-    const std::uint64_t endsBefore = mc_detail::ObjectEnds();
+    const std::uint64_t endsBefore = mc_detail::t_nObjectEnds;
     const auto gone = [object, id, endsBefore] {
-        return mc_detail::ObjectEnds() != endsBefore && MCObject::ResolveId(id) != object;
+        return mc_detail::t_nObjectEnds != endsBefore && MCObject::ResolveId(id) != object;
     };
     try {
         object->InvokeCreationSemantics(context);

@@ -239,9 +239,9 @@ ZVTBoolean MCNameSpace::Insert(MCObject* object, char separator, long maxLength,
     // The rename and the info's creation run host rules, which may expunge the object: its id tells
     // afterwards, looked up only once any object has ended.
     const long id = object->GetId();
-    const std::uint64_t endsBefore = mc_detail::ObjectEnds();
+    const std::uint64_t endsBefore = mc_detail::t_nObjectEnds;
     const auto gone = [object, id, endsBefore] {
-        return mc_detail::ObjectEnds() != endsBefore && MCObject::ResolveId(id) != object;
+        return mc_detail::t_nObjectEnds != endsBefore && MCObject::ResolveId(id) != object;
     };
     long count = 1;
     ZVTBoolean result = true;

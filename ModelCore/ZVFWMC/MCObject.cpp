@@ -341,6 +341,10 @@ MCObject::MCObject(short type, MCObject* owner, MCFactoryContext* context)
     }
 }
 
+std::uint64_t mc_detail::ObjectEnds() {
+    return t_nObjectEnds;
+}
+
 void mc_detail::ExpungeOrphan(MCObject& object) noexcept {
     try {
         object.Expunge(true);
@@ -616,6 +620,7 @@ ZVTBoolean MCObject::NullProperty(MCProperty* property, MCPropertyAccessor* acce
 void MCObject::NullProperty_(MCProperty* property) {
     if (!property)
         return;
+    ++mc_detail::t_nPropertyEnds;
     property->UnsubscribeTargets_(*this, MCEvent::subscriberReferenceHolder);
     if (IsContainedAddress(property)) {
         property->SetFlagRaw(itemNulled, true);

@@ -341,6 +341,9 @@ inline void PrefetchObject(const MCObject* object) {
     (void)object;
 #endif
 }
+/// How many objects have ended on this thread so far: a change that runs host code asks whether an object
+/// it holds may have gone only when this moved.
+MODELCORE_API std::uint64_t ObjectEnds();
 /// Expunges an object without an owner that an exception is about to leave where nothing the caller gets
 /// leads to it; an exception of the expunge itself gives way to the one already on its way.
 void ExpungeOrphan(MCObject& object) noexcept;

@@ -1,5 +1,8 @@
 #include "ModelCore/ZVFWMC/MCObjectSem.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
@@ -10,6 +13,19 @@
 namespace {
 
 const ZVTString c_xSourceFile("ModelCore/ZVFWMC/MCObjectSem");
+
+// The list walks under way on this thread. A walk goes by index over the live list, so a rule that leaves
+// during one only empties its slot, and the slots close when the outermost walk is done: every rule that
+// was there when a walk began and is still registered fires.
+__attribute__((tls_model("initial-exec"))) thread_local unsigned t_nWalks = 0;
+// Whether a rule left during the walks under way, so that Holed has handlers to see to.
+__attribute__((tls_model("initial-exec"))) thread_local bool t_bHoles = false;
+
+// The handlers with slots to close.
+std::vector<MCObjectSemHandler*>& Holed() {
+    static thread_local std::vector<MCObjectSemHandler*> holed;
+    return holed;
+}
 
 }  // namespace
 
@@ -51,15 +67,44 @@ MCObjectSemHandler::~MCObjectSemHandler() {
     // Ancestor and descendants are left alone: handlers go all together, with the registry.
     for (size_t i = 0; i < m_xExternalSemantics.Entries(); ++i)
         delete m_xExternalSemantics.At(i);
+    if (t_bHoles) {
+        std::vector<MCObjectSemHandler*>& holed = Holed();
+        holed.erase(std::remove(holed.begin(), holed.end(), this), holed.end());
+    }
+}
+
+void MCObjectSemHandler::CloseHoles() {
+    for (auto* list : {&m_xSemantics, &m_xExternalSemantics}) {
+        while (list->Remove(nullptr)) {
+        }
+    }
 }
 
 MCObjectSem::result MCObjectSemHandler::FireList(ZVTSList<MCObjectSem*>& list, MCObjectSem::mode nMode,
                                                  MCObject* object, MCObjectSem*& rpFailed,
                                                  MCObjectSemContext* context, ZVTBoolean bDerivedFirst,
                                                  size_t nFirst) {
-    // By index over the live list: a rule may register another one on the list that is running.
+    // By index over the live list: a rule may register another one on the list that is running, and one
+    // that leaves meanwhile leaves an empty slot until the outermost walk is done.
+    struct Walk {
+        Walk() { ++t_nWalks; }
+        ~Walk() {
+            if (--t_nWalks == 0 && t_bHoles) {
+                t_bHoles = false;
+                std::vector<MCObjectSemHandler*> holed;
+                holed.swap(Holed());
+                for (MCObjectSemHandler* handler : holed)
+                    handler->CloseHoles();
+                mc_detail::RegistriesChanged();
+            }
+        }
+        Walk(const Walk&) = delete;
+        Walk& operator=(const Walk&) = delete;
+    } walk;
     for (size_t i = nFirst; i < list.Entries(); ++i) {
         MCObjectSem* semantic = list.At(i);
+        if (!semantic)
+            continue;
         const MCObjectSem::result result = semantic->Fire(nMode, object, context);
         if (result == MCObjectSem::resultFailed) {
             rpFailed = semantic;
@@ -138,11 +183,27 @@ void MCObjectSemHandler::RegisterExternalSemantic(const MCObjectSem* semantic) {
 
 void MCObjectSemHandler::Deregister(const MCObjectSem* semantic) {
     auto* rule = const_cast<MCObjectSem*>(semantic);
+    if (!rule)
+        return;
     bool removed = false;
-    while (m_xSemantics.Remove(rule))
-        removed = true;
-    while (m_xExternalSemantics.Remove(rule))
-        removed = true;
+    for (auto* list : {&m_xSemantics, &m_xExternalSemantics}) {
+        if (t_nWalks == 0) {
+            while (list->Remove(rule))
+                removed = true;
+            continue;
+        }
+        // A walk may be on this list: the slot stays, empty, and closes after the walk.
+        for (size_t i = 0; i < list->Entries(); ++i) {
+            if (list->At(i) == rule) {
+                list->At(i) = nullptr;
+                removed = true;
+            }
+        }
+    }
+    if (removed && t_nWalks != 0 && std::find(Holed().begin(), Holed().end(), this) == Holed().end()) {
+        Holed().push_back(this);
+        t_bHoles = true;
+    }
     if (removed)
         mc_detail::RegistriesChanged();
 }

@@ -106,7 +106,9 @@ public:
     void Register(const MCObjectSem* semantic);
     /// Appends an external rule, which the handler then owns; null or one already there is ignored.
     void RegisterExternalSemantic(const MCObjectSem* semantic);
-    /// Takes the rule out of both lists; masks stay as they are.
+    /// Takes the rule out of both lists; masks stay as they are. While a walk of this thread fires rules,
+    /// the rule's slots are emptied instead and close once the outermost walk is done, so the walk still
+    /// fires every other rule it would have.
     void Deregister(const MCObjectSem* semantic);
     /// Whether the rule stands in either list.
     ZVTBoolean IsRegistered(const MCObjectSem* semantic) const;
@@ -136,6 +138,8 @@ private:
     // The level of the chain from here up that holds the chain's only rule, in its internal list; null
     // when the chain holds none, more than one, or only an external one.
     MCObjectSemHandler* LoneLevel();
+    // Takes out the slots that rules which left during a walk emptied.
+    void CloseHoles();
     // 1 or 2 when that ends the walk; 0 to go on.
     MCObjectSem::result FireList(ZVTSList<MCObjectSem*>& list, MCObjectSem::mode nMode, MCObject* object,
                                  MCObjectSem*& rpFailed, MCObjectSemContext* context,

@@ -358,9 +358,9 @@ MCPersController::result MCPersController::RestoreFrom(MCStream& stream, MCObjec
     // freed memory, once any object has ended at all.
     const std::vector<std::pair<MCObject*, long>> made = CreatedWithIds();
     const long rootId = root ? root->GetId() : 0;
-    const std::uint64_t endsBefore = mc_detail::ObjectEnds();
+    const std::uint64_t endsBefore = mc_detail::t_nObjectEnds;
     const auto alive = [endsBefore](const std::pair<MCObject*, long>& entry) {
-        return mc_detail::ObjectEnds() == endsBefore || MCObject::ResolveId(entry.second) == entry.first;
+        return mc_detail::t_nObjectEnds == endsBefore || MCObject::ResolveId(entry.second) == entry.first;
     };
     bool anyGone = false;
     for (const auto& entry : made) {

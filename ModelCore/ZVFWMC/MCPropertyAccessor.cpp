@@ -52,9 +52,11 @@ ZVTBoolean MCPropertyAccessor::CalculateBeforeRead(MCProperty* property, MCObjec
         return true;
     if (!object)
         return false;
-    MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::CalculateValue, property->GetType(), object,
-                                              property, nullptr);
-    return true;
+    // The firing answers resultObjectDestroyed for an object its rules ended and resultRefused for a
+    // property they took away: either way there is nothing to read.
+    return MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::CalculateValue, property->GetType(),
+                                                     object, property,
+                                                     nullptr) == MCPropertySemantic::resultContinue;
 }
 
 ZVTBoolean MCPropertyAccessor::NullPropertyValue(MCProperty* property, MCObject* object) {
@@ -64,19 +66,24 @@ ZVTBoolean MCPropertyAccessor::NullPropertyValue(MCProperty* property, MCObject*
     MCPropertySemanticContext context(active);
     if (m_bActive) {
         const short type = property->GetType();
-        if (MCPropertySemanticRegistry::FireSemantics(MCPropertySemantic::PreDestructon, type, object,
-                                                      property,
-                                                      &context) == MCPropertySemantic::resultRefused)
+        const MCPropertySemantic::result before = MCPropertySemanticRegistry::FireSemantics(
+            MCPropertySemantic::PreDestructon, type, object, property, &context);
+        // Only an answer to go on lets the property go; a rule that ended the object took it along, and
+        // the firing then answers resultObjectDestroyed.
+        if (before != MCPropertySemantic::resultContinue) {
+            if (before == MCPropertySemantic::resultObjectDestroyed)
+                m_bObjectDestroyed = true;
             return false;
+        }
         constexpr unsigned int mask = MCEvent::subscriberOwner | MCEvent::subscriberObserver;
         if (object && object->IsHeard(MCEvent::PropertyNulled, mask)) {
             // Subscribers see the property with its value still in place.
             const long id = object->GetId();
-            const std::uint64_t endsBefore = mc_detail::ObjectEnds();
+            const std::uint64_t endsBefore = mc_detail::t_nObjectEnds;
             object->NotifySubscribers(MCEvent::Instantiate(MCEvent::PropertyNulled, object, mask, property));
             // One of them may have expunged the object, or nulled and deleted the property already; one
             // nulled before still has to go.
-            if (mc_detail::ObjectEnds() != endsBefore && MCObject::ResolveId(id) != object)
+            if (mc_detail::t_nObjectEnds != endsBefore && MCObject::ResolveId(id) != object)
                 return true;
             if (object->MCObject::FindProperty(type, true) != property)
                 return true;

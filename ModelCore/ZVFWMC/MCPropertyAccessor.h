@@ -44,20 +44,28 @@ public:
     void SetFlags(unsigned short flags) { m_uFlags = flags; }
     /// The item flags that travel with the accessor: after a read, the property's.
     long GetFlags() const { return m_uFlags; }
-    /// True once a rule reported that the object of a change was destroyed.
+    /// True once a rule reported, or the accessor found, that the object of a change was destroyed.
     ZVTBoolean GetObjectDestroyed() const { return m_bObjectDestroyed; }
     /// Whether the accessor fires rules and events.
     ZVTBoolean IsActive() const { return m_bActive; }
 
     /// Copies the value and flags of `property` into the accessor; false, and nothing copied, for a
-    /// property of another value class. A calculated property is calculated first (not without `object`).
+    /// property of another value class. A calculated property is calculated first (not without `object`);
+    /// false too when a calculating rule answers anything but resultContinue, ends the object or takes
+    /// the property away.
     virtual ZVTBoolean GetPropertyValue(MCProperty* property, MCObject* object) = 0;
     /// Writes the accessor's value into `property` of `object` with `flags`; false for a property of
-    /// another value class or when a rule refused.
+    /// another value class or when a pre-edit rule did not answer resultContinue. A pre-edit rule that
+    /// answers resultObjectDestroyed, or ends the object whatever it answers, leaves the value unwritten
+    /// and GetObjectDestroyed true; one that nulls or deletes the property ends the edit with false, its
+    /// nulling standing. A reference target that a pre-edit rule ends is written as null (left out of a
+    /// list), and a hint object that a post-edit rule ends reaches the subscribers as null. A post-edit
+    /// rule that nulls or deletes the property makes the answer false and keeps the event from being sent.
     virtual ZVTBoolean SetPropertyValue(MCProperty* property, MCObject* object, long flags) = 0;
     /// Takes `property` off `object` (a free one is deleted, an embedded one nulled) after the rules
-    /// agreed and the subscribers heard PropertyNulled; false when a rule refused, true when one of them
-    /// nulled it already or expunged the object. EXNullOwner without an object.
+    /// agreed and the subscribers heard PropertyNulled; false when a rule did not answer resultContinue
+    /// or ended the object (then GetObjectDestroyed is true), true when one of them nulled it already.
+    /// EXNullOwner without an object.
     ZVTBoolean NullPropertyValue(MCProperty* property, MCObject* object);
     /// Makes the property of `type` on `object` and replaces its value with the accessor's; nothing when
     /// the property exists with a value (message 601). EXNullOwner without an object.
@@ -80,13 +88,15 @@ protected:
     void SetPropertyFlags(MCProperty* property) { SetItemFlagsRaw(property, m_uFlags); }
     static void SetItemFlagsRaw(MCProperty* property, unsigned short flags) { property->SetFlagsRaw(flags); }
     /// Lets the rules calculate the value of a calculated property before it is read; false when it is
-    /// calculated and there is no object to calculate it on.
+    /// calculated and there is no object to calculate it on, or a rule refused, ended the object or took
+    /// the property away.
     static ZVTBoolean CalculateBeforeRead(MCProperty* property, MCObject* object);
 
     /// The steps of a change common to every value class: rules before, `apply` (which writes the value,
     /// may name the event's hint object through its argument and answers the hint code), flags, rules
-    /// after, the event. Without `WithRules` the rules are not looked for: only for a change that the
-    /// caller knows no rule can take part in.
+    /// after, the event. The change ends after the rules before when they did not answer resultContinue,
+    /// ended the object or took the property away. Without `WithRules` the rules are not looked for: only for
+    /// a change that the caller knows no rule can take part in.
     template <bool WithRules = true, class Apply>
     ZVTBoolean RunChange(MCProperty* property, MCObject* object, long flags, Apply apply);
 
@@ -241,9 +251,17 @@ ZVTBoolean MCPropertyAccessor::RunChange(MCProperty* property, MCObject* object,
     MCActiveAccessor active(this, flags);
     MCPropertySemanticContext context(active);
 
-    if (WithRules && changing &&
-        FirePreSemantics(type, object, property, &context, inherited) == MCPropertySemantic::resultRefused)
-        return false;
+    // The firing answers resultObjectDestroyed for an object its rules ended and resultRefused for a
+    // property they took away, whatever they answered: either way there is nothing left to write to.
+    if (WithRules && changing) {
+        const MCPropertySemantic::result before =
+            FirePreSemantics(type, object, property, &context, inherited);
+        if (before != MCPropertySemantic::resultContinue) {
+            if (before == MCPropertySemantic::resultObjectDestroyed)
+                m_bObjectDestroyed = true;
+            return false;
+        }
+    }
     long hintCode = 0;
     MCObject* hintObject = nullptr;
     if (!inherited) {
@@ -258,16 +276,24 @@ ZVTBoolean MCPropertyAccessor::RunChange(MCProperty* property, MCObject* object,
         SetPropertyFlags(property);
     }
     if (changing) {
+        // A hint object is looked up only once an object ended; an unresolved list's is an id, not an object.
+        const long hintId = WithRules && hintObject && !(m_uFlags & MCItem::itemNL) ? hintObject->GetId() : 0;
+        const std::uint64_t objectEnds = hintId != 0 ? mc_detail::ObjectEnds() : 0;
         const MCPropertySemantic::result after =
             WithRules ? FirePostSemantics(type, object, property, &context, inherited)
                       : MCPropertySemantic::resultContinue;
         if (after == MCPropertySemantic::resultRefused)
             return false;
         if (!inherited) {
-            if (after == MCPropertySemantic::resultObjectDestroyed)
+            if (after == MCPropertySemantic::resultObjectDestroyed) {
                 m_bObjectDestroyed = true;
-            else
+            } else {
+                // A hint object a rule ended is not handed to the subscribers.
+                if (hintId != 0 && mc_detail::ObjectEnds() != objectEnds &&
+                    MCObject::ResolveId(hintId) != hintObject)
+                    hintObject = nullptr;
                 Notify(object, property, hintCode, hintObject, &context);
+            }
         }
     }
     return true;

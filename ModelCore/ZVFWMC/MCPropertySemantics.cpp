@@ -1,10 +1,12 @@
 #include "ModelCore/ZVFWMC/MCPropertySemantics.h"
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCCodes.h"
+#include "ModelCore/ZVFWMC/MCEndsPrivate.h"
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
 #include "ModelCore/ZVFWMC/MCNotification.h"
@@ -129,6 +131,20 @@ public:
         if (m_nFiring == 0)
             Purge();
     }
+    // Takes out the slots that rules which left during the firings emptied.
+    void CloseHoles() {
+        m_bHoles = false;
+        ZVTHDictIter<short, MCPropertySemanticHandler*> each(m_xHandlers);
+        while (++each) {
+            for (auto* lists : {&each.Value()->m_xSemantics, &each.Value()->m_xExternalSemantics}) {
+                ZVTHDictIter<short, MCPropertySemanticList*> list(*lists);
+                while (++list) {
+                    while (list.Value()->Remove(nullptr)) {
+                    }
+                }
+            }
+        }
+    }
     void Purge() {
         m_xRetiredChains.clear();
         m_xRetiredLists.clear();
@@ -141,6 +157,8 @@ public:
     // asks for the same few types.
     ZVTRecentT<MCPropertySemanticHandler> m_xRecent;
     long m_nFiring = 0;
+    // Whether a rule left a list during the firings under way: see Deregister.
+    bool m_bHoles = false;
     std::vector<std::unique_ptr<MCPropertySemanticChain>> m_xRetiredChains;
     std::vector<std::unique_ptr<MCPropertySemanticList>> m_xRetiredLists;
     std::vector<std::unique_ptr<MCPropertySemanticHandler>> m_xRetiredHandlers;
@@ -148,13 +166,20 @@ public:
 
 namespace {
 
+// Set by a firing just before it fires an heir: the property it hands on is its own object's, not the
+// heir's, so the heir's firing leaves looking it up to it.
+__attribute__((tls_model("initial-exec"))) thread_local bool t_bForHeir = false;
+
 // Counts a running firing; the last one out frees what re-entrant registrations dropped meanwhile.
 class FiringScope {
 public:
     explicit FiringScope(MCPropertySemanticRegistryImpl& impl) : m_xImpl(impl) { ++m_xImpl.m_nFiring; }
     ~FiringScope() {
-        if (--m_xImpl.m_nFiring == 0)
+        if (--m_xImpl.m_nFiring == 0) {
+            if (m_xImpl.m_bHoles)
+                m_xImpl.CloseHoles();
             m_xImpl.Purge();
+        }
     }
     FiringScope(const FiringScope&) = delete;
     FiringScope& operator=(const FiringScope&) = delete;
@@ -465,8 +490,22 @@ bool AnyList(ZVTHDict<short, MCPropertySemanticHandler*>& handlers, Visit visit)
 
 void MCPropertySemanticRegistry::Deregister(const MCPropertySemantic* pSemantic) {
     auto* semantic = const_cast<MCPropertySemantic*>(pSemantic);
-    AnyList(m_pxHandlers->m_xHandlers, [semantic](MCPropertySemanticList& list) {
-        while (list.Remove(semantic)) {
+    if (!semantic)
+        return;
+    MCPropertySemanticRegistryImpl& impl = *m_pxHandlers;
+    AnyList(impl.m_xHandlers, [semantic, &impl](MCPropertySemanticList& list) {
+        if (impl.m_nFiring == 0) {
+            while (list.Remove(semantic)) {
+            }
+            return false;
+        }
+        // A firing walks its lists by index: the slot stays, empty, until the last firing is done, so
+        // every other rule that was there still fires.
+        for (size_t i = 0; i < list.Length(); ++i) {
+            if (list[i] == semantic) {
+                list[i] = nullptr;
+                impl.m_bHoles = true;
+            }
         }
         return false;
     });
@@ -492,11 +531,25 @@ MCPropertySemantic::result MCPropertySemanticRegistry::FireSemantics(MCPropertyS
                                                                      short nPropertyType, MCObject* pObject,
                                                                      MCProperty* pProperty,
                                                                      MCPropertySemanticContext* pContext) {
+    const bool forHeir = std::exchange(t_bForHeir, false);
     MCPropertySemanticRegistry* registry = GetInstance();
     MCPropertySemanticHandler* handler = pObject ? registry->FindHandler(pObject->GetType()) : nullptr;
     if (!handler)
         return MCPropertySemantic::resultContinue;
     MCPropertySemanticRegistryImpl& impl = *registry->m_pxHandlers;
+    // A rule may end the object or take away (or null) the property the firing is about: then the rules
+    // and heirs still to come would meet what is gone, so the firing ends there, as destroyed or as
+    // refused. What is needed is taken once a rule or heir is there to fire, and looked up only once the
+    // thread's counters of such ends moved.
+    long objectId = 0;
+    std::uint64_t ends = 0, propertyEnds = 0;
+    bool wasNulled = false;
+    auto gone = [&] { return mc_detail::t_nObjectEnds != ends && MCObject::ResolveId(objectId) != pObject; };
+    auto taken = [&] {
+        return pProperty && !forHeir && mc_detail::t_nPropertyEnds != propertyEnds &&
+               (pObject->MCObject::FindProperty(nPropertyType, true) != pProperty ||
+                (!wasNulled && pProperty->GetFlag(MCItem::itemNulled)));
+    };
     // The object's heirs hear the edit in the inherited mode, shifted once: the heirs of heirs hear the same.
     auto fireHeirs = [&](const MCHeirSet& heirs) {
         const auto inherited =
@@ -506,8 +559,17 @@ MCPropertySemantic::result MCPropertySemanticRegistry::FireSemantics(MCPropertyS
             MCObject* heir = each.GetValue();
             if (!heir)
                 continue;
+            const long heirId = heir->GetId();
+            t_bForHeir = true;
             const MCPropertySemantic::result inHeir =
                 FireSemantics(inherited, nPropertyType, heir, pProperty, pContext);
+            if (gone())
+                return MCPropertySemantic::resultObjectDestroyed;
+            if (taken())
+                return MCPropertySemantic::resultRefused;
+            // An heir that ended ends only its own part: the object and its other heirs are still there.
+            if (inHeir == MCPropertySemantic::resultObjectDestroyed && MCObject::ResolveId(heirId) != heir)
+                continue;
             if (inHeir != MCPropertySemantic::resultContinue)
                 return inHeir;
         }
@@ -524,12 +586,20 @@ MCPropertySemantic::result MCPropertySemanticRegistry::FireSemantics(MCPropertyS
             if (!heirs)
                 return MCPropertySemantic::resultContinue;
         }
+        objectId = pObject->GetId();
+        ends = mc_detail::t_nObjectEnds;
+        propertyEnds = mc_detail::t_nPropertyEnds;
+        wasNulled = pProperty && !forHeir && pProperty->GetFlag(MCItem::itemNulled);
         FiringScope firing(impl);
         if (ruled) {
             const MCPropertySemantic::result result =
                 FireHandler(impl, *handler, nMode, nPropertyType, pObject, pProperty, pContext);
             if (result != MCPropertySemantic::resultContinue)
                 return result;
+            if (gone())
+                return MCPropertySemantic::resultObjectDestroyed;
+            if (taken())
+                return MCPropertySemantic::resultRefused;
             pObject->GetHeirs(heirs);
         }
         if (heirs)

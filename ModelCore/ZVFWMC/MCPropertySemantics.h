@@ -116,7 +116,9 @@ public:
     void Deregister(short nObjectType);
     /// Removes the rules of one property type of one object type, on both sides.
     void Deregister(short nObjectType, short nPropertyType);
-    /// Removes every occurrence of `pSemantic` from every handler.
+    /// Removes every occurrence of `pSemantic` from every handler. While a firing runs, the occurrences
+    /// are emptied instead and leave once the last firing is done, so the firings still fire every other
+    /// rule they would have.
     void Deregister(const MCPropertySemantic* pSemantic);
     /// Whether the type has a handler, with or without rules.
     ZVTBoolean IsRegistered(short nObjectType) const;
@@ -127,7 +129,10 @@ public:
 
     /// Fires the rules of `nPropertyType` on `pObject`'s type chain, root type first, external before
     /// internal on each level, then on each heir in the inherited mode. The first non-zero result ends
-    /// the firing and is returned; an EXBase thrown by a rule becomes resultRefused.
+    /// the firing and is returned; an EXBase thrown by a rule becomes resultRefused. A rule that ends the
+    /// object, whatever it answers, ends the firing before the heirs (or the next heir) with
+    /// resultObjectDestroyed; an heir that ends only skips the rest of its own part. A rule that takes
+    /// away or nulls `pProperty` ends the firing there with resultRefused.
     static MCPropertySemantic::result FireSemantics(MCPropertySemantic::mode nMode, short nPropertyType,
                                                     MCObject* pObject, MCProperty* pProperty,
                                                     MCPropertySemanticContext* pContext);

@@ -11,6 +11,7 @@
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCCodes.h"
+#include "ModelCore/ZVFWMC/MCEndsPrivate.h"
 #include "ModelCore/ZVFWMC/MCEvent.h"
 #include "ModelCore/ZVFWMC/MCIdSpace.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
@@ -509,6 +510,83 @@ void DropGoing(ZVTSList<MCObject*>& values) {
     }
 }
 
+// The targets a reference edit is about to write, with their ids, taken before the pre-edit rules run: a
+// rule that ends one leaves a pointer nothing may read, and only the id then tells that it went. Looked
+// up only once an object ended on this thread; a handful of targets is kept without allocating.
+class IncomingTargets {
+public:
+    // Nothing is taken unless `take`.
+    IncomingTargets(MCObject* target, bool take) {
+        if (take && target) {
+            m_nEnds = mc_detail::t_nObjectEnds;
+            Keep(target);
+        }
+    }
+    IncomingTargets(const ZVTSList<MCObject*>& targets, bool take) {
+        if (!take || targets.IsEmpty())
+            return;
+        m_nEnds = mc_detail::t_nObjectEnds;
+        if (targets.Entries() > c_nInline)
+            m_xMore.reserve(targets.Entries() - c_nInline);
+        for (size_t i = 0; i < targets.Entries(); ++i) {
+            if (MCObject* target = targets.At(i))
+                Keep(target);
+        }
+    }
+    IncomingTargets(const IncomingTargets&) = delete;
+    IncomingTargets& operator=(const IncomingTargets&) = delete;
+
+    // Nulls `target` when it is one of those taken and has ended since.
+    void DropEnded(MCObject*& target) const {
+        if (m_nTaken != 0 && mc_detail::t_nObjectEnds != m_nEnds && Ended(target))
+            target = nullptr;
+    }
+    // Leaves out of `targets` those taken that have ended since.
+    void DropEnded(ZVTSList<MCObject*>& targets) const {
+        if (m_nTaken == 0 || mc_detail::t_nObjectEnds == m_nEnds)
+            return;
+        ZVTSList<MCObject*> kept;
+        for (size_t i = 0; i < targets.Entries(); ++i)
+            if (!Ended(targets.At(i)))
+                kept.Append(targets.At(i));
+        if (kept.Entries() != targets.Entries())
+            targets = kept;
+    }
+
+private:
+    struct Taken {
+        MCObject* m_pxTarget;
+        long m_lId;
+    };
+    static constexpr size_t c_nInline = 4;
+
+    void Keep(MCObject* target) {
+        const Taken taken{target, target->GetId()};
+        if (m_nTaken < c_nInline)
+            m_axInline[m_nTaken] = taken;
+        else
+            m_xMore.push_back(taken);
+        ++m_nTaken;
+    }
+    const Taken& At(size_t i) const { return i < c_nInline ? m_axInline[i] : m_xMore[i - c_nInline]; }
+    // A pointer that a target taken had and whose id no longer names it; any other stays.
+    bool Ended(const MCObject* target) const {
+        if (!target)
+            return false;
+        for (size_t i = 0; i < m_nTaken; ++i) {
+            const Taken& taken = At(i);
+            if (taken.m_pxTarget == target)
+                return MCObject::ResolveId(taken.m_lId) != target;
+        }
+        return false;
+    }
+
+    std::uint64_t m_nEnds = 0;
+    size_t m_nTaken = 0;
+    Taken m_axInline[c_nInline];
+    std::vector<Taken> m_xMore;
+};
+
 }  // namespace
 
 // The base finds the value class by a cast to it, which for a reference is a dynamic_cast to a base every
@@ -550,8 +628,13 @@ ZVTBoolean MCSRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* h
     if ((flags & (accessForce | accessFlags)) == 0 && !ref->GetFlag(MCItem::itemNulled) &&
         ref->m_xValue == m_xValue)
         return true;
-    return RunChange(property, holder, flags,
-                     [&](MCObject*& /*hintObject*/) { return Apply(*ref, *holder, flags); });
+    // A target carried as an id (an unresolved write with accessFlags) is not an object to look at.
+    const ZVTBoolean carriesPointer = (flags & accessFlags) == 0 || !(m_uFlags & MCItem::itemNL);
+    const IncomingTargets incoming(m_xValue, m_bActive && carriesPointer);
+    return RunChange(property, holder, flags, [&](MCObject*& /*hintObject*/) {
+        incoming.DropEnded(m_xValue);
+        return Apply(*ref, *holder, flags);
+    });
 }
 
 ZVTBoolean MCSRefRawAccessor::SetMadeValue(MCSRef* ref, MCObject* holder, long flags) {
@@ -602,6 +685,12 @@ ZVTBoolean MCVRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* h
     if (ref == nullptr || holder == nullptr)
         return false;
     const ZVTBoolean withFlags = (flags & accessFlags) != 0;
+    // The targets an add or replace will watch, as the change below tells ids from pointers.
+    const unsigned short carried = (flags & accessReplace) ? (withFlags ? m_uFlags : WithoutNL(m_uFlags))
+                                                           : (withFlags ? m_uFlags : ref->GetFlags());
+    const bool watching =
+        m_bActive && (flags & (accessReplace | accessAdd)) != 0 && !(carried & MCItem::itemNL);
+    const IncomingTargets incoming(m_xValues, watching);
     return RunChange(property, holder, flags, [&](MCObject*& hintObject) -> long {
         ZVTSList<MCObject*>& values = ref->m_xValues;
         const ZVTBoolean wasBound = ref->IsBound();
@@ -613,8 +702,10 @@ ZVTBoolean MCVRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* h
             values.Clear();
         }
         if (flags & accessReplace) {
-            if (!((withFlags ? m_uFlags : WithoutNL(m_uFlags)) & MCItem::itemNL))
+            if (!((withFlags ? m_uFlags : WithoutNL(m_uFlags)) & MCItem::itemNL)) {
+                incoming.DropEnded(m_xValues);
                 DropGoing(m_xValues);
+            }
             // The copy is made before anything changes, as it may fail.
             ZVTSList<MCObject*> replacement(m_xValues);
             if (wasBound) {
@@ -631,10 +722,12 @@ ZVTBoolean MCVRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* h
                 WatchAll(*ref, *holder);
             return MCCodes::hintReplaced;
         }
+        // An unresolved list takes what is added for ids as well.
+        const ZVTBoolean bound = !(m_uFlags & MCItem::itemNL);
+        if ((flags & accessAdd) && bound)
+            incoming.DropEnded(m_xValues);
         hintObject = m_xValues.IsEmpty() ? nullptr : m_xValues.First();
         if (flags & accessAdd) {
-            // An unresolved list takes what is added for ids as well.
-            const ZVTBoolean bound = !(m_uFlags & MCItem::itemNL);
             if (bound)
                 DropGoing(m_xValues);
             // Lists grow an entry at a time as links are made; the heap's smallest block has room for

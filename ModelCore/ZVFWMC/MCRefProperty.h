@@ -251,7 +251,7 @@ public:
     ZVTBoolean GetPropertyValue(MCProperty* property, MCObject* object) override;
     /// As for any single value (an equal target changes nothing without accessForce), and a value
     /// written without accessFlags binds the reference: itemNL goes. A target that has begun its expunge
-    /// is written as null, as it would never tell this holder of its end.
+    /// is written as null, as it would never tell this holder of its end; so is one a pre-edit rule ended.
     ZVTBoolean SetPropertyValue(MCProperty* property, MCObject* holder, long flags) override;
     /// True when the carried value, taken for an id, names an object in `space`; nothing changes.
     ZVTBoolean ResolveIds(MCIdSpace& space) override;
@@ -295,7 +295,8 @@ public:
     /// As for any list; with accessReplace and without accessFlags a value write binds the list (itemNL
     /// goes), while adding to or removing from an unresolved list takes the values for ids. A nulled list
     /// starts empty: what stood behind the flag is no longer watched. Targets that have begun their
-    /// expunge are left out of an add or replace.
+    /// expunge, or that a pre-edit rule ended, are left out of an add or replace; a hint object that a
+    /// post-edit rule ended reaches the subscribers as null.
     ZVTBoolean SetPropertyValue(MCProperty* property, MCObject* holder, long flags) override;
     /// Writes the count and each carried object's id, 0 for null.
     void SaveTo(MCStream& stream) override;

@@ -72,14 +72,14 @@ struct MCTreeClone {
 // source's id, and records the clones in order of creation. It owns none of them.
 class MCTreeClonerVisitor : public MCVisitor {
 public:
-    explicit MCTreeClonerVisitor(MCIdSpace& space) : m_pxIdSpace(&space), m_nEnds(mc_detail::ObjectEnds()) {}
+    explicit MCTreeClonerVisitor(MCIdSpace& space) : m_pxIdSpace(&space), m_nEnds(mc_detail::t_nObjectEnds) {}
 
     void Visit(MCObject* object) override;
 
     // Forgets every clone that has ended since the last call, in the list, the map and as the root; costs
     // one load while no object ended at all.
     void DropEnded() {
-        if (mc_detail::ObjectEnds() != m_nEnds)
+        if (mc_detail::t_nObjectEnds != m_nEnds)
             DropEndedSlow();
     }
     // The clone of the first object visited; null before, or once it went. Call DropEnded first.
@@ -117,7 +117,7 @@ private:
 };
 
 void MCTreeClonerVisitor::DropEndedSlow() {
-    m_nEnds = mc_detail::ObjectEnds();
+    m_nEnds = mc_detail::t_nObjectEnds;
     for (MCTreeClone& entry : m_xClones) {
         if (entry.clone && MCObject::ResolveId(entry.cloneId) != entry.clone) {
             entry.clone = nullptr;

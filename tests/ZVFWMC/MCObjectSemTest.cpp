@@ -53,6 +53,45 @@ TEST_F(ObjectSemTest, ChainFiresRootFirstAndDerivedFirstAndStopsAsTheResultsSay)
               MCObjectSem::resultFailed);
 }
 
+// A rule that takes a rule out while the chain fires: every other rule that stood when the firing began
+// and still stands fires; the one taken out fires no more.
+TEST_F(ObjectSemTest, ARuleLeavingDuringAFiringSkipsNoOther) {
+    struct Leaving : ObjectRule {
+        using ObjectRule::ObjectRule;
+        result Fire(mode nMode, MCObject* object, MCObjectSemContext* context) override {
+            if (m_pxLeaving)
+                MCObjectSemReg::GetInstance()->Deregister(std::exchange(m_pxLeaving, nullptr));
+            return ObjectRule::Fire(nMode, object, context);
+        }
+        MCObjectSem* m_pxLeaving = nullptr;
+    };
+    const struct {
+        const char* pcName;
+        char cLeaving;           // which of a, b, c b takes out
+        const char* pcExpected;  // the first firing | the second
+    } rows[] = {
+        {"an earlier rule", 'a', "A:4 B:4 C:4|B:4 C:4"},
+        {"itself", 'b', "A:4 B:4 C:4|A:4 C:4"},
+        {"a later rule", 'c', "A:4 B:4|A:4 B:4"},
+    };
+    MCObject* crate = Make(nullptr, Crate::c_sType);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.pcName);
+        ObjectRule a("A", c_nCalculate), c("C", c_nCalculate);
+        Leaving b("B", c_nCalculate);
+        for (ObjectRule* rule : {&a, static_cast<ObjectRule*>(&b), &c})
+            AddRule(Shape::c_sType, *rule);
+        b.m_pxLeaving = row.cLeaving == 'a' ? static_cast<MCObjectSem*>(&a) : row.cLeaving == 'b' ? &b : &c;
+        MCObjectSem* failed = nullptr;
+        std::string trace;
+        for (const char* between : {"|", ""}) {
+            MCObjectSemReg::FireSemantics(MCObjectSem::CalculateData, crate, failed, nullptr, false);
+            trace += TakeLog() + between;
+        }
+        EXPECT_EQ(trace, row.pcExpected);
+    }
+}
+
 TEST_F(ObjectSemTest, AnObjectsRulesFireBeforeItsOwneesAndAQuietCreationIsNotAnnounced) {
     const unsigned long life = MCObjectSem::PostCreation | MCObjectSem::PreDestructon;
     ObjectRule shape("S", life), box("B", life), crate("C", MCObjectSem::PreDestructon);

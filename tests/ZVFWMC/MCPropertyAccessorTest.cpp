@@ -1,6 +1,6 @@
 // Accessors: what each change flag moves and fires, list changes and their hint codes, the accessor's own
-// list, nulling, the flag rules of SetPropertyFlag and of the property's own flag hooks, and the short way
-// of a first set.
+// list, nulling, the flag rules of SetPropertyFlag and of the property's own flag hooks, the short way
+// of a first set, and rules that end the object or the property of a change.
 
 #include "support/ModelTestSupport.h"
 #include "support/RuleTestSupport.h"
@@ -320,4 +320,65 @@ TEST_F(RuleTest, AFirstReferenceEndsAlikeOnTheShortWayAndTheLongOne) {
         longWay,
         " set:0=t+ set:0=t+ set:0=t+ set:8 set:0=0 set:0=t+ set:8 set:0=t+ set:0=t+ | set:0=0 | 1 4 17 9 1 "
         "W:2 1 1 1 1 1 1 W:2 1 1");
+}
+
+// A rule may end the object of a change, or take its property away, whatever it answers: the change or
+// read then stops there, with false, and writes or reads nothing of what went.
+TEST_F(RuleTest, ARuleThatEndsTheObjectOrItsPropertyEndsTheChange) {
+    using PS = MCPropertySemantic;
+    using Act = PS::result (*)(PS::mode, MCObject*, MCProperty*, MCPropertySemanticContext*);
+    static const Act expunge = [](PS::mode, MCObject* object, MCProperty*, MCPropertySemanticContext*) {
+        object->Expunge(true);
+        return PS::resultObjectDestroyed;
+    };
+    static const Act expungeQuietly = [](PS::mode, MCObject* object, MCProperty*,
+                                         MCPropertySemanticContext*) {
+        object->Expunge(true);
+        return PS::resultContinue;
+    };
+    static const Act null = [](PS::mode, MCObject* object, MCProperty* property, MCPropertySemanticContext*) {
+        object->NullProperty(property, nullptr);
+        return PS::resultContinue;
+    };
+    enum Op { opSet, opNull, opRead };
+    struct Row {
+        const char* pcName;
+        unsigned long nMode;
+        Op eOp;
+        Act pfnAct;
+        const char* pcExpected;  // answer, destroyed, object alive, value after
+    };
+    const Row rows[] = {
+        {"pre-edit ends the object and says so", PS::PreEdit, opSet, expunge, "0 1 gone"},
+        {"pre-edit ends the object quietly", PS::PreEdit, opSet, expungeQuietly, "0 1 gone"},
+        {"pre-edit nulls the property", PS::PreEdit, opSet, null, "0 0 alive -"},
+        {"nulling ends the object", PS::PreDestructon, opNull, expunge, "0 1 gone"},
+        {"calculation ends the object", PS::CalculateValue, opRead, expunge, "0 0 gone"},
+        {"calculation nulls the property", PS::CalculateValue, opRead, null, "0 0 alive"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.pcName);
+        MCObject* root = Make(nullptr, Shape::c_sType);
+        MCObject* object = Make(root, Shape::c_sType);
+        const long id = object->GetId();
+        SetLong(object, Shape::c_sWidth, 5);
+        PropertyRule rule("R", row.nMode);
+        rule.m_xAct = row.pfnAct;
+        AddRule(Shape::c_sType, row.eOp == opRead ? Shape::c_sArea : Shape::c_sWidth, rule);
+        MCSPropertyAccessorT<long> accessor(7);
+        bool answer = false;
+        if (row.eOp == opSet)
+            answer = object->SetProperty(Shape::c_sWidth, accessor, c_lAdd);
+        else if (row.eOp == opNull)
+            answer = object->NullProperty(Shape::c_sWidth, accessor);
+        else
+            answer = object->GetProperty(Shape::c_sArea, accessor);
+        const bool alive = MCObject::ResolveId(id) == object;
+        std::string state = std::to_string(answer) + " " + std::to_string(accessor.GetObjectDestroyed()) +
+                            (alive ? " alive" : " gone");
+        if (alive && row.eOp != opRead)
+            state += " " + GetLong(object, Shape::c_sWidth);
+        EXPECT_EQ(state, row.pcExpected);
+        TakeLog();
+    }
 }

@@ -236,3 +236,87 @@ TEST_F(PropertySemanticsTest, ChainsRulingFewOrManyPropertyTypesFireAlike) {
     EXPECT_EQ(run(), few);
     EXPECT_EQ(few, "S:1;X:2;;S:1;X:2;L:1 L:2;");
 }
+
+// The heirs belong to the edited object: an heir's rule that ends it ends the firing there, as destroyed,
+// and the next heir hears nothing. What an heir's rule does to the heir's own properties ends nothing.
+TEST_F(PropertySemanticsTest, AnHeirsRuleThatEndsTheSourceEndsTheFiring) {
+    // An Integer of the test's own, which no other test's rule reaches.
+    constexpr short c_sFresh = 7731;
+    static const bool registered = MCFactoryRegistry::RegisterAliasProperty(
+        c_sFresh, "Fresh", MCCodes::pInteger, true, false, false, false);
+    ASSERT_TRUE(registered);
+    static MCObject* s_pxSource = nullptr;
+    using Act = PS::result (*)(PS::mode, MCObject*, MCProperty*, MCPropertySemanticContext*);
+    static const Act endSource = [](PS::mode, MCObject*, MCProperty*, MCPropertySemanticContext*) {
+        if (s_pxSource)
+            std::exchange(s_pxSource, nullptr)->Expunge(true);
+        return PS::resultContinue;
+    };
+    static const Act nullOwnWidth = [](PS::mode, MCObject* heir, MCProperty*, MCPropertySemanticContext*) {
+        MCSPropertyAccessorT<long> accessor;
+        heir->NullProperty(Shape::c_sWidth, accessor);
+        return PS::resultContinue;
+    };
+    struct Row {
+        unsigned long nMode;
+        Act pfnAct;
+        const char* pcExpected;  // answer, destroyed, the rules heard
+    };
+    const Row rows[] = {
+        {PS::InheritedPreEdit, endSource, "0 1 E:10000"},
+        {PS::InheritedPostEdit, endSource, "1 1 E:20000"},
+        {PS::InheritedPostEdit, nullOwnWidth, "1 0 E:20000 E:20000"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.pcExpected);
+        MCObject* root = Make(nullptr, Shape::c_sType);
+        auto* source = static_cast<Box*>(Make(root, Box::c_sType));
+        s_pxSource = source;
+        for (int i = 0; i < 2; ++i) {
+            MCObject* heir = Make(root, Shape::c_sType);
+            SetLong(heir, Shape::c_sWidth, 1);
+            source->AddHeir(heir);
+        }
+        PropertyRule ending("E", row.nMode);
+        ending.m_xAct = row.pfnAct;
+        AddRule(Shape::c_sType, c_sFresh, ending);
+        MCSPropertyAccessorT<long> accessor(3);
+        const bool answer = source->SetProperty(c_sFresh, accessor, MCPropertyAccessor::accessAdd);
+        EXPECT_EQ(
+            std::to_string(answer) + " " + std::to_string(accessor.GetObjectDestroyed()) + " " + TakeLog(),
+            row.pcExpected);
+    }
+}
+
+// A rule that takes a rule out while an edit fires them: every other rule that stood when the firing began
+// and still stands fires; the one taken out fires no more.
+TEST_F(PropertySemanticsTest, ARuleLeavingDuringAFiringSkipsNoOther) {
+    static PropertyRule* s_pxLeaving = nullptr;
+    struct Row {
+        const char* pcName;
+        char cLeaving;           // which of a, b, c b takes out
+        const char* pcExpected;  // the first edit's firing | the second's
+    };
+    const Row rows[] = {
+        {"an earlier rule", 'a', "A:1 B:1 C:1|B:1 C:1"},
+        {"itself", 'b', "A:1 B:1 C:1|A:1 C:1"},
+        {"a later rule", 'c', "A:1 B:1|A:1 B:1"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.pcName);
+        MCObject* shape = Make(nullptr, Shape::c_sType);
+        PropertyRule a("A", PS::PreEdit), b("B", PS::PreEdit), c("C", PS::PreEdit);
+        b.m_xAct = [](PS::mode, MCObject*, MCProperty*, MCPropertySemanticContext*) {
+            if (s_pxLeaving)
+                MCPropertySemanticRegistry::GetInstance()->Deregister(std::exchange(s_pxLeaving, nullptr));
+            return PS::resultContinue;
+        };
+        for (PropertyRule* rule : {&a, &b, &c})
+            AddRule(Shape::c_sType, Shape::c_sWidth, *rule);
+        s_pxLeaving = row.cLeaving == 'a' ? &a : row.cLeaving == 'b' ? &b : &c;
+        SetLong(shape, Shape::c_sWidth, 1);
+        const std::string first = TakeLog();
+        SetLong(shape, Shape::c_sWidth, 2);
+        EXPECT_EQ(first + "|" + TakeLog(), row.pcExpected);
+    }
+}

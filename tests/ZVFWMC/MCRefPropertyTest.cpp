@@ -1,11 +1,14 @@
 // References: the subscription counts behind list references, the clean-ups when a target goes,
-// save/restore/resolve with missing ids and converters, Rebind, and comparison by id across two models.
+// save/restore/resolve with missing ids and converters, Rebind, comparison by id across two models, and
+// targets that a rule ends during a change.
 
 #include <algorithm>
 #include <random>
 #include <sstream>
+#include <utility>
 
 #include "support/ModelTestSupport.h"
+#include "support/RuleTestSupport.h"
 
 namespace {
 
@@ -49,7 +52,7 @@ struct DerivedList : MCVRef {
 
 }  // namespace
 
-class RefPropertyTest : public ModelTest {
+class RefPropertyTest : public RuleTest {
 protected:
     // The ids of a list reference as "1 2 3", "-" for a null entry.
     static std::string Ids(const MCObject* holder) {
@@ -105,6 +108,58 @@ TEST_F(RefPropertyTest, ListCountsEachEntryAndEventsCarryHints) {
     MCVRefAccessor nulling;
     ASSERT_TRUE(holder->NullProperty(MCCodes::pReferenceList, nulling));
     EXPECT_EQ(counts(), " #00");
+}
+
+// A rule may end a target while a change of a reference runs: one ended by a pre-edit rule is written as
+// null (left out of a list), and one ended by a post-edit rule reaches the subscribers as no hint object.
+TEST_F(RefPropertyTest, ATargetThatARuleEndsIsNeitherWrittenNorHinted) {
+    using PS = MCPropertySemantic;
+    static MCObject* s_pxVictim = nullptr;
+    static long s_lVictim = 0;
+    static std::string s_sHints;
+    struct Row {
+        const char* pcName;
+        bool bList;
+        long lFlags;
+        unsigned long nMode;
+        const char* pcExpected;  // answer, what the reference holds, each event's hint object
+    };
+    const Row rows[] = {
+        {"pre-edit, single", false, c_lAdd, PS::PreEdit, "1 - -"},
+        {"pre-edit, list add", true, c_lAdd, PS::PreEdit, "1  -"},
+        {"pre-edit, list replace", true, c_lReplace, PS::PreEdit, "1  -"},
+        // The target's end takes it out again in an edit of its own, which names it while it is there.
+        {"post-edit, list add", true, c_lAdd, PS::PostEdit, "1  t-"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.pcName);
+        MCObject* holder = Make(nullptr, Shape::c_sType);
+        s_pxVictim = Make(nullptr, Shape::c_sType);
+        s_lVictim = s_pxVictim->GetId();
+        s_sHints.clear();
+        // "t" for the target, "-" for none, one per PropertySet.
+        m_xLog.m_pxOnNotify = [](MCEvent& event) {
+            if (event.GetEventType() == MCEvent::PropertySet) {
+                const auto* hint = static_cast<const MCObject*>(event.GetHintObject());
+                s_sHints += !hint ? "-" : hint->GetId() == s_lVictim ? "t" : "?";
+            }
+        };
+        holder->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
+        PropertyRule rule("R", row.nMode);
+        rule.m_xAct = [](PS::mode, MCObject*, MCProperty*, MCPropertySemanticContext*) {
+            if (s_pxVictim)
+                std::exchange(s_pxVictim, nullptr)->Expunge(true);
+            return PS::resultContinue;
+        };
+        AddRule(Shape::c_sType, row.bList ? MCCodes::pReferenceList : MCCodes::pReference, rule);
+        const bool answer =
+            row.bList ? SetRefs(holder, {s_pxVictim}, row.lFlags) : SetRef(holder, s_pxVictim, row.lFlags);
+        EXPECT_EQ(
+            std::to_string(answer) + " " + (row.bList ? Ids(holder) : Id(GetRef(holder))) + " " + s_sHints,
+            row.pcExpected);
+        m_xLog.Take();
+        TakeLog();
+    }
 }
 
 // A dying target leaves each holder in one change per reference, each followed by one ReferenceCleared

@@ -587,6 +587,13 @@ private:
     std::vector<Taken> m_xMore;
 };
 
+// Whether host code can run on `holder` before a write with `flags`: a pre-edit rule on its chain, or an
+// heir to hand the firing on to. Asked before the targets' ids are read, which would touch each target.
+bool RulesMayRunBefore(MCObject* holder, long flags) {
+    return (flags & MCPropertyAccessor::accessInherited) != 0 ||
+           MCPropertySemanticRegistry::MayFire(MCPropertySemantic::PreEdit, holder);
+}
+
 }  // namespace
 
 // The base finds the value class by a cast to it, which for a reference is a dynamic_cast to a base every
@@ -630,7 +637,8 @@ ZVTBoolean MCSRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* h
         return true;
     // A target carried as an id (an unresolved write with accessFlags) is not an object to look at.
     const ZVTBoolean carriesPointer = (flags & accessFlags) == 0 || !(m_uFlags & MCItem::itemNL);
-    const IncomingTargets incoming(m_xValue, m_bActive && carriesPointer);
+    const IncomingTargets incoming(
+        m_xValue, m_bActive && carriesPointer && m_xValue && RulesMayRunBefore(holder, flags));
     return RunChange(property, holder, flags, [&](MCObject*& /*hintObject*/) {
         incoming.DropEnded(m_xValue);
         return Apply(*ref, *holder, flags);
@@ -690,7 +698,8 @@ ZVTBoolean MCVRefRawAccessor::SetPropertyValue(MCProperty* property, MCObject* h
                                                            : (withFlags ? m_uFlags : ref->GetFlags());
     const bool watching =
         m_bActive && (flags & (accessReplace | accessAdd)) != 0 && !(carried & MCItem::itemNL);
-    const IncomingTargets incoming(m_xValues, watching);
+    const IncomingTargets incoming(m_xValues,
+                                   watching && !m_xValues.IsEmpty() && RulesMayRunBefore(holder, flags));
     return RunChange(property, holder, flags, [&](MCObject*& hintObject) -> long {
         ZVTSList<MCObject*>& values = ref->m_xValues;
         const ZVTBoolean wasBound = ref->IsBound();

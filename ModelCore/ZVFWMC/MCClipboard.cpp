@@ -1195,14 +1195,13 @@ void MCPasteStream::Finish() {
         if (MCObject::ResolveId(created.m_lId) != object)
             continue;
         // A property's rule may expunge its object, saying so or not: the walk of its properties ends there.
-        const std::uint64_t ends = mc_detail::t_nObjectEnds;
+        const mc_detail::HeldObject held(object);
         MCPropertyListIter properties(object, nullptr, nullptr);
         while (++properties) {
             MCProperty* property = properties.GetValue();
             const MCPropertySemantic::result answer = MCPropertySemanticRegistry::FireSemantics(
                 MCPropertySemantic::PostPaste, property->GetType(), object, property, &propertyContext);
-            if (answer == MCPropertySemantic::resultObjectDestroyed ||
-                (mc_detail::t_nObjectEnds != ends && MCObject::ResolveId(created.m_lId) != object))
+            if (answer == MCPropertySemantic::resultObjectDestroyed || held.Gone())
                 break;
         }
     }

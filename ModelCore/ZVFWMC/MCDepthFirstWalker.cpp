@@ -1,7 +1,5 @@
 #include "ModelCore/ZVFWMC/MCDepthFirstWalker.h"
 
-#include <cstdint>
-
 #include "ModelCore/ZVFWMC/MCEndsPrivate.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 
@@ -41,13 +39,9 @@ void MCDepthFirstWalker::Push(MCObject* object) {
         return;
     if (m_pxFilter) {
         MCObject* candidate = object;  // the filter takes a reference it could change
-        // An object the filter expunged stays out whatever it answered; its id tells, looked up only once
-        // any object has ended.
-        const long id = object->GetId();
-        const std::uint64_t endsBefore = mc_detail::t_nObjectEnds;
-        if (!m_pxFilter->Test(candidate))
-            return;
-        if (mc_detail::t_nObjectEnds != endsBefore && MCObject::ResolveId(id) != object)
+        // An object the filter expunged stays out whatever it answered.
+        const mc_detail::HeldObject held(object);
+        if (!m_pxFilter->Test(candidate) || held.Gone())
             return;
     }
     m_xStack.Push(object);

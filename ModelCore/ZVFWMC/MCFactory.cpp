@@ -156,16 +156,11 @@ MCItem* MCFactoryRegistry::CreateItem_(short code, MCObject* owner, MCFactoryCon
         return item;
     }
     auto* object = static_cast<MCObject*>(item);
-    // A rule or hook may expunge the object: its id tells afterwards without touching freed memory, and
-    // is looked up only once any object has ended.
-    const long id = object->GetId();
-    const std::uint64_t endsBefore = mc_detail::t_nObjectEnds;
-    const auto gone = [object, id, endsBefore] {
-        return mc_detail::t_nObjectEnds != endsBefore && MCObject::ResolveId(id) != object;
-    };
+    // A rule or hook may expunge the object.
+    const mc_detail::HeldObject held(object);
     try {
         object->InvokeCreationSemantics(context);
-        if (gone())
+        if (held.Gone())
             return nullptr;
         object->MarkMade();
         // A hook may remove itself or another: walk a copy, and skip a hook the live list no longer holds,
@@ -179,14 +174,14 @@ MCItem* MCFactoryRegistry::CreateItem_(short code, MCObject* owner, MCFactoryCon
                 if ((i >= live.Entries() || live.At(i) != hook) && !live.Contains(hook))
                     continue;
                 hook->ItemCreated(object);
-                if (gone())
+                if (held.Gone())
                     return nullptr;
             }
         }
     } catch (...) {
         // The exception passes on; an object its owner holds stays there, but one without an owner would
         // be lost with it, since nothing the caller gets leads to it. One the host code took is gone.
-        if (!gone() && !object->GetOwner(0, MCItem::rttiExact))
+        if (!held.Gone() && !object->GetOwner(0, MCItem::rttiExact))
             mc_detail::ExpungeOrphan(*object);
         throw;
     }

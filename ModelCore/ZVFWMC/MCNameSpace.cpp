@@ -236,13 +236,8 @@ ZVTBoolean MCNameSpace::Insert(MCObject* object, char separator, long maxLength,
     if (!IsValidFor(object->GetType()) || name.IsNull())
         return false;
 
-    // The rename and the info's creation run host rules, which may expunge the object: its id tells
-    // afterwards, looked up only once any object has ended.
-    const long id = object->GetId();
-    const std::uint64_t endsBefore = mc_detail::t_nObjectEnds;
-    const auto gone = [object, id, endsBefore] {
-        return mc_detail::t_nObjectEnds != endsBefore && MCObject::ResolveId(id) != object;
-    };
+    // The rename and the info's creation run host rules, which may expunge the object.
+    const mc_detail::HeldObject held(object);
     long count = 1;
     ZVTBoolean result = true;
     if (!makeUnique) {
@@ -273,11 +268,11 @@ ZVTBoolean MCNameSpace::Insert(MCObject* object, char separator, long maxLength,
         // Through the active accessor, so the rename passes the ordinary rules; a refusal is not checked.
         MCSPropertyAccessorT<ZVTString> rename(name);
         object->SetProperty(MCCodes::pName, rename, MCPropertyAccessor::accessAdd);
-        if (gone())
+        if (held.Gone())
             return false;
     }
     if (MCStringInfo* info = CreateStringInfo(name)) {
-        if (gone()) {
+        if (held.Gone()) {
             // A new info that never got its object names nothing.
             if (!info->GetObjectA())
                 info->Expunge(true);

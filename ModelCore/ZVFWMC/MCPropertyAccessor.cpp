@@ -78,12 +78,11 @@ ZVTBoolean MCPropertyAccessor::NullPropertyValue(MCProperty* property, MCObject*
         constexpr unsigned int mask = MCEvent::subscriberOwner | MCEvent::subscriberObserver;
         if (object && object->IsHeard(MCEvent::PropertyNulled, mask)) {
             // Subscribers see the property with its value still in place.
-            const long id = object->GetId();
-            const std::uint64_t endsBefore = mc_detail::t_nObjectEnds;
+            const mc_detail::HeldObject held(object);
             object->NotifySubscribers(MCEvent::Instantiate(MCEvent::PropertyNulled, object, mask, property));
             // One of them may have expunged the object, or nulled and deleted the property already; one
             // nulled before still has to go.
-            if (mc_detail::t_nObjectEnds != endsBefore && MCObject::ResolveId(id) != object)
+            if (held.Gone())
                 return true;
             if (object->MCObject::FindProperty(type, true) != property)
                 return true;

@@ -541,10 +541,9 @@ MCPropertySemantic::result MCPropertySemanticRegistry::FireSemantics(MCPropertyS
     // and heirs still to come would meet what is gone, so the firing ends there, as destroyed or as
     // refused. What is needed is taken once a rule or heir is there to fire, and looked up only once the
     // thread's counters of such ends moved.
-    long objectId = 0;
-    std::uint64_t ends = 0, propertyEnds = 0;
+    mc_detail::HeldObject held;
+    std::uint64_t propertyEnds = 0;
     bool wasNulled = false;
-    auto gone = [&] { return mc_detail::t_nObjectEnds != ends && MCObject::ResolveId(objectId) != pObject; };
     auto taken = [&] {
         return pProperty && !forHeir && mc_detail::t_nPropertyEnds != propertyEnds &&
                (pObject->MCObject::FindProperty(nPropertyType, true) != pProperty ||
@@ -563,7 +562,7 @@ MCPropertySemantic::result MCPropertySemanticRegistry::FireSemantics(MCPropertyS
             t_bForHeir = true;
             const MCPropertySemantic::result inHeir =
                 FireSemantics(inherited, nPropertyType, heir, pProperty, pContext);
-            if (gone())
+            if (held.Gone())
                 return MCPropertySemantic::resultObjectDestroyed;
             if (taken())
                 return MCPropertySemantic::resultRefused;
@@ -586,8 +585,7 @@ MCPropertySemantic::result MCPropertySemanticRegistry::FireSemantics(MCPropertyS
             if (!heirs)
                 return MCPropertySemantic::resultContinue;
         }
-        objectId = pObject->GetId();
-        ends = mc_detail::t_nObjectEnds;
+        held = mc_detail::HeldObject(pObject);
         propertyEnds = mc_detail::t_nPropertyEnds;
         wasNulled = pProperty && !forHeir && pProperty->GetFlag(MCItem::itemNulled);
         FiringScope firing(impl);
@@ -596,7 +594,7 @@ MCPropertySemantic::result MCPropertySemanticRegistry::FireSemantics(MCPropertyS
                 FireHandler(impl, *handler, nMode, nPropertyType, pObject, pProperty, pContext);
             if (result != MCPropertySemantic::resultContinue)
                 return result;
-            if (gone())
+            if (held.Gone())
                 return MCPropertySemantic::resultObjectDestroyed;
             if (taken())
                 return MCPropertySemantic::resultRefused;

@@ -21,26 +21,9 @@ const ZVTString c_xSourceFile("ModelCore/ZVFWMC/MCDataButlerBase");
 
 constexpr size_t c_nTableBuckets = 64;
 
-// A kept object with its id and the count of ended objects when it was last known alive: a rule that runs
-// between macro calls (CalculateValue) may destroy it, and a read then gives null. The id is looked up
-// only once any object has ended since.
-struct Held {
-    Held() = default;
-    explicit Held(MCObject* object)
-        : m_pxObject(object), m_lId(object ? object->GetId() : 0), m_nEnds(mc_detail::t_nObjectEnds) {}
-    MCObject* Get() {
-        if (m_pxObject && m_nEnds != mc_detail::t_nObjectEnds) {
-            if (MCObject::ResolveId(m_lId) != m_pxObject)
-                *this = Held();
-            m_nEnds = mc_detail::t_nObjectEnds;
-        }
-        return m_pxObject;
-    }
-
-    MCObject* m_pxObject = nullptr;
-    long m_lId = 0;
-    std::uint64_t m_nEnds = 0;
-};
+// A kept object: a rule that runs between macro calls (CalculateValue) may destroy it, and a read then
+// gives null.
+using Held = mc_detail::HeldObject;
 
 }  // namespace
 
@@ -398,13 +381,8 @@ ZVTBoolean MCDataButlerBase::GetObjectA(const ZVTString& name, MCObject*& value)
         FindTyped<MCDataButlerObject>(m_pxState->m_xVariables, name, MCDataButlerVariable::varObject);
     if (!variable)
         return false;
-    // Between macro calls a rule may have destroyed the object; looked up only once any object has ended.
-    if (variable->m_pxValue && variable->m_nEnds != mc_detail::t_nObjectEnds) {
-        if (MCObject::ResolveId(variable->m_lId) != variable->m_pxValue)
-            variable->m_pxValue = nullptr;
-        variable->m_nEnds = mc_detail::t_nObjectEnds;
-    }
-    value = variable->m_pxValue;
+    // Between macro calls a rule may have destroyed the object.
+    value = mc_detail::StillThere(variable->m_pxValue, variable->m_lId, variable->m_nEnds);
     return true;
 }
 

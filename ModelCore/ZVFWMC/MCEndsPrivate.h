@@ -18,18 +18,30 @@ inline __attribute__((tls_model("initial-exec"))) thread_local std::uint64_t t_n
 /// with their object: a rule firing asks whether its rules took its property away only when this moved.
 inline __attribute__((tls_model("initial-exec"))) thread_local std::uint64_t t_nPropertyEnds = 0;
 
+/// `object`, kept with its `id` and the count of ends when it was last known alive, or null once it went;
+/// the id is looked up only when an object ended on this thread since, and `ends` then moves on.
+inline MCObject* StillThere(MCObject*& object, long id, std::uint64_t& ends) {
+    if (object && ends != t_nObjectEnds) {
+        if (MCObject::ResolveId(id) != object)
+            object = nullptr;
+        ends = t_nObjectEnds;
+    }
+    return object;
+}
+
 /// An object held while host code runs, which may end it: whether it went is told by its id, without
-/// touching it, and looked up only once an object ended on this thread since it was taken. Holds nothing
-/// (and never went) until an object is taken.
+/// touching it. Holds nothing (and never went) until an object is taken, or null is.
 class HeldObject {
 public:
     HeldObject() = default;
-    explicit HeldObject(const MCObject* object)
-        : m_pxObject(object), m_lId(object->GetId()), m_nEnds(t_nObjectEnds) {}
+    explicit HeldObject(MCObject* object)
+        : m_pxObject(object), m_lId(object ? object->GetId() : 0), m_nEnds(t_nObjectEnds) {}
     bool Gone() const { return t_nObjectEnds != m_nEnds && MCObject::ResolveId(m_lId) != m_pxObject; }
+    /// The object, or null once it went.
+    MCObject* Get() { return StillThere(m_pxObject, m_lId, m_nEnds); }
 
 private:
-    const MCObject* m_pxObject = nullptr;
+    MCObject* m_pxObject = nullptr;
     long m_lId = 0;
     std::uint64_t m_nEnds = 0;
 };

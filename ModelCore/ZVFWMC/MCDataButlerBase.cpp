@@ -1,6 +1,5 @@
 #include "ModelCore/ZVFWMC/MCDataButlerBase.h"
 
-#include <cstdint>
 #include <memory>
 #include <utility>
 

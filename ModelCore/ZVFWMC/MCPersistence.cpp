@@ -27,6 +27,24 @@
 
 namespace {
 
+// Each of `objects`, held so that an expunge among them can be told afterwards.
+std::vector<mc_detail::HeldObject> Hold(const ZVTSList<MCObject*>& objects) {
+    std::vector<mc_detail::HeldObject> held;
+    held.reserve(objects.Entries());
+    for (size_t i = 0; i < objects.Entries(); ++i)
+        held.emplace_back(objects.At(i));
+    return held;
+}
+
+// Lists in `objects` only those of `held` that are still there.
+void KeepLiving(ZVTSList<MCObject*>& objects, std::vector<mc_detail::HeldObject>& held) {
+    objects.Clear();
+    for (mc_detail::HeldObject& each : held) {
+        if (MCObject* object = each.Get())
+            objects.Append(object);
+    }
+}
+
 const ZVTString c_xSourceFile("ModelCore/ZVFWMC/MCPersistence");
 
 // The version text holds up to four numbers; only the first two are the file format's.
@@ -354,27 +372,18 @@ MCPersController::result MCPersController::RestoreFrom(MCStream& stream, MCObjec
     const size_t count = m_xCreatedObjects.Entries();
     for (size_t i = 0; i < count; ++i)
         m_xCreatedObjects.At(i)->ResolveIds(*m_pxIdSpace);
-    // A rule may expunge its object or one not yet fired: ids tell which are still there without touching
-    // freed memory, once any object has ended at all.
-    const std::vector<std::pair<MCObject*, long>> made = CreatedWithIds();
-    const long rootId = root ? root->GetId() : 0;
+    // A rule may expunge its object, one not yet fired or one fired before.
+    std::vector<mc_detail::HeldObject> made = Hold(m_xCreatedObjects);
+    mc_detail::HeldObject heldRoot(root);
     const std::uint64_t endsBefore = mc_detail::t_nObjectEnds;
-    const auto alive = [endsBefore](const std::pair<MCObject*, long>& entry) {
-        return mc_detail::t_nObjectEnds == endsBefore || MCObject::ResolveId(entry.second) == entry.first;
-    };
-    bool anyGone = false;
-    for (const auto& entry : made) {
-        MCObject* created = entry.first;
-        if (!alive(entry)) {
-            anyGone = true;
+    for (mc_detail::HeldObject& entry : made) {
+        MCObject* created = entry.Get();
+        if (!created)
             continue;
-        }
         MCObjectSem* failed = nullptr;
         MCObjectSemReg::FireSemantics(MCObjectSem::CalculateData, created, failed, nullptr, false);
-        if (!alive(entry)) {
-            anyGone = true;
+        if (entry.Gone())
             continue;
-        }
         // Asked after the object rules, which may register property rules: most types have none for this
         // mode, and a firing that reaches none costs a look-up per property. With none, no host code runs
         // in the loop that could register one.
@@ -387,35 +396,15 @@ MCPersController::result MCPersController::RestoreFrom(MCStream& stream, MCObjec
             MCProperty* property = properties.GetValue();
             const auto answer = MCPropertySemanticRegistry::FireSemantics(
                 MCPropertySemantic::PostCalculateData, property->GetType(), created, property, nullptr);
-            if (!alive(entry)) {
-                anyGone = true;
-                break;
-            }
-            if (answer == MCPropertySemantic::resultObjectDestroyed)
+            if (answer == MCPropertySemantic::resultObjectDestroyed || entry.Gone())
                 break;
         }
     }
-    if (anyGone)
-        KeepLiving(made);
+    if (mc_detail::t_nObjectEnds != endsBefore)
+        KeepLiving(m_xCreatedObjects, made);
     // A root a rule took is no root to give.
-    object = root && alive({root, rootId}) ? root : nullptr;
+    object = heldRoot.Get();
     return resultOk;
-}
-
-std::vector<std::pair<MCObject*, long>> MCPersController::CreatedWithIds() const {
-    std::vector<std::pair<MCObject*, long>> made;
-    made.reserve(m_xCreatedObjects.Entries());
-    for (size_t i = 0; i < m_xCreatedObjects.Entries(); ++i)
-        made.emplace_back(m_xCreatedObjects.At(i), m_xCreatedObjects.At(i)->GetId());
-    return made;
-}
-
-void MCPersController::KeepLiving(const std::vector<std::pair<MCObject*, long>>& made) {
-    m_xCreatedObjects.Clear();
-    for (const auto& [object, id] : made) {
-        if (MCObject::ResolveId(id) == object)
-            m_xCreatedObjects.Append(object);
-    }
 }
 
 void MCPersController::DropPartialTree(MCObject* root) {
@@ -426,9 +415,9 @@ void MCPersController::DropPartialTree(MCObject* root) {
     MCFactoryRegistry::RemoveUDPs(root);
     // Ids tell afterwards which objects the expunge took, without touching freed memory; objects that
     // found no owner in the file survive it and stay listed for the host.
-    const std::vector<std::pair<MCObject*, long>> made = CreatedWithIds();
+    std::vector<mc_detail::HeldObject> made = Hold(m_xCreatedObjects);
     root->Expunge(true);
-    KeepLiving(made);
+    KeepLiving(m_xCreatedObjects, made);
 }
 
 MCObject* MCPersController::CreateObject(MCPersRestoreVisitor& visitor, MCUDPMap* map) {

@@ -1,9 +1,6 @@
 #ifndef MCPERSISTENCE_H
 #define MCPERSISTENCE_H
 
-#include <utility>
-#include <vector>
-
 #include "ModelCore/ZVFWMC/MCFactory.h"
 #include "ModelCore/ZVFWMC/MCObjectSem.h"
 #include "ModelCore/ZVFWMC/MCVisitor.h"
@@ -226,10 +223,6 @@ protected:
 private:
     // Expunges the tree of a failed restore and keeps listed only the objects that outlived it.
     void DropPartialTree(MCObject* root);
-    // The created objects with their ids, taken while all are alive.
-    std::vector<std::pair<MCObject*, long>> CreatedWithIds() const;
-    // Keeps listed only those of `made` that are still alive.
-    void KeepLiving(const std::vector<std::pair<MCObject*, long>>& made);
 
     MCStream* m_pxSaveStream = nullptr;
     MCIdSpace* m_pxIdSpace = nullptr;

@@ -2,13 +2,18 @@
 #define ZVTSTRING_H
 
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <iosfwd>
 #include <string>
+#include <string_view>
 
 #include "foundation/ZVTBoolean.h"
 #include "foundation/ZVTExport.h"
 
 /// A text of 8-bit characters that also knows a null state, distinct from (but equal to) the empty text.
+/// A text of up to c_nInline characters lives inside the string: a model holds a name per object, and most
+/// names are short.
 class MODELCORE_API ZVTString {
 public:
     /// How compareTo treats letters: exactly, or ignoring ASCII case.
@@ -16,6 +21,8 @@ public:
 
     /// The text of the null string; a ZVTString made from this very pointer is null.
     static const char* const c_pcNull;
+    /// The longest text held without a heap block.
+    static constexpr std::size_t c_nInline = 14;
 
     /// The null string.
     ZVTString();
@@ -32,7 +39,8 @@ public:
     /// Virtual so that derived texts are destroyed whole.
     virtual ~ZVTString();
 
-    /// Copies text and null state.
+    /// Copies text and null state. Throws std::length_error for a text beyond 2^32 - 2 characters, the
+    /// most a stored string can say.
     ZVTString& operator=(const ZVTString& other);
     /// Takes the other's text; the other is left null.
     ZVTString& operator=(ZVTString&& other) noexcept;
@@ -40,13 +48,13 @@ public:
     ZVTString& operator=(long value);
 
     /// True for the null string and for the empty text.
-    ZVTBoolean IsNull() const { return m_xText.empty(); }
+    ZVTBoolean IsNull() const { return length() == 0; }
     /// True only for the null string itself.
-    ZVTBoolean IsNullString() const { return m_bNull; }
+    ZVTBoolean IsNullString() const { return (Control() & c_uNullBit) != 0; }
     /// The number of characters.
-    long Length() const { return static_cast<long>(m_xText.size()); }
+    long Length() const { return static_cast<long>(length()); }
     /// The number of characters.
-    size_t length() const { return m_xText.size(); }
+    size_t length() const { return IsHeap() ? HeapSize() : Control() & c_uSizeMask; }
 
     /// Puts c in front; the result is never null.
     void Prepend(char c);
@@ -62,9 +70,11 @@ public:
     /// The characters, NUL-terminated; never nullptr ("" for the null string).
     operator const char*() const { return data(); }
     /// The characters, NUL-terminated; never nullptr (c_pcNull for the null string).
-    const char* data() const { return m_bNull ? c_pcNull : m_xText.c_str(); }
-    /// The characters as a standard string.
-    const std::string& str() const { return m_xText; }
+    const char* data() const { return IsHeap() ? HeapText() : IsNullString() ? c_pcNull : m_acBytes; }
+    /// A copy of the characters as a standard string.
+    std::string str() const { return std::string(view()); }
+    /// The characters, valid until the string changes.
+    std::string_view view() const { return std::string_view(data(), length()); }
 
     /// Appends the other's text; appending nothing leaves a null string null.
     ZVTString& operator+=(const ZVTString& other);
@@ -77,10 +87,34 @@ public:
     int compareTo(const ZVTString& other, caseCompare mode = exact) const;
 
 private:
-    void Append(const char* text, size_t count);
+    // Sixteen bytes hold the text. The last says how: with c_uHeapBit the first eight point to a heap block
+    // and the next four give the size; otherwise the text and its NUL lie inline, the size in the low bits.
+    // c_uNullBit marks the null string (inline, empty). Fields are copied in and out, never punned.
+    static constexpr unsigned char c_uHeapBit = 0x80, c_uNullBit = 0x40, c_uSizeMask = 0x0F;
+    static constexpr std::size_t c_nControl = 15, c_nSizeAt = 8;
 
-    std::string m_xText;
-    ZVTBoolean m_bNull;
+    unsigned char Control() const { return static_cast<unsigned char>(m_acBytes[c_nControl]); }
+    bool IsHeap() const { return (Control() & c_uHeapBit) != 0; }
+    char* HeapText() const {
+        char* text;
+        std::memcpy(&text, m_acBytes, sizeof text);
+        return text;
+    }
+    std::uint32_t HeapSize() const {
+        std::uint32_t size;
+        std::memcpy(&size, m_acBytes + c_nSizeAt, sizeof size);
+        return size;
+    }
+    char* Text() { return IsHeap() ? HeapText() : m_acBytes; }
+    // Room for `count` characters and a NUL, the first `keep` characters kept; the size is the caller's.
+    char* Reserve(size_t count, size_t keep);
+    void SetSize(size_t count);
+    void Assign(const char* text, size_t count);
+    void Append(const char* text, size_t count);
+    void Release() noexcept;
+    void MakeNull() noexcept;
+
+    alignas(char*) char m_acBytes[c_nControl + 1];
 };
 
 /// Exact equality; case counts and the null string equals the empty one.

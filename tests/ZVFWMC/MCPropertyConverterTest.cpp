@@ -76,7 +76,8 @@ TEST_F(PropertyConverterTest, WritesEachValueTypeAsText) {
                                 {object, MCCodes::pFloat},
                                 {object, MCCodes::pReference}}) {
         ZVTString text("unread");
-        seen += std::string(holder->GetPropertyString(type, text) ? "" : "!") + text.str() + "|";
+        const bool read = holder->GetPropertyString(type, text);
+        seen += (read ? "" : "!") + text.str() + "|";
     }
     EXPECT_EQ(seen, "-7|Order|a, b|only||!unread|!unread|!unread|!unread|");
 

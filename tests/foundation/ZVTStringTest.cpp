@@ -1,6 +1,7 @@
 // ZVTString: null against empty, numbers as text, comparison with and without case, editing.
 
 #include <climits>
+#include <cstring>
 #include <stdexcept>
 
 #include <gtest/gtest.h>
@@ -95,6 +96,39 @@ TEST(ZVTStringTest, EditsKeepTheNullStateHonest) {
     const ZVTString target(std::move(null));
     EXPECT_TRUE(null.IsNullString());
     EXPECT_EQ(target, "x");
+}
+
+// Texts on both sides of the inline limit survive every way of copying, growing and shrinking, including
+// appending a string to itself as it moves to the heap.
+TEST(ZVTStringTest, TextsAcrossTheInlineLimitCopyGrowAndShrink) {
+    for (size_t size :
+         {size_t{0}, ZVTString::c_nInline - 1, ZVTString::c_nInline, ZVTString::c_nInline + 1, size_t{100}}) {
+        SCOPED_TRACE(size);
+        std::string expected(size, 'a');
+        for (size_t i = 0; i < size; ++i)
+            expected[i] = static_cast<char>('a' + i % 26);
+        ZVTString built;
+        for (char c : expected)
+            built += c;
+        EXPECT_EQ(built.str(), expected);
+        ZVTString copy(built), assigned("x"), moved;
+        assigned = built;
+        moved = ZVTString(built);
+        for (const ZVTString* text : {&copy, &assigned, &moved}) {
+            EXPECT_EQ(text->str(), expected);
+            EXPECT_EQ(std::strlen(text->data()), size);
+        }
+        copy += copy;
+        EXPECT_EQ(copy.str(), expected + expected);
+        assigned += assigned.data() + size / 2;
+        EXPECT_EQ(assigned.str(), expected + expected.substr(size / 2));
+        moved.Prepend('>');
+        moved.Remove(1, static_cast<long>(size));
+        EXPECT_EQ(moved.str(), ">");
+        moved = ZVTString("short");
+        EXPECT_EQ(moved, "short");
+        EXPECT_EQ(built.IsNullString(), size == 0);
+    }
 }
 
 }  // namespace

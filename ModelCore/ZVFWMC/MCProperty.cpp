@@ -293,7 +293,7 @@ ZVTBoolean MCPropertySet::Contains(short type) const {
     return SlotOfType(First(), type) != nullptr;
 }
 
-ZVTBoolean MCPropertySetIter::operator++() {
+ZVTBoolean MCPropertySetIter::Advance() {
     MCProperty** first = m_pxSet->First();
     // Only the first step asks whether anything is there: later, a set emptied under the cursor has no
     // used slot ahead, so the step ends there all the same.

@@ -282,7 +282,16 @@ public:
     explicit MCPropertySetIter(const MCPropertySet& set) : m_pxSet(&set) {}
 
     /// Steps to the next used slot; false at the end or on an empty set.
-    ZVTBoolean operator++();
+    ZVTBoolean operator++() {
+        // Inline only the common step, to a used slot of the same segment: walks over every object's
+        // properties take it for most of their steps.
+        if (m_ppxCurrent && m_uLeft > 1 && m_ppxCurrent[1]) {
+            ++m_ppxCurrent;
+            --m_uLeft;
+            return true;
+        }
+        return Advance();
+    }
     /// The property in the current slot, null before the first step and after the last.
     MCProperty* GetValue() const { return m_ppxCurrent == nullptr ? nullptr : *m_ppxCurrent; }
     /// The number of properties in the set.
@@ -295,6 +304,8 @@ public:
 
 private:
     friend class MCPropertySet;
+
+    ZVTBoolean Advance();
 
     const MCPropertySet* m_pxSet;
     MCProperty** m_ppxCurrent = nullptr;

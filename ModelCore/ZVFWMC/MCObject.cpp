@@ -129,9 +129,16 @@ EndUnderWay::~EndUnderWay() {
 struct ExpungeDepth {
     explicit ExpungeDepth(ExpungeState& state) : m_rState(state) { ++m_rState.m_nDepth; }
     ~ExpungeDepth() {
-        // Left over only when a rule or subscriber threw: those stay, half gone like the rest of that
-        // expunge, rather than go with some later, unrelated one.
+        // Left over only when a rule or subscriber threw: those stay rather than go with some later,
+        // unrelated expunge. Nothing of them has gone yet, so they are as they were before their veto,
+        // free to be expunged again.
         if (--m_rState.m_nDepth == 0 && !m_rState.m_xWaiting.empty()) {
+            for (const std::pair<MCObject*, bool>& waiting : m_rState.m_xWaiting) {
+                if (m_rState.m_xAlive.count(waiting.first) != 0) {
+                    waiting.first->SetFlag(MCItem::itemExpunging, false);
+                    waiting.first->SetFlag(MCItem::itemTreeExpunge, false);
+                }
+            }
             m_rState.m_xWaiting.clear();
             m_rState.m_xAlive.clear();
             t_nWaiting = 0;

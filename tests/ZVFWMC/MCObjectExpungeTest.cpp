@@ -164,8 +164,8 @@ TEST_F(ObjectExpungeTest, OwneesMadeAndTakenDownDuringTheEndAllGoOnce) {
     EXPECT_EQ(std::to_string(TestNode::c_nDestroyed - destroyedBefore) + " " + m_xLog.Take(), "4 " + heard);
 }
 
-// A subscriber that throws ends the whole expunge where it stands; an object that was waiting stays, and a
-// later, unrelated expunge does not take it along.
+// A subscriber that throws ends the whole expunge where it stands; an object that was waiting stays as it
+// was, and a later, unrelated expunge does not take it along.
 TEST_F(ObjectExpungeTest, AThrowDropsWhatWaitsForTheExpungeItEnds) {
     MCObject* root = Make();
     Domino domino;
@@ -178,6 +178,10 @@ TEST_F(ObjectExpungeTest, AThrowDropsWhatWaitsForTheExpungeItEnds) {
     Make()->Expunge(true);
     EXPECT_NE(MCObject::ResolveId(ids[64]), nullptr);
     EXPECT_NE(MCObject::ResolveId(ids[65]), nullptr);
+    // Nothing of it went, so it is not marked as going and goes when asked on its own.
+    EXPECT_FALSE(MCObject::ResolveId(ids[64])->GetFlag(MCItem::itemExpunging));
+    MCObject::ResolveId(ids[64])->Expunge(true);
+    EXPECT_EQ(MCObject::ResolveId(ids[99]), nullptr);
 
     // What the throw left half gone still goes with its owner, while the observer is there to hear it.
     domino.m_lThrowAt = 0;

@@ -13,7 +13,8 @@
 
 /// A text of 8-bit characters that also knows a null state, distinct from (but equal to) the empty text.
 /// A text of up to c_nInline characters lives inside the string: a model holds a name per object, and most
-/// names are short.
+/// names are short. A text has fewer than 2^32 - 1 characters, as a stored string does: whatever would make
+/// a longer one throws std::length_error and leaves the string as it was.
 class MODELCORE_API ZVTString {
 public:
     /// How compareTo treats letters: exactly, or ignoring ASCII case.
@@ -39,8 +40,7 @@ public:
     /// Virtual so that derived texts are destroyed whole.
     virtual ~ZVTString();
 
-    /// Copies text and null state. Throws std::length_error for a text beyond 2^32 - 2 characters, the
-    /// most a stored string can say.
+    /// Copies text and null state.
     ZVTString& operator=(const ZVTString& other);
     /// Takes the other's text; the other is left null.
     ZVTString& operator=(ZVTString&& other) noexcept;

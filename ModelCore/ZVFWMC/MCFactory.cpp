@@ -213,8 +213,17 @@ FirstSetWay c_axFirstSetWays[c_nFirstSetSlots];
 template <class Property, class RawAccessor>
 ZVTBoolean MCFactoryRegistry::SetMadeValue(short code, MCObject* owner, MCPropertyAccessor& accessor,
                                            long flags) {
-    // What MCPropertyFactoryT makes for a code its owner holds no property of.
-    auto* property = new Property(code, owner);
+    // What MCPropertyFactoryT makes for a code its owner holds no property of: SetProperty has just
+    // searched the set, and no host code ran since.
+    struct Absent {
+        Absent() { mc_detail::t_bAbsentType = true; }
+        ~Absent() { mc_detail::t_bAbsentType = false; }
+    };
+    Property* property;
+    {
+        Absent absent;
+        property = new Property(code, owner);
+    }
     return static_cast<RawAccessor&>(accessor).SetMadeValue(property, owner, flags);
 }
 

@@ -213,4 +213,13 @@ private:
     mutable ZVTRecentT<MCMetaInfoConcreteEntry> m_xRecentSized;
 };
 
+namespace mc_detail {
+
+/// Set by the short way of a first set while it makes a property of a type its owner was just found not
+/// to hold, and cleared when that is done; the property's constructor, made by `new` under it, enters
+/// itself without searching the owner's set for a duplicate.
+inline __attribute__((tls_model("initial-exec"))) thread_local bool t_bAbsentType = false;
+
+}  // namespace mc_detail
+
 #endif

@@ -575,7 +575,11 @@ MCProperty* MCObject::CreateProperty_(short type) {
     return static_cast<MCProperty*>(MCFactoryRegistry::CreateItem_(type, this, nullptr, true));
 }
 
-void MCObject::AddProperty(MCProperty* property) {
+void MCObject::AddProperty(MCProperty* property, bool absent) {
+    if (absent) {
+        m_xProperties.InsertAbsent(property);
+        return;
+    }
     // Insert refuses a second property of a type and then leaves the set as it was.
     if (!m_xProperties.Insert(property))
         throw EXDuplicateProperty();

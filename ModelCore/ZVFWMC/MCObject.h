@@ -313,7 +313,9 @@ private:
     // Makes the property of `type` on this object; null after message 601 when it cannot be made, also
     // for an object type.
     MCProperty* CreateProperty_(short type);
-    void AddProperty(MCProperty* property);
+    // Enters a new property into the set; `absent` when its type is known not to be there, which skips the
+    // search for a duplicate (EXDuplicateProperty otherwise).
+    void AddProperty(MCProperty* property, bool absent = false);
     void NullProperty_(MCProperty* property);
     ZVTBoolean SetPropertyFlag_(MCProperty* property, unsigned short flag, ZVTBoolean on);
     MCObject* RemoveFirstOwnee();

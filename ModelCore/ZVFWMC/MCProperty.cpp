@@ -8,6 +8,7 @@
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 #include "ModelCore/ZVFWMC/MCFactoryRegistry.h"
+#include "ModelCore/ZVFWMC/MCFactoryRegistryPrivate.h"
 #include "ModelCore/ZVFWMC/MCObject.h"
 #include "ModelCore/ZVFWMC/MCPropertyAccessor.h"
 #include "ModelCore/ZVFWMC/MCStreams.h"
@@ -32,6 +33,7 @@ void* MCProperty::operator new(std::size_t size) {
 MCProperty::MCProperty(short type, MCObject* owner) : MCItem(type) {
     // Taken before anything can throw, so no later property finds it.
     const bool madeByNew = std::exchange(t_pvNewBlock, nullptr) == this;
+    const bool absent = madeByNew && std::exchange(mc_detail::t_bAbsentType, false);
     SetFlagRaw(itemNulled, true);
     if (!owner)
         throw EXNullOwner();
@@ -45,7 +47,7 @@ MCProperty::MCProperty(short type, MCObject* owner) : MCItem(type) {
                 SetFlagRaw(itemFlag100, true);
         }
     }
-    owner->AddProperty(this);
+    owner->AddProperty(this, absent);
 }
 
 MCProperty::~MCProperty() = default;
@@ -261,6 +263,15 @@ ZVTBoolean MCPropertySet::Insert(MCProperty* property) {
     }
     *freeSlot = property;
     return true;
+}
+
+void MCPropertySet::InsertAbsent(MCProperty* property) {
+    MCProperty** slot = PropertyChain::Find(First(), [](MCProperty** at) { return *at == nullptr; });
+    if (!slot) {
+        MCProperty** first = First();
+        slot = PropertyChain::Grow(first);
+    }
+    *slot = property;
 }
 
 ZVTBoolean MCPropertySet::Delete(MCProperty* property) {

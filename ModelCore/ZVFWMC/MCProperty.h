@@ -267,6 +267,8 @@ private:
 
     // The first segment; its slots are filled in place.
     MCProperty** First() const { return const_cast<MCProperty**>(m_apxFirstSegment); }
+    // Insert for a property whose type the set is known not to hold: the lowest free slot, unsearched.
+    void InsertAbsent(MCProperty* property);
 
     // Segments of four property slots, then the link to the next segment. The first lives in the set:
     // every object fills it (its id takes slot 0), and there it shares the object's cache lines. No count

@@ -362,6 +362,30 @@ TEST_F(FaultLoopTest, ACreationThatRunsOutOfMemoryLeavesNoTrace) {
     EXPECT_EQ(CheckModel(Scope()), "");
 }
 
+// A first set that runs out of memory before its property is made leaves the next property made by hand
+// to the usual check: one of a type its owner holds is refused.
+TEST_F(FaultLoopTest, AFirstSetOutOfMemoryLeavesDuplicatesRefused) {
+    MCObject* e = Find("E");  // holds a count
+    std::vector<MCObject*> fresh;
+    bool ranOut = false;
+    // Memory runs out when the pool's room for counts does, within the objects made here.
+    for (int round = 0; round < 64 && !ranOut; ++round) {
+        for (int i = 0; i < 4096; ++i)
+            fresh.push_back(Make(e, RelNode::c_sType));
+        g_bExhausted = true;
+        try {
+            for (MCObject* object : fresh)
+                SetLong(object, RelNode::c_sCount, 1);
+        } catch (const std::bad_alloc&) {
+            ranOut = true;
+        }
+        g_bExhausted = false;
+        fresh.clear();
+    }
+    ASSERT_TRUE(ranOut);
+    EXPECT_THROW(new MCSPropertyT<long>(RelNode::c_sCount, e), EXDuplicateProperty);
+}
+
 // Edits, a clone and an expunge of the model with their Nth allocation failing, for N = 1, 2, ... until
 // each goes through, and again with every allocation failing from the Nth on: std::bad_alloc, and a model
 // that stays sound, whatever part of the edit was done (a reference that could not watch its new target

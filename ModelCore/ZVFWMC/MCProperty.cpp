@@ -37,7 +37,9 @@ MCProperty::MCProperty(short type, MCObject* owner) : MCItem(type) {
     SetFlagRaw(itemNulled, true);
     if (!owner)
         throw EXNullOwner();
-    if (!madeByNew && owner->IsContainedAddress(this)) {
+    // An object's own id is embedded and made first, into an empty set: nothing to ask or search.
+    const bool ownId = this == static_cast<MCProperty*>(&owner->m_xId);
+    if (!madeByNew && (ownId || owner->IsContainedAddress(this))) {
         // An embedded property takes its registered flags here; a free one gets them from CreateItem.
         unsigned long registered = 0;
         if (MCFactoryRegistry::GetFlags(type, registered)) {
@@ -47,7 +49,7 @@ MCProperty::MCProperty(short type, MCObject* owner) : MCItem(type) {
                 SetFlagRaw(itemFlag100, true);
         }
     }
-    owner->AddProperty(this, absent);
+    owner->AddProperty(this, absent || ownId);
 }
 
 MCProperty::~MCProperty() = default;

@@ -217,7 +217,7 @@ int MCSubject::CountHearers(unsigned int nMask, MCSubscriber*& rpHearer) const {
     return nHearers;
 }
 
-void MCSubject::AddSubscriber(MCSubscriber* pSubscriber, unsigned int nType) {
+void MCSubject::Subscribe(MCSubscriber* pSubscriber, unsigned int nType) {
     // Nobody could be served through a null entry, and in the own slot it would read as free.
     if (pSubscriber == nullptr)
         return;

@@ -119,7 +119,20 @@ public:
     /// and revives a stale entry. A null pSubscriber is never entered: the call does nothing. The subject
     /// does not own the subscriber, which must leave (RemoveSubscriber) before it dies; mc::Observe gives a
     /// handle that leaves by itself.
-    void AddSubscriber(MCSubscriber* pSubscriber, unsigned int nType);
+    void AddSubscriber(MCSubscriber* pSubscriber, unsigned int nType) {
+        // An empty list that no audibility memo relies on (every new object's, which its owner joins)
+        // takes the subscriber in its own entry, with nothing to walk or to tell.
+        if (m_uSubscribers == 0 && (m_nState & c_nHeardRelied) == 0 &&
+            m_xOwnEntry.m_pxSubscriber == nullptr && pSubscriber != nullptr) {
+            m_xOwnEntry.Initialize(pSubscriber, nType);
+            m_xOwnEntry.m_pxNext = nullptr;
+            m_uSubscribers = reinterpret_cast<std::uintptr_t>(&m_xOwnEntry);
+            if (IsShortCounted())
+                m_nState = static_cast<std::uint8_t>(m_nState + c_nShortCountUnit);
+            return;
+        }
+        Subscribe(pSubscriber, nType);
+    }
     /// Lowers pSubscriber's count and clears the bits of nType from its types, except bit 4 which stays; at
     /// count 0 the entry turns stale. Removing what is not subscribed, or a null pSubscriber, does nothing.
     void RemoveSubscriber(MCSubscriber* pSubscriber, unsigned int nType);
@@ -176,6 +189,8 @@ private:
         return m_xOwnEntry.m_pxSubscriber != nullptr ? &m_xOwnEntry : nullptr;
     }
 
+    // AddSubscriber past its inline case.
+    void Subscribe(MCSubscriber* pSubscriber, unsigned int nType);
     MCSubscriberReference* NewEntry(MCSubscriber* pSubscriber, unsigned int nType);
     void FreeEntry(MCSubscriberReference* pEntry);
     // Called after a change of the list that could alter what CountHearers answers: a subject that an

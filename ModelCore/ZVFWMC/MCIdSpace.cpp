@@ -94,14 +94,21 @@ long MCIdSpace::RequestId() {
 }
 
 void MCIdSpace::RegisterPointer(long id, MCObject* pObject) {
-    if (MCObject* pExisting = ResolveId(id)) {
+    // ResolveId's search, keeping the paged slot it finds for the insert.
+    MCObject** slot = PagedSlot(id);
+    MCObject* pExisting = slot != nullptr ? *slot : nullptr;
+    if (!pExisting && !m_xObjects.IsEmpty())
+        m_xObjects.Find(id, pExisting);
+    if (pExisting) {
         if (pExisting == pObject)
             return;
         throw EXDuplicateResolution(pExisting, pObject);
     }
     if (id > c_lMaxId || id < c_lMinId)
         MC_THROW_UNEXPECTED(c_xSourceFile);
-    if (MCObject** slot = PagedSlotForInsert(id)) {
+    if (!slot)
+        slot = PagedSlotForInsert(id);
+    if (slot) {
         *slot = pObject;
         ++m_nPaged;
         ++m_xPages[static_cast<std::size_t>(id >> c_nPageBits)]->m_nUsed;

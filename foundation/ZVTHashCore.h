@@ -14,6 +14,14 @@
 
 namespace zvt_detail {
 
+/// Whether the first byte in memory of a word is its lowest: then a word's lowest set bit names the first
+/// byte that has it.
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+constexpr bool c_bLittleEndian = true;
+#else
+constexpr bool c_bLittleEndian = false;
+#endif
+
 /// Spreads a caller's hash over all 64 bits (a 64-bit finalizer): identity hashes of ids and pointers
 /// come in runs and strides that would otherwise pile up in a few places of a power-of-two table.
 inline std::uint64_t MixHash(unsigned int hash) {
@@ -136,10 +144,13 @@ public:
         Reserve(m_nSize + 1);
         const std::uint64_t hash = Mix(key);
         size_t i = hash & m_nMask;
-        for (; m_pcCtrl[i] != 0; i = (i + 1) & m_nMask) {
-            if (unique && m_pcCtrl[i] == Tag(hash) && KeyOf::Get(m_pxSlots[i]) == key) {
-                return {&m_pxSlots[i], false};
+        if (unique) {
+            for (; m_pcCtrl[i] != 0; i = (i + 1) & m_nMask) {
+                if (m_pcCtrl[i] == Tag(hash) && KeyOf::Get(m_pxSlots[i]) == key)
+                    return {&m_pxSlots[i], false};
             }
+        } else {
+            i = FirstEmpty(i);
         }
         new (&m_pxSlots[i]) Entry(std::forward<Args>(args)...);
         m_pcCtrl[i] = Tag(hash);
@@ -217,6 +228,26 @@ private:
         return capacity;
     }
     static std::uint8_t Tag(std::uint64_t hash) { return static_cast<std::uint8_t>(0x80 | (hash >> 57)); }
+    // The first empty slot from `i` on, in probe order. A used slot's control byte has its top bit set, so
+    // eight bytes are tested at once where they lie within the table: runs can be long where keys come in
+    // blocks (LocalHash).
+    size_t FirstEmpty(size_t i) const {
+        const size_t capacity = m_nMask + 1;
+        for (;;) {
+            if (c_bLittleEndian && i + 8 <= capacity) {
+                std::uint64_t word;
+                std::memcpy(&word, m_pcCtrl + i, sizeof word);
+                const std::uint64_t empty = ~word & 0x8080808080808080ULL;
+                if (empty != 0)
+                    return i + (static_cast<size_t>(__builtin_ctzll(empty)) >> 3);
+                i = (i + 8) & m_nMask;
+                continue;
+            }
+            if (m_pcCtrl[i] == 0)
+                return i;
+            i = (i + 1) & m_nMask;
+        }
+    }
     std::uint64_t Mix(const Key& key) const {
         const unsigned int hash = m_pfHash(key);
         return m_nLocalityBits == 0 ? MixHash(hash) : LocalHash(hash, m_nLocalityBits);
@@ -255,9 +286,7 @@ private:
         for (size_t i = 0; i < oldCapacity; ++i) {
             if (oldCtrl[i] == 0)
                 continue;
-            size_t j = Mix(KeyOf::Get(oldSlots[i])) & m_nMask;
-            while (m_pcCtrl[j] != 0)
-                j = (j + 1) & m_nMask;
+            const size_t j = FirstEmpty(Mix(KeyOf::Get(oldSlots[i])) & m_nMask);
             new (&m_pxSlots[j]) Entry(std::move(oldSlots[i]));
             m_pcCtrl[j] = oldCtrl[i];
             oldSlots[i].~Entry();

@@ -752,20 +752,15 @@ void MCPasteStream::ReadEntries(ZVTSList<MCObject*>& targets) {
     // What the prelude bound stays bound for every target.
     for (Binding& binding : m_xBindings)
         binding.m_bPass = false;
-    // A host's rule may expunge a target of a later pass: the ids tell without touching it, once any
-    // object has ended at all.
-    const std::uint64_t ends = mc_detail::t_nObjectEnds;
-    std::vector<long> targetIds;
-    targetIds.reserve(targets.Entries());
-    for (std::size_t t = 0; t < targets.Entries(); ++t)
-        targetIds.push_back(targets.At(t) ? targets.At(t)->GetId() : 0);
+    // A host's rule may expunge a target of a later pass.
+    const std::vector<mc_detail::HeldObject> held = mc_detail::HoldEach(targets);
     for (std::size_t t = 0; t < targets.Entries() && !m_bFailed; ++t) {
         MCObject* perTarget = targets.At(t);
-        if (perTarget && mc_detail::t_nObjectEnds != ends && MCObject::ResolveId(targetIds[t]) != perTarget) {
+        if (held[t].Gone()) {
             m_bFailed = true;
             break;
         }
-        m_lPassTargetId = targetIds[t];
+        m_lPassTargetId = perTarget ? perTarget->GetId() : 0;
         if (t > 0) {
             // What the last target's pass made is resolved among itself before its ids are let go, so
             // that the next pass binds them to its own objects.

@@ -6,8 +6,10 @@
 // Read directly, so that the check is one load wherever it stands in the library.
 
 #include <cstdint>
+#include <vector>
 
 #include "ModelCore/ZVFWMC/MCObject.h"
+#include "foundation/ZVTSList.h"
 
 namespace mc_detail {
 
@@ -45,6 +47,15 @@ private:
     long m_lId = 0;
     std::uint64_t m_nEnds = 0;
 };
+
+/// Each of `objects` (a null one too, which never goes), held in list order.
+inline std::vector<HeldObject> HoldEach(const ZVTSList<MCObject*>& objects) {
+    std::vector<HeldObject> held;
+    held.reserve(objects.Entries());
+    for (size_t i = 0; i < objects.Entries(); ++i)
+        held.emplace_back(objects.At(i));
+    return held;
+}
 
 }  // namespace mc_detail
 

@@ -27,15 +27,6 @@
 
 namespace {
 
-// Each of `objects`, held so that an expunge among them can be told afterwards.
-std::vector<mc_detail::HeldObject> Hold(const ZVTSList<MCObject*>& objects) {
-    std::vector<mc_detail::HeldObject> held;
-    held.reserve(objects.Entries());
-    for (size_t i = 0; i < objects.Entries(); ++i)
-        held.emplace_back(objects.At(i));
-    return held;
-}
-
 // Lists in `objects` only those of `held` that are still there.
 void KeepLiving(ZVTSList<MCObject*>& objects, std::vector<mc_detail::HeldObject>& held) {
     objects.Clear();
@@ -373,7 +364,7 @@ MCPersController::result MCPersController::RestoreFrom(MCStream& stream, MCObjec
     for (size_t i = 0; i < count; ++i)
         m_xCreatedObjects.At(i)->ResolveIds(*m_pxIdSpace);
     // A rule may expunge its object, one not yet fired or one fired before.
-    std::vector<mc_detail::HeldObject> made = Hold(m_xCreatedObjects);
+    std::vector<mc_detail::HeldObject> made = mc_detail::HoldEach(m_xCreatedObjects);
     mc_detail::HeldObject heldRoot(root);
     const std::uint64_t endsBefore = mc_detail::t_nObjectEnds;
     for (mc_detail::HeldObject& entry : made) {
@@ -415,7 +406,7 @@ void MCPersController::DropPartialTree(MCObject* root) {
     MCFactoryRegistry::RemoveUDPs(root);
     // Ids tell afterwards which objects the expunge took, without touching freed memory; objects that
     // found no owner in the file survive it and stay listed for the host.
-    std::vector<mc_detail::HeldObject> made = Hold(m_xCreatedObjects);
+    std::vector<mc_detail::HeldObject> made = mc_detail::HoldEach(m_xCreatedObjects);
     root->Expunge(true);
     KeepLiving(m_xCreatedObjects, made);
 }

@@ -1,5 +1,6 @@
 #include "ModelCore/ZVFWMC/MCFactory.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <typeinfo>
@@ -300,9 +301,21 @@ ZVTBoolean MCFactoryRegistry::HookCreateItem(MCCreationHook& hook, ZVTBoolean ad
 
 ZVTBoolean MCFactoryRegistry::GetInstances(short code, ZVTHTableT<MCObject*>*& table, MCObject* /*model*/) {
     MCMetaInfoI* impl = c_pxImplementation;
-    const MCMetaInfoI::InstanceTable* instances = impl ? impl->m_xInstances.FindPtr(code) : nullptr;
+    MCMetaInfoI::InstanceTable* instances = impl ? impl->m_xInstances.FindPtr(code) : nullptr;
     if (!instances)
         return false;
+    if (!instances->m_pxTable) {
+        size_t count = 0;
+        for (MCObject* object = instances->m_pxFirst; object; object = object->m_pxNextOfType)
+            ++count;
+        // Objects made one after the other lie close together, and so do their places in the table: a
+        // tree built or expunged in order touches the table in runs rather than at random.
+        auto made = std::make_unique<ZVTHTableT<MCObject*>>(
+            HashObjectAddress, std::max<size_t>(64, 2 * count), c_nAddressLocalityBits);
+        for (MCObject* object = instances->m_pxFirst; object; object = object->m_pxNextOfType)
+            made->Insert(object);
+        instances->m_pxTable = made.release();
+    }
     table = instances->m_pxTable;
     return true;
 }
@@ -313,30 +326,47 @@ void MCFactoryRegistry::RegisterInstance(MCObject* object, ZVTBoolean add) {
         return;
     MCMetaInfoI::InstanceTable* instances = impl->m_xInstances.FindPtr(object->GetType());
     if (!add) {
-        if (instances)
+        if (!instances || object->m_pxNextOfType == object)
+            return;
+        MCObject* prev = object->m_pxPrevOfType;
+        MCObject* next = object->m_pxNextOfType;
+        (prev ? prev->m_pxNextOfType : instances->m_pxFirst) = next;
+        (next ? next->m_pxPrevOfType : instances->m_pxLast) = prev;
+        object->m_pxPrevOfType = object->m_pxNextOfType = object;
+        if (instances->m_pxTable)
             instances->m_pxTable->Remove(object);
         return;
     }
     if (!instances) {
-        // Objects made one after the other lie close together, and so do their places in the table: a
-        // tree built or expunged in order touches the table in runs rather than at random.
-        auto table = std::make_unique<ZVTHTableT<MCObject*>>(HashObjectAddress, 64, c_nAddressLocalityBits);
         MCMetaInfoI::InstanceTable fresh;
-        fresh.m_pxTable = table.get();
         if (MCMetaInfoEntry* entry = impl->FindEntry(object->GetType())) {
             if (MCMetaInfoConcreteEntry* concrete = entry->AsConcrete())
                 fresh.m_uItemSize = concrete->m_uItemSize;
         }
         impl->m_xInstances.Insert(object->GetType(), fresh);
-        table.release()->Insert(object);
-        return;
+        instances = impl->m_xInstances.FindPtr(object->GetType());
+    } else if (instances->m_pxTable) {
+        instances->m_pxTable->Insert(object);
+        // The place of the block the next object of this type will take is loaded while this one is
+        // made: a block given back lies anywhere, and a block carved from a fresh 4 KB stretch has its
+        // place in a block of the table that no object has touched yet.
+        if (const void* next = ZVTPool::NextPackedBlock(instances->m_uItemSize))
+            instances->m_pxTable->Prefetch(static_cast<MCObject*>(const_cast<void*>(next)));
     }
-    instances->m_pxTable->Insert(object);
-    // The place of the block the next object of this type will take is loaded while this one is made: a
-    // block given back lies anywhere, and a block carved from a fresh 4 KB stretch has its place in a
-    // block of the table that no object has touched yet.
-    if (const void* next = ZVTPool::NextPackedBlock(instances->m_uItemSize))
-        instances->m_pxTable->Prefetch(static_cast<MCObject*>(const_cast<void*>(next)));
+    object->m_pxPrevOfType = instances->m_pxLast;
+    object->m_pxNextOfType = nullptr;
+    (instances->m_pxLast ? instances->m_pxLast->m_pxNextOfType : instances->m_pxFirst) = object;
+    instances->m_pxLast = object;
+}
+
+void MCFactoryRegistry::UnlistInstances() {
+    for (ZVTHDictIter<short, MCMetaInfoI::InstanceTable> it(c_pxImplementation->m_xInstances); ++it;) {
+        for (MCObject* object = it.Value().m_pxFirst; object;) {
+            MCObject* next = object->m_pxNextOfType;
+            object->m_pxPrevOfType = object->m_pxNextOfType = object;
+            object = next;
+        }
+    }
 }
 
 // Defined here rather than with the rest of the user-defined properties: finding the persistence root

@@ -181,6 +181,7 @@ MCFactoryRegistry::MCFactoryRegistry() {
 }
 
 MCFactoryRegistry::~MCFactoryRegistry() {
+    UnlistInstances();
     delete c_pxImplementation;
     c_pxImplementation = nullptr;
 }

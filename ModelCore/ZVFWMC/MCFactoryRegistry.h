@@ -245,7 +245,8 @@ public:
     /// not exist, when adding a hook that is there or removing one that is not.
     static ZVTBoolean HookCreateItem(MCCreationHook& hook, ZVTBoolean add);
     /// The live objects of `code` (by the code of their class) into `table`; false when none was ever
-    /// made. The table stays with the registry and changes as objects come and go.
+    /// made. The table is made on the first ask (std::bad_alloc when it cannot be), stays with the
+    /// registry and changes as objects come and go.
     static ZVTBoolean GetInstances(short code, ZVTHTableT<MCObject*>*& table, MCObject* model);
     /// Adds `count` to the expected number of items of `itemSize` (a new record starts at 1); creates the
     /// registry if need be.
@@ -300,6 +301,9 @@ private:
     static ZVTBoolean SetMadeValue(short code, MCObject* owner, MCPropertyAccessor& accessor, long flags);
     // Enters (`add`) or removes an object in the table of live objects of its type.
     static void RegisterInstance(MCObject* object, ZVTBoolean add);
+    // Takes every live object out of its type's list, as the registry ends before them: their ends must
+    // touch no other object.
+    static void UnlistInstances();
     // Shows numbered message `messageId` with `code` in decimal, as the registry reports a type it
     // cannot serve.
     static void ShowCodeMessage(long messageId, short code);

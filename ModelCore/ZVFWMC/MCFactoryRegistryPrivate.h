@@ -194,10 +194,13 @@ public:
     ZVTHSetT<MCFactory*> m_xFactories;
     ZVTHDict<short, ZVTSList<short>> m_xPendingSubtypes;
     ZVTHDict<short, ZVTSList<short>> m_xPendingOwnees;
-    // The live objects of one type code (the table owned, the objects not), and the type's item size as
-    // it was at the first of them, for reading ahead where the next one goes.
+    // The live objects of one type code: a list through the objects, and the table a host reads them
+    // from, owned and made on its first ask (kept from then on, as the host may hold it); with the type's
+    // item size as it was at the first object, for reading ahead where the next one goes.
     struct InstanceTable {
         ZVTHTableT<MCObject*>* m_pxTable = nullptr;
+        MCObject* m_pxFirst = nullptr;
+        MCObject* m_pxLast = nullptr;
         unsigned int m_uItemSize = 0;
     };
     ZVTHDict<short, InstanceTable> m_xInstances;

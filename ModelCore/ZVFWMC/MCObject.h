@@ -330,6 +330,10 @@ private:
     MCObject* m_pxNextSibling = nullptr;
     MCPropertySet m_xProperties;
     MCSPropertyT<long> m_xId;
+    // The live objects of one type, oldest first, from which the registry makes the type's table when a
+    // host first asks for it. A link to itself means "in no list".
+    MCObject* m_pxPrevOfType = this;
+    MCObject* m_pxNextOfType = this;
 };
 
 namespace mc_detail {

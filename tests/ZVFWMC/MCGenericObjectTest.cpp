@@ -2,6 +2,10 @@
 // a second initializing, creation hooks, pools, the table of live objects and the owner checks of object
 // factories.
 
+#include <algorithm>
+#include <map>
+
+#include "ModelCore/ModelCoreModern.h"
 #include "support/ModelTestSupport.h"
 #include "support/RegistryTestSupport.h"
 
@@ -25,6 +29,16 @@ public:
     Loose(short type, MCFactorySignature& signature, MCFactoryContext* context)
         : MCObject(type, signature, context) {}
     Loose(MCObject* owner, MCFactoryContext* context) : MCObject(c_sType, owner, context) {}
+};
+
+// A type that no other test makes, so that the first ask for its table of live objects is this file's.
+class Listed : public mc::HostClass<30003> {
+public:
+    static void Register() { mc::RegisterClass<Listed>("Listed"); }
+
+private:
+    friend mc::FactoryOf<Listed>;
+    using HostClass::HostClass;
 };
 
 MCFactory* g_pxStrict = nullptr;
@@ -124,6 +138,40 @@ TEST_F(CreationTest, HooksAndTheLiveTableFollowObjects) {
     node->Expunge(true);
     EXPECT_EQ(live->Entries(), before - 1);
     EXPECT_FALSE(MCFactoryRegistry::GetInstances(30999, live, nullptr));
+}
+
+// The table is made when a host first asks for it: it lists what lives then, whichever of the oldest,
+// a middle one and the youngest went before, and follows every change after.
+TEST_F(CreationTest, TheLiveTableMadeOnTheFirstAskListsWhatLives) {
+    Listed::Register();
+    auto names = [](ZVTHTableT<MCObject*>* table) {
+        std::vector<std::string> found;
+        for (ZVTHTableIterT<MCObject*> it(*table); ++it;)
+            found.push_back(NameOf(it.Key()));
+        std::sort(found.begin(), found.end());
+        std::string out;
+        for (const std::string& name : found)
+            out += name;
+        return out;
+    };
+    std::map<char, MCObject*> made;
+    for (char name : std::string("abcdef"))
+        made[name] = Named(std::string(1, name).c_str(), nullptr, Listed::c_sType);
+    for (char gone : std::string("adf"))
+        made[gone]->Expunge(true);
+    ZVTHTableT<MCObject*>* live = nullptr;
+    ASSERT_TRUE(MCFactoryRegistry::GetInstances(Listed::c_sType, live, nullptr));
+    EXPECT_EQ(names(live), "bce");
+    made['g'] = Named("g", nullptr, Listed::c_sType);
+    made['b']->Expunge(true);
+    made['g']->Expunge(true);
+    EXPECT_EQ(names(live), "ce");
+    made['h'] = Named("h", nullptr, Listed::c_sType);
+    made['e']->Expunge(true);
+    EXPECT_EQ(names(live), "ch");
+    ZVTHTableT<MCObject*>* again = nullptr;
+    ASSERT_TRUE(MCFactoryRegistry::GetInstances(Listed::c_sType, again, nullptr));
+    EXPECT_EQ(again, live);
 }
 
 // Host code run by the creation may take the new object or a later hook: the creation then answers null

@@ -301,7 +301,7 @@ ZVTBoolean MCFactoryRegistry::HookCreateItem(MCCreationHook& hook, ZVTBoolean ad
 
 ZVTBoolean MCFactoryRegistry::GetInstances(short code, ZVTHTableT<MCObject*>*& table, MCObject* /*model*/) {
     MCMetaInfoI* impl = c_pxImplementation;
-    MCMetaInfoI::InstanceTable* instances = impl ? impl->m_xInstances.FindPtr(code) : nullptr;
+    MCMetaInfoI::InstanceTable* instances = impl ? impl->FindInstances(code) : nullptr;
     if (!instances)
         return false;
     if (!instances->m_pxTable) {
@@ -324,7 +324,7 @@ void MCFactoryRegistry::RegisterInstance(MCObject* object, ZVTBoolean add) {
     MCMetaInfoI* impl = c_pxImplementation;
     if (!impl)
         return;
-    MCMetaInfoI::InstanceTable* instances = impl->m_xInstances.FindPtr(object->GetType());
+    MCMetaInfoI::InstanceTable* instances = impl->FindInstances(object->GetType());
     if (!add) {
         if (!instances || object->m_pxNextOfType == object)
             return;
@@ -338,13 +338,13 @@ void MCFactoryRegistry::RegisterInstance(MCObject* object, ZVTBoolean add) {
         return;
     }
     if (!instances) {
-        MCMetaInfoI::InstanceTable fresh;
+        auto fresh = std::make_unique<MCMetaInfoI::InstanceTable>();
         if (MCMetaInfoEntry* entry = impl->FindEntry(object->GetType())) {
             if (MCMetaInfoConcreteEntry* concrete = entry->AsConcrete())
-                fresh.m_uItemSize = concrete->m_uItemSize;
+                fresh->m_uItemSize = concrete->m_uItemSize;
         }
-        impl->m_xInstances.Insert(object->GetType(), fresh);
-        instances = impl->m_xInstances.FindPtr(object->GetType());
+        impl->m_xInstances.Insert(object->GetType(), fresh.get());
+        instances = fresh.release();
     } else if (instances->m_pxTable) {
         instances->m_pxTable->Insert(object);
         // The place of the block the next object of this type will take is loaded while this one is
@@ -360,8 +360,8 @@ void MCFactoryRegistry::RegisterInstance(MCObject* object, ZVTBoolean add) {
 }
 
 void MCFactoryRegistry::UnlistInstances() {
-    for (ZVTHDictIter<short, MCMetaInfoI::InstanceTable> it(c_pxImplementation->m_xInstances); ++it;) {
-        for (MCObject* object = it.Value().m_pxFirst; object;) {
+    for (ZVTHDictIter<short, MCMetaInfoI::InstanceTable*> it(c_pxImplementation->m_xInstances); ++it;) {
+        for (MCObject* object = it.Value()->m_pxFirst; object;) {
             MCObject* next = object->m_pxNextOfType;
             object->m_pxPrevOfType = object->m_pxNextOfType = object;
             object = next;

@@ -97,8 +97,10 @@ MCMetaInfoI::MCMetaInfoI()
 MCMetaInfoI::~MCMetaInfoI() {
     m_xPendingSubtypes.Clear();
     m_xPendingOwnees.Clear();
-    for (ZVTHDictIter<short, InstanceTable> it(m_xInstances); ++it;)
-        delete it.Value().m_pxTable;
+    for (ZVTHDictIter<short, InstanceTable*> it(m_xInstances); ++it;) {
+        delete it.Value()->m_pxTable;
+        delete it.Value();
+    }
     m_xInstances.Clear();
     for (ZVTHSetIterT<MCFactory*> it(m_xFactories); ++it;)
         delete it.Key();

@@ -203,7 +203,15 @@ public:
         MCObject* m_pxLast = nullptr;
         unsigned int m_uItemSize = 0;
     };
-    ZVTHDict<short, InstanceTable> m_xInstances;
+    ZVTHDict<short, InstanceTable*> m_xInstances;  // owned, each where it was made
+    /// The instances of `code`, null when none was ever made; a type's are asked for on every making and
+    /// ending of one of its objects.
+    InstanceTable* FindInstances(short code) {
+        InstanceTable* found = m_xRecentInstances.Find(code);
+        if (!found && m_xInstances.Find(code, found))
+            m_xRecentInstances.Remember(code, found);
+        return found;
+    }
     // Expected item counts per item size.
     ZVTHDict<unsigned int, MCPoolRecord> m_xPools;
     ZVTSList<MCCreationHook*> m_xCreationHooks;
@@ -214,6 +222,9 @@ private:
     // The concrete entries behind the codes GetItemSize answered lately: every property made asks for
     // its object's size, and every object ended for its own.
     mutable ZVTRecentT<MCMetaInfoConcreteEntry> m_xRecentSized;
+    // The instances of the codes FindInstances answered lately; they never move and never go, so nothing
+    // is forgotten.
+    ZVTRecentT<InstanceTable, 8> m_xRecentInstances;
 };
 
 namespace mc_detail {

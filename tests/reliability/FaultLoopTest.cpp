@@ -328,8 +328,8 @@ class Fresh : public mc::HostClass<7951> {
 };
 
 // Creations with their Nth allocation failing, for N = 1, 2, ... until each goes through, over enough
-// objects of a fresh type for its live-object table to grow three times: a failed one leaves no id that
-// resolves to what its owner does not hold.
+// objects of a fresh type for its live-object table (asked for from the first on) to grow three times: a
+// failed one leaves no id that resolves to what its owner does not hold.
 TEST_F(FaultLoopTest, ACreationThatRunsOutOfMemoryLeavesNoTrace) {
     mc::RegisterClass<Fresh>("Fresh");
     MCObject* e = Find("E");
@@ -346,6 +346,8 @@ TEST_F(FaultLoopTest, ACreationThatRunsOutOfMemoryLeavesNoTrace) {
             }
             if (!c_xAllocationFault.Disarm()) {
                 ASSERT_NE(object, nullptr);
+                ZVTHTableT<MCObject*>* table = nullptr;
+                ASSERT_TRUE(MCFactoryRegistry::GetInstances(Fresh::c_sType, table, nullptr));
                 break;
             }
             if (object)

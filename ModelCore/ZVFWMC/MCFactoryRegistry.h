@@ -299,7 +299,8 @@ private:
     // the raw accessor class the active one derives from.
     template <class Property, class RawAccessor>
     static ZVTBoolean SetMadeValue(short code, MCObject* owner, MCPropertyAccessor& accessor, long flags);
-    // Enters (`add`) or removes an object in the table of live objects of its type.
+    // Enters (`add`) or removes an object in the list of live objects of its type, and in the type's
+    // table once a host has asked for it.
     static void RegisterInstance(MCObject* object, ZVTBoolean add);
     // Takes every live object out of its type's list, as the registry ends before them: their ends must
     // touch no other object.

@@ -93,13 +93,21 @@ long MCIdSpace::RequestId() {
     return ++m_lLastId;
 }
 
+inline MCObject* MCIdSpace::Find(long id, MCObject**& slot) const {
+    slot = PagedSlot(id);
+    if (slot != nullptr && *slot != nullptr)
+        return *slot;
+    MCObject* pObject = nullptr;
+    // An id that went to the hashed table before its page was made is still there.
+    if (!m_xObjects.IsEmpty())
+        m_xObjects.Find(id, pObject);
+    return pObject;
+}
+
 void MCIdSpace::RegisterPointer(long id, MCObject* pObject) {
-    // ResolveId's search, keeping the paged slot it finds for the insert.
-    MCObject** slot = PagedSlot(id);
-    MCObject* pExisting = slot != nullptr ? *slot : nullptr;
-    if (!pExisting && !m_xObjects.IsEmpty())
-        m_xObjects.Find(id, pExisting);
-    if (pExisting) {
+    // The paged slot the search finds serves the insert too.
+    MCObject** slot = nullptr;
+    if (MCObject* pExisting = Find(id, slot)) {
         if (pExisting == pObject)
             return;
         throw EXDuplicateResolution(pExisting, pObject);
@@ -120,13 +128,8 @@ void MCIdSpace::RegisterPointer(long id, MCObject* pObject) {
 }
 
 MCObject* MCIdSpace::ResolveId(long id) const {
-    if (MCObject** slot = PagedSlot(id); slot != nullptr && *slot != nullptr)
-        return *slot;
-    MCObject* pObject = nullptr;
-    // An id that went to the hashed table before its page was made is still there.
-    if (!m_xObjects.IsEmpty())
-        m_xObjects.Find(id, pObject);
-    return pObject;
+    MCObject** slot = nullptr;
+    return Find(id, slot);
 }
 
 void MCIdSpace::Prefetch(long id) const {

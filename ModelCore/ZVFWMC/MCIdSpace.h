@@ -53,6 +53,8 @@ private:
     static constexpr std::size_t c_nMaxPages = std::size_t{1} << 16;
 
     struct Page;
+    // The object under `id`, null when none; `slot` is its paged slot, null when the id is not paged.
+    MCObject* Find(long id, MCObject**& slot) const;
     // The slot of `id` in its page, null when the id is not paged.
     MCObject** PagedSlot(long id) const;
     // The same, making the page when the id may be paged; null when it goes to the hashed table.

@@ -259,21 +259,20 @@ ZVTBoolean MCPropertySet::Insert(MCProperty* property) {
     };
     if (PropertyChain::Find(First(), duplicate))
         return false;
+    Place(freeSlot, property);
+    return true;
+}
+
+void MCPropertySet::InsertAbsent(MCProperty* property) {
+    Place(PropertyChain::Find(First(), [](MCProperty** at) { return *at == nullptr; }), property);
+}
+
+void MCPropertySet::Place(MCProperty** freeSlot, MCProperty* property) {
     if (!freeSlot) {
         MCProperty** first = First();
         freeSlot = PropertyChain::Grow(first);
     }
     *freeSlot = property;
-    return true;
-}
-
-void MCPropertySet::InsertAbsent(MCProperty* property) {
-    MCProperty** slot = PropertyChain::Find(First(), [](MCProperty** at) { return *at == nullptr; });
-    if (!slot) {
-        MCProperty** first = First();
-        slot = PropertyChain::Grow(first);
-    }
-    *slot = property;
 }
 
 ZVTBoolean MCPropertySet::Delete(MCProperty* property) {

@@ -269,6 +269,8 @@ private:
     MCProperty** First() const { return const_cast<MCProperty**>(m_apxFirstSegment); }
     // Insert for a property whose type the set is known not to hold: the lowest free slot, unsearched.
     void InsertAbsent(MCProperty* property);
+    // Puts `property` in `freeSlot`, or in a new segment's first slot when that is null.
+    void Place(MCProperty** freeSlot, MCProperty* property);
 
     // Segments of four property slots, then the link to the next segment. The first lives in the set:
     // every object fills it (its id takes slot 0), and there it shares the object's cache lines. No count

@@ -44,10 +44,10 @@ TEST(EventTest, ChainsFindTheNearestEventAboutASubjectAndLiveUntilTheLastHolderG
     s1.AddSubscriber(&xRejoiner, 2);
     long nAllocated = 0;
     for (int i = 0; i < 3; ++i) {
-        nAllocated = g_nAllocations;
-        MCEvent& rCause = MCEvent::Instantiate(MCEvent::SubjectDestroyed, &s1, 7);
-        s1.NotifySubscribers(MCEvent::Instantiate(MCEvent::ReferenceCleared, &s1, 2, nullptr, &rCause));
-        nAllocated = g_nAllocations - nAllocated;
+        const long nStart = g_nAllocations;
+        s1.NotifySubscribers(MCEvent::Instantiate(MCEvent::ReferenceCleared, &s1, 2, nullptr,
+                                                  &MCEvent::Instantiate(MCEvent::SubjectDestroyed, &s1, 7)));
+        nAllocated = g_nAllocations - nStart;
     }
     s1.RemoveSubscriber(&xRejoiner, 2);
     EXPECT_EQ(std::to_string(MCEvent::c_nInstanceCount - nBefore) + " events, " + std::to_string(nAllocated) +
@@ -70,12 +70,10 @@ TEST(EventTest, ChainsFindTheNearestEventAboutASubjectAndLiveUntilTheLastHolderG
         const MCEvent* chain = from->GetChain(subject);
         found += chain == &e1 ? "1" : chain == &e2 ? "2" : chain == &e3 ? "3" : chain ? "?" : "-";
     }
-    EXPECT_EQ(found, "3321----");
-    EXPECT_TRUE(e4.GetRootSubject() == &s1 && e2.GetRootSubject() == &s1);
-
     // Letting go of the first cause keeps it alive as long as the chain holds it.
     x1 = MCEventUser(e4);
-    EXPECT_EQ(MCEvent::c_nInstanceCount - nBefore, 4);
+    EXPECT_EQ(found + " " + std::to_string(MCEvent::c_nInstanceCount - nBefore), "3321---- 4");
+    EXPECT_TRUE(e4.GetRootSubject() == &s1 && e2.GetRootSubject() == &s1);
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ namespace {
 
 // A reaction that writes its name and answers as told.
 struct Recording : MCNotification {
-    Recording(const char* name, result answer) : m_pcName(name), m_eAnswer(answer) {}
+    explicit Recording(const char* name, result answer = resultHandled) : m_pcName(name), m_eAnswer(answer) {}
     result Notify(MCObject* /*object*/, MCEvent& /*event*/) override {
         c_sLog += (c_sLog.empty() ? "" : " ") + std::string(m_pcName);
         return m_eAnswer;
@@ -27,13 +27,12 @@ struct Recording : MCNotification {
 
 constexpr short c_sBase = 9101, c_sMiddle = 9102, c_sLeaf = 9103, c_sAlias = 9110;
 
-Recording g_xBaseDefault("base-default", MCNotification::resultHandled);
-Recording g_xBaseOn4("base-4", MCNotification::resultHandled);
-Recording g_xMiddleOn4("middle-4", MCNotification::resultNotHandled);
-Recording g_xMiddleDefault("middle-default", MCNotification::resultHandled);
-Recording g_xLeafOn1("leaf-1", MCNotification::resultHandled);
-// Registered late on a type: logs and lets the search go on to the default reaction.
-Recording g_xLate("late", MCNotification::resultNotHandled);
+Recording g_xBaseDefault("base-default"), g_xBaseOn4("base-4"), g_xMiddleDefault("middle-default"),
+    g_xLeafOn1("leaf-1");
+// The middle's handler for 4 lets the search go on; so does a reaction registered late on a type, to the
+// default one.
+Recording g_xMiddleOn4("middle-4", MCNotification::resultNotHandled),
+    g_xLate("late", MCNotification::resultNotHandled);
 
 // An object class that registers no notifications of its own: its type has no entry.
 struct Silent : MCObject {
@@ -101,6 +100,8 @@ struct Heeding : Builder {
 // ("new" for one made since); with no log it hears and says nothing, and subscribed on an object it forces
 // every event there to be made and to climb the whole way.
 struct PlaceLog : MCSubscriber {
+    explicit PlaceLog(std::string* log = nullptr, const std::vector<MCObject*>* places = nullptr)
+        : m_psLog(log), m_pxPlaces(places) {}
     void Notify(MCEvent& event) override {
         if (!m_psLog)
             return;
@@ -108,8 +109,8 @@ struct PlaceLog : MCSubscriber {
         *m_psLog += " " + std::to_string(event.GetEventType()) + "@" +
                     (at == m_pxPlaces->end() ? "new" : std::to_string(at - m_pxPlaces->begin()));
     }
-    std::string* m_psLog = nullptr;
-    const std::vector<MCObject*>* m_pxPlaces = nullptr;
+    std::string* m_psLog;
+    const std::vector<MCObject*>* m_pxPlaces;
 };
 
 // Logs its name, the event type and the event's holders among the reactions, and runs its action once.
@@ -214,10 +215,9 @@ TEST_F(NotificationTest, EntriesChainThroughTheContextAndAliasesFollowTheirConcr
     EXPECT_FALSE(MCObject::RegisterNotificationObject(9130, 1));
     EXPECT_TRUE(MCObject::RegisterNotification(g_xLeafOn1, 9131, MCEvent::PropertySet, &context, false));
     EXPECT_EQ(context.GetAncestorType(MCFactoryContext::userNotifications), 9130);
-    MCNotificationEntry* entry = directory->CreateEntry(9131, 0);
-    ASSERT_NE(entry->GetAncestor(), nullptr);
-    EXPECT_EQ(entry->GetAncestor(), directory->CreateEntry(9130, 0));
-    EXPECT_EQ(entry->GetAncestor()->GetAncestor(), directory->CreateEntry(1, 0));
+    MCNotificationEntry* entry = directory->CreateEntry(9131, 0)->GetAncestor();
+    ASSERT_EQ(entry, directory->CreateEntry(9130, 0));
+    EXPECT_EQ(entry->GetAncestor(), directory->CreateEntry(1, 0));
 
     // The alias takes TestNode's entry as ancestor, whatever its class level names.
     MCNotificationEntry* alias = directory->CreateEntry(c_sAlias, MCGenericObject::c_sType);
@@ -260,9 +260,7 @@ TEST_F(NotificationTest, EventsNobodyCanHearAreSkippedWithoutChangingWhatAnyoneH
         MCObject* w1 = Make(watched);
         MCObject* quiet = Make(root);
         const std::vector<MCObject*> all{root, spy, Make(spy), watched, w1, Make(w1), quiet, Make(quiet)};
-        PlaceLog observer, holder, forcing;
-        observer.m_psLog = &log;
-        observer.m_pxPlaces = &all;
+        PlaceLog observer(&log, &all), holder, forcing;
         Subscription holding(quiet, &holder, MCEvent::subscriberReferenceHolder),
             watching(watched, &observer);
         std::vector<std::unique_ptr<Subscription>> forcings;
@@ -384,34 +382,28 @@ TEST_F(NotificationTest, ADeathReachesTheCleanUpAlikeDirectlyOrThroughTheSearch)
         ZVTSList<MCObject*> targets = ListOf({target}), others = ListOf({Make()});
         MCSRefAccessor single(target);
         MCVRefAccessor list(&targets), elsewhere(&others);
-        places[0]->SetProperty(MCCodes::pReferenceList, elsewhere, MCPropertyAccessor::accessAdd);
-        places[1]->SetProperty(MCCodes::pReference, single, MCPropertyAccessor::accessAdd);
-        places[2]->SetProperty(MCCodes::pReferenceList, list, MCPropertyAccessor::accessAdd);
-        std::string logs[3];
-        PlaceLog observers[3];
-        std::vector<std::unique_ptr<Subscription>> subscriptions;
-        for (int i = 0; i < 3; ++i) {
-            observers[i].m_psLog = &logs[i];
-            observers[i].m_pxPlaces = &places;
-            subscriptions.push_back(std::make_unique<Subscription>(places[i], &observers[i]));
-        }
+        places[0]->SetProperty(MCCodes::pReferenceList, elsewhere, c_lAdd);
+        places[1]->SetProperty(MCCodes::pReference, single, c_lAdd);
+        places[2]->SetProperty(MCCodes::pReferenceList, list, c_lAdd);
+        std::string trace;
+        PlaceLog observer(&trace, &places);
+        Subscription watching[] = {{places[0], &observer}, {places[1], &observer}, {places[2], &observer}};
         Recording::c_sLog.clear();
         target->Expunge(true);
-        std::string trace = Recording::c_sLog;
-        for (int i = 0; i < 3; ++i) {
+        trace = Recording::c_sLog + trace + " |";
+        for (MCObject* place : places) {
             MCVRefRawAccessor entries;
             MCSRefRawAccessor value;
-            places[i]->GetProperty(MCCodes::pReferenceList, entries);
-            places[i]->GetProperty(MCCodes::pReference, value);
-            trace += "|" + logs[i] + " " + std::to_string(entries.GetList()->Entries()) +
-                     (value.GetValue() ? "+" : "-");
+            place->GetProperty(MCCodes::pReferenceList, entries);
+            place->GetProperty(MCCodes::pReference, value);
+            trace += " " + std::to_string(entries.GetList()->Entries()) + (value.GetValue() ? "+" : "-");
         }
         return trace;
     };
     const std::string direct = run();
     Late(Keeper::c_sType, MCEvent::SubjectDestroyed);
     EXPECT_EQ(run(), "late late late" + direct);
-    EXPECT_EQ(direct, "| 1@0 5@0 1-| 1@1 5@1 0-| 1@2 5@2 0-");
+    EXPECT_EQ(direct, " 1@0 5@0 1@1 5@1 1@2 5@2 | 1- 0- 0-");
 }
 
 TEST_F(NotificationTest, AnOwnerThatKeepsTheCommonNotifyIsPassedEventsWithoutItYetNobodyCanTell) {
@@ -444,27 +436,23 @@ TEST_F(NotificationTest, AnOwnerThatKeepsTheCommonNotifyIsPassedEventsWithoutItY
             std::vector<MCObject*> chain{Make(nullptr, type)};
             while (static_cast<int>(chain.size()) < rCase.nLevels)
                 chain.push_back(Make(chain.back(), type));
-            chain.front()->AddSubscriber(&r, MCEvent::subscriberObserver);
-            chain[chain.size() / 2]->AddSubscriber(&m, MCEvent::subscriberObserver);
-            chain.back()->AddSubscriber(&l, MCEvent::subscriberObserver);
+            for (auto [at, tracer] :
+                 {std::pair{chain.front(), &r}, {chain[chain.size() / 2], &m}, {chain.back(), &l}})
+                at->AddSubscriber(tracer, MCEvent::subscriberObserver);
             m.m_xAct = [&] {
-                if (rCase.cAct == '+')
-                    chain.back()->AddSubscriber(&x, MCEvent::subscriberObserver);
-                else if (rCase.cAct == '-')
-                    chain.back()->RemoveSubscriber(&l, 0);
-                else if (rCase.cAct == 'R')
+                if (rCase.cAct == 'R')
                     Late(type, MCEvent::PropertySet);
+                else if (rCase.cAct)
+                    rCase.cAct == '+' ? chain.back()->AddSubscriber(&x, MCEvent::subscriberObserver)
+                                      : chain.back()->RemoveSubscriber(&l, 0);
             };
             Recording::c_sLog.clear();
-            for (long value : {1, 2}) {
-                SetLong(chain.back(), 87, value);
-                Recording::c_sLog += " |";
-            }
+            for (long value : {1, 2})
+                SetLong(chain.back(), 87, value), Recording::c_sLog += " |";
             traces[type == Detour::c_sType] = Recording::c_sLog;
             chain.front()->Expunge(true);  // the tracers hear it and are let go
         }
-        EXPECT_EQ(traces[0], rCase.pcExpected);
-        EXPECT_EQ(traces[1], traces[0]);
+        EXPECT_EQ(traces[0] + "/" + traces[1], rCase.pcExpected + std::string("/") + rCase.pcExpected);
     }
     // The detour was taken on every hop of every edit's climb: 3 + 99 + 3 + 3 + 3 hops, twice each.
     EXPECT_EQ(detours, 2 * (3 + 99 + 3 + 3 + 3));

@@ -6,7 +6,6 @@
 #include <map>
 #include <stdexcept>
 #include <string>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -44,12 +43,9 @@ public:
             return;
         const long dying = static_cast<MCObject*>(event.GetSubject())->GetId();
         m_xOrder.push_back(dying);
-        auto next = m_xNext.find(dying);
         // By id: the next one may have gone already.
-        if (next != m_xNext.end()) {
-            if (MCObject* object = MCObject::ResolveId(next->second))
-                object->Expunge(true);
-        }
+        if (MCObject* next = MCObject::ResolveId(m_xNext.count(dying) ? m_xNext[dying] : 0))
+            next->Expunge(true);
         if (dying == m_lThrowAt)
             throw std::runtime_error("stop");
     }
@@ -69,21 +65,22 @@ public:
         return ids;
     }
 
-    std::unordered_map<long, long> m_xNext;  // id to id
+    std::map<long, long> m_xNext;  // id to id
     long m_lThrowAt = 0;
     std::vector<long> m_xOrder;
 };
 
 // Expunges `m_pxVictim` once, from the PreDestructon rule of `m_pxAt` (`m_lEvent` 0) or on hearing an event
 // of `m_lEvent` as an observer of `m_pxAt`.
-class Striker : public MCObjectSem, public MCSubscriber {
+class Striker : public EndWatch {
 public:
+    Striker(long event, const MCObject* at, MCObject* victim)
+        : m_lEvent(event), m_pxAt(at), m_pxVictim(victim) {}
     result Fire(mode, MCObject* object, MCObjectSemContext*) override {
         if (m_lEvent == 0 && object == m_pxAt)
             Strike();
         return resultContinue;
     }
-    unsigned long GetInterests() const override { return PreDestructon; }
     void Notify(MCEvent& event) override {
         if (event.GetEventType() == m_lEvent)
             Strike();
@@ -93,19 +90,15 @@ public:
             victim->Expunge(true);
     }
 
-    long m_lEvent = 0;
-    const MCObject* m_pxAt = nullptr;
-    MCObject* m_pxVictim = nullptr;
+    long m_lEvent;
+    const MCObject* m_pxAt;
+    MCObject* m_pxVictim;
 };
 
 }  // namespace
 
 class ObjectExpungeTest : public RuleTest {
 protected:
-    void TearDown() override {
-        Crate::c_bUnit = false;
-        RuleTest::TearDown();
-    }
     EndWatch m_xWatch;
 };
 
@@ -134,10 +127,8 @@ TEST_F(ObjectExpungeTest, NestedExpungesOfAnyDepthEachGoOnceInOrder) {
         const auto alive =
             std::count_if(ids.begin(), ids.end(), [](long id) { return MCObject::ResolveId(id); });
         EXPECT_EQ(std::to_string(std::count(log.begin(), log.end(), '@')) + " rules, " +
-                      std::to_string(alive) + " alive",
-                  std::to_string(length) + " rules, 0 alive");
-        ASSERT_NE(MCObject::ResolveId(root->GetId()), nullptr);
-        root->Expunge(true);
+                      std::to_string(alive) + " alive, root " + Id(MCObject::ResolveId(root->GetId())),
+                  std::to_string(length) + " rules, 0 alive, root " + Id(root));
     }
 }
 
@@ -159,7 +150,7 @@ TEST_F(ObjectExpungeTest, OwneesMadeAndTakenDownDuringTheEndAllGoOnce) {
             nullptr, nullptr);
     };
     first->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
-    const std::string heard = "SubjectDestroyed(" + std::to_string(first->GetId()) + ")";
+    const std::string heard = "SubjectDestroyed(" + Id(first) + ")";
     root->Expunge(true);
     EXPECT_EQ(std::to_string(TestNode::c_nDestroyed - destroyedBefore) + " " + m_xLog.Take(), "4 " + heard);
 }
@@ -173,21 +164,20 @@ TEST_F(ObjectExpungeTest, AThrowDropsWhatWaitsForTheExpungeItEnds) {
     // The 64th expunge deep asks for the next object, which waits, and then its subscriber throws.
     domino.m_lThrowAt = ids[63];
     EXPECT_THROW(MCObject::ResolveId(ids[0])->Expunge(true), std::runtime_error);
-    ASSERT_NE(MCObject::ResolveId(ids[64]), nullptr);
+    MCObject* waiting = MCObject::ResolveId(ids[64]);
+    ASSERT_NE(waiting, nullptr);
 
     Make()->Expunge(true);
-    EXPECT_NE(MCObject::ResolveId(ids[64]), nullptr);
-    EXPECT_NE(MCObject::ResolveId(ids[65]), nullptr);
     // Nothing of it went, so it is not marked as going and goes when asked on its own.
-    EXPECT_FALSE(MCObject::ResolveId(ids[64])->GetFlag(MCItem::itemExpunging));
-    MCObject::ResolveId(ids[64])->Expunge(true);
+    EXPECT_TRUE(MCObject::ResolveId(ids[64]) && MCObject::ResolveId(ids[65]) &&
+                !waiting->GetFlag(MCItem::itemExpunging));
+    waiting->Expunge(true);
     EXPECT_EQ(MCObject::ResolveId(ids[99]), nullptr);
 
     // What the throw left half gone still goes with its owner, while the observer is there to hear it.
     domino.m_lThrowAt = 0;
     root->Expunge(true);
-    for (long id : ids)
-        ASSERT_EQ(MCObject::ResolveId(id), nullptr);
+    EXPECT_EQ(std::count_if(ids.begin(), ids.end(), [](long id) { return MCObject::ResolveId(id); }), 0);
 }
 
 // Units that go quietly keep the subscriptions of their references: a holder in the first is gone while
@@ -202,10 +192,9 @@ TEST_F(ObjectExpungeTest, ReferencesBetweenQuietUnitsLeaveNothingToReadAhead) {
         MCObject* root = Named("R");
         MCObject* first = Named("F", root, Crate::c_sType);
         MCObject* holder = Named("H", first, Box::c_sType);
-        MCObject* second = Named("S", root, Crate::c_sType);
-        std::vector<MCObject*> ends{first, holder, second, Named("T", second, Box::c_sType)};
-        for (const char* name : {"U", "V"})
-            ends.push_back(Named(name, second, Box::c_sType));
+        std::vector<MCObject*> ends{first, holder, Named("S", root, Crate::c_sType)};
+        for (const char* name : {"T", "U", "V"})
+            ends.push_back(Named(name, ends[2], Box::c_sType));
         Link(holder, MCCodes::pReference, ends[3]);
         for (MCObject* object : ends)
             object->AddSubscriber(&m_xWatch, MCEvent::subscriberObserver);
@@ -227,59 +216,54 @@ TEST_F(ObjectExpungeTest, ReferencesBetweenQuietUnitsLeaveNothingToReadAhead) {
 TEST_F(ObjectExpungeTest, AnObjectExpungedFromItsOwnEndOrDeliveryGoesOnceAfterIt) {
     struct Row {
         const char* name;
-        long event;          // heard by the striker as an observer of `at`; 0: its PreDestructon rule
-        const char* at;      // R, M under it, or L under M beside S
-        const char* victim;  // what the striker expunges
-        const char* act;     // "-X" expunges X; "set", "null" edit L's integer
-        const char* ends;    // the log, then the objects alive
+        long event;        // heard by the striker as an observer of `at`; 0: its PreDestructon rule
+        char at;           // R, M under it, or L under M beside S
+        char victim;       // what the striker expunges
+        const char* act;   // "-X" expunges X; "set", "null" edit L's integer
+        const char* ends;  // the log, then the objects alive
     };
     const Row rows[] = {
-        {"rule of the leaf takes its owner", 0, "L", "M", "-L", "PD@L PD@M SD@L SD@M PD@S SD@S; R"},
-        {"observer of the leaf takes its owner", MCEvent::SubjectDestroyed, "L", "M", "-L",
+        {"rule of the leaf takes its owner", 0, 'L', 'M', "-L", "PD@L PD@M SD@L SD@M PD@S SD@S; R"},
+        {"observer of the leaf takes its owner", MCEvent::SubjectDestroyed, 'L', 'M', "-L",
          "PD@L SD@L PD@M SD@M PD@S SD@S; R"},
-        {"rule of an ownee takes the root above", 0, "L", "R", "-M",
+        {"rule of an ownee takes the root above", 0, 'L', 'R', "-M",
          "PD@M SD@M PD@L PD@R SD@L PD@S SD@S SD@R; "},
-        {"observer takes the object it hears set", MCEvent::PropertySet, "L", "L", "set", "PD@L SD@L; MRS"},
-        {"observer of the owner takes it as the edit climbs", MCEvent::PropertySet, "M", "M", "set",
+        {"observer takes the object it hears set", MCEvent::PropertySet, 'L', 'L', "set", "PD@L SD@L; MRS"},
+        {"observer of the owner takes it as the edit climbs", MCEvent::PropertySet, 'M', 'M', "set",
          "PD@M SD@M PD@L SD@L PD@S SD@S; R"},
-        {"observer of the root takes the level just passed", MCEvent::PropertySet, "R", "M", "set",
+        {"observer of the root takes the level just passed", MCEvent::PropertySet, 'R', 'M', "set",
          "PD@M SD@M PD@L SD@L PD@S SD@S; R"},
-        {"observer of the root takes the object it hears nulled", MCEvent::PropertyNulled, "R", "L", "null",
+        {"observer of the root takes the object it hears nulled", MCEvent::PropertyNulled, 'R', 'L', "null",
          "PD@L SD@L; MRS"},
     };
     AddRule(MCCodes::tAbstractObject, m_xWatch);
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        std::map<std::string, MCObject*> objects;
-        objects["R"] = Named("R");
-        objects["M"] = Named("M", objects["R"]);
-        objects["L"] = Named("L", objects["M"]);
-        objects["S"] = Named("S", objects["M"]);
-        objects["R"]->SetFlag(MCItem::itemUndeletable, false);
-        MCSPropertyRawAccessorT<long> one(1);
-        objects["L"]->SetProperty(MCCodes::pInteger, one, MCPropertyAccessor::accessAdd);
-        std::map<std::string, long> ids;
+        std::map<char, MCObject*> objects{{'R', Named("R")}};
+        objects['M'] = Named("M", objects['R']);
+        for (const char* name : {"L", "S"})
+            objects[name[0]] = Named(name, objects['M']);
+        objects['R']->SetFlag(MCItem::itemUndeletable, false);
+        SetLong(objects['L'], MCCodes::pInteger, 1, c_lAdd, false);
+        std::map<char, long> ids;
         for (auto& [name, object] : objects) {
             object->AddSubscriber(&m_xWatch, MCEvent::subscriberObserver);
             ids[name] = object->GetId();
         }
-        Striker striker;
-        striker.m_lEvent = row.event;
-        striker.m_pxAt = objects[row.at];
-        striker.m_pxVictim = objects[row.victim];
+        Striker striker(row.event, objects[row.at], objects[row.victim]);
         AddRule(MCCodes::tAbstractObject, striker);
         objects[row.at]->AddSubscriber(&striker, MCEvent::subscriberObserver);
         RuleLog().clear();
         MCSPropertyAccessorT<long> value(2);
         if (row.act[0] == '-')
-            objects[row.act + 1]->Expunge(true);
-        else if (std::string(row.act) == "set")
-            objects["L"]->SetProperty(MCCodes::pInteger, value, MCPropertyAccessor::accessReplace);
+            objects[row.act[1]]->Expunge(true);
+        else if (row.act[0] == 's')
+            objects['L']->SetProperty(MCCodes::pInteger, value, c_lReplace);
         else
-            objects["L"]->NullProperty(MCCodes::pInteger, value);
+            objects['L']->NullProperty(MCCodes::pInteger, value);
         std::string alive;
         for (auto& [name, id] : ids)
-            alive += MCObject::ResolveId(id) ? name : "";
+            alive += MCObject::ResolveId(id) ? std::string(1, name) : "";
         EXPECT_EQ(TakeLog() + "; " + alive, row.ends);
         if (MCObject* at = MCObject::ResolveId(ids[row.at]))
             at->RemoveSubscriber(&striker, MCEvent::subscriberObserver);

@@ -14,7 +14,17 @@ constexpr unsigned long c_nCalculate = MCObjectSem::CalculateData;
 
 }  // namespace
 
-class ObjectSemTest : public RuleTest {};
+class ObjectSemTest : public RuleTest {
+protected:
+    /// Fires `mode` on `object`: the rules' log, then the result and the name of the rule that failed.
+    static std::string Fire(MCObject* object, MCObjectSem::mode mode = MCObjectSem::CalculateData,
+                            bool derivedFirst = false) {
+        MCObjectSem* failed = nullptr;
+        const auto result = MCObjectSemReg::FireSemantics(mode, object, failed, nullptr, derivedFirst);
+        return TakeLog() + " -> " + std::to_string(result) + " " +
+               (failed ? static_cast<ObjectRule*>(failed)->m_sName : "");
+    }
+};
 
 TEST_F(ObjectSemTest, ChainFiresRootFirstAndDerivedFirstAndStopsAsTheResultsSay) {
     using R = MCObjectSem::result;
@@ -32,25 +42,16 @@ TEST_F(ObjectSemTest, ChainFiresRootFirstAndDerivedFirstAndStopsAsTheResultsSay)
         {"stop goes on root first", R::resultStop, R::resultStop, false, "S:4 B:4 C:4 -> 0 "},
     };
     MCObject* crate = Make(nullptr, Crate::c_sType);
-    MCObjectSem* failed = nullptr;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.pcName);
         ObjectRule shape("S", c_nCalculate, c.eShape), box("B", c_nCalculate, c.eBox), cr("C", c_nCalculate);
         AddRule(Shape::c_sType, shape);
         AddRule(Box::c_sType, box);
         AddRule(Crate::c_sType, cr);
-        failed = nullptr;
-        const R result = MCObjectSemReg::FireSemantics(MCObjectSem::CalculateData, crate, failed, nullptr,
-                                                       c.bDerivedFirst);
-        EXPECT_EQ(TakeLog() + " -> " + std::to_string(result) + " " +
-                      (failed ? static_cast<ObjectRule*>(failed)->m_sName : ""),
-                  c.pcExpected);
+        EXPECT_EQ(Fire(crate, MCObjectSem::CalculateData, c.bDerivedFirst), c.pcExpected);
     }
-    // The rules died with their scope and left the handlers.
-    MCObjectSemReg::FireSemantics(MCObjectSem::CalculateData, crate, failed, nullptr, false);
-    EXPECT_EQ(TakeLog(), "");
-    EXPECT_EQ(MCObjectSemReg::FireSemantics(MCObjectSem::CalculateData, nullptr, failed, nullptr, false),
-              MCObjectSem::resultFailed);
+    // The rules died with their scope and left the handlers; no object fails.
+    EXPECT_EQ(Fire(crate) + "|" + Fire(nullptr), " -> 0 | -> 1 ");
 }
 
 // A rule that takes a rule out while the chain fires: every other rule that stood when the firing began
@@ -70,9 +71,9 @@ TEST_F(ObjectSemTest, ARuleLeavingDuringAFiringSkipsNoOther) {
         char cLeaving;           // which of a, b, c b takes out
         const char* pcExpected;  // the first firing | the second
     } rows[] = {
-        {"an earlier rule", 'a', "A:4 B:4 C:4|B:4 C:4"},
-        {"itself", 'b', "A:4 B:4 C:4|A:4 C:4"},
-        {"a later rule", 'c', "A:4 B:4|A:4 B:4"},
+        {"an earlier rule", 'a', "A:4 B:4 C:4 -> 0 |B:4 C:4 -> 0 "},
+        {"itself", 'b', "A:4 B:4 C:4 -> 0 |A:4 C:4 -> 0 "},
+        {"a later rule", 'c', "A:4 B:4 -> 0 |A:4 B:4 -> 0 "},
     };
     MCObject* crate = Make(nullptr, Crate::c_sType);
     for (const auto& row : rows) {
@@ -82,13 +83,8 @@ TEST_F(ObjectSemTest, ARuleLeavingDuringAFiringSkipsNoOther) {
         for (ObjectRule* rule : {&a, static_cast<ObjectRule*>(&b), &c})
             AddRule(Shape::c_sType, *rule);
         b.m_pxLeaving = row.cLeaving == 'a' ? static_cast<MCObjectSem*>(&a) : row.cLeaving == 'b' ? &b : &c;
-        MCObjectSem* failed = nullptr;
-        std::string trace;
-        for (const char* between : {"|", ""}) {
-            MCObjectSemReg::FireSemantics(MCObjectSem::CalculateData, crate, failed, nullptr, false);
-            trace += TakeLog() + between;
-        }
-        EXPECT_EQ(trace, row.pcExpected);
+        const std::string first = Fire(crate);
+        EXPECT_EQ(first + "|" + Fire(crate), row.pcExpected);
     }
 }
 
@@ -115,9 +111,7 @@ TEST_F(ObjectSemTest, LateRuleOnBaseReachesLinkedDerivedTypesAndLinksNeverCloseA
     ObjectRule late("L", MCObjectSem::PostCopy);
     AddRule(Shape::c_sType, late);
     AddRule(Shape::c_sType, late);  // stands once
-    MCObjectSem* failed = nullptr;
-    MCObjectSemReg::FireSemantics(MCObjectSem::PostCopy, crate, failed, nullptr, false);
-    EXPECT_EQ(TakeLog(), "L:80");
+    EXPECT_EQ(Fire(crate, MCObjectSem::PostCopy), "L:80 -> 0 ");
     EXPECT_TRUE(registry->IsRegistered(Shape::c_sType, &late) &&
                 !registry->IsRegistered(Box::c_sType, &late));
     EXPECT_EQ(registry->GetModeName(MCObjectSem::PostPaste), ZVTString("Invalid mode"));
@@ -185,15 +179,16 @@ TEST_F(ObjectSemTest, RepeatedClassLevelRegistrationsAreSkippedWithoutChangingWh
     // After the first object of a type a class level's registration is skipped while no registry has
     // changed. Each case runs so and with a registry change before every creation (every level registers
     // in full); both must give the same trace: rules fired, ancestor types a rule sees, events heard.
+    // Box's rule, which also logs the ancestor types it sees.
     struct AncestorProbe : ObjectRule {
-        AncestorProbe() : ObjectRule("ctx", MCObjectSem::PostCreation) {}
-        result Fire(mode nMode, MCObject*, MCObjectSemContext* context) override {
+        AncestorProbe() : ObjectRule("B", MCObjectSem::PostCreation) {}
+        result Fire(mode nMode, MCObject* object, MCObjectSemContext* context) override {
             for (auto user : {MCFactoryContext::userObjectSemantics, MCFactoryContext::userPropertySemantics,
                               MCFactoryContext::userNotifications})
                 if (nMode == PostCreation)
                     RuleLog() += (user == MCFactoryContext::userObjectSemantics ? " ctx:" : "/") +
                                  std::to_string(context->GetFactoryContext()->GetAncestorType(user));
-            return resultContinue;
+            return ObjectRule::Fire(nMode, object, context);
         }
     };
     const struct {
@@ -208,10 +203,8 @@ TEST_F(ObjectSemTest, RepeatedClassLevelRegistrationsAreSkippedWithoutChangingWh
     for (const auto& c : cases) {
         for (bool forced : {false, true}) {
             SCOPED_TRACE(std::string(c.pcName) + (forced ? ", full registration" : ", skipped"));
-            ObjectRule box("B", MCObjectSem::PostCreation);
             AncestorProbe probe;
             PropertyRule width("W", MCPropertySemantic::PostEdit), idle("I", 0);
-            AddRule(Box::c_sType, box);
             AddRule(Box::c_sType, probe);
             AddRule(Box::c_sType, Shape::c_sWidth, width);
             MCObject* root = Make();
@@ -230,10 +223,8 @@ TEST_F(ObjectSemTest, RepeatedClassLevelRegistrationsAreSkippedWithoutChangingWh
                         ? " heard"
                         : " unheard";
             }
-            const std::string made = "B:1 ctx:7703/7703/7703 W:2 heard";
-            EXPECT_EQ(TakeLog(), made + " " + made + " " + made);
-            root->Expunge(true);
-            m_xLog.Take();
+            const std::string made = " ctx:7703/7703/7703 B:1 W:2 heard";
+            EXPECT_EQ(TakeLog(), made + made + made);
         }
     }
 }

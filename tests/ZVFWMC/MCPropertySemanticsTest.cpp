@@ -15,7 +15,14 @@ constexpr unsigned long c_nEdit = PS::PreEdit | PS::PostEdit;
 
 }  // namespace
 
-class PropertySemanticsTest : public RuleTest {};
+class PropertySemanticsTest : public RuleTest {
+protected:
+    /// Sets `object`'s long of `type` to `value`; the rules fired.
+    static std::string Edit(MCObject* object, long value, short type = Shape::c_sWidth) {
+        SetLong(object, type, value);
+        return TakeLog();
+    }
+};
 
 TEST_F(PropertySemanticsTest, ReadsNullingAndTheObjectsEndTellTheRules) {
     MCObject* box = Make(nullptr, Box::c_sType);
@@ -23,9 +30,8 @@ TEST_F(PropertySemanticsTest, ReadsNullingAndTheObjectsEndTellTheRules) {
     // The area is calculated on every read; a rule for an absent property sees null.
     PropertyRule area("A", PS::CalculateValue), absent("R", PS::PreCalculateData);
     area.m_xAct = [](PS::mode, MCObject* object, MCProperty* property, MCPropertySemanticContext*) {
-        MCSPropertyRawAccessorT<long> width;
-        object->GetProperty(Shape::c_sWidth, width);
-        static_cast<MCSPropertyT<long>*>(property)->SetValue(width.GetValue() * width.GetValue());
+        const long width = std::stol(GetLong(object, Shape::c_sWidth));
+        static_cast<MCSPropertyT<long>*>(property)->SetValue(width * width);
         return PS::resultContinue;
     };
     absent.m_pxLastProperty = reinterpret_cast<MCProperty*>(&absent);
@@ -35,8 +41,7 @@ TEST_F(PropertySemanticsTest, ReadsNullingAndTheObjectsEndTellTheRules) {
     SetLong(box, Shape::c_sWidth, 7);
     seen += GetLong(box, Shape::c_sArea) + " ";
     MCPropertySemanticRegistry::FireSemantics(PS::PreCalculateData, Shape::c_sLabel, box, nullptr, nullptr);
-    EXPECT_EQ(seen + TakeLog(), "36 49 A:20 A:20 R:8");
-    EXPECT_EQ(absent.m_pxLastProperty, nullptr);
+    EXPECT_EQ(seen + TakeLog() + (absent.m_pxLastProperty ? " set" : " null"), "36 49 A:20 A:20 R:8 null");
 
     // A refused nulling keeps the value. The end of the object is no nulling: the rules hear
     // ObjectPreDestruction and cannot refuse it.
@@ -81,19 +86,16 @@ TEST_F(PropertySemanticsTest, RegisteringAndDeregistering) {
     AddRule(Box::c_sType, Shape::c_sWidth, internal);
     registry->RegisterExternalSemantic(Box::c_sType, Shape::c_sWidth, &external, false);
     registry->RegisterExternalSemantic(Box::c_sType, Shape::c_sWidth, &external, false);
-    SetLong(box, Shape::c_sWidth, 1);
-    SetLong(box, Shape::c_sWidth, 1);  // no change: no rule
-    std::string trace = TakeLog() + "|";
+    std::string trace = Edit(box, 1);
+    trace += Edit(box, 1) + "|";  // no change: no rule
     registry->Deregister(&external);
     registry->RegisterExternalSemantic(Box::c_sType, 0, &external, false);  // no property type: no rule
     EXPECT_FALSE(registry->IsRegistered(&external));
-    SetLong(box, Shape::c_sWidth, 2);
-    trace += TakeLog() + "|";
+    trace += Edit(box, 2) + "|";
     registry->Deregister(Box::c_sType, Shape::c_sWidth);
     EXPECT_FALSE(registry->IsRegistered(Box::c_sType, Shape::c_sWidth));
     EXPECT_TRUE(registry->IsRegistered(Box::c_sType));
-    SetLong(box, Shape::c_sWidth, 3);
-    EXPECT_EQ(trace + TakeLog(), "X:1 X:1 I:1|I:1|");
+    EXPECT_EQ(trace + Edit(box, 3), "X:1 X:1 I:1|I:1|");
     AddRule(Crate::c_sType, Shape::c_sWidth, internal);
     registry->Deregister(Crate::c_sType);  // a leaf type: nothing derives from it
     registry->Deregister(Crate::c_sType);  // once it is gone, both forms are no-ops
@@ -123,11 +125,9 @@ TEST_F(PropertySemanticsTest, DeregisteringALevelKeepsTheLevelsAboveAndBelow) {
         AddRule(Box::c_sType, Shape::c_sWidth, box);
         AddRule(Crate::c_sType, Shape::c_sWidth, crate);
         MCObject* object = Make(nullptr, Crate::c_sType);  // links the levels
-        SetLong(object, Shape::c_sWidth, 1);               // builds the chains that go through them
-        TakeLog();
+        Edit(object, 1);                                   // builds the chains that go through them
         registry->Deregister(removed);
-        SetLong(object, Shape::c_sWidth, 2);
-        EXPECT_EQ(TakeLog(), expected);
+        EXPECT_EQ(Edit(object, 2), expected);
     }
 }
 
@@ -148,9 +148,10 @@ TEST_F(PropertySemanticsTest, RulesRegisteredOrDeregisteredDuringFiringCountFrom
         return PS::resultContinue;
     };
     AddRule(Crate::c_sType, Shape::c_sWidth, first);
+    std::string trace;
     for (long width : {1, 2, 3})
-        SetLong(crate, Shape::c_sWidth, width);
-    EXPECT_EQ(TakeLog(), "F:1 L:1 F:1");
+        trace += Edit(crate, width) + "|";
+    EXPECT_EQ(trace, "F:1|L:1 F:1||");
 }
 
 TEST_F(PropertySemanticsTest, AnEditWithoutRulesOfItsOwnReachesTheHeirsAsAnyOther) {
@@ -158,13 +159,11 @@ TEST_F(PropertySemanticsTest, AnEditWithoutRulesOfItsOwnReachesTheHeirsAsAnyOthe
     // react, then with a silent rule there that takes every edit the whole way. The property is one no
     // other rule names: a list keeps the interests of every rule it ever held.
     constexpr short c_sFresh = 87;
-    struct Silent : MCPropertySemantic {
-        ~Silent() { MCPropertySemanticRegistry::GetInstance()->Deregister(this); }
+    struct Silent : PropertyRule {
+        Silent() : PropertyRule("", c_nEdit) {}
         result Fire(mode, MCObject*, MCProperty*, MCPropertySemanticContext*) override {
-            ++m_nFired;
-            return resultContinue;
+            return ++m_nFired, resultContinue;
         }
-        unsigned long GetInterests() const override { return c_nEdit; }
         int m_nFired = 0;
     } silent;
     auto* source = static_cast<Box*>(Make(nullptr, Box::c_sType));
@@ -188,8 +187,7 @@ TEST_F(PropertySemanticsTest, AnEditWithoutRulesOfItsOwnReachesTheHeirsAsAnyOthe
         return trace;
     };
     const std::string heirsOnly = run();
-    MCFactoryContext context;
-    MCPropertySemanticRegistry::Register(Shape::c_sType, &context, c_sFresh, &silent, false, false);
+    AddRule(Shape::c_sType, c_sFresh, silent);
     EXPECT_EQ(run(), heirsOnly);
     EXPECT_EQ(silent.m_nFired, 7);  // before and after each edit but the refused one
     EXPECT_EQ(heirsOnly, " set inh:10000 inh:10000 inh:20000 inh:20000 | set  | refused inh:10000 | set  |");
@@ -222,10 +220,8 @@ TEST_F(PropertySemanticsTest, ChainsRulingFewOrManyPropertyTypesFireAlike) {
         for (bool withLate : {false, true}) {
             if (withLate)
                 AddRule(Box::c_sType, c_sFresh, late);
-            for (short type : {Shape::c_sWidth, Shape::c_sArea, c_sFresh}) {
-                SetLong(crate, type, ++value);
-                trace += TakeLog() + ";";
-            }
+            for (short type : {Shape::c_sWidth, Shape::c_sArea, c_sFresh})
+                trace += Edit(crate, ++value, type) + ";";
         }
         return trace;
     };
@@ -272,8 +268,7 @@ TEST_F(PropertySemanticsTest, AnHeirsRuleThatEndsTheSourceEndsTheFiring) {
         MCObject* root = Make(nullptr, Shape::c_sType);
         auto* source = static_cast<Box*>(Make(root, Box::c_sType));
         s_pxSource = source;
-        for (int i = 0; i < 2; ++i) {
-            MCObject* heir = Make(root, Shape::c_sType);
+        for (MCObject* heir : {Make(root, Shape::c_sType), Make(root, Shape::c_sType)}) {
             SetLong(heir, Shape::c_sWidth, 1);
             source->AddHeir(heir);
         }
@@ -314,9 +309,7 @@ TEST_F(PropertySemanticsTest, ARuleLeavingDuringAFiringSkipsNoOther) {
         for (PropertyRule* rule : {&a, &b, &c})
             AddRule(Shape::c_sType, Shape::c_sWidth, *rule);
         s_pxLeaving = row.cLeaving == 'a' ? &a : row.cLeaving == 'b' ? &b : &c;
-        SetLong(shape, Shape::c_sWidth, 1);
-        const std::string first = TakeLog();
-        SetLong(shape, Shape::c_sWidth, 2);
-        EXPECT_EQ(first + "|" + TakeLog(), row.pcExpected);
+        const std::string first = Edit(shape, 1);
+        EXPECT_EQ(first + "|" + Edit(shape, 2), row.pcExpected);
     }
 }

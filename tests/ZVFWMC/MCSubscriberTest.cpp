@@ -24,25 +24,21 @@ namespace {
 class Recorder : public MCSubscriber {
 public:
     void Notify(MCEvent& rEvent) override {
-        *m_psLog += (m_psLog->empty() ? "" : " ") + std::to_string(m_nNumber);
+        c_sLog += (c_sLog.empty() ? "" : " ") + std::to_string(m_nNumber);
         if (m_xAction)
             std::exchange(m_xAction, nullptr)(rEvent);
     }
 
+    static inline std::string c_sLog;
     int m_nNumber = 0;
-    std::string* m_psLog = nullptr;
     std::function<void(MCEvent&)> m_xAction;
 };
-
-constexpr int c_nRecorders = 300;
 
 class SubjectTest : public ::testing::Test {
 public:
     SubjectTest() {
-        for (int i = 0; i < c_nRecorders; ++i) {
+        for (int i = 0; i < 300; ++i)
             m_axRecorders[i].m_nNumber = i;
-            m_axRecorders[i].m_psLog = &m_sLog;
-        }
     }
     ~SubjectTest() override { m_xSubject.RemoveAllSubscribers(); }
 
@@ -63,11 +59,11 @@ public:
         return xProbe.m_sOut;
     }
     long RawCount() { return MCSubscriberListIter(&m_xSubject).GetCount(); }
-    /// Delivers an event of `nMask` and returns who got it.
-    std::string Deliver(unsigned int nMask = 1) {
-        m_sLog.clear();
-        m_xSubject.NotifySubscribers(MCEvent::Instantiate(MCEvent::PropertySet, &m_xSubject, nMask));
-        return m_sLog;
+    /// Delivers a new event to the subscribers of type 1 and returns who got it.
+    std::string Deliver() {
+        Recorder::c_sLog.clear();
+        Apply("D");
+        return Recorder::c_sLog;
     }
     /// Runs `sSteps`: "+N:T" adds recorder N with type T (default 1), "-N:T" removes it, "-A..B:T" removes a
     /// range, "+~:T" and "-~:T" add and remove a null subscriber, "n" re-delivers `pEvent` nested, "D"
@@ -82,32 +78,24 @@ public:
                 R(std::stoi(sStep.substr(1)))->m_xAction = [this, sAction](MCEvent& e) {
                     Apply(sAction, &e);
                 };
-            } else if (sStep == "n") {
-                m_xSubject.NotifySubscribers(*pEvent);
-            } else if (sStep == "D") {
-                m_xSubject.NotifySubscribers(MCEvent::Instantiate(MCEvent::PropertySet, &m_xSubject, 1));
-            } else if (sStep[1] == '~') {
-                const auto nType = static_cast<unsigned>(std::stoul(sStep.substr(3), nullptr, 0));
-                sStep[0] == '+' ? m_xSubject.AddSubscriber(nullptr, nType)
-                                : m_xSubject.RemoveSubscriber(nullptr, nType);
+            } else if (sStep == "n" || sStep == "D") {
+                m_xSubject.NotifySubscribers(
+                    sStep == "n" ? *pEvent : MCEvent::Instantiate(MCEvent::PropertySet, &m_xSubject, 1));
             } else {
-                int nFirst = 0, nLast = 0, nType = 1;
-                if (std::sscanf(sStep.c_str() + 1, "%d..%d:%i", &nFirst, &nLast, &nType) < 2)
+                int nFirst = -1, nLast = -1, nType = 1;  // -1: the null subscriber
+                if (sStep[1] == '~')
+                    std::sscanf(sStep.c_str() + 2, ":%i", &nType);
+                else if (std::sscanf(sStep.c_str() + 1, "%d..%d:%i", &nFirst, &nLast, &nType) < 2)
                     nLast = nFirst, std::sscanf(sStep.c_str() + 1, "%d:%i", &nFirst, &nType);
                 for (int i = nFirst; i <= nLast; ++i)
-                    sStep[0] == '+' ? m_xSubject.AddSubscriber(R(i), static_cast<unsigned>(nType))
-                                    : m_xSubject.RemoveSubscriber(R(i), static_cast<unsigned>(nType));
+                    sStep[0] == '+'
+                        ? m_xSubject.AddSubscriber(i < 0 ? nullptr : R(i), static_cast<unsigned>(nType))
+                        : m_xSubject.RemoveSubscriber(i < 0 ? nullptr : R(i), static_cast<unsigned>(nType));
             }
         }
     }
-    void Reset() {
-        for (Recorder& rRecorder : m_axRecorders)
-            rRecorder.m_xAction = nullptr;
-        m_xSubject.RemoveAllSubscribers();
-    }
 
-    Recorder m_axRecorders[c_nRecorders];
-    std::string m_sLog;
+    Recorder m_axRecorders[300];
     MCSubject m_xSubject;
 };
 
@@ -116,13 +104,6 @@ public:
 // revival and the purge of more than ten stale entries must agree at every checkpoint.
 TEST_F(SubjectTest, LongListsBehaveLikeShortOnes) {
     std::map<int, std::pair<unsigned int, unsigned int>> xModel;  // number -> count, type
-    auto Render = [&xModel] {
-        std::string s;
-        for (const auto& [nNumber, xEntry] : xModel)
-            s += (s.empty() ? "" : " ") + std::to_string(nNumber) + ":" + std::to_string(xEntry.first) + "/" +
-                 std::to_string(xEntry.second);
-        return s;
-    };
     std::mt19937 xRandom(7);
     const struct {
         int nOps, nAddPercent, nRange;
@@ -131,30 +112,30 @@ TEST_F(SubjectTest, LongListsBehaveLikeShortOnes) {
         for (int i = 0; i < rPhase.nOps; ++i) {
             const int nNumber = static_cast<int>(xRandom() % static_cast<unsigned>(rPhase.nRange));
             const unsigned int nType = 1u + xRandom() % 7u;
+            auto it = xModel.find(nNumber);
             if (static_cast<int>(xRandom() % 100) < rPhase.nAddPercent) {
                 // A type keeps its low 8 bits.
                 m_xSubject.AddSubscriber(R(nNumber), nType | (i % 2 ? 0x300u : 0u));
                 auto& rEntry = xModel[nNumber];
                 ++rEntry.first;
                 rEntry.second |= nType;
-            } else {
-                m_xSubject.RemoveSubscriber(R(nNumber), nType);
-                auto it = xModel.find(nNumber);
-                if (it != xModel.end() && it->second.first > 0) {
-                    --it->second.first;
-                    it->second.second &= ~(nType & ~4u);
-                }
+            } else if (m_xSubject.RemoveSubscriber(R(nNumber), nType),
+                       it != xModel.end() && it->second.first) {
+                --it->second.first;
+                it->second.second &= ~(nType & ~4u);
             }
             if (std::count_if(xModel.begin(), xModel.end(),
-                              [](const auto& e) { return e.second.first == 0; }) > 10) {
-                for (auto it = xModel.begin(); it != xModel.end();)
+                              [](const auto& e) { return e.second.first == 0; }) > 10)
+                for (it = xModel.begin(); it != xModel.end();)
                     it = it->second.first == 0 ? xModel.erase(it) : std::next(it);
-            }
-            if (i % 50 == 0) {
-                ASSERT_EQ(Entries(), Render());
+            if (i % 50 == 0 || i + 1 == rPhase.nOps) {
+                std::string sModel;
+                for (const auto& [nAt, xEntry] : xModel)
+                    sModel += (sModel.empty() ? "" : " ") + std::to_string(nAt) + ":" +
+                              std::to_string(xEntry.first) + "/" + std::to_string(xEntry.second);
+                ASSERT_EQ(Entries(), sModel);
             }
         }
-        ASSERT_EQ(Entries(), Render());
     }
 }
 
@@ -201,7 +182,9 @@ TEST_P(ReentrantDeliveryTest, ChangesDuringDeliveryReachTheWalkAsTheirAddressSay
             R(rCase.nActor)->m_xAction = [this, &rCase](MCEvent& rEvent) { Apply(rCase.pcAct, &rEvent); };
             const std::string sFirst = Deliver();
             EXPECT_EQ(sFirst + " | " + Deliver(), rCase.pcExpected);
-            Reset();
+            for (Recorder& rRecorder : m_axRecorders)
+                rRecorder.m_xAction = nullptr;
+            m_xSubject.RemoveAllSubscribers();
         }
     }
 }
@@ -221,8 +204,8 @@ TEST_F(SubjectTest, AThrowingSubscriberEndsDeliveryAndReleasesTheGuards) {
         Apply("-3..13");
         sRaw = std::to_string(RawCount());
     }
-    EXPECT_EQ(m_sLog + " | " + std::to_string(MCEvent::c_nInstanceCount - nEventsBefore) + " | " + sRaw +
-                  " " + std::to_string(RawCount()),
+    EXPECT_EQ(Recorder::c_sLog + " | " + std::to_string(MCEvent::c_nInstanceCount - nEventsBefore) + " | " +
+                  sRaw + " " + std::to_string(RawCount()),
               "0 1 | 0 | 20 9");
 }
 
@@ -268,10 +251,10 @@ TEST_F(SubjectTest, DumpListsLiveEntriesWithTypeAndCount) {
         std::ofstream xOut(sPath);
         EXPECT_EQ(m_xSubject.Dump(xOut, 0), 0u);
     }
-    std::ifstream xIn(sPath);
-    const std::string sText((std::istreambuf_iterator<char>(xIn)), std::istreambuf_iterator<char>());
+    std::stringstream xText;
+    xText << std::ifstream(sPath).rdbuf();
     std::remove(sPath.c_str());
-    EXPECT_EQ(sText,
+    EXPECT_EQ(xText.str(),
               "\t\t(anonymous namespace)::Recorder, RefCnt=2\n"
               "\t\t(anonymous namespace)::Recorder, RefCnt=1\n");
 }

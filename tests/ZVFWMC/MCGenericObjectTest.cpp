@@ -14,11 +14,25 @@ namespace {
 constexpr short c_sCalculated = 7301;  // a calculated alias of Integer
 constexpr short c_sNegative = -7302;   // a concrete property type under a negative code
 
+// Logs its name; set to act, it expunges the new object (and may throw) or removes and deletes `m_pxNext`.
+enum Act { actNone, actExpunge, actExpungeAndThrow, actRemoveNext };
 struct Hook : MCCreationHook {
-    Hook(const char* name, std::string& log) : m_pcName(name), m_rsLog(log) {}
-    void ItemCreated(MCObject* /*object*/) override { m_rsLog += m_pcName; }
+    Hook(const char* name, std::string& log, Act act = actNone) : m_pcName(name), m_rsLog(log), m_eAct(act) {}
+    void ItemCreated(MCObject* object) override {
+        m_rsLog += m_pcName;
+        if (m_eAct == actRemoveNext) {
+            MCFactoryRegistry::HookCreateItem(*m_pxNext, false);
+            delete std::exchange(m_pxNext, nullptr);
+        } else if (m_eAct != actNone) {
+            object->Expunge(true);
+            if (m_eAct == actExpungeAndThrow)
+                throw std::runtime_error("hook");
+        }
+    }
     const char* m_pcName;
     std::string& m_rsLog;
+    Act m_eAct;
+    Hook* m_pxNext = nullptr;
 };
 
 // An object class with open constructors, made by factories that want TestNode owners.
@@ -33,10 +47,6 @@ public:
 
 // A type that no other test makes, so that the first ask for its table of live objects is this file's.
 class Listed : public mc::HostClass<30003> {
-public:
-    static void Register() { mc::RegisterClass<Listed>("Listed"); }
-
-private:
     friend mc::FactoryOf<Listed>;
     using HostClass::HostClass;
 };
@@ -58,7 +68,11 @@ protected:
             g_pxStrict = new MCFactoryT<Loose, TestNode>(Loose::c_sType, "Strict", 1, 0, false, false);
             g_pxTyped =
                 new MCObjectFactoryT<Loose, TestNode>(Loose::c_sTyped, "Typed", 1, 0, 0, 0, false, false);
+            mc::RegisterClass<Listed>("Listed");
         }
+    }
+    static MCItem* Create(short type, MCObject* owner) {
+        return MCFactoryRegistry::CreateItem(type, owner, nullptr, nullptr);
     }
 };
 
@@ -66,32 +80,26 @@ protected:
 
 TEST_F(CreationTest, RefusalsShowMessage601WithTheRequestedCode) {
     TestNode* owner = MakeNode();
-    ASSERT_TRUE(SetLong(owner, MCCodes::pInteger, 1));
     MCSPropertyRawAccessorT<long> accessor(3);
-    ASSERT_TRUE(owner->NullProperty(TestNode::c_sEmbedded, accessor));
+    ASSERT_TRUE(SetLong(owner, MCCodes::pInteger, 1) && owner->NullProperty(TestNode::c_sEmbedded, accessor));
     MessageLog messages;
-    auto create = [](short type, MCObject* on) {
-        return MCFactoryRegistry::CreateItem(type, on, nullptr, nullptr);
-    };
-    EXPECT_EQ(create(31000, owner), nullptr);                       // unknown
-    EXPECT_EQ(create(MCCodes::tAbstractObject, nullptr), nullptr);  // abstract
-    EXPECT_EQ(create(MCCodes::pInteger, owner), nullptr);           // has a value
+    EXPECT_EQ(Create(31000, owner), nullptr);                       // unknown
+    EXPECT_EQ(Create(MCCodes::tAbstractObject, nullptr), nullptr);  // abstract
+    EXPECT_EQ(Create(MCCodes::pInteger, owner), nullptr);           // has a value
     // A nulled embedded property is given back; once set it is refused like any other.
-    EXPECT_EQ(create(TestNode::c_sEmbedded, owner), &owner->Embedded());
+    EXPECT_EQ(Create(TestNode::c_sEmbedded, owner), &owner->Embedded());
     ASSERT_TRUE(SetLong(owner, TestNode::c_sEmbedded, 4));
-    EXPECT_EQ(create(TestNode::c_sEmbedded, owner), nullptr);
+    EXPECT_EQ(Create(TestNode::c_sEmbedded, owner), nullptr);
     // An alias of Reference is made as one and keeps its own code.
-    auto* parent = dynamic_cast<MCSRef*>(create(MCCodes::pParent, owner));
-    ASSERT_NE(parent, nullptr);
-    EXPECT_EQ(parent->GetType(), MCCodes::pParent);
+    auto* parent = dynamic_cast<MCSRef*>(Create(MCCodes::pParent, owner));
+    EXPECT_EQ(parent ? parent->GetType() : 0, MCCodes::pParent);
     // Setting an unknown type is the same refusal, seen as false; an object type is no property.
-    EXPECT_FALSE(owner->SetProperty(31000, accessor, 1));
-    EXPECT_FALSE(owner->SetProperty(MCGenericObject::c_sType, accessor, 1));
+    EXPECT_FALSE(owner->SetProperty(31000, accessor, 1) ||
+                 owner->SetProperty(MCGenericObject::c_sType, accessor, 1));
     // A concrete type under a negative code is refused without a message.
-    EXPECT_EQ(create(c_sNegative, owner), nullptr);
+    EXPECT_EQ(Create(c_sNegative, owner), nullptr);
     EXPECT_EQ(messages.Text(),
               "601(0x10: 31000) 601(0x10: 1) 601(0x10: 87) 601(0x10: 7101) 601(0x10: 31000) 601(0x10: 2)");
-    owner->Expunge(true);
 }
 
 // A calculated alias is made with the flags of its registration, also when a read makes it; reading an
@@ -100,18 +108,16 @@ TEST_F(CreationTest, CalculatedAliasesAreMadeOnReadAndInitializingIsOnce) {
     MCObject* object = Make();
     MCSPropertyRawAccessorT<long> accessor;
     EXPECT_TRUE(object->GetProperty(c_sCalculated, accessor));
-    EXPECT_FALSE(object->GetProperty(MCCodes::pInteger, accessor));
-    EXPECT_EQ(object->FindProperty(MCCodes::pInteger, true), nullptr);
-    const auto* made = dynamic_cast<const MCSPropertyT<long>*>(object->FindProperty(c_sCalculated, false));
-    ASSERT_NE(made, nullptr);
+    EXPECT_FALSE(object->GetProperty(MCCodes::pInteger, accessor) ||
+                 object->FindProperty(MCCodes::pInteger, true));
+    const MCProperty* made = object->FindProperty(c_sCalculated, false);
+    ASSERT_NE(dynamic_cast<const MCSPropertyT<long>*>(made), nullptr);
     EXPECT_EQ(made->GetFlags(), MCItem::itemPreFetch | MCItem::itemPreFetchType | MCItem::itemFlag100);
-
     unsigned long flags = 0, again = 0;
-    ASSERT_TRUE(MCFactoryRegistry::GetFlags(MCGenericObject::c_sType, flags));
     const long pool = MCFactoryRegistry::GetPoolCount(sizeof(MCGenericObject));
+    ASSERT_TRUE(MCFactoryRegistry::GetFlags(MCGenericObject::c_sType, flags));
     MdlCore::Initialize();
-    EXPECT_TRUE(MCFactoryRegistry::GetFlags(MCGenericObject::c_sType, again));
-    EXPECT_EQ(again, flags);
+    EXPECT_TRUE(MCFactoryRegistry::GetFlags(MCGenericObject::c_sType, again) && again == flags);
     EXPECT_EQ(MCFactoryRegistry::GetPoolCount(sizeof(MCGenericObject)), pool);
 }
 
@@ -120,8 +126,8 @@ TEST_F(CreationTest, CalculatedAliasesAreMadeOnReadAndInitializingIsOnce) {
 TEST_F(CreationTest, HooksAndTheLiveTableFollowObjects) {
     std::string log;
     Hook first("1", log), second("2", log);
-    EXPECT_TRUE(MCFactoryRegistry::HookCreateItem(first, true));
-    EXPECT_TRUE(MCFactoryRegistry::HookCreateItem(second, true));
+    EXPECT_TRUE(MCFactoryRegistry::HookCreateItem(first, true) &&
+                MCFactoryRegistry::HookCreateItem(second, true));
     EXPECT_FALSE(MCFactoryRegistry::HookCreateItem(first, true));
     TestNode* node = MakeNode();
     ASSERT_TRUE(SetLong(node, MCCodes::pInteger, 1));
@@ -132,9 +138,9 @@ TEST_F(CreationTest, HooksAndTheLiveTableFollowObjects) {
     const size_t before = live->Entries();
     TestNode* inner = MakeNode(node);
     EXPECT_TRUE(MCFactoryRegistry::HookCreateItem(second, false));
-    EXPECT_EQ(log, "122");
-    EXPECT_EQ(live->Entries(), before + 1);
-    EXPECT_TRUE(live->Contains(inner));
+    EXPECT_EQ(
+        log + " " + std::to_string(live->Entries() - before) + " " + std::to_string(live->Contains(inner)),
+        "122 1 1");
     node->Expunge(true);
     EXPECT_EQ(live->Entries(), before - 1);
     EXPECT_FALSE(MCFactoryRegistry::GetInstances(30999, live, nullptr));
@@ -143,41 +149,34 @@ TEST_F(CreationTest, HooksAndTheLiveTableFollowObjects) {
 // The table is made when a host first asks for it: it lists what lives then, whichever of the oldest,
 // a middle one and the youngest went before, and follows every change after.
 TEST_F(CreationTest, TheLiveTableMadeOnTheFirstAskListsWhatLives) {
-    Listed::Register();
-    auto names = [](ZVTHTableT<MCObject*>* table) {
-        std::vector<std::string> found;
-        for (ZVTHTableIterT<MCObject*> it(*table); ++it;)
-            found.push_back(NameOf(it.Key()));
-        std::sort(found.begin(), found.end());
-        std::string out;
-        for (const std::string& name : found)
-            out += name;
-        return out;
-    };
     std::map<char, MCObject*> made;
-    for (char name : std::string("abcdef"))
-        made[name] = Named(std::string(1, name).c_str(), nullptr, Listed::c_sType);
-    for (char gone : std::string("adf"))
-        made[gone]->Expunge(true);
     ZVTHTableT<MCObject*>* live = nullptr;
-    ASSERT_TRUE(MCFactoryRegistry::GetInstances(Listed::c_sType, live, nullptr));
-    EXPECT_EQ(names(live), "bce");
-    made['g'] = Named("g", nullptr, Listed::c_sType);
-    made['b']->Expunge(true);
-    made['g']->Expunge(true);
-    EXPECT_EQ(names(live), "ce");
-    made['h'] = Named("h", nullptr, Listed::c_sType);
-    made['e']->Expunge(true);
-    EXPECT_EQ(names(live), "ch");
+    // Each step makes (+) or expunges (-) the objects it names; the table must then list those after "=".
+    for (const std::string step : {"+abcdef-adf=bce", "+g-bg=ce", "+h-e=ch"}) {
+        SCOPED_TRACE(step);
+        char act = 0;
+        for (char name : step.substr(0, step.find('='))) {
+            if (name == '+' || name == '-')
+                act = name;
+            else if (act == '+')
+                made[name] = Named(std::string(1, name).c_str(), nullptr, Listed::c_sType);
+            else
+                made[name]->Expunge(true);
+        }
+        ASSERT_TRUE(live || MCFactoryRegistry::GetInstances(Listed::c_sType, live, nullptr));
+        std::string names;
+        for (ZVTHTableIterT<MCObject*> it(*live); ++it;)
+            names += NameOf(it.Key());
+        std::sort(names.begin(), names.end());
+        EXPECT_EQ(names, step.substr(step.find('=') + 1));
+    }
     ZVTHTableT<MCObject*>* again = nullptr;
-    ASSERT_TRUE(MCFactoryRegistry::GetInstances(Listed::c_sType, again, nullptr));
-    EXPECT_EQ(again, live);
+    EXPECT_TRUE(MCFactoryRegistry::GetInstances(Listed::c_sType, again, nullptr) && again == live);
 }
 
 // Host code run by the creation may take the new object or a later hook: the creation then answers null
 // (or lets the exception pass) without reading the object again, and a removed hook is not called.
 TEST_F(CreationTest, HostCodeThatTakesTheObjectOrALaterHookIsNotFollowed) {
-    enum Act { actNone, actExpunge, actExpungeAndThrow, actRemoveSecond };
     struct Taker : MCObjectSem {
         result Fire(mode nMode, MCObject* object, MCObjectSemContext* /*context*/) override {
             if (nMode == PostCreation && m_bArmed)
@@ -187,60 +186,39 @@ TEST_F(CreationTest, HostCodeThatTakesTheObjectOrALaterHookIsNotFollowed) {
         unsigned long GetInterests() const override { return PostCreation; }
         bool m_bArmed = false;
     } rule;
-    struct ActingHook : MCCreationHook {
-        explicit ActingHook(std::string& log) : m_rsLog(log) {}
-        void ItemCreated(MCObject* object) override {
-            m_rsLog += "1";
-            if (m_eAct == actRemoveSecond) {
-                MCFactoryRegistry::HookCreateItem(*m_pxSecond, false);
-                delete m_pxSecond;
-                m_pxSecond = nullptr;
-            } else if (m_eAct != actNone) {
-                object->Expunge(true);
-                if (m_eAct == actExpungeAndThrow)
-                    throw std::runtime_error("hook");
-            }
-        }
-        std::string& m_rsLog;
-        Act m_eAct = actNone;
-        Hook* m_pxSecond = nullptr;
-    };
-    struct Case {
+    const struct {
         const char* name;
         bool ruleExpunges;
         Act firstHook;
         const char* want;  // what the creation gave, then the hooks that heard of it
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"nothing taken", false, actNone, "made 12"},
         {"the creation rule expunges", true, actNone, "null "},
         {"a hook expunges", false, actExpunge, "null 1"},
         {"a hook expunges and throws", false, actExpungeAndThrow, "threw 1"},
-        {"a hook removes and destroys the next", false, actRemoveSecond, "made 1"},
+        {"a hook removes and destroys the next", false, actRemoveNext, "made 1"},
     };
     MCFactoryContext context;
     MCObjectSemReg::Register(Loose::c_sType, &context, &rule, false);
     TestNode* owner = MakeNode();
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        std::string log;
-        ActingHook first(log);
-        first.m_eAct = c.firstHook;
-        first.m_pxSecond = new Hook("2", log);
-        ASSERT_TRUE(MCFactoryRegistry::HookCreateItem(first, true));
-        ASSERT_TRUE(MCFactoryRegistry::HookCreateItem(*first.m_pxSecond, true));
+        std::string log, made;
+        Hook first("1", log, c.firstHook);
+        first.m_pxNext = new Hook("2", log);
+        ASSERT_TRUE(MCFactoryRegistry::HookCreateItem(first, true) &&
+                    MCFactoryRegistry::HookCreateItem(*first.m_pxNext, true));
         rule.m_bArmed = c.ruleExpunges;
-        std::string made;
         try {
-            made = MCFactoryRegistry::CreateItem(Loose::c_sType, owner, nullptr, nullptr) ? "made" : "null";
+            made = Create(Loose::c_sType, owner) ? "made" : "null";
         } catch (const std::runtime_error&) {
             made = "threw";
         }
         rule.m_bArmed = false;
         MCFactoryRegistry::HookCreateItem(first, false);
-        if (first.m_pxSecond) {
-            MCFactoryRegistry::HookCreateItem(*first.m_pxSecond, false);
-            delete first.m_pxSecond;
+        if (first.m_pxNext) {
+            MCFactoryRegistry::HookCreateItem(*first.m_pxNext, false);
+            delete first.m_pxNext;
         }
         EXPECT_EQ(made + " " + log, c.want);
     }
@@ -252,8 +230,8 @@ TEST_F(CreationTest, PoolRecordsAreSharedPerItemSize) {
     EXPECT_EQ(MCFactoryRegistry::GetPoolCount(size), 0);
     EXPECT_EQ(MCFactoryRegistry::GetPool(size), 0u);
     EXPECT_EQ(MCFactoryRegistry::GetPoolCount(size), 1);  // GetPool entered a default record
-    EXPECT_TRUE(MCFactoryRegistry::RegisterInitialPoolCount(size + 1, 10));
-    EXPECT_TRUE(MCFactoryRegistry::RegisterInitialPoolCount(size + 1, 10));
+    EXPECT_TRUE(MCFactoryRegistry::RegisterInitialPoolCount(size + 1, 10) &&
+                MCFactoryRegistry::RegisterInitialPoolCount(size + 1, 10));
     EXPECT_EQ(MCFactoryRegistry::GetPoolCount(size + 1), 21);
     EXPECT_EQ(MCFactoryRegistry::GetPool(size + 1), 0u);
 }
@@ -267,7 +245,6 @@ TEST_F(CreationTest, ObjectFactoriesCheckTheOwner) {
     EXPECT_EQ(g_pxTyped->CreateItem(Loose::c_sTyped, plain, nullptr), nullptr);
     ASSERT_TRUE(MCFactoryRegistry::AddOwnerType(Loose::c_sTyped, MCGenericObject::c_sType));
     auto* made = static_cast<MCObject*>(g_pxTyped->CreateItem(Loose::c_sTyped, plain, nullptr));
-    ASSERT_NE(made, nullptr);
-    EXPECT_EQ(made->GetOwner(0, MCItem::rttiExact), plain);
+    EXPECT_EQ(made ? made->GetOwner(0, MCItem::rttiExact) : nullptr, plain);
     EXPECT_NE(g_pxStrict->CreateItem(Loose::c_sType, MakeNode(), nullptr), nullptr);
 }

@@ -43,8 +43,7 @@ TEST_F(HeirSetTest, SlotsAreReusedInChainOrderAndDuplicatesStand) {
             EXPECT_TRUE(step.pcStep[0] == '+' ? set.Insert(heir(*name)) : set.Delete(heir(*name)));
         EXPECT_EQ(walk(), step.pcWalk);
     }
-    EXPECT_FALSE(set.Delete(heir('b')));
-    EXPECT_FALSE(set.Insert(nullptr));
+    EXPECT_FALSE(set.Delete(heir('b')) || set.Insert(nullptr));
     EXPECT_EQ(walk(), "facd #4");
     // The last slot of the chain in use: past it the cursor must not show its heir.
     for (char name : std::string("bbeb"))

@@ -41,14 +41,6 @@ struct FilteredValueStrategy : MCPropertyValueEqualStrategy {
     ZVTFilter<MCProperty*>* m_pxFilter;
 };
 
-// The list type of each value type, and its n-th sample value.
-struct ListSample {
-    static short Of(float& value, int n) { return value = static_cast<float>(n) + 0.5f, MCCodes::pFloatList; }
-    static short Of(ZVTString& value, int n) {
-        return value = ZVTString(std::string(1, static_cast<char>('a' + n))), MCCodes::pStringList;
-    }
-};
-
 template <class T>
 struct Descending : ZVTSorter<T> {
     void Sort(T* values, long count) override {
@@ -107,8 +99,7 @@ TEST_F(FiltersTest, SortedWalksKeepTheirSnapshotAndCopiesShareOneCursor) {
     ZVTSList<short> none;
     MCItemFilterOnPresenceInList nothing(&none);
     MCPropertyListIter empty(node, &nothing, &byType);
-    EXPECT_EQ(empty.GetCount(), 0);
-    EXPECT_FALSE(++empty);
+    EXPECT_TRUE(empty.GetCount() == 0 && !++empty);
 
     MCObject* object = Make();
     SetLong(object, c_sA, 1);
@@ -117,8 +108,7 @@ TEST_F(FiltersTest, SortedWalksKeepTheirSnapshotAndCopiesShareOneCursor) {
     MCPropertyListIter& alias = first;
     first = alias;  // must not let go of what it is about to hold
     copy.FreeImplementation();
-    EXPECT_EQ(copy.GetCount(), -1);
-    EXPECT_FALSE(++copy);
+    EXPECT_TRUE(copy.GetCount() == -1 && !++copy);
     EXPECT_EQ(Walk(first), std::to_string(c_sA));
     copy = first;
     EXPECT_FALSE(++copy);
@@ -203,22 +193,11 @@ TEST_F(FiltersTest, AbsenceLooksBehindAliasesPresenceDoesNot) {
     }
     ZVTSList<ZVTFilter<MCItem*>*> filters;
     MCItemFilterOfFilters all(&filters), none(nullptr);
-    EXPECT_TRUE(all.Test(integer));
-    EXPECT_FALSE(none.Test(integer));
+    EXPECT_TRUE(all.Test(integer) && !none.Test(integer));
     filters.Append(&absentName);
     filters.Append(&absentString);
     MCPropertyListIter it(object, &all);  // item filters serve the property walk as they are
     EXPECT_EQ(Walk(it), "132 87");
-}
-
-TEST_F(FiltersTest, NullPropertiesPassNoFilterAndSortNothing) {
-    MCProperty* noProperty = nullptr;
-    MCPropertyFilterOnNotNulled notNulled;
-    MCPropertyValueEqualStrategy values(false);
-    MCPropertySortOnType byType;
-    byType.Sort(nullptr, 2);
-    EXPECT_FALSE(notNulled.Test(noProperty));
-    EXPECT_FALSE(values.AreEqual(nullptr, nullptr, nullptr, nullptr));
 }
 
 TEST_F(FiltersTest, DefaultEqualityComparesFirstTypesAndIgnoresTheId) {
@@ -232,6 +211,11 @@ TEST_F(FiltersTest, DefaultEqualityComparesFirstTypesAndIgnoresTheId) {
     EXPECT_TRUE(left->IsEqualTo(right, nullptr, &withoutId));
     RefusingObjectStrategy refuse;
     EXPECT_FALSE(left->IsEqualTo(left, &refuse, &values));
+    // Null properties pass no filter, compare unequal and sort to nothing.
+    MCProperty* noProperty = nullptr;
+    MCPropertySortOnType().Sort(nullptr, 2);
+    EXPECT_FALSE(MCPropertyFilterOnNotNulled().Test(noProperty) ||
+                 values.AreEqual(nullptr, nullptr, nullptr, nullptr));
 
     SetLong(left, c_sA, 1);
     EXPECT_FALSE(left->IsEqualTo(right, nullptr, nullptr));
@@ -278,38 +262,32 @@ TEST_F(FiltersTest, ParallelismRanksTypeCloneIdAndName) {
     EXPECT_FALSE(named->IsDefinedBy(sameName, 0));
 }
 
-template <class T>
-using ValueIterTest = ModelTest;
-using ListValueTypes = ::testing::Types<float, ZVTString>;
-TYPED_TEST_SUITE(ValueIterTest, ListValueTypes);
-
 // A walk over a list or a list property stays at its end rather than starting over; a filter and a sorter
 // apply to both; a removal takes out the values it carries.
-TYPED_TEST(ValueIterTest, WalksListsAndListProperties) {
-    using T = TypeParam;
-    ZVTSList<T> list;
-    short type = 0;
-    for (int n : {1, 3, 2}) {
-        T value;
-        type = ListSample::Of(value, n);
-        list.Append(value);
-    }
-    MCVPropertyIterT<T> plain(&list);
-    EXPECT_EQ(Walk(plain, list), "012");
-    EXPECT_FALSE(++plain);  // stays at the end rather than starting over
-    Descending<T> descending;
-    Refuse<T> notFirst(list.At(0));
-    MCVPropertyIterT<T> sorted(&list, &notFirst, &descending);
-    EXPECT_EQ(sorted.GetCount(), 2);
-    EXPECT_EQ(Walk(sorted, list), "12");
+TEST_F(FiltersTest, ValueWalksOverListsAndListPropertiesOfEachType) {
+    auto check = [this](auto first, auto second, auto third, short type) {
+        using T = decltype(first);
+        SCOPED_TRACE(type);
+        ZVTSList<T> list = ListOf<T>({first, second, third});
+        MCVPropertyIterT<T> plain(&list);
+        EXPECT_EQ(Walk(plain, list), "012");
+        EXPECT_FALSE(++plain);  // stays at the end rather than starting over
+        Descending<T> descending;
+        Refuse<T> notFirst(first);
+        MCVPropertyIterT<T> sorted(&list, &notFirst, &descending);
+        EXPECT_EQ(sorted.GetCount(), 2);
+        EXPECT_EQ(Walk(sorted, list), "12");
 
-    MCObject* object = this->Make();
-    MCVPropertyAccessorT<T> accessor(list), middle(list.At(1));
-    ASSERT_TRUE(object->SetProperty(type, accessor, MCPropertyAccessor::accessReplace));
-    MCVPropertyIterT<T> held(object, type, &notFirst);
-    EXPECT_EQ(held.GetCount(), 2);
-    EXPECT_EQ(Walk(held, list), "12");
-    ASSERT_TRUE(object->SetProperty(type, middle, MCPropertyAccessor::accessRemove));
-    MCVPropertyIterT<T> rest(object, type);
-    EXPECT_EQ(Walk(rest, list), "02");
+        MCObject* object = Make();
+        MCVPropertyAccessorT<T> accessor(list), middle(second);
+        ASSERT_TRUE(object->SetProperty(type, accessor, MCPropertyAccessor::accessReplace));
+        MCVPropertyIterT<T> held(object, type, &notFirst);
+        EXPECT_EQ(held.GetCount(), 2);
+        EXPECT_EQ(Walk(held, list), "12");
+        ASSERT_TRUE(object->SetProperty(type, middle, MCPropertyAccessor::accessRemove));
+        MCVPropertyIterT<T> rest(object, type);
+        EXPECT_EQ(Walk(rest, list), "02");
+    };
+    check(1.5f, 3.5f, 2.5f, MCCodes::pFloatList);
+    check(ZVTString("b"), ZVTString("d"), ZVTString("c"), MCCodes::pStringList);
 }

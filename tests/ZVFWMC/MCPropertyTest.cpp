@@ -39,21 +39,18 @@ protected:
 // slot. The set keeps no count of its own: it counts what its slots hold, also once emptied.
 TEST_F(PropertyTest, SegmentsGrowByFourAndFreedSlotsAreReused) {
     MCObject* object = Make();
-    std::vector<MCProperty*> properties;
-    for (short code = c_sFirstAlias; code < c_sFirstAlias + 5; ++code)
-        properties.push_back(Add(object, code));
+    MCProperty* first = Add(object, c_sFirstAlias);
+    for (short code = c_sFirstAlias + 1; code < c_sFirstAlias + 5; ++code)
+        Add(object, code);
     auto& set = const_cast<MCPropertySet&>(object->GetPropertySet());
     MCSPropertyRawAccessorT<long> accessor;
     ASSERT_TRUE(object->NullProperty(7202, accessor));
     Add(object, 7206);
-    ASSERT_TRUE(object->NullProperty(7204, accessor));
-    ASSERT_TRUE(object->NullProperty(7205, accessor));
+    ASSERT_TRUE(object->NullProperty(7204, accessor) && object->NullProperty(7205, accessor));
     EXPECT_EQ(Slots(set), "132 7201 7206 7203 #4");
     MCProperty* seventh = Add(object, 7207);
-    ASSERT_TRUE(set.Delete(properties[0]));
-    EXPECT_FALSE(set.Insert(seventh));
-    EXPECT_FALSE(set.Delete(properties[0]));
-    EXPECT_TRUE(set.Insert(properties[0]));
+    ASSERT_TRUE(set.Delete(first));
+    EXPECT_TRUE(!set.Insert(seventh) && !set.Delete(first) && set.Insert(first));
     EXPECT_EQ(Slots(set), "132 7201 7206 7203 7207 #5");
     MCProperty* found = nullptr;
     EXPECT_FALSE(set.FindValue(7208, found) || found);
@@ -104,19 +101,15 @@ TEST_F(PropertyTest, StoredValuesRoundTripAndFeedOnlyActiveAccessors) {
 
         auto* copy = static_cast<MCProperty*>(MCFactoryRegistry::CreateItem(type, Make(), nullptr, nullptr));
         copy->RestoreFrom(in);
-        EXPECT_TRUE(copy->IsEqualTo(property, false));
-        EXPECT_EQ(copy->GetFlags(), MCItem::itemTemp);
+        EXPECT_TRUE(copy->IsEqualTo(property, false) && copy->GetFlags() == MCItem::itemTemp);
         MCSPropertyRawAccessorT<T> raw(T{});
-        copy->RestoreFrom(in, raw);
-        EXPECT_EQ(raw.GetFlags(), MCItem::itemTemp);
-        EXPECT_TRUE(raw.GetValue() == T{});
         MCSPropertyAccessorT<T> active;
+        copy->RestoreFrom(in, raw);
         copy->RestoreFrom(in, active);
-        EXPECT_TRUE(active.GetValue() == value);
-        EXPECT_FALSE(in.fail());
-        char extra = 0;
-        in >> extra;
-        EXPECT_TRUE(in.fail());  // the three records were read to their last byte
+        EXPECT_TRUE(raw.GetFlags() == MCItem::itemTemp && raw.GetValue() == T{} &&
+                    active.GetValue() == value);
+        char extra = 0;  // the three records were read to their last byte
+        EXPECT_TRUE(!in.fail() && (in >> extra).fail());
     };
     roundTrip(-123456L, MCCodes::pInteger, "\x01\x00\xc0\x1d\xfe\xff"s);  // the flag word is itemTemp
     roundTrip(2.5e-300, MCCodes::pDouble, "\x01\x00\x2f\x30\xb7\xb3\xa7\xc9\xba\x01"s);

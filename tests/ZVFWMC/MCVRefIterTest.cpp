@@ -31,11 +31,10 @@ protected:
     void SetUp() override {
         ModelTest::SetUp();
         m_pxHolder = Make();
-        ZVTSList<MCObject*> list;
-        for (MCObject*& target : m_apxTargets)
-            list.Append(target = Make());
-        MCVRefAccessor accessor(&list);
-        m_pxHolder->SetProperty(MCCodes::pReferenceList, accessor, MCPropertyAccessor::accessReplace);
+        for (MCObject*& target : m_apxTargets) {
+            MCVRefAccessor accessor(target = Make());
+            m_pxHolder->SetProperty(MCCodes::pReferenceList, accessor, c_lAdd);
+        }
     }
     using ModelTest::Id;
     std::string Id(int index) const { return Id(m_apxTargets[index]); }
@@ -58,18 +57,14 @@ TEST_F(RefIterTest, SortedWalksPassOverTargetsThatDieAndTakeTheFirstUnchecked) {
     EXPECT_EQ(Walk(again), "- " + Id(0));
 }
 
-TEST_F(RefIterTest, WalksFromAListAndAgainThroughACopy) {
-    ZVTSList<MCObject*> list;
-    list.Append(m_apxTargets[2]);
-    list.Append(m_apxTargets[0]);
+// A walk over a list goes again through a copy; without an object or a type a walk has nothing to walk,
+// and says so rather than reading anything.
+TEST_F(RefIterTest, WalksFromAListThroughACopyAndNothingWithoutAnObjectOrAType) {
+    ZVTSList<MCObject*> list = ListOf({m_apxTargets[2], m_apxTargets[0]});
     MCVRefIter overList(&list, nullptr, &m_xSorter);
     ASSERT_TRUE(++overList);
     MCVRefIter copy(overList);
     EXPECT_EQ(Walk(copy), Id(2) + " " + Id(0));
-}
-
-// Without an object or a type a walk has nothing to walk, and says so rather than reading anything.
-TEST_F(RefIterTest, HasNothingToWalkWithoutAnObjectOrAType) {
     for (MCObject* object : {static_cast<MCObject*>(nullptr), m_pxHolder}) {
         MCVRefIter walk(object, object ? 0 : MCCodes::pReferenceList, nullptr, &m_xSorter);
         EXPECT_EQ(walk.GetCount(), 0);
@@ -83,9 +78,9 @@ TEST_F(RefIterTest, HasNothingToWalkWithoutAnObjectOrAType) {
 TEST_F(RefIterTest, RefSettingVisitorWritesOneTargetIntoEitherKind) {
     MCObject* holder = Make();
     MCSRefAccessor single(m_apxTargets[0]);
-    holder->SetProperty(MCCodes::pReference, single, c_lAdd);
     MCVRefAccessor list(m_apxTargets[0]);
-    holder->SetProperty(MCCodes::pReferenceList, list, c_lAdd);
+    ASSERT_TRUE(holder->SetProperty(MCCodes::pReference, single, c_lAdd) &&
+                holder->SetProperty(MCCodes::pReferenceList, list, c_lAdd));
     SetLong(holder, MCCodes::pInteger, 1);
     holder->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
     auto visit = [holder](MCRefSettingVisitor& visitor, std::initializer_list<short> types) {
@@ -100,7 +95,6 @@ TEST_F(RefIterTest, RefSettingVisitorWritesOneTargetIntoEitherKind) {
     MCRefSettingVisitor ownerless(nullptr, holder);
     visit(ownerless, {MCCodes::pReference});
     ownerless.VisitType(static_cast<MCVRef*>(nullptr));
-
     MCSRefRawAccessor singleNow;
     holder->GetProperty(MCCodes::pReference, singleNow);
     MCVRefIter listNow(holder, MCCodes::pReferenceList);

@@ -203,7 +203,7 @@ protected:
     }
     /// Sets `from`'s reference `type` to `to`, or appends `to` when `type` is a list of references.
     static void Link(MCObject* from, short type, MCObject* to) {
-        if (MCFactoryRegistry::Translate(type, false) == MCCodes::pReferenceList) {
+        if (MCFactoryRegistry::Translate(type, true) == MCCodes::pReferenceList) {
             MCVRefAccessor accessor(to);
             from->SetProperty(type, accessor, MCPropertyAccessor::accessAdd);
         } else {

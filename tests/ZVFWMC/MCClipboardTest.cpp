@@ -3,9 +3,8 @@
 // through a converter, damaged buffers, and copying across models.
 
 #include <cctype>
-#include <cstdio>
 #include <cstring>
-#include <iterator>
+#include <tuple>
 
 #include "support/FaultTestSupport.h"
 #include "support/PersTestSupport.h"
@@ -14,50 +13,19 @@ namespace {
 
 using R = MCFactoryRegistry;
 
-/// A host class with one reference property per clip value.
-class ClipNode : public mc::HostClass<7801> {
-public:
-    static constexpr short c_sFollow = 7811, c_sDepend = 7812, c_sConvert = 7813, c_sUndeclared = 7814,
-                           c_sUndecided = 7815, c_sList = 7816, c_sPlain = 7817, c_sCount = 7818,
-                           c_sCount2 = 7819;
+// ClipNode's properties, one reference per clip value; Build names them by their last two digits.
+constexpr short c_sFollow = 7811, c_sDepend = 7812, c_sConvert = 7813, c_sUndeclared = 7814,
+                c_sUndecided = 7815, c_sList = 7816, c_sPlain = 7817, c_sCount = 7818, c_sCount2 = 7819;
+// What the user hears of a ClipNode's undeclared reference, as the message handler formats it.
+const std::string c_sTold = " !message 607 (style 0x30): 7801, 7814";
 
-    static void Register() {
-        if (R::IsRegistered(c_sType, nullptr))
-            return;
-        for (short type : {c_sFollow, c_sDepend, c_sConvert, c_sUndeclared, c_sUndecided, c_sPlain})
-            R::RegisterAliasProperty(type, ("Ref" + std::to_string(type)).c_str(), MCCodes::pReference, false,
-                                     false, false, false);
-        R::RegisterAliasProperty(c_sList, "RefList", MCCodes::pReferenceList, false, false, false, false);
-        R::RegisterAliasProperty(c_sCount, "Count", MCCodes::pInteger, true, false, false, false);
-        R::RegisterAliasProperty(c_sCount2, "Count2", MCCodes::pInteger, true, false, false, false);
-        mc::RegisterClass<ClipNode>("ClipNode", mc::ClassOptions().OwnedBy(PersRoot::c_sType).First());
-        R::AddOwnerType(c_sType, c_sType);
-        R::AddPropertyUsage(c_sType, c_sFollow, R::clipFollow);
-        R::AddPropertyUsage(c_sType, c_sDepend, R::clipDepend);
-        R::AddPropertyUsage(c_sType, c_sList, R::clipFollow);
-        R::AddPropertyUsage(c_sType, c_sConvert, R::clipFollowUnconverted);
-        R::AddPropertyUsage(c_sType, c_sUndecided, R::clipUndecided);
-        R::AddPropertyUsage(c_sType, c_sPlain, 0);
-        R::AddPropertyUsage(c_sType, MCCodes::pParent, 0);
-    }
-
-private:
+struct ClipNode : mc::HostClass<7801> {
     friend mc::FactoryOf<ClipNode>;
     using HostClass::HostClass;
 };
 
-/// A ClipNode that inherits Follow along the core's Parent.
-class ClipHeir : public mc::HostClass<7802> {
-public:
-    static void Register() {
-        if (R::IsRegistered(c_sType, nullptr))
-            return;
-        mc::RegisterClass<ClipHeir>(
-            "ClipHeir", mc::ClassOptions().Under(ClipNode::c_sType).OwnedBy(PersRoot::c_sType).First());
-        MCMetaInfo::RegisterPropertyInheritance(c_sType, ClipNode::c_sFollow);
-    }
-
-private:
+/// Inherits Follow along the core's Parent.
+struct ClipHeir : mc::HostClass<7802> {
     friend mc::FactoryOf<ClipHeir>;
     using HostClass::HostClass;
 };
@@ -68,17 +36,14 @@ struct SeenRule : MCObjectSem {
     explicit SeenRule(unsigned long interests) : m_nInterests(interests) {}
     result Fire(mode nMode, MCObject* object, MCObjectSemContext* context) override {
         MCSRefRawAccessor ref;
-        const bool bound = object->GetProperty(ClipNode::c_sDepend, ref) && ref.GetValue();
+        const bool bound = object->GetProperty(c_sDepend, ref) && ref.GetValue();
+        m_sSeen += ModelTest::NameOf(object) + (nMode == PostCopy ? " " : nMode == PostPaste ? ":" : "? ");
         if (nMode == PostPaste)
-            m_sSeen += ModelTest::NameOf(object) + ":" +
-                       std::to_string(static_cast<MCPasteObjectContext*>(context)->GetLevel()) +
+            m_sSeen += std::to_string(static_cast<MCPasteObjectContext*>(context)->GetLevel()) +
                        (bound ? "+ " : " ");
-        else
-            m_sSeen += ModelTest::NameOf(object) + (nMode == PostCopy ? " " : "? ");
         return resultContinue;
     }
     unsigned long GetInterests() const override { return m_nInterests; }
-
     std::string m_sSeen;
     unsigned long m_nInterests;
 };
@@ -92,16 +57,35 @@ struct Converter : MCClipIdConverter {
 
 class ClipTest : public PersTest {
 protected:
+    void SetUp() override {
+        PersTest::SetUp();
+        if (!R::IsRegistered(ClipNode::c_sType, nullptr)) {
+            for (short type : {c_sFollow, c_sDepend, c_sConvert, c_sUndeclared, c_sUndecided, c_sPlain})
+                R::RegisterAliasProperty(type, ("Ref" + std::to_string(type)).c_str(), MCCodes::pReference,
+                                         false, false, false, false);
+            R::RegisterAliasProperty(c_sList, "RefList", MCCodes::pReferenceList, false, false, false, false);
+            R::RegisterAliasProperty(c_sCount, "Count", MCCodes::pInteger, true, false, false, false);
+            R::RegisterAliasProperty(c_sCount2, "Count2", MCCodes::pInteger, true, false, false, false);
+            mc::RegisterClass<ClipNode>("ClipNode", mc::ClassOptions().OwnedBy(PersRoot::c_sType).First());
+            R::AddOwnerType(ClipNode::c_sType, ClipNode::c_sType);
+            // Each property code with its clip value.
+            using U = std::pair<short, R::clip_reference>;  // a property code and its clip value
+            for (const U& u : {U{c_sFollow, R::clipFollow}, U{c_sDepend, R::clipDepend},
+                               U{c_sList, R::clipFollow}, U{c_sConvert, R::clipFollowUnconverted},
+                               U{c_sUndecided, R::clipUndecided}, U{c_sPlain, 0}, U{MCCodes::pParent, 0}})
+                R::AddPropertyUsage(ClipNode::c_sType, u.first, u.second);
+            mc::RegisterClass<ClipHeir>(
+                "ClipHeir", mc::ClassOptions().Under(ClipNode::c_sType).OwnedBy(PersRoot::c_sType).First());
+            MCMetaInfo::RegisterPropertyInheritance(ClipHeir::c_sType, c_sFollow);
+        }
+        m_pxSource = Root("S");
+        m_pxTarget = Root("T");
+    }
+
     MCObject* Node(const char* name, MCObject* owner, short type = ClipNode::c_sType) {
         return Named(name, owner, type);
     }
-    void SetUp() override {
-        PersTest::SetUp();
-        ClipNode::Register();
-        ClipHeir::Register();
-        m_pxSource = Node("S", nullptr, PersRoot::c_sType);
-        m_pxTarget = Node("T", nullptr, PersRoot::c_sType);
-    }
+    MCObject* Root(const char* name) { return Named(name, nullptr, PersRoot::c_sType); }
 
     /// Builds under `owner` the objects of `text`, written the way Tree renders them: "A{11=B 18=3}(a1) B"
     /// makes A owning a1, then B, with A's 7811 referring to B and its 7818 holding 3 (a ClipNode
@@ -137,6 +121,14 @@ protected:
         return named;
     }
 
+    /// The tree pasted from `bytes`, `times` over, under a fresh root T.
+    std::string Pasted(const std::string& bytes, int times = 1) {
+        MCObject* target = Root("T");
+        while (times-- > 0)
+            Paste(bytes, {target});
+        return Tree(target);
+    }
+
     /// The objects of `named` that `names` lists, in its order.
     static std::vector<MCObject*> Select(const std::map<std::string, MCObject*>& named,
                                          const std::string& names) {
@@ -155,17 +147,16 @@ protected:
         std::string out;
         char token = 0, flag = 0, object = 0;
         long id = 0, ownerId = 0;
-        unsigned long address = 0;
         short level = 0, type = 0;
         ZVTString name;
         MCUDPMap* map = nullptr;
-        stream >> token >> id >> address;
+        stream >> token >> id >> id;  // the head: source id and address
         while (stream >> token, !stream.fail()) {
-            if (token == MCStream::tokenGlobals) {
+            if (token == MCStream::tokenGlobals)
                 MCEnvironment::GetInstance()->RestoreGlobalToken(token, stream, &map);
-            } else if (token == MCStream::tokenClipLevel || token == MCStream::tokenClipEnd) {
+            else if (token == MCStream::tokenClipLevel || token == MCStream::tokenClipEnd)
                 out += token == MCStream::tokenClipLevel ? "| " : "end";
-            } else {
+            else {
                 stream >> level >> id >> flag >> name >> type >> object >> type >> id >> ownerId;
                 visitor.SetFlush(true);
                 visitor.Visit(Make(nullptr));
@@ -183,7 +174,7 @@ protected:
         fault_detail::Subtree(root, objects);
         const std::set<const MCObject*> inside(objects.begin(), objects.end());
         std::function<std::string(MCObject*)> render = [&](MCObject* o) {
-            std::string s = NameOf(o), refs, kids;
+            std::string refs, kids;
             for (MCPropertyListIter properties(o); ++properties;) {
                 MCProperty* p = properties.GetValue();
                 std::vector<MCObject*> targets;
@@ -198,7 +189,8 @@ protected:
             }
             for (MCObject* c = o->GetFirstOwnee(); c; c = c->GetNextSibling())
                 kids += (kids.empty() ? "" : " ") + render(c);
-            return s + (refs.empty() ? "" : "{" + refs + "}") + (kids.empty() ? "" : "(" + kids + ")");
+            return NameOf(o) + (refs.empty() ? "" : "{" + refs + "}") +
+                   (kids.empty() ? "" : "(" + kids + ")");
         };
         return render(root);
     }
@@ -212,10 +204,7 @@ TEST_F(ClipTest, ClosureTakesOwneesAndFollowsOrDropsByClipValue) {
     // knows the object `known` when one is named; entries and messages are compared as one string. The
     // reference codes: 11 follow, 12 depend, 13 follow unconverted, 14 undeclared, 15 undecided, 16 a
     // followed list, 17 never followed; 18 is an undeclared integer.
-    const struct {
-        const char *tree, *selected, *known;
-        std::string entries;
-    } cases[] = {
+    const std::tuple<const char*, const char*, const char*, std::string> cases[] = {
         // Ownees come along a level deeper.
         {"A(a1(a11))", "A", nullptr, "| A/0<S a1/1<A a11/2<a1 end"},
         // A followed object joins under its referrer; selected too, it keeps level 0 and its owner.
@@ -229,22 +218,20 @@ TEST_F(ClipTest, ClosureTakesOwneesAndFollowsOrDropsByClipValue) {
         // A converter keeps dependents on what it knows and follows what it does not.
         {"A{12=Known 13=Unknown} Known Unknown", "A", "Known", "| A/0<S Unknown/1<A end"},
         // An undeclared reference tells the user and follows; an undeclared value tells nobody.
-        {"A{14=B 18=3} B", "A", nullptr, "| A/0<S B/1<A end !" + std::to_string(MCCodes::msgUndeclaredClip)},
+        {"A{14=B 18=3} B", "A", nullptr, "| A/0<S B/1<A end" + c_sTold},
         // An empty selection writes the frame alone.
         {"", "", nullptr, "end"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.tree);
+    for (const auto& [tree, selected, known, entries] : cases) {
+        SCOPED_TRACE(tree);
         HUBScopedMessageHandler messages;
-        MCObject* source = Node("S", nullptr, PersRoot::c_sType);
-        const std::map<std::string, MCObject*> named = Build(source, c.tree);
+        MCObject* source = Root("S");
+        const auto named = Build(source, tree);
         Converter converter;
-        if (c.known)
-            converter.m_xMap[named.at(c.known)->GetId()] = 4242;
-        std::string out = Entries(Copy(Select(named, c.selected), *source, c.known ? &converter : nullptr));
-        for (const auto& message : messages.GetMessages())
-            out += " !" + std::to_string(message.m_lMessageId);
-        EXPECT_EQ(out, c.entries);
+        if (known)
+            converter.m_xMap[named.at(known)->GetId()] = 4242;
+        const std::string out = Entries(Copy(Select(named, selected), *source, known ? &converter : nullptr));
+        EXPECT_EQ(out + (messages.Log().empty() ? "" : " !" + messages.Log()), entries);
     }
 }
 
@@ -260,29 +247,19 @@ TEST_F(ClipTest, AMessageHandlerThatExpungesMeetsACopyThatIsDone) {
         MCObject* m_pxVictim = nullptr;
     };
     // Entries names owners by the model as it is after the copy: A's ownees show no owner once it went.
-    char style[16];
-    std::snprintf(style, sizeof style, "%#x", static_cast<unsigned>(MCCodes::styleWarning));
-    const std::string told = " !message " + std::to_string(MCCodes::msgUndeclaredClip) + " (style " + style +
-                             "): " + std::to_string(ClipNode::c_sType) + ", " +
-                             std::to_string(ClipNode::c_sUndeclared);
-    const struct {
-        const char* doomed;
-        std::string entries;
-    } cases[] = {
-        {"A", "| A/0<S a1/1<- B/1<- end" + told},   // the referrer
-        {"B", "| A/0<S a1/1<A B/1<A end" + told},   // the object it refers to
-        {"a1", "| A/0<S a1/1<A B/1<A end" + told},  // an ownee still to be taken
+    const std::pair<const char*, const char*> cases[] = {
+        {"A", "| A/0<S a1/1<- B/1<- end"},   // the referrer
+        {"B", "| A/0<S a1/1<A B/1<A end"},   // the object it refers to
+        {"a1", "| A/0<S a1/1<A B/1<A end"},  // an ownee still to be taken
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.doomed);
-        MCObject* source = Node("S", nullptr, PersRoot::c_sType);
+    for (const auto& [doomed, entries] : cases) {
+        SCOPED_TRACE(doomed);
+        MCObject* source = Root("S");
         const auto named = Build(source, "A{14=B}(a1) B");
         Expunging messages;
-        messages.m_pxVictim = named.at(c.doomed);
-        std::string out = Entries(Copy(Select(named, "A"), *source));
-        for (const auto& message : messages.GetMessages())
-            out += " !" + message.Format();
-        EXPECT_EQ(out, c.entries);
+        messages.m_pxVictim = named.at(doomed);
+        const std::string out = Entries(Copy(Select(named, "A"), *source));
+        EXPECT_EQ(out + " !" + messages.Log(), entries + c_sTold);
     }
 }
 
@@ -290,22 +267,16 @@ TEST_F(ClipTest, InheritedReferencesTravelAsOwnValuesUnlessTheParentComesAlong) 
     // C inherits Follow from P along Parent; P's Follow leads to X.
     MCObject* p = Node("P", m_pxSource);
     MCObject* c = Node("C", m_pxSource, ClipHeir::c_sType);
-    Link(p, ClipNode::c_sFollow, Node("X", m_pxSource));
+    Link(p, c_sFollow, Node("X", m_pxSource));
     Link(c, MCCodes::pParent, p);
-    const struct {
-        std::vector<MCObject*> selected;
-        const char *entries, *pasted;
-    } cases[] = {
+    const std::tuple<std::vector<MCObject*>, const char*, const char*> cases[] = {
         {{c}, "| C/0<S X/1<C end", "T(C{11=X}(X))"},
         {{p, c}, "| P/0<S C/0<S X/1<P end", "T(P{11=X}(X) C{52=P})"},
     };
-    for (const auto& k : cases) {
-        SCOPED_TRACE(k.entries);
-        const std::string bytes = Copy(k.selected, *m_pxSource);
-        EXPECT_EQ(Entries(bytes), k.entries);
-        MCObject* target = Node("T", nullptr, PersRoot::c_sType);
-        Paste(bytes, {target});
-        EXPECT_EQ(Tree(target), k.pasted);
+    for (const auto& [selected, entries, pasted] : cases) {
+        SCOPED_TRACE(entries);
+        const std::string bytes = Copy(selected, *m_pxSource);
+        EXPECT_EQ(Entries(bytes) + " " + Pasted(bytes), std::string(entries) + " " + pasted);
     }
 }
 
@@ -316,8 +287,7 @@ TEST_F(ClipTest, DeepChainsCostNoCallDepth) {
     MCObject* previous = a;
     for (int i = 0; i < 20000; ++i) {
         MCObject* next = Node("n", m_pxSource);
-        Link(previous, ClipNode::c_sFollow, next);
-        previous = next;
+        Link(std::exchange(previous, next), c_sFollow, next);
     }
     std::string bytes;
     ASSERT_TRUE(RunOnStack(256 * 1024, [&] { bytes = Copy({a}, *m_pxSource); }));
@@ -328,30 +298,27 @@ TEST_F(ClipTest, PostCopyRulesSeeEachEntryInBufferOrderAndChangeNoByte) {
     // Without any PostCopy rule the records are written while the closure walks; with one, each after
     // its rule has run. A host must not be able to tell the two apart, not even where the selection
     // names an object after a reference reached it, which changes its owner after its record was first
-    // written: X takes its real owner, Q, which has none, takes none.
-    const struct {
-        const char *tree, *selected, *seen, *entries;
-    } cases[] = {
-        {"A{11=X}(B(b1) C{12=B}) X", "A X", "A X B C b1 ", "| A/0<S X/0<S B/1<A C/1<A b1/2<B end"},
-        {"P{11=Q} ~Q", "P Q", "P Q ", "| P/0<S Q/0<- end"},
+    // written: X takes its real owner, Q, which has none, takes none. The tree, the selection, and what
+    // the rule sees followed by the entries.
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        {"A{11=X}(B(b1) C{12=B}) X", "A X", "A X B C b1 | A/0<S X/0<S B/1<A C/1<A b1/2<B end"},
+        {"P{11=Q} ~Q", "P Q", "P Q | P/0<S Q/0<- end"},
     };
     // Every quiet copy goes before the rule: its interest, once registered, stays.
-    std::vector<std::pair<MCObject*, std::vector<MCObject*>>> copies;
-    std::vector<std::string> quiet;
-    for (const auto& c : cases) {
-        MCObject* source = Node("S", nullptr, PersRoot::c_sType);
-        copies.emplace_back(source, Select(Build(source, c.tree), c.selected));
-        quiet.push_back(Copy(copies.back().second, *source));
+    std::vector<std::tuple<MCObject*, std::vector<MCObject*>, std::string>> quiet;
+    for (const auto& [tree, selected, seen] : cases) {
+        MCObject* source = Root("S");
+        const std::vector<MCObject*> selection = Select(Build(source, tree), selected);
+        quiet.emplace_back(source, selection, Copy(selection, *source));
     }
     SeenRule rule(MCObjectSem::PostCopy);
     AddRule(ClipNode::c_sType, rule);
-    for (std::size_t i = 0; i < std::size(cases); ++i) {
-        SCOPED_TRACE(cases[i].tree);
+    for (size_t i = 0; i < quiet.size(); ++i) {
+        const auto& [source, selection, bytes] = quiet[i];
+        SCOPED_TRACE(std::get<0>(cases[i]));
         rule.m_sSeen.clear();
-        const std::string watched = Copy(copies[i].second, *copies[i].first);
-        EXPECT_EQ(rule.m_sSeen, cases[i].seen);
-        EXPECT_EQ(Entries(quiet[i]), cases[i].entries);
-        EXPECT_EQ(watched, quiet[i]);
+        EXPECT_EQ(Copy(selection, *source), bytes);
+        EXPECT_EQ(rule.m_sSeen + Entries(bytes), std::get<2>(cases[i]));
     }
 }
 
@@ -368,43 +335,23 @@ TEST_F(ClipTest, WhatAPostCopyRuleExpungesLeavesNoTraceInTheBuffer) {
         unsigned long GetInterests() const override { return PostCopy; }
     } rule;
     AddRule(ClipNode::c_sType, rule);
-    const struct {
-        const char *doomed, *left, *pasted;
-    } cases[] = {
+    const std::tuple<const char*, const char*, const char*> cases[] = {
         {"A", "B C", "T(B(b1) C)"},  // the first entry, which wrote the level mark
         {"B", "A C", "T(A C)"},
         {"b1", "A B C", "T(A B C)"},
         {"C", "A B", "T(A B(b1))"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.doomed);
-        MCObject* source = Node("S", nullptr, PersRoot::c_sType);
+    for (const auto& [victim, left, pasted] : cases) {
+        SCOPED_TRACE(victim);
+        MCObject* source = Root("S");
         const auto named = Build(source, "A B(b1) C");
-        const std::vector<MCObject*> left = Select(named, c.left);
-        doomed = c.doomed;
+        const std::vector<MCObject*> kept = Select(named, left);
+        doomed = victim;
         const std::string bytes = Copy(Select(named, "A B C"), *source);
         doomed.clear();
-        EXPECT_EQ(bytes, Copy(left, *source));
-        MCObject* target = Node("T", nullptr, PersRoot::c_sType);
-        Paste(bytes, {target});
-        EXPECT_EQ(Tree(target), c.pasted);
+        EXPECT_EQ(bytes, Copy(kept, *source));
+        EXPECT_EQ(Pasted(bytes), pasted);
     }
-}
-
-TEST_F(ClipTest, BufferBytesArePinned) {
-    MCObject* a = Node("A", m_pxSource);
-    SetLong(a, ClipNode::c_sCount, 5, MCPropertyAccessor::accessAdd, false);
-    std::string bytes = Copy({a}, *m_pxSource);
-    bytes.replace(5, 4, 4, '\xAA');  // the source's address token is the run's own; all else is fixed
-    const auto le32 = [](long v) { return HexOf({char(v), char(v >> 8), char(v >> 16), char(v >> 24)}); };
-    const std::string source = le32(m_pxSource->GetId()), id = le32(a->GetId());
-    EXPECT_EQ(HexOf(bytes),
-              "20" + source + "aaaaaaaa" + "11" + "15" + "24" +        // head, no UDPs, level mark
-                  "21" + "0000" + id + "00" + "0100000041" + "791e" +  // entry: level, id, flag, name, type
-                  "02" + "791e" + id + source + "0000" +               // record head: owner S, no flags
-                  "01" + "8400" + "0000" + id +                        // Id
-                  "01" + "9300" + "0001" + "0100000041" +              // Name, itemFlag100
-                  "01" + "8a1e" + "0000" + "05000000" + "12" + "25");  // Count 5, record end, end
 }
 
 // Each target gets its own copy, inner references rebound onto it and outer ones cleared. D depends on
@@ -437,15 +384,16 @@ TEST_F(ClipTest, ConverterMergesASecondPasteIntoTheFirstOnesObjects) {
     const std::vector<long> first = Paste(bytes, {m_pxTarget}, m_pxTarget, &converter);
     ASSERT_EQ(first.size(), 1u);
     MCObject* pasted = MCObject::ResolveId(first[0]);
-    SetLong(pasted, ClipNode::c_sCount, 9);
-    Link(pasted, ClipNode::c_sFollow, m_pxTarget);  // not in the buffer: nulled by the merge
+    SetLong(pasted, c_sCount, 9);
+    Link(pasted, c_sFollow, m_pxTarget);  // not in the buffer: nulled by the merge
     MCObject* other = Node("Other", m_pxTarget);
-    SetLong(other, ClipNode::c_sCount, 7);
-
+    SetLong(other, c_sCount, 7);
     const std::vector<long> second = Paste(bytes, {m_pxTarget}, m_pxTarget, &converter);
     EXPECT_EQ(Tree(m_pxTarget), "T(A{16=B}(B) Other)");
-    EXPECT_EQ(GetLong(pasted, ClipNode::c_sCount) + "," + GetLong(other, ClipNode::c_sCount), "1,7");
-    EXPECT_EQ(second.size(), 2u);  // both objects merged, none made
+    // Both objects merged, none made.
+    EXPECT_EQ(
+        GetLong(pasted, c_sCount) + "," + GetLong(other, c_sCount) + " " + std::to_string(second.size()),
+        "1,7 2");
 }
 
 // A host's rule or converter may expunge an object or remove a property while a paste runs: the paste
@@ -453,28 +401,23 @@ TEST_F(ClipTest, ConverterMergesASecondPasteIntoTheFirstOnesObjects) {
 // went stops the paste as damage does. "Mold" is the object the converter merges `into` into.
 TEST_F(ClipTest, HostCodeThatExpungesMidPasteTouchesNothingGone) {
     enum Act { expungeItself, nullCount2, expungePastedX, expungeTarget, converterExpungesNew };
-    struct Row {
-        const char *name, *tree, *selected, *mold, *into;
-        unsigned long mode;
-        Act act;
-        const char* pasted;
-    };
-    const Row rows[] = {
-        {"a PostPaste rule expunges its object", "A{18=1 19=2}", "A", "", nullptr,
-         MCPropertySemantic::PostPaste, expungeItself, "T n=1"},
-        {"a merge's edit rule removes a later property", "M{18=6}", "M", "Mold{18=5 19=7}", "M",
-         MCPropertySemantic::PostEdit, nullCount2, "T(Mold) n=1 Mold:6/-"},
+    // What happens, the tree and selection copied, the molds built in the target (M merges into Mold), what
+    // the rule (on PostPaste for expungeItself, else on PostEdit) or converter does, and the target with the
+    // number of ids and Mold's counts.
+    const std::tuple<const char*, const char*, const char*, const char*, Act, const char*> rows[] = {
+        {"a PostPaste rule expunges its object", "A{18=1 19=2}", "A", "", expungeItself, "T n=1"},
+        {"a merge's edit rule removes a later property", "M{18=6}", "M", "Mold{18=5 19=7}", nullCount2,
+         "T(Mold) n=1 Mold:6/-"},
         {"a merge's edit rule expunges the owner of a later record", "X(x1) M{18=6}", "X M", "Mold{18=5}",
-         "M", MCPropertySemantic::PostEdit, expungePastedX, "T(Mold x1) n=1 Mold:6/-"},
+         expungePastedX, "T(Mold x1) n=1 Mold:6/-"},
         {"a merge's edit rule expunges the target of a merged reference", "X M{11=X 18=6}", "X M",
-         "Mold{18=5}", "M", MCPropertySemantic::PostEdit, expungePastedX, "T(Mold) n=1 Mold:6/-"},
-        {"a converter expunges the owner of a later record", "A(a1)", "A", "", nullptr,
-         MCPropertySemantic::PostEdit, converterExpungesNew, "T(a1) n=0"},
-        {"a merge's edit rule expunges the target", "M{18=6} Y", "M Y", "Mold{18=5}", "M",
-         MCPropertySemantic::PostEdit, expungeTarget, "gone n=1 Mold:6/-"},
+         "Mold{18=5}", expungePastedX, "T(Mold) n=1 Mold:6/-"},
+        {"a converter expunges the owner of a later record", "A(a1)", "A", "", converterExpungesNew,
+         "T(a1) n=0"},
+        {"a merge's edit rule expunges the target", "M{18=6} Y", "M Y", "Mold{18=5}", expungeTarget,
+         "gone n=1 Mold:6/-"},
     };
     static Act s_act;
-    static unsigned long s_mode;
     static bool s_armed;
     static Converter* s_converter;
     static long s_victim;  // the source id of the pasted object to expunge, or the target's id
@@ -488,42 +431,38 @@ TEST_F(ClipTest, HostCodeThatExpungesMidPasteTouchesNothingGone) {
     PropertyRule rule("act", MCPropertySemantic::PostEdit | MCPropertySemantic::PostPaste);
     rule.m_xAct = [](MCPropertySemantic::mode mode, MCObject* object, MCProperty*,
                      MCPropertySemanticContext*) {
-        if (!s_armed || mode != s_mode || s_act == converterExpungesNew)
+        const unsigned long acting =
+            s_act == expungeItself ? MCPropertySemantic::PostPaste : MCPropertySemantic::PostEdit;
+        if (!s_armed || mode != acting || s_act == converterExpungesNew)
             return MCPropertySemantic::resultContinue;
         s_armed = false;
         MCSPropertyAccessorT<long> value;
-        switch (s_act) {
-            case expungeItself:
-                object->Expunge(true);
-                return MCPropertySemantic::resultObjectDestroyed;
-            case nullCount2:
-                object->NullProperty(ClipNode::c_sCount2, value);
-                break;
-            case expungePastedX:
-                MCObject::ResolveId(s_converter->m_xMap.at(s_victim))->Expunge(true);
-                break;
-            default:
-                MCObject::ResolveId(s_victim)->Expunge(true);
+        if (s_act == expungeItself) {
+            object->Expunge(true);
+            return MCPropertySemantic::resultObjectDestroyed;
         }
+        if (s_act == nullCount2)
+            object->NullProperty(c_sCount2, value);
+        else
+            MCObject::ResolveId(s_act == expungePastedX ? s_converter->m_xMap.at(s_victim) : s_victim)
+                ->Expunge(true);
         return MCPropertySemantic::resultContinue;
     };
-    AddRule(ClipNode::c_sType, ClipNode::c_sCount, rule);
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        MCObject* source = Node("S", nullptr, PersRoot::c_sType);
-        MCObject* target = Node("T", nullptr, PersRoot::c_sType);
-        const auto named = Build(source, row.tree);
+    AddRule(ClipNode::c_sType, c_sCount, rule);
+    for (const auto& [name, tree, selected, mold, act, pasted] : rows) {
+        SCOPED_TRACE(name);
+        MCObject* source = Root("S");
+        MCObject* target = Root("T");
+        const auto named = Build(source, tree);
         // A target that goes does not hold the merged object.
-        const auto molds =
-            Build(row.act == expungeTarget ? Node("U", nullptr, PersRoot::c_sType) : target, row.mold);
+        const auto molds = Build(act == expungeTarget ? Root("U") : target, mold);
         Expunging converter;
-        if (row.into)
-            converter.m_xMap[named.at(row.into)->GetId()] = molds.at("Mold")->GetId();
-        const std::string bytes = Copy(Select(named, row.selected), *source, &converter);
-        s_mode = row.mode;
-        s_act = row.act;
+        if (molds.count("Mold"))
+            converter.m_xMap[named.at("M")->GetId()] = molds.at("Mold")->GetId();
+        const std::string bytes = Copy(Select(named, selected), *source, &converter);
+        s_act = act;
         s_converter = &converter;
-        s_victim = row.act == expungeTarget ? target->GetId() : named.count("X") ? named.at("X")->GetId() : 0;
+        s_victim = act == expungeTarget ? target->GetId() : named.count("X") ? named.at("X")->GetId() : 0;
         s_armed = true;
         const long targetId = target->GetId();
         const std::vector<long> ids = Paste(bytes, {target}, target, &converter);
@@ -531,9 +470,9 @@ TEST_F(ClipTest, HostCodeThatExpungesMidPasteTouchesNothingGone) {
         std::string out = (MCObject::ResolveId(targetId) == target ? Tree(target) : "gone") +
                           " n=" + std::to_string(ids.size());
         if (molds.count("Mold"))
-            out += " Mold:" + GetLong(molds.at("Mold"), ClipNode::c_sCount) + "/" +
-                   GetLong(molds.at("Mold"), ClipNode::c_sCount2);
-        EXPECT_EQ(out, row.pasted);
+            out +=
+                " Mold:" + GetLong(molds.at("Mold"), c_sCount) + "/" + GetLong(molds.at("Mold"), c_sCount2);
+        EXPECT_EQ(out, pasted);
     }
 }
 
@@ -549,12 +488,8 @@ TEST_F(ClipTest, DamagedBuffersStopThePasteAndKeepOnlyWholeObjects) {
     };
     const std::string byName = with(mark + 8, "\1"), noMark = std::string(good).erase(mark, 1);
     const std::string sharedByName = std::string(byName).replace(mark + 1, 1, 1, MCStream::tokenClipEntry2);
-    const struct {
-        const char* name;
-        std::string bytes;
-        const char* tree;
-        int pastes;
-    } cases[] = {
+    // What is wrong, the bytes, the target after pasting them the given number of times.
+    const std::tuple<const char*, std::string, const char*, int> cases[] = {
         {"empty", "", "T", 1},
         {"no head token", good.substr(1), "T", 1},
         {"without a level mark all is prelude, placed once", noMark, "T(A(B{12=C} C))", 1},
@@ -566,19 +501,31 @@ TEST_F(ClipTest, DamagedBuffersStopThePasteAndKeepOnlyWholeObjects) {
         {"by name, the second lands in the first", byName, "T(A(B{12=C} C B{12=C} C))", 2},
         {"by name before the mark", sharedByName, "T", 1},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        MCObject* target = Node("T", nullptr, PersRoot::c_sType);
-        for (int i = 0; i < c.pastes; ++i)
-            Paste(c.bytes, {target});
-        EXPECT_EQ(Tree(target), c.tree);
+    for (const auto& [name, bytes, tree, pastes] : cases) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(Pasted(bytes, pastes), tree);
     }
 }
 
-TEST_F(ClipTest, CopyToCarriesUserDefinedPropertiesAndAnswersWhetherAnyIdResulted) {
+// The bytes of a one-object buffer are fixed; CopyTo then carries a user-defined property into the
+// target's model and answers whether any id resulted. Last, as the property it registers stays.
+TEST_F(ClipTest, BufferBytesArePinnedAndCopyToCarriesUserDefinedProperties) {
+    MCObject* a = Node("A", m_pxSource);
+    SetLong(a, c_sCount, 5, MCPropertyAccessor::accessAdd, false);
+    std::string bytes = Copy({a}, *m_pxSource);
+    bytes.replace(5, 4, 4, '\xAA');  // the source's address token is the run's own; all else is fixed
+    const auto le32 = [](long v) { return HexOf({char(v), char(v >> 8), char(v >> 16), char(v >> 24)}); };
+    const std::string source = le32(m_pxSource->GetId()), id = le32(a->GetId());
+    EXPECT_EQ(HexOf(bytes),
+              "20" + source + "aaaaaaaa" + "11" + "15" + "24" +        // head, no UDPs, level mark
+                  "21" + "0000" + id + "00" + "0100000041" + "791e" +  // entry: level, id, flag, name, type
+                  "02" + "791e" + id + source + "0000" +               // record head: owner S, no flags
+                  "01" + "8400" + "0000" + id +                        // Id
+                  "01" + "9300" + "0001" + "0100000041" +              // Name, itemFlag100
+                  "01" + "8a1e" + "0000" + "05000000" + "12" + "25");  // Count 5, record end, end
+
     const short colour = R::RegisterUDP("ClipColour", MCCodes::pInteger, m_pxSource, true);
     ASSERT_LT(colour, 0);
-    MCObject* a = Node("A", m_pxSource);
     SetLong(a, colour, 12);
     ASSERT_FALSE(R::IsRegistered(colour, m_pxTarget));
     ZVTSList<MCObject*> selection = ListOf({a}), targets = ListOf({m_pxTarget}), none;

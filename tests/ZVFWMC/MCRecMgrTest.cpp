@@ -118,9 +118,7 @@ TEST(MCRecMgrTest, EachDamageEndsTheWalkWithItsResult) {
         std::stringstream medium(bytes);
         MCStream stream(medium, ZVTStream::binary);
         R manager(stream);
-        if (start != c_lNone) {
-            EXPECT_EQ(manager.MoveToRecId(start), R::eOk);
-        }
+        EXPECT_EQ(start == c_lNone ? R::eOk : manager.MoveToRecId(start), R::eOk);
         const std::string forward = Walk(manager, true, false);
         EXPECT_EQ(forward + " / " + Walk(manager, false, false), walks);
         EXPECT_EQ(medium.str(), bytes);  // reading writes nothing

@@ -2,6 +2,8 @@
 // the core's reference class and a host's, the rules and events a copy fires, a core value and a host
 // subclass's copied alike, clones their own rules destroy, and a deep chain on a small stack.
 
+#include <tuple>
+
 #include "support/RuleTestSupport.h"
 
 namespace {
@@ -120,15 +122,21 @@ TEST_F(CloneTest, TheCopyIsANewRootWithOwneesReversedAndReferencesMovedOntoTheCl
 }
 
 // A copy sets each value through the edit rules, CloneId last; a refused value is left out and the copy
-// goes on. Only what was set is announced.
-TEST_F(CloneTest, ACopyRunsTheEditRulesInOrderAndAnnouncesWhatItSets) {
-    MCObject* source = Make(nullptr, Shape::c_sType);
-    SetLong(source, Shape::c_sWidth, 3);
-    SetLong(source, MCCodes::pInteger, 4);
+// goes on, and only what was set is announced. The core's classes are copied through an accessor on the
+// stack, a host's subclass through the one it makes: the rules see the same accessor, value and flags.
+TEST_F(CloneTest, ACoreValueAndAHostSubclassValueAreCopiedAlike) {
     const unsigned long edit = MCPropertySemantic::PreEdit | MCPropertySemantic::PostEdit;
-    PropertyRule width("width", edit), cloneId("cloneid", edit),
+    PropertyRule rule("edit", edit), cloneId("cloneid", edit),
         refused("integer", MCPropertySemantic::PreEdit, MCPropertySemantic::resultRefused);
-    AddRule(Shape::c_sType, Shape::c_sWidth, width);
+    rule.m_xAct = [](auto, MCObject*, auto, MCPropertySemanticContext* context) {
+        const MCActiveAccessor* active = context ? context->GetActiveAccessor() : nullptr;
+        auto* a = active ? dynamic_cast<MCSPropertyAccessorT<long>*>(active->m_pxAccessor) : nullptr;
+        Record(a ? std::to_string(a->GetValue()) + "/" + std::to_string(a->GetFlags()) + "/" +
+                       std::to_string(active->m_lFlags)
+                 : "other",
+               0);
+        return MCPropertySemantic::resultContinue;
+    };
     AddRule(Shape::c_sType, MCCodes::pInteger, refused);
     AddRule(Shape::c_sType, MCCodes::pCloneId, cloneId);
     static EventLog heard;  // subscribed to each object as it is made
@@ -137,61 +145,40 @@ TEST_F(CloneTest, ACopyRunsTheEditRulesInOrderAndAnnouncesWhatItSets) {
             object->AddSubscriber(&heard, MCEvent::subscriberObserver);
         }
     } hook;
-    R::HookCreateItem(hook, true);
-    TakeLog();
-    MCObject* clone = Clone(source);
-    R::HookCreateItem(hook, false);
-    const std::string set = "PropertySet(" + std::to_string(clone->GetId()) + ",";
-    EXPECT_EQ(TakeLog() + " | " + heard.Take(), "width:1 width:2 integer:1 cloneid:1 cloneid:2 | " + set +
-                                                    std::to_string(Shape::c_sWidth) + ",0) " + set +
-                                                    std::to_string(MCCodes::pCloneId) + ",0)");
-    EXPECT_EQ(GetLong(clone, Shape::c_sWidth) + " " + GetLong(clone, MCCodes::pInteger), "3 -");
-}
-
-// The core's classes are copied through an accessor on the stack, a host's subclass through the one it
-// makes; the rules see the same accessor, value and flags either way.
-TEST_F(CloneTest, ACoreValueAndAHostSubclassValueAreCopiedAlike) {
-    std::string traces[2];
-    const short types[] = {Shape::c_sWidth, c_sHostWidth};
-    for (int i = 0; i < 2; ++i) {
-        SCOPED_TRACE(types[i]);
+    // The value's type and how many accessors the host's class makes for the copy.
+    for (const auto& [type, made] : {std::pair<short, int>{Shape::c_sWidth, 0}, {c_sHostWidth, 1}}) {
+        SCOPED_TRACE(type);
         MCObject* source = Make(nullptr, Shape::c_sType);
-        SetLong(source, types[i], 3, MCPropertyAccessor::accessAdd, false);
-        source->SetPropertyFlag(const_cast<MCProperty*>(source->FindProperty(types[i], false)),
-                                MCItem::itemTemp, true);
-        PropertyRule rule("edit", MCPropertySemantic::PreEdit | MCPropertySemantic::PostEdit);
-        rule.m_xAct = [](auto, MCObject*, auto, MCPropertySemanticContext* context) {
-            const MCActiveAccessor* active = context ? context->GetActiveAccessor() : nullptr;
-            auto* a = active ? dynamic_cast<MCSPropertyAccessorT<long>*>(active->m_pxAccessor) : nullptr;
-            const std::string seen =
-                a ? std::to_string(a->GetValue()) + "/" + std::to_string(a->GetFlags()) : "";
-            Record(a ? seen + "/" + std::to_string(active->m_lFlags) : "other", 0);
-            return MCPropertySemantic::resultContinue;
-        };
-        AddRule(Shape::c_sType, types[i], rule);
+        SetLong(source, type, 3, MCPropertyAccessor::accessAdd, false);
+        source->SetPropertyFlag(const_cast<MCProperty*>(source->FindProperty(type, false)), MCItem::itemTemp,
+                                true);
+        // Raw: the rules are the copy's.
+        SetLong(source, MCCodes::pInteger, 4, MCPropertyAccessor::accessAdd, false);
+        AddRule(Shape::c_sType, type, rule);
         TakeLog();
-        const int made = HostInteger::c_nMade;
+        const int before = HostInteger::c_nMade;
+        R::HookCreateItem(hook, true);
         MCObject* clone = Clone(source);
-        traces[i] = TakeLog() + " " + GetLong(clone, types[i]) + " " +
-                    std::to_string(clone->FindProperty(types[i], false)->GetFlags()) + " made " +
-                    std::to_string(HostInteger::c_nMade - made - i);
+        R::HookCreateItem(hook, false);
+        const std::string set = "PropertySet(" + std::to_string(clone->GetId()) + ",";
+        EXPECT_EQ(TakeLog() + " | " + heard.Take(),
+                  "edit:1 3/1/10:0 edit:2 3/1/10:0 integer:1 cloneid:1 cloneid:2 | " + set +
+                      std::to_string(type) + ",0) " + set + std::to_string(MCCodes::pCloneId) + ",0)");
+        EXPECT_EQ(GetLong(clone, type) + " " + GetLong(clone, MCCodes::pInteger) + " " +
+                      std::to_string(clone->FindProperty(type, false)->GetFlags()) + " made " +
+                      std::to_string(HostInteger::c_nMade - before),
+                  "3 - 1 made " + std::to_string(made));
     }
-    EXPECT_EQ(traces[0], "edit:1 3/1/10:0 edit:2 3/1/10:0 3 1 made 0");
-    EXPECT_EQ(traces[1], traces[0]);
 }
 
 // A clone's rule may expunge the clone itself, an earlier clone (the walk takes the youngest ownee
-// first) or its owner, up to the root: whatever
-// went is left out with its subtree, the rest is copied and rebound, and a root that went gives null.
+// first) or its owner, up to the root: whatever went is left out with its subtree, the rest is copied and
+// rebound, and a root that went gives null.
 TEST_F(CloneTest, ClonesThatTheirRulesExpungeAreLeftOutWithTheirSubtrees) {
     enum Victim { itself, firstFired, owner };
-    struct Row {
-        const char* name;
-        std::vector<const char*> widthOn;  // sources whose width the copy sets, so the rule fires
-        Victim victim;
-        const char* tree;
-    };
-    const Row rows[] = {
+    // The sources whose width the copy sets, so the rule fires, which object the rule expunges, and the
+    // copy with the log.
+    const std::tuple<const char*, std::vector<const char*>, Victim, const char*> rows[] = {
         {"itself", {"m"}, itself, "S'(n') destroy:2"},
         {"itself, the root", {"S"}, itself, "null destroy:2"},
         {"an earlier sibling", {"m", "n"}, firstFired, "S'(m'(j' k')) destroy:2 destroy:2"},
@@ -202,14 +189,13 @@ TEST_F(CloneTest, ClonesThatTheirRulesExpungeAreLeftOutWithTheirSubtrees) {
     static MCObject* s_first;
     PropertyRule destroyer("destroy", MCPropertySemantic::PostEdit);
     destroyer.m_xAct = [](auto, MCObject* object, auto, auto) {
-        MCObject* victim = object;
-        if (s_victim == owner)
-            victim = object->GetOwner(0, MCItem::rttiDerived);
-        else if (s_victim == firstFired && !s_first) {
+        if (s_victim == firstFired && !s_first) {
             s_first = object;
             return MCPropertySemantic::resultContinue;
-        } else if (s_victim == firstFired)
-            victim = s_first;
+        }
+        MCObject* victim = s_victim == owner        ? object->GetOwner(0, MCItem::rttiDerived)
+                           : s_victim == firstFired ? s_first
+                                                    : object;
         const long id = object->GetId();
         victim->Expunge(true);
         return MCObject::ResolveId(id) == object ? MCPropertySemantic::resultContinue
@@ -218,21 +204,20 @@ TEST_F(CloneTest, ClonesThatTheirRulesExpungeAreLeftOutWithTheirSubtrees) {
     AddRule(Shape::c_sType, Shape::c_sWidth, destroyer);
     ObjectRule created("created", MCObjectSem::PostCreation);  // a copy runs the edit rules, no creation rule
     AddRule(Shape::c_sType, created);
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        std::map<std::string, MCObject*> sources;
-        sources["S"] = Named("S", nullptr, Shape::c_sType);
-        sources["m"] = Named("m", sources["S"], Shape::c_sType);
-        sources["k"] = Named("k", sources["m"], Shape::c_sType);
-        sources["j"] = Named("j", sources["m"], Shape::c_sType);
-        sources["n"] = Named("n", sources["S"], Shape::c_sType);
-        for (const char* name : row.widthOn)  // raw: no rule on the source
-            SetLong(sources[name], Shape::c_sWidth, 1, MCPropertyAccessor::accessAdd, false);
-        s_victim = row.victim;
+    for (const auto& [name, widthOn, victim, expected] : rows) {
+        SCOPED_TRACE(name);
+        std::map<std::string, MCObject*> sources{{"-", nullptr}};
+        const std::pair<const char*, const char*> owned[] = {
+            {"S", "-"}, {"m", "S"}, {"k", "m"}, {"j", "m"}, {"n", "S"}};
+        for (const auto& [at, owner] : owned)
+            sources[at] = Named(at, sources[owner], Shape::c_sType);
+        for (const char* at : widthOn)  // raw: no rule on the source
+            SetLong(sources[at], Shape::c_sWidth, 1, MCPropertyAccessor::accessAdd, false);
+        s_victim = victim;
         s_first = nullptr;
         TakeLog();
         const std::string tree = Tree(Clone(sources["S"]));
-        EXPECT_EQ(tree + " " + TakeLog(), row.tree);
+        EXPECT_EQ(tree + " " + TakeLog(), expected);
     }
 }
 

@@ -38,42 +38,38 @@ TEST(MCUDPMapTest, TheStreamOwnsOneMapAndTranslatesOnlyWhatItKnows) {
     delete first;
 }
 
-struct UDPMapModelTest : PersTest {
-    // Not the singleton: it must leave the installed one alone when it goes.
-    struct : MCEnvironment {
-    } m_xEnvironment;
-};
+using UDPMapModelTest = PersTest;
 
-TEST_F(UDPMapModelTest, GlobalsRoundTripThroughTheEnvironment) {
+// A global section saved by the environment comes back as a map; RegisterUDPs then gives the stored names
+// this process does not know fresh codes for the root.
+TEST_F(UDPMapModelTest, GlobalsRoundTripAndRegisterUDPsGivesUnknownNamesFreshCodesForTheRoot) {
+    struct : MCEnvironment {
+    } environment;  // not the singleton: it must leave the installed one alone when it goes
     MCObject* root = Make(nullptr, PersRoot::c_sType);
     const short code = R::RegisterUDP("MapTest.Colour", MCCodes::pInteger, root, true);
     ASSERT_LT(code, 0);
     ASSERT_TRUE(R::AddPropertyUsage(TestNode::c_sType, code, 1));
-    std::stringstream medium;
-    MCStream stream(medium, ZVTStream::binary);
-    m_xEnvironment.SaveGlobals(stream, root);
+    std::stringstream saved;
+    MCStream stream(saved, ZVTStream::binary);
+    environment.SaveGlobals(stream, root);
     char token = 0, next = 0;
     stream >> token >> next;
     stream.SetPendingToken(next);  // as a reader that looked one token ahead leaves it
-    MCUDPMap* map = nullptr;
-    m_xEnvironment.RestoreGlobalToken(token, stream, &map);
-    ASSERT_NE(map, nullptr);
+    MCUDPMap* restored = nullptr;
+    environment.RestoreGlobalToken(token, stream, &restored);
+    ASSERT_NE(restored, nullptr);
     short to = 0;
-    EXPECT_TRUE(map->Translate(code, to));
-    EXPECT_EQ(to, code);
-    MCUDPMap* const same = map;
+    EXPECT_TRUE(restored->Translate(code, to) && to == code);
+    MCUDPMap* const same = restored;
     stream.seekg(0);
     stream >> token;
-    m_xEnvironment.RestoreGlobalToken(token, stream, &map);
-    EXPECT_EQ(map, same) << "a given map is read into, not replaced";
-    delete map;
-}
+    environment.RestoreGlobalToken(token, stream, &restored);
+    EXPECT_EQ(restored, same) << "a given map is read into, not replaced";
+    delete restored;
 
-TEST_F(UDPMapModelTest, RegisterUDPsGivesUnknownNamesFreshCodesForTheRoot) {
     const short known = R::RegisterUDP("MapTest.Known", MCCodes::pInteger, nullptr, false);
     const short probe = R::RegisterUDP("MapTest.Probe", MCCodes::pInteger, nullptr, false);
     ASSERT_LT(probe, known);
-    MCObject* root = Make(nullptr, PersRoot::c_sType);
     MCObject* child = MakeNode(MakeNode(root));
     const unsigned short on = 1, off = 0;
     std::stringstream medium;
@@ -88,7 +84,7 @@ TEST_F(UDPMapModelTest, RegisterUDPsGivesUnknownNamesFreshCodesForTheRoot) {
     }
     MCStream in(medium, ZVTStream::binary);
     MCUDPMap* map = nullptr;
-    m_xEnvironment.RestoreGlobalToken(MCStream::tokenGlobals, in, &map);
+    environment.RestoreGlobalToken(MCStream::tokenGlobals, in, &map);
     in.AdoptUDPMap(map);
     ASSERT_EQ(map->m_xUDPInfos.Length(), 2u);
 
@@ -102,12 +98,11 @@ TEST_F(UDPMapModelTest, RegisterUDPsGivesUnknownNamesFreshCodesForTheRoot) {
     const std::vector<short> translated{in.TranslateUDPType(-1), in.TranslateUDPType(-2),
                                         in.TranslateUDPType(-3)};
     EXPECT_EQ(translated, (std::vector<short>{fresh, 0, known})) << "a bad type is dropped";
-    EXPECT_TRUE(R::IsRegistered(fresh, root)) << "a known name joins the root";
-    EXPECT_TRUE(R::IsRegistered(known, root)) << "a known name joins the root";
+    EXPECT_TRUE(R::IsRegistered(fresh, root) && R::IsRegistered(known, root))
+        << "a known name joins the root";
     EXPECT_EQ(R::GetClipFlag(TestNode::c_sType, fresh), R::clipUndecided);
     unsigned long flags = 0;
-    EXPECT_TRUE(R::GetFlags(fresh, flags));
-    EXPECT_NE(flags & R::flagFirstOn, 0UL);
+    EXPECT_TRUE(R::GetFlags(fresh, flags) && (flags & R::flagFirstOn) != 0);
 }
 
 }  // namespace

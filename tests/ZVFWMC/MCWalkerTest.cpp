@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <set>
+#include <tuple>
 
 #include "support/ModelTestSupport.h"
 
@@ -22,14 +23,13 @@ struct Recorder : MCVisitor {
 // Refuses the objects of its set; with `expunge`, it expunges each of them as it is asked, and with
 // `accept` it answers yes all the same.
 struct RefuseFilter : ZVTFilter<MCObject*> {
-    explicit RefuseFilter(std::set<const MCObject*> refused, bool expunge = false, bool accept = false)
+    RefuseFilter(std::set<const MCObject*> refused, bool expunge, bool accept)
         : m_xRefused(std::move(refused)), m_bExpunge(expunge), m_bAccept(accept) {}
     ZVTBoolean Test(MCObject*& object) override {
-        if (m_xRefused.count(object) == 0)
-            return true;
-        if (m_bExpunge)
+        const bool refused = m_xRefused.count(object) != 0;
+        if (refused && m_bExpunge)
             object->Expunge(true);
-        return m_bAccept;
+        return !refused || m_bAccept;
     }
     std::set<const MCObject*> m_xRefused;
     bool m_bExpunge, m_bAccept;
@@ -58,45 +58,39 @@ protected:
 TEST_F(WalkerTest, OrderIsPreOrderWithTheYoungestOwneeFirstAndAFilterCutsWholeSubtrees) {
     // A finished walk stays finished until Reset, which takes the start past the filter; its end keeps the
     // last object. A null Reset keeps the start.
-    {
-        RefuseFilter filter({A, D});
-        Recorder recorder;
-        MCDepthFirstWalker walker(A, &filter);
-        MCVisitorAgent agent(walker, recorder);
-        agent.Execute();
-        walker.Reset(A);
-        agent.Execute();
-        agent.Execute();
-        EXPECT_EQ(recorder.m_sLog, "A C B E");
-        EXPECT_EQ(walker.GetValue(), E);
-        walker.Reset(nullptr);
-        EXPECT_FALSE(walker.Traverse());
-        EXPECT_EQ(walker.GetStart(), A);
-    }
+    RefuseFilter refuseAD({A, D}, false, false);
+    Recorder recorder;
+    MCDepthFirstWalker walker(A, &refuseAD);
+    MCVisitorAgent agent(walker, recorder);
+    agent.Execute();
+    walker.Reset(A);
+    agent.Execute();
+    agent.Execute();
+    EXPECT_EQ(recorder.m_sLog, "A C B E");
+    EXPECT_EQ(walker.GetValue(), E);
+    walker.Reset(nullptr);
+    EXPECT_FALSE(walker.Traverse());
+    EXPECT_EQ(walker.GetStart(), A);
 
-    const struct {
-        const char* name;
-        MCObject* start;
-        std::set<const MCObject*> refused;
-        const char* expected;
-        bool expunge = false;  // the filter expunges what it refuses; last, as it changes the tree
-        bool accept = false;   // and answers yes all the same
-    } cases[] = {
-        {"whole tree", A, {}, "A C B E D"},
-        {"subtree", B, {}, "B E D"},
-        {"refused inner object", A, {B}, "A C"},
-        {"refused leaf", A, {D}, "A C B E"},
-        {"refused start", A, {A}, ""},
-        {"null start", nullptr, {}, ""},
-        {"refused and expunged by the filter", A, {B}, "A C", true},
-        {"accepted but expunged by the filter", A, {C}, "A", true, true},
+    // The start, the refused objects, whether the filter expunges what it refuses (last, as that changes
+    // the tree) and whether it answers yes all the same, and the walk.
+    const std::tuple<const char*, MCObject*, std::set<const MCObject*>, bool, bool, const char*> cases[] = {
+        {"whole tree", A, {}, false, false, "A C B E D"},
+        {"subtree", B, {}, false, false, "B E D"},
+        {"refused inner object", A, {B}, false, false, "A C"},
+        {"refused leaf", A, {D}, false, false, "A C B E"},
+        {"refused start", A, {A}, false, false, ""},
+        {"null start", nullptr, {}, false, false, ""},
+        {"refused and expunged by the filter", A, {B}, true, false, "A C"},
+        {"accepted but expunged by the filter", A, {C}, true, true, "A"},
     };
-    for (const auto& c : cases) {
-        RefuseFilter filter(c.refused, c.expunge, c.accept);
-        Recorder recorder;
-        MCDepthFirstWalker walker(c.start, &filter);
-        MCVisitorAgent(walker, recorder).Execute();
-        EXPECT_EQ(recorder.m_sLog, c.expected) << c.name;
+    for (const auto& [name, start, refused, expunge, accept, expected] : cases) {
+        SCOPED_TRACE(name);
+        RefuseFilter filter(refused, expunge, accept);
+        Recorder seen;
+        MCDepthFirstWalker cut(start, &filter);
+        MCVisitorAgent(cut, seen).Execute();
+        EXPECT_EQ(seen.m_sLog, expected);
     }
 }
 
@@ -107,12 +101,9 @@ TEST_F(WalkerTest, UsersAndAgentsYieldToTheFirstAndStopWithWhatTheyUse) {
     ProbeUser first, second;  // attached by hand, so they must outlive the walker
     {
         MCDepthFirstWalker walker(A, nullptr);
-        EXPECT_TRUE(walker.Use(&first, true));
-        EXPECT_FALSE(walker.Use(&second, true));
+        EXPECT_TRUE(walker.Use(&first, true) && !walker.Use(&second, true));
         EXPECT_EQ(first.m_nInvalidated * 10 + second.m_nInvalidated, 10);
-        EXPECT_FALSE(walker.Use(&second, false));
-        EXPECT_TRUE(walker.Use(&first, false));
-        EXPECT_TRUE(walker.Use(&second, true));
+        EXPECT_TRUE(!walker.Use(&second, false) && walker.Use(&first, false) && walker.Use(&second, true));
     }
     for (bool sharedWalker : {true, false}) {
         Recorder recorder1, recorder2;
@@ -128,18 +119,15 @@ TEST_F(WalkerTest, UsersAndAgentsYieldToTheFirstAndStopWithWhatTheyUse) {
     auto walker = std::make_unique<MCDepthFirstWalker>(A, nullptr);
     MCVisitorAgent agent1(*walker, *recorder), agent2(*walker, *recorder);
     walker.reset();
-    EXPECT_FALSE(agent2.IsValid());
-    EXPECT_EQ(agent2.GetWalker(), nullptr);
+    EXPECT_TRUE(!agent2.IsValid() && agent2.GetWalker() == nullptr);
     agent2.Execute();
     MCDepthFirstWalker walker3(A, nullptr);
     MCVisitorAgent agent3(walker3, *recorder);
     EXPECT_TRUE(agent3.IsValid());
     recorder.reset();
-    EXPECT_FALSE(agent3.IsValid());
-    EXPECT_EQ(agent3.GetVisitor(), nullptr);
+    EXPECT_TRUE(!agent3.IsValid() && agent3.GetVisitor() == nullptr);
     agent3.Execute();
-    EXPECT_TRUE(walker3.Traverse());
-    EXPECT_EQ(walker3.GetValue(), A);
+    EXPECT_TRUE(walker3.Traverse() && walker3.GetValue() == A);
 }
 
 TEST_F(WalkerTest, AnAgentInvalidatedDuringActStopsBeforeTheNextStep) {
@@ -165,22 +153,20 @@ TEST_F(WalkerTest, EditsDuringTheWalkFollowTheLoadingOfOwneesAtEachStep) {
     // In turn on one tree, each case keeping what the one before did: an ownee added under the current
     // object is not reached, one added under an object still to come is; the current leaf may expunge
     // itself (no name to add).
-    const struct {
-        MCObject* on;
-        const char *add, *expected;
-    } cases[] = {{B, "X", "A C B E D"},
-                 {C, "Y", "A C B Y X E D"},
-                 {C, nullptr, "A C B Y X E D"},
-                 {nullptr, nullptr, "A B Y X E D"}};
-    for (const auto& c : cases) {
+    const std::tuple<MCObject*, const char*, const char*> cases[] = {{B, "X", "A C B E D"},
+                                                                     {C, "Y", "A C B Y X E D"},
+                                                                     {C, nullptr, "A C B Y X E D"},
+                                                                     {nullptr, nullptr, "A B Y X E D"}};
+    for (const auto& [on, add, expected] : cases) {
+        SCOPED_TRACE(add ? add : "expunge");
         Recorder recorder;
-        recorder.m_xHook = [&](MCObject* o) {
-            if (o == c.on)
-                c.add ? void(Named(c.add, B)) : void(o->Expunge(true));
+        recorder.m_xHook = [&, on = on, add = add](MCObject* o) {
+            if (o == on)
+                add ? void(Named(add, B)) : void(o->Expunge(true));
         };
         MCDepthFirstWalker walker(A, nullptr);
         MCVisitorAgent(walker, recorder).Execute();
-        EXPECT_EQ(recorder.m_sLog, c.expected) << (c.add ? c.add : "expunge");
+        EXPECT_EQ(recorder.m_sLog, expected);
     }
 }
 

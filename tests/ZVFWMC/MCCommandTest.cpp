@@ -11,18 +11,15 @@ std::string g_sRan;    // the names of the commands that ran, in order
 int g_nDestroyed = 0;  // commands destroyed since the test began
 
 // Logs its name when it runs, then runs its action, which may post, flush or throw.
-class Logged : public MCCommand {
-public:
+struct Logged : MCCommand {
     Logged(std::string name, std::function<void()> act) : m_sName(std::move(name)), m_xAct(std::move(act)) {}
+    ~Logged() override { ++g_nDestroyed; }
     ZVTBoolean Do() override {
         g_sRan += m_sName;
         if (m_xAct)
             m_xAct();
         return true;
     }
-
-private:
-    ~Logged() override { ++g_nDestroyed; }
     std::string m_sName;
     std::function<void()> m_xAct;
 };
@@ -104,8 +101,7 @@ TEST_F(CommandTest, AnExpungeCommandTouchesItsObjectOnlyWhileItLives) {
             MCCommandHandler::PostCommand(*new MCExpungeCommand(static_cast<MCObject*>(event.GetSubject())));
     };
     heard->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
-    EXPECT_TRUE(SetLong(heard, MCCodes::pInteger, 5));
-    EXPECT_EQ(MCObject::ResolveId(id), heard);
+    EXPECT_TRUE(SetLong(heard, MCCodes::pInteger, 5) && MCObject::ResolveId(id) == heard);
     MCCommandHandler::FlushQueue();
     EXPECT_EQ(MCObject::ResolveId(id), nullptr);
 }

@@ -17,18 +17,14 @@ struct NoTextConverter : MCPropertyConverter {
 };
 
 bool RegisterMetamodel() {
-    const struct {
-        short code;
-        const char* name;
-        short concrete;
-    } aliases[] = {
-        {c_sTitle, "Title", MCCodes::pString},        {c_sRank, "Rank", MCCodes::pInteger},
-        {c_sPartner, "Partner", MCCodes::pReference}, {c_sParts, "Parts", MCCodes::pReferenceList},
-        {c_sWeight, "Weight", MCCodes::pFloat},       {c_sBlob, "Blob", MCCodes::pFloat},
-    };
-    for (const auto& alias : aliases)
-        MCFactoryRegistry::RegisterAliasProperty(alias.code, alias.name, alias.concrete, true, false, false,
-                                                 false);
+    for (auto [code, name, concrete] :
+         {std::tuple<short, const char*, short>{c_sTitle, "Title", MCCodes::pString},
+          {c_sRank, "Rank", MCCodes::pInteger},
+          {c_sPartner, "Partner", MCCodes::pReference},
+          {c_sParts, "Parts", MCCodes::pReferenceList},
+          {c_sWeight, "Weight", MCCodes::pFloat},
+          {c_sBlob, "Blob", MCCodes::pFloat}})
+        MCFactoryRegistry::RegisterAliasProperty(code, name, concrete, true, false, false, false);
     MCPropertyConverterRegistry::Register(new NoTextConverter);
     return true;
 }
@@ -118,56 +114,32 @@ TEST_F(DataButlerTest, EveryMacroAnswersAsItsRowSays) {
         "@P1 AnchorProperty(Title) OwnerProperty(Title) : T Top @P1; "
         "AnchorProperty(Nope) ReferenceProperty(Partner) Lookup(Rank|zero|one) Equal(Title|top) "
         "HasProperty(Nope) NotHasProperty(Title) TypeNameEquals(Box|x) PushOwner PushReference(Title) "
-        "Destroy(v) Comma ForEach(Nope) : F old @A; "
-        "ForEach(Parts) : T old @A #1; "
-        "Property(Weight|d) : T d @A !60508; "
-        "Property(Blob) : F old @A !60509; "
-        "@- Property(Title|) : T  @-; "
-        "property(Title) : F old @A !59000; "
-        "ReferenceProperty(Partner|Title) : T One @A; "
+        "Destroy(v) Comma ForEach(Nope) : F old @A; ForEach(Parts) : T old @A #1; "
+        "Property(Weight|d) : T d @A !60508; Property(Blob) : F old @A !60509; @- Property(Title|) : T  @-; "
+        "property(Title) : F old @A !59000; ReferenceProperty(Partner|Title) : T One @A; "
         "@P2 ReferenceProperty(Partner|Title|d) NotEmptyProperty(Rank) HasProperty(Rank) : F old @P2; "
-        "NotEmptyProperty(Title) : T Top @A; "
-        "NotEmptyProperty(Label|d) : T d @A; "
-        "NotEmptyProperty(Label|) : F  @A; "
-        "Lookup(Rank|zero|one|two) : T two @A; "
-        "@P1 Lookup(Rank|zero|one) : F old @P1; "
-        "@- Equal(Title|Top) : T old @-; "
-        "NotEqual(Nope|) NotHasProperty() : T old @A; "
-        "@- HasProperty(Title) : F old @-; "
-        "@P1 TypeNameEquals(Shape) : T old @P1; "
-        "@- TypeNameEquals(Box) : T old @-; "
-        "Pop : T old @none; "
+        "NotEmptyProperty(Title) : T Top @A; NotEmptyProperty(Label|d) : T d @A; "
+        "NotEmptyProperty(Label|) : F  @A; Lookup(Rank|zero|one|two) : T two @A; "
+        "@P1 Lookup(Rank|zero|one) : F old @P1; @- Equal(Title|Top) : T old @-; "
+        "NotEqual(Nope|) NotHasProperty() : T old @A; @- HasProperty(Title) : F old @-; "
+        "@P1 TypeNameEquals(Shape) : T old @P1; @- TypeNameEquals(Box) : T old @-; Pop : T old @none; "
         "o:v=P1 PushObject(v) : T old @P1 v=oP1; "
         "o:v=P1 PushObject(v|x) ReferencePropertyEqual(Partner) : F old @A v=oP1; "
         "o:v= PushObject(v) : F old @A v=o-; "
         "i:v=1 PushObject(v) ReferencePropertyEqual(Partner|v) String(v) SetString(v|y) AppendString(v|y) "
-        "StringEqual(v|1) StringValue(v) If(v|yes) : F old @A v=i1; "
-        "@P1 PushOwner : T old @A; "
-        "PushReference(Partner) : T old @P1; "
-        "o:v=P1 ReferencePropertyEqual(Partner|v) : T old @A v=oP1; "
-        "o:v=P2 ReferencePropertyEqual(Partner|v) : F old @A v=oP2; "
-        "Boolean(v) *Boolean(v) : T old @A v=i0; "
+        "StringEqual(v|1) StringValue(v) If(v|yes) : F old @A v=i1; @P1 PushOwner : T old @A; "
+        "PushReference(Partner) : T old @P1; o:v=P1 ReferencePropertyEqual(Partner|v) : T old @A v=oP1; "
+        "o:v=P2 ReferencePropertyEqual(Partner|v) : F old @A v=oP2; Boolean(v) *Boolean(v) : T old @A v=i0; "
         "s:v=x Boolean(v) SetObject(v) SetString(v) AppendString(v|y|z) StringValue(v|y) StringEqual(v|X) "
-        "SetBoolean(v|true) : F old @A v=sx; "
-        "String(v) : T old @A v=s; "
-        "Object(v) : T old @A v=o-; "
-        "i:v=1 Destroy(v) : T old @A; "
-        "i:v=0 SetBoolean(v|TrUe) : T old @A v=i1; "
-        "i:v=1 SetBoolean(v|1) : T old @A v=i0; "
-        "o:v= @P1 SetObject(v) : T old @P1 v=oP1; "
-        "o:v= StoreCurrentObject(v) : T old @A v=oA; "
-        "s:v=x SetString(v|y) : T old @A v=sy; "
+        "SetBoolean(v|true) : F old @A v=sx; String(v) : T old @A v=s; Object(v) : T old @A v=o-; "
+        "i:v=1 Destroy(v) : T old @A; i:v=0 SetBoolean(v|TrUe) : T old @A v=i1; "
+        "i:v=1 SetBoolean(v|1) : T old @A v=i0; o:v= @P1 SetObject(v) : T old @P1 v=oP1; "
+        "o:v= StoreCurrentObject(v) : T old @A v=oA; s:v=x SetString(v|y) : T old @A v=sy; "
         "s:v=x AppendString(v|y) : T old @A v=sxy; "
-        "s:v=x StringEqual(v|x) StringNotEqual(v|X) : T old @A v=sx; "
-        "s:v=x StringValue(v) : T x @A v=sx; "
-        "i:v=1 If(v) : T old @A v=i1; "
-        "i:v=1 If(v|yes|no) : T yes @A v=i1; "
-        "i:v=0 If(v|yes|no) : T no @A v=i0; "
-        "s:v=1 If(v) : F old @A v=s1; "
-        "i:v=1 IfNot(v|yes|no) : T no @A v=i1; "
-        "IfFirstIter(first|later) : T first @A; "
-        "Comma(|a||b) : T olda,b @A; "
-        "Concatenate(a|b) : T oldab @A; "
+        "s:v=x StringEqual(v|x) StringNotEqual(v|X) : T old @A v=sx; s:v=x StringValue(v) : T x @A v=sx; "
+        "i:v=1 If(v) : T old @A v=i1; i:v=1 If(v|yes|no) : T yes @A v=i1; i:v=0 If(v|yes|no) : T no @A v=i0; "
+        "s:v=1 If(v) : F old @A v=s1; i:v=1 IfNot(v|yes|no) : T no @A v=i1; "
+        "IfFirstIter(first|later) : T first @A; Comma(|a||b) : T olda,b @A; Concatenate(a|b) : T oldab @A; "
         "s:v= AnchorProperty Boolean Destroy Equal ForEach IfFirstIter Lookup NotEmptyProperty NotEqual "
         "Object OwnerProperty Property PushReference SetBoolean SetObject String StringEqual "
         "*AnchorProperty(v|Title|x) *Comma(v|Title|x) *Concatenate(v|Title|x) *If(v|Title|x) "
@@ -220,12 +192,8 @@ TEST_F(DataButlerTest, EveryMacroAnswersAsItsRowSays) {
 // Each pass runs on its target with its number; a break-on variable ends the iteration before its next
 // pass; the context is left as it was.
 TEST_F(DataButlerTest, AnIterationPassesOverEachTargetUntilItsBreakOnVariableIsZero) {
-    const struct {
-        const char* name;
-        int start;  // go before the first pass; -1: go not made, -2: no break-on argument
-        int afterFirst;
-        const char* passes;
-    } cases[] = {
+    // Go before the first pass (-1: go not made, -2: no break-on argument), go after it, the passes.
+    const std::tuple<const char*, int, int, const char*> cases[] = {
         {"zero before the first pass", 0, 0, "0 | 1@A #0"},
         {"no break-on variable", -2, 0, "0 1:One first 2:Two later | 1@A #0"},
         {"no integer variable", -1, 0, "0 | 1@A #0"},
@@ -383,36 +351,23 @@ TEST_F(DataButlerTest, AnObjectARuleDestroysReadsAsNullWhereverTheButlerKeepsIt)
         return MCPropertySemantic::resultObjectDestroyed;
     };
     AddRule(Shape::c_sType, Shape::c_sArea, area);
-    enum Kept { keptAsContext, keptAsAnchor, keptInVariable };
-    struct Case {
-        const char* name;
-        Kept kept;
-        const char* want;  // the destroying read, a later read with a default, the state
-    };
-    const Case cases[] = {
-        {"a pushed context", keptAsContext, "! gone @-"},
-        {"the anchor", keptAsAnchor, "! gone @-"},
-        {"an object variable", keptInVariable, "! Top @A v=o-"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    // Where the butler keeps the victim; the destroying read, a later read with a default, the state.
+    for (auto [kept, want] : {std::pair<std::string, const char*>{"context", "! gone @-"},
+                              {"anchor", "! gone @-"},
+                              {"variable", "! Top @A v=o-"}}) {
+        SCOPED_TRACE(kept);
         MCObject* victim = Make(m_pxA, Shape::c_sType);
-        SetLong(victim, Shape::c_sWidth, 3);
         SetLong(victim, Shape::c_sArea, 9);
-        MCDataButler butler(c.kept == keptAsAnchor ? victim : m_pxA);
-        const char* macro = c.kept == keptAsAnchor ? "AnchorProperty" : "Property";
-        if (c.kept != keptAsAnchor)
+        MCDataButler butler(kept == "anchor" ? victim : m_pxA);
+        const char* macro = kept == "anchor" ? "AnchorProperty" : "Property";
+        if (kept != "anchor")
             butler.PushCurrentContext(victim);
-        if (c.kept == keptInVariable) {
-            ASSERT_TRUE(butler.CreateObject("v"));
-            ASSERT_TRUE(butler.SetObject("v", victim));
-        }
+        ASSERT_TRUE(kept != "variable" || (butler.CreateObject("v") && butler.SetObject("v", victim)));
         s_bKill = true;
         const std::string destroying = Expand(butler, macro, "Area");
-        if (c.kept == keptInVariable)
+        if (kept == "variable")
             butler.PopCurrentContext();
-        const std::string later = Expand(butler, macro, "Title|gone");
-        EXPECT_EQ(destroying + " " + later + " " + State(butler), c.want);
+        EXPECT_EQ(destroying + " " + Expand(butler, macro, "Title|gone") + " " + State(butler), want);
     }
 }
 

@@ -50,8 +50,8 @@ TEST(MCIdSpaceTest, CounterRules) {
 
     MCIdSpace space(0x7FFFFFFE);
     EXPECT_EQ(space.RequestId(), 0x7FFFFFFF);
-    EXPECT_THROW(space.RequestId(), EXUnexpected);
-    EXPECT_THROW(space.RequestId(), EXUnexpected);  // the failed request must not have wrapped the counter
+    for (int i = 0; i < 2; ++i)  // the failed request must not have wrapped the counter
+        EXPECT_THROW(space.RequestId(), EXUnexpected);
     if (sizeof(long) > 4) {
         EXPECT_THROW(space.RegisterPointer(0x7FFFFFFFL + 1, a), EXUnexpected);
         EXPECT_EQ(space.ResolveId(0x7FFFFFFFL + 1), nullptr);
@@ -67,16 +67,16 @@ TEST(MCIdSpaceTest, ADuplicateThrowsAndRemoveAndResetTouchOnlyTheTable) {
         space.RegisterPointer(7, b);
         ADD_FAILURE() << "nothing thrown";
     } catch (const EXDuplicateResolution& e) {
-        EXPECT_EQ(e.m_pxExisting, a);
-        EXPECT_EQ(e.m_pxIncoming, b);
+        EXPECT_TRUE(e.m_pxExisting == a && e.m_pxIncoming == b);
     }
     for (long id : {2, 3, 42})
         space.RemoveId(id);
-    EXPECT_EQ(Contents(space, 8), "a--a--a-");
+    std::string seen = Contents(space, 8);
     space.RegisterPointer(2, c);  // a removed id may come back from outside
-    EXPECT_EQ(Contents(space, 8), "ac-a--a-");
+    seen += " " + Contents(space, 8);
     space.Reset();
-    EXPECT_EQ(Contents(space, 8) + " " + std::to_string(space.RequestId()), "-------- 8");
+    EXPECT_EQ(seen + " " + Contents(space, 8) + " " + std::to_string(space.RequestId()),
+              "a--a--a- ac-a--a- -------- 8");
 }
 
 // Ids go to pages or to the hashed table by where they lie and when they come; whichever way an id went, it
@@ -115,11 +115,10 @@ TEST(MCIdSpaceTest, NearAndFarIdsResolveAlike) {
     space.RemovePointer(first, object == a ? b : a);
     EXPECT_EQ(space.ResolveId(first), object) << "another object's entry stays";
     space.Reset();
-    EXPECT_EQ(space.ResolveId(first), nullptr);
     const long next = space.RequestId();
     space.RegisterPointer(next, a);
-    EXPECT_EQ(space.ResolveId(next), a) << "a page reused after Reset starts empty";
-    EXPECT_EQ(space.ResolveId(next + 1), nullptr);
+    // A page reused after Reset starts empty.
+    EXPECT_TRUE(!space.ResolveId(first) && space.ResolveId(next) == a && !space.ResolveId(next + 1));
 }
 
 }  // namespace

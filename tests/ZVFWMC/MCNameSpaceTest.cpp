@@ -105,10 +105,8 @@ TEST_F(NameSpaceTest, NumbersAreNotReusedAndCountersRefuseWhatDoesNotFit) {
     for (MCObject* object : {base, second, Named("Entity")})
         insert(object);
     // Only the registered object itself, with a name, is deleted.
-    EXPECT_FALSE(space->Delete(Named("Entity_2")));
-    EXPECT_FALSE(space->Delete(Named(nullptr)));
-    EXPECT_FALSE(space->Delete(Named("")));
-    EXPECT_FALSE(space->Delete(nullptr));
+    for (MCObject* other : {Named("Entity_2"), Named(nullptr), Named(""), static_cast<MCObject*>(nullptr)})
+        EXPECT_FALSE(space->Delete(other)) << NameOf(other);
     EXPECT_TRUE(space->Delete(second));
     EXPECT_EQ(State(space, "Entity Entity_2 Entity_3 Entity_4"), "Entity* Entity_2- Entity_3* Entity_4*");
     insert(Named("Entity"));
@@ -139,27 +137,17 @@ TEST_F(NameSpaceTest, NumbersAreNotReusedAndCountersRefuseWhatDoesNotFit) {
 // An object whose name changed behind the name space's back still takes the name it was entered under
 // when it dies; a stale entry would point at the freed info, which the next info made elsewhere reuses.
 TEST_F(NameSpaceTest, ADyingObjectFreesTheNameItWasEnteredUnder) {
-    const struct {
-        const char* label;
-        bool rename, null;
-    } cases[] = {
-        {"name nulled", false, true},
-        {"renamed", true, false},
-        {"renamed, then nulled", true, true},
-    };
-    for (const auto& [label, rename, null] : cases) {
-        SCOPED_TRACE(label);
+    // Each case: whether the object is renamed to B, then whether its name is nulled.
+    for (auto [rename, null] : {std::pair{false, true}, {true, false}, {true, true}}) {
+        SCOPED_TRACE(std::to_string(rename) + std::to_string(null));
         MCNameSpace* space = MakeSpace();
         MCObject* object = Named("A");
         ASSERT_TRUE(space->Insert(object, 0, 0, false));
-        if (rename) {
-            MCSPropertyAccessorT<ZVTString> accessor(ZVTString("B"));
-            object->SetProperty(MCCodes::pName, accessor, MCPropertyAccessor::accessAdd);
-        }
-        if (null) {
-            MCSPropertyAccessorT<ZVTString> accessor;
-            object->NullProperty(MCCodes::pName, accessor);
-        }
+        MCSPropertyAccessorT<ZVTString> renamed(ZVTString("B")), nulled;
+        if (rename)
+            object->SetProperty(MCCodes::pName, renamed, MCPropertyAccessor::accessAdd);
+        if (null)
+            object->NullProperty(MCCodes::pName, nulled);
         object->Expunge(true);
         ASSERT_TRUE(MakeSpace()->Insert(Named("Zed"), 0, 0, false));
         MCObject* next = Named("A");
@@ -172,35 +160,28 @@ TEST_F(NameSpaceTest, ADyingObjectFreesTheNameItWasEnteredUnder) {
 // Making a taken name unique runs host code twice, the rename's rules and the info's creation; either
 // may expunge the object, which then stays out without a stray info.
 TEST_F(NameSpaceTest, AnObjectExpungedWhileItIsEnteredIsLeftOut) {
-    struct RenameTaker : MCPropertySemantic {
-        result Fire(mode /*nMode*/, MCObject* object, MCProperty* /*property*/,
-                    MCPropertySemanticContext* /*context*/) override {
-            if (object != m_pxVictim)
-                return resultContinue;
-            m_pxVictim = nullptr;
-            object->Expunge(true);
-            return resultObjectDestroyed;
+    // Expunges its victim once, from the rename's rule or from the info's creation.
+    struct Taker : MCPropertySemantic, MCCreationHook {
+        result Fire(mode, MCObject* object, MCProperty*, MCPropertySemanticContext*) override {
+            return m_bByRename && Take(object) ? resultObjectDestroyed : resultContinue;
+        }
+        void ItemCreated(MCObject* object) override {
+            if (!m_bByRename && object->GetType() == MCStringInfo::c_sType)
+                Take(m_pxVictim);
         }
         unsigned long GetInterests() const override { return PostEdit; }
-        MCObject* m_pxVictim = nullptr;
-    };
-    struct InfoTaker : MCCreationHook {
-        void ItemCreated(MCObject* object) override {
-            if (m_pxVictim && object->GetType() == MCStringInfo::c_sType) {
-                MCObject* victim = m_pxVictim;
-                m_pxVictim = nullptr;
-                victim->Expunge(true);
-            }
+        bool Take(MCObject* object) {
+            if (!object || object != m_pxVictim)
+                return false;
+            m_pxVictim = nullptr;
+            object->Expunge(true);
+            return true;
         }
+        bool m_bByRename;
         MCObject* m_pxVictim = nullptr;
     };
-    struct Case {
-        const char* name;
-        bool byRename;
-    };
-    const Case cases[] = {{"the rename's rule", true}, {"the info's creation", false}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (bool byRename : {true, false}) {
+        SCOPED_TRACE(byRename ? "the rename's rule" : "the info's creation");
         // Generic objects take no property rules: a host class does.
         constexpr short type = TestNode::c_sType;
         MCNameSpace* space = MakeSpace();
@@ -208,15 +189,15 @@ TEST_F(NameSpaceTest, AnObjectExpungedWhileItIsEnteredIsLeftOut) {
         ASSERT_TRUE(space->Insert(Named("Entity", nullptr, type), '_', 0, true));
         MCObject* object = Named("Entity", nullptr, type);
         const long id = object->GetId();
-        RenameTaker rule;
-        InfoTaker hook;
+        Taker taker;
+        taker.m_bByRename = byRename;
         MCFactoryContext context;
-        MCPropertySemanticRegistry::Register(type, &context, MCCodes::pName, &rule, false, false);
-        MCFactoryRegistry::HookCreateItem(hook, true);
-        (c.byRename ? rule.m_pxVictim : hook.m_pxVictim) = object;
+        MCPropertySemanticRegistry::Register(type, &context, MCCodes::pName, &taker, false, false);
+        MCFactoryRegistry::HookCreateItem(taker, true);
+        taker.m_pxVictim = object;
         const ZVTBoolean entered = space->Insert(object, '_', 0, true);
-        MCFactoryRegistry::HookCreateItem(hook, false);
-        MCPropertySemanticRegistry::GetInstance()->Deregister(&rule);
+        MCFactoryRegistry::HookCreateItem(taker, false);
+        MCPropertySemanticRegistry::GetInstance()->Deregister(&taker);
         MCVRefRawAccessor infos;
         ASSERT_TRUE(space->GetProperty(c_sInfos, infos));
         EXPECT_EQ(std::to_string(entered) + " " + std::to_string(MCObject::ResolveId(id) != nullptr) + " " +

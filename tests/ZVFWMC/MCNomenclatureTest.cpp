@@ -44,27 +44,27 @@ TEST_F(MCNomenclatureTest, NamesFallBackToTheDefaultNomenclature) {
     };
     for (const auto& [name, nomenclature, code] : byName)
         EXPECT_EQ(R::Lookup(ZVTString(name), ZVTString(nomenclature)), code) << name << " " << nomenclature;
-}
 
-TEST_F(MCNomenclatureTest, TranslateTakesOneStepOnly) {
-    // 132 names 87, which names 86; keeping, a code that is no alias answers itself, else 0.
-    const std::tuple<short, bool, short> cases[] = {{132, true, 87}, {132, false, 87}, {87, true, 86},
-                                                    {1, true, 1},    {1, false, 0},    {777, true, 777},
-                                                    {777, false, 0}};
-    for (const auto& [code, keep, expected] : cases)
-        EXPECT_EQ(R::Translate(code, keep), expected) << code << " keep " << keep;
+    // Translation takes one step only: 132 names 87, which names 86. Keeping, a code that is no alias
+    // answers itself, else 0.
+    const std::pair<short, bool> translations[] = {{132, true}, {132, false}, {87, true},  {1, true},
+                                                   {1, false},  {777, true},  {777, false}};
+    std::string translated;
+    for (auto [code, keep] : translations)
+        translated += std::to_string(R::Translate(code, keep)) + " ";
+    EXPECT_EQ(translated, "87 87 86 1 0 777 0 ");
 }
 
 TEST_F(MCNomenclatureTest, ATypeKeepsItsFirstNamePerNomenclature) {
     // The same name again is no conflict; the default name cannot change but can be confirmed.
-    ASSERT_TRUE(R::AddName(2, "UI", "Class"));
-    ASSERT_TRUE(R::AddName(2, "UI", "Class"));
-    EXPECT_TRUE(R::AddName(2, "Logical", "Classifier"));
-    EXPECT_FALSE(R::AddName(2, "UI", "Kind"));
-    EXPECT_FALSE(R::AddName(2, "Logical", "Renamed"));
-    EXPECT_EQ(std::string(R::Lookup(short(2), "UI")) + " " + std::string(R::Lookup(short(2))),
-              "Class Classifier");
-    EXPECT_EQ(R::Lookup(ZVTString("Kind"), "UI"), 0);
+    const std::pair<const char*, const char*> names[] = {
+        {"UI", "Class"}, {"UI", "Class"}, {"Logical", "Classifier"}, {"UI", "Kind"}, {"Logical", "Renamed"}};
+    std::string added;
+    for (auto [nomenclature, name] : names)
+        added += R::AddName(2, nomenclature, name) ? "T" : "F";
+    EXPECT_EQ(added + " " + std::string(R::Lookup(short(2), "UI")) + " " + std::string(R::Lookup(short(2))) +
+                  " " + std::to_string(R::Lookup(ZVTString("Kind"), "UI")),
+              "TTTFF Class Classifier 0");
 }
 
 TEST_F(MCNomenclatureTest, RefusedNamesStillMayLeaveTheNomenclatureBehind) {

@@ -81,12 +81,11 @@ protected:
 };
 
 TEST_F(ModernLayerTest, HostClassesRegisterTheirLevelsAndNamedOptions) {
+    using R = MCFactoryRegistry;
     unsigned long flags = 0;
-    MCFactoryRegistry::GetFlags(c_sSubPart, flags);
-    EXPECT_EQ(flags & (MCFactoryRegistry::groupFirst | MCFactoryRegistry::groupSecond),
-              MCFactoryRegistry::flagFirstOn | MCFactoryRegistry::flagSecondOff);
-    EXPECT_EQ(MCFactoryRegistry::GetSupertype(c_sSubPart), c_sPart);
-    EXPECT_TRUE(MCFactoryRegistry::IsValidOwner(c_sSubPart, c_sPart));
+    EXPECT_TRUE(R::GetFlags(c_sSubPart, flags) && R::GetSupertype(c_sSubPart) == c_sPart &&
+                R::IsValidOwner(c_sSubPart, c_sPart));
+    EXPECT_EQ(flags & (R::groupFirst | R::groupSecond), R::flagFirstOn | R::flagSecondOff);
     EXPECT_FALSE(mc::RegisterClass<Part>("Part")) << "a second registration is refused";
 
     // Each level answers for itself and the levels above, not for the generic object; the rule on Part's
@@ -103,8 +102,7 @@ TEST_F(ModernLayerTest, HostClassesRegisterTheirLevelsAndNamedOptions) {
 TEST_F(ModernLayerTest, CreateGetAndSetReportWhatHappened) {
     Part* root = Root<Part>();
     SubPart* child = mc::Create<SubPart>(root);
-    ASSERT_NE(child, nullptr);
-    EXPECT_EQ(child->GetOwner(0, MCItem::rttiExact), root);
+    ASSERT_TRUE(child && child->GetOwner(0, MCItem::rttiExact) == root);
     for (const auto& [edit, outcome] :
          {std::pair{mc::Set(child, MCCodes::pInteger, c_lDestroying), Outcome::objectDestroyed},
           {mc::Set(child, MCCodes::pName, "gear"), Outcome::applied},
@@ -327,7 +325,7 @@ TEST_F(ModernLayerTest, SaveAndRestoreReportWhatHappened) {
     seen += " " + udps(restoredRoot);
     EXPECT_EQ(seen, "3 1 1 0 1 1 0");
     EXPECT_EQ(restored.root, nullptr) << "the root stays";
-    EXPECT_EQ(MCObject::ResolveId(rootId), nullptr) << "the root stays";
+    EXPECT_EQ(MCObject::ResolveId(rootId), nullptr);
 }
 
 TEST_F(ModernLayerTest, CopyAndPasteGoThroughByteBuffers) {

@@ -91,21 +91,18 @@ TEST(ZVTListTest, MatchesADequeUnderRandomOperations) {
         const ZVTString value(static_cast<long>(random() % 50), 10);
         const auto found = std::find(model.begin(), model.end(), value);
         const size_t at = random() % (model.size() + 1);
-        switch (random() % 5) {
+        switch (const unsigned op = random() % 5) {
             case 0:
                 list.Append(value);
                 model.push_back(value);
                 break;
             case 1:
-                if (!model.empty()) {
-                    ASSERT_EQ(list.RemoveFirst(), model.front()) << "step " << step;
-                    model.pop_front();
-                }
-                break;
             case 2:
                 if (!model.empty()) {
-                    ASSERT_EQ(list.RemoveLast(), model.back()) << "step " << step;
-                    model.pop_back();
+                    ASSERT_EQ(op == 1 ? list.RemoveFirst() : list.RemoveLast(),
+                              op == 1 ? model.front() : model.back())
+                        << "step " << step;
+                    op == 1 ? model.pop_front() : model.pop_back();
                 }
                 break;
             case 3:

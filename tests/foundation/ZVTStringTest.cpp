@@ -110,21 +110,18 @@ TEST(ZVTStringTest, TextsAcrossTheInlineLimitCopyGrowAndShrink) {
         ZVTString built;
         for (char c : expected)
             built += c;
-        EXPECT_EQ(built.str(), expected);
         ZVTString copy(built), assigned("x"), moved;
         assigned = built;
         moved = ZVTString(built);
-        for (const ZVTString* text : {&copy, &assigned, &moved}) {
-            EXPECT_EQ(text->str(), expected);
-            EXPECT_EQ(std::strlen(text->data()), size);
-        }
+        for (const ZVTString* text : {&built, &copy, &assigned, &moved})
+            EXPECT_EQ(text->str() + " " + std::to_string(std::strlen(text->data())),
+                      expected + " " + std::to_string(size));
         copy += copy;
-        EXPECT_EQ(copy.str(), expected + expected);
         assigned += assigned.data() + size / 2;
-        EXPECT_EQ(assigned.str(), expected + expected.substr(size / 2));
         moved.Prepend('>');
         moved.Remove(1, static_cast<long>(size));
-        EXPECT_EQ(moved.str(), ">");
+        EXPECT_EQ(copy.str() + "|" + assigned.str() + "|" + moved.str(),
+                  expected + expected + "|" + expected + expected.substr(size / 2) + "|>");
         moved = ZVTString("short");
         EXPECT_EQ(moved, "short");
         EXPECT_EQ(built.IsNullString(), size == 0);

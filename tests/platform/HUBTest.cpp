@@ -29,7 +29,7 @@ TEST(HUBMessageParameterTest, SlotsAreFilledByIndexAndStrayIndexesAreIgnored) {
     EXPECT_EQ(HUBMessageParameter(-3, 0).GetStringCount(), 0);
 }
 
-TEST(HUBMessageTest, BothCallsHandTheirMessageToTheHandlerAndGiveBackItsAnswer) {
+TEST(HUBMessageTest, BothCallsGoToTheHandlerAndGiveBackItsAnswerOrElseToStandardError) {
     HUBScopedMessageHandler handler(0);
     EXPECT_FALSE(Show(607, 0x30, {"12", "87"}));
     handler.SetAnswer(42);
@@ -44,11 +44,10 @@ TEST(HUBMessageTest, BothCallsHandTheirMessageToTheHandlerAndGiveBackItsAnswer) 
                  std::to_string(record.m_lKind) + "/" + std::to_string(record.m_lTextType) + "/" +
                  std::to_string(record.m_xTexts.size()) + (record.m_xTexts[0].IsNullString() ? "n " : " ");
     EXPECT_EQ(calls, "1/1/0/2 1/1/0/1 0/0/3/2n ");
-}
 
-// Trailing null texts are left out of the line, empty ones in the middle are kept.
-TEST(HUBMessageTest, WithoutHandlerEachMessageIsOneLineOnStandardError) {
-    HUBMessageHandler* previous = HUB::SetMessageHandler(nullptr);
+    // Without a handler each message is one line on standard error: trailing null texts are left out of
+    // it, empty ones in the middle are kept.
+    HUB::SetMessageHandler(nullptr);
     std::ostringstream captured;
     std::streambuf* old = std::cerr.rdbuf(captured.rdbuf());
     std::string answers = std::to_string(Show(606, 48, {}));
@@ -60,7 +59,7 @@ TEST(HUBMessageTest, WithoutHandlerEachMessageIsOneLineOnStandardError) {
               "message 606 (style 0x30)\n"
               "message 603 (style 0x30): A, , B\n"
               "message 59000 (style 0x40): N, M\n");
-    HUB::SetMessageHandler(previous);
+    HUB::SetMessageHandler(&handler);
 }
 
 // Handlers nest and installing one gives back the one before; Terminate drops the handler, so that no

@@ -35,12 +35,10 @@ public:
             return;  // every step but a new node and a posted step works on a node
         ++m_nDepth;
         switch (op) {
-            case 0: {
-                const std::string name = "N" + std::to_string(m_xNames.size());
-                m_xNames.push_back(name);
-                Node(node, name);
+            case 0:
+                m_xNames.push_back("N" + std::to_string(m_xNames.size()));
+                Node(node, m_xNames.back());
                 break;
-            }
             case 1:
                 SetLong(node, RelNode::c_sCount, static_cast<long>(m_xRandom() % 100));
                 break;

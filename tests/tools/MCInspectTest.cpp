@@ -191,19 +191,16 @@ TEST_F(MCInspectTest, ExpandDumpAndDotOnGoodAndBadInput) {
                                     "${end}",
                                     ".tpl") +
                                " ";
+    auto expand = [](const char* name, const char* text) {
+        return "expand " + File(name, text, ".tpl") + " " + Path("good");
+    };
     const std::string expanded = Path("expanded");
     std::remove(expanded.c_str());
     Check({
         {report + Path("good") + " -o " + expanded, 0, {}},
-        {"expand " + File("parse", "x\n${forech Class}", ".tpl") + " " + Path("good"),
-         7,
-         {".tpl:2:3: unknown directive 'forech'"}},
-        {"expand " + File("macro", "${Proprety(Name)}", ".tpl") + " " + Path("good"),
-         7,
-         {".tpl:1:3: unknown macro 'Proprety'"}},
-        {"expand " + File("popped", "${Pop}${Property(Name)}", ".tpl") + " " + Path("good"),
-         7,
-         {".tpl: the expansion stopped: EXUnexpected"}},
+        {expand("parse", "x\n${forech Class}"), 7, {".tpl:2:3: unknown directive 'forech'"}},
+        {expand("macro", "${Proprety(Name)}"), 7, {".tpl:1:3: unknown macro 'Proprety'"}},
+        {expand("popped", "${Pop}${Property(Name)}"), 7, {".tpl: the expansion stopped: EXUnexpected"}},
         {report, 1, {"usage"}},
         // The outline (a restore lists a package's classes last first), then each object's dump.
         {"--dump " + Path("good"),

@@ -81,6 +81,12 @@ protected:
         m_pxSource = Root("S");
         m_pxTarget = Root("T");
     }
+    void TearDown() override {
+        // As a host must before a root goes: a later root at its address would hold its properties.
+        R::RemoveUDPs(m_pxSource);
+        R::RemoveUDPs(m_pxTarget);
+        PersTest::TearDown();
+    }
 
     MCObject* Node(const char* name, MCObject* owner, short type = ClipNode::c_sType) {
         return Named(name, owner, type);
@@ -508,7 +514,7 @@ TEST_F(ClipTest, DamagedBuffersStopThePasteAndKeepOnlyWholeObjects) {
 }
 
 // The bytes of a one-object buffer are fixed; CopyTo then carries a user-defined property into the
-// target's model and answers whether any id resulted. Last, as the property it registers stays.
+// target's model and answers whether any id resulted.
 TEST_F(ClipTest, BufferBytesArePinnedAndCopyToCarriesUserDefinedProperties) {
     MCObject* a = Node("A", m_pxSource);
     SetLong(a, c_sCount, 5, MCPropertyAccessor::accessAdd, false);

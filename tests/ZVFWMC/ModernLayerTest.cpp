@@ -351,7 +351,7 @@ TEST_F(ModernLayerTest, CopyAndPasteGoThroughByteBuffers) {
     EXPECT_THROW(mc::Copy({loose}, *loose), EXUnexpected) << "no persistence root above";
 }
 
-// Runs last: the core does not start twice in a process.
+// The core does not start twice in a process: ctest runs this test alone (ModernLayerEndTests).
 TEST(ModernLayerLibraryTest, TheLastScopeShutsTheCoreDownOnce) {
     CountingEnvironment& environment = CountingEnvironment::Installed();
     mc::Rule outliving;

@@ -440,15 +440,18 @@ TEST_F(NotificationTest, AnOwnerThatKeepsTheCommonNotifyIsPassedEventsWithoutItY
                  {std::pair{chain.front(), &r}, {chain[chain.size() / 2], &m}, {chain.back(), &l}})
                 at->AddSubscriber(tracer, MCEvent::subscriberObserver);
             m.m_xAct = [&] {
-                if (rCase.cAct == 'R')
+                if (rCase.cAct == '+')
+                    chain.back()->AddSubscriber(&x, MCEvent::subscriberObserver);
+                else if (rCase.cAct == '-')
+                    chain.back()->RemoveSubscriber(&l, 0);
+                else if (rCase.cAct == 'R')
                     Late(type, MCEvent::PropertySet);
-                else if (rCase.cAct)
-                    rCase.cAct == '+' ? chain.back()->AddSubscriber(&x, MCEvent::subscriberObserver)
-                                      : chain.back()->RemoveSubscriber(&l, 0);
             };
             Recording::c_sLog.clear();
-            for (long value : {1, 2})
-                SetLong(chain.back(), 87, value), Recording::c_sLog += " |";
+            for (long value : {1, 2}) {
+                SetLong(chain.back(), 87, value);
+                Recording::c_sLog += " |";
+            }
             traces[type == Detour::c_sType] = Recording::c_sLog;
             chain.front()->Expunge(true);  // the tracers hear it and are let go
         }

@@ -167,7 +167,8 @@ TEST_F(PropertySemanticsTest, AnEditWithoutRulesOfItsOwnReachesTheHeirsAsAnyOthe
     struct Silent : PropertyRule {
         Silent() : PropertyRule("", c_nEdit) {}
         result Fire(mode, MCObject*, MCProperty*, MCPropertySemanticContext*) override {
-            return ++m_nFired, resultContinue;
+            ++m_nFired;
+            return resultContinue;
         }
         int m_nFired = 0;
     } silent;

@@ -34,10 +34,12 @@ public:
     std::function<void(MCEvent&)> m_xAction;
 };
 
+constexpr int c_nRecorders = 300;
+
 class SubjectTest : public ::testing::Test {
 public:
     SubjectTest() {
-        for (int i = 0; i < 300; ++i)
+        for (int i = 0; i < c_nRecorders; ++i)
             m_axRecorders[i].m_nNumber = i;
     }
     ~SubjectTest() override { m_xSubject.RemoveAllSubscribers(); }
@@ -95,7 +97,7 @@ public:
         }
     }
 
-    Recorder m_axRecorders[300];
+    Recorder m_axRecorders[c_nRecorders];
     MCSubject m_xSubject;
 };
 
@@ -119,10 +121,12 @@ TEST_F(SubjectTest, LongListsBehaveLikeShortOnes) {
                 auto& rEntry = xModel[nNumber];
                 ++rEntry.first;
                 rEntry.second |= nType;
-            } else if (m_xSubject.RemoveSubscriber(R(nNumber), nType),
-                       it != xModel.end() && it->second.first) {
-                --it->second.first;
-                it->second.second &= ~(nType & ~4u);
+            } else {
+                m_xSubject.RemoveSubscriber(R(nNumber), nType);
+                if (it != xModel.end() && it->second.first > 0) {
+                    --it->second.first;
+                    it->second.second &= ~(nType & ~4u);
+                }
             }
             if (std::count_if(xModel.begin(), xModel.end(),
                               [](const auto& e) { return e.second.first == 0; }) > 10)

@@ -39,7 +39,10 @@ struct FakeButler : ZVMDataButler {
     ZVTBoolean KnowsMacro(const ZVTString& name) const override { return name != "Nmae"; }
     ZVTBoolean StartIteration(const ZVTString& name, ZVMStringList&) override { return StartIteration(name); }
     ZVTBoolean StartIteration(const ZVTString& name) override {
-        return m_xLists[name.str()] != 0 && (m_xRunning.emplace_back(name.str(), 0), true);
+        if (m_xLists[name.str()] == 0)
+            return false;
+        m_xRunning.emplace_back(name.str(), 0);
+        return true;
     }
     ZVTBoolean NextIteration(const ZVTString& name) override {
         if (m_xRunning.empty() || m_xRunning.back().first != name.str())

@@ -1,6 +1,5 @@
 // Covers the modern layer: host classes and named registration, typed creation, reads and writes,
-// subscriptions and rules as handles, the ranges, save and restore, and the library scope (last, as it
-// ends the core).
+// subscriptions and rules as handles, the ranges, save and restore.
 
 #include <algorithm>
 #include <sstream>
@@ -33,17 +32,12 @@ class Model : public mc::HostClass<MCCodes::tPersistenceRoot> {
 };
 
 // Counts shutdowns; installed once for the persistence tests and reused by the library test.
-struct CountingEnvironment : MCEnvironment {
-    static CountingEnvironment& Installed() {
-        static CountingEnvironment environment;
+// Save and the clip buffer write the product identity through the environment.
+struct Environment : MCEnvironment {
+    static void Install() {
+        static Environment environment;
         if (MCEnvironment::GetInstance() == nullptr)
             SetSingleton(&environment);
-        return environment;
-    }
-    int m_nShutdowns = 0;
-    void Shutdown() override {
-        ++m_nShutdowns;
-        MCEnvironment::Shutdown();
     }
 };
 
@@ -54,7 +48,7 @@ protected:
         mc::RegisterClass<Part>("Part");
         mc::RegisterClass<SubPart>("SubPart", mc::ClassOptions().Under(c_sPart).OwnedBy(c_sPart).First());
         mc::RegisterClass<Model>("Model");
-        CountingEnvironment::Installed();
+        Environment::Install();
         HUBProductIdent::SetProductIdent("Maker", "Modeller", "1.0", "1, 0");
         // Refuses a negative Integer before the edit, and answers for c_lDestroying as a rule that
         // destroyed the object.
@@ -349,28 +343,6 @@ TEST_F(ModernLayerTest, CopyAndPasteGoThroughByteBuffers) {
     EXPECT_TRUE(mc::Copy({}, *model).empty());
     Part* loose = Root<Part>();
     EXPECT_THROW(mc::Copy({loose}, *loose), EXUnexpected) << "no persistence root above";
-}
-
-// The core does not start twice in a process: ctest runs this test alone (ModernLayerEndTests).
-TEST(ModernLayerLibraryTest, TheLastScopeShutsTheCoreDownOnce) {
-    CountingEnvironment& environment = CountingEnvironment::Installed();
-    mc::Rule outliving;
-    {
-        mc::Library outer(&environment);
-        EXPECT_EQ(MCEnvironment::GetInstance(), &environment);
-        { mc::Library inner; }
-        EXPECT_EQ(environment.m_nShutdowns, 0);
-        MCObject* object = mc::Create<MCGenericObject>(nullptr);
-        ASSERT_NE(object, nullptr) << "an inner scope shut the core down";
-        object->Expunge(true);
-        outliving =
-            mc::OnObject(MCCodes::tGenericObject, [](auto...) { return MCObjectSem::resultContinue; });
-    }
-    EXPECT_EQ(environment.m_nShutdowns, 1);
-    outliving.Reset();  // the registries are gone: it must neither touch nor remake them
-    EXPECT_EQ(MCObjectSemReg::GetInstance(), nullptr);
-    EXPECT_FALSE(MCFactoryRegistry::IsRegistered(MCCodes::tGenericObject, nullptr));
-    EXPECT_THROW(mc::Library{}, EXUnexpected);
 }
 
 }  // namespace

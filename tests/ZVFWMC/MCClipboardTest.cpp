@@ -3,6 +3,7 @@
 // through a converter, damaged buffers, and copying across models.
 
 #include <cctype>
+#include <climits>
 #include <cstring>
 #include <tuple>
 
@@ -213,8 +214,9 @@ TEST_F(ClipTest, ClosureTakesOwneesAndFollowsOrDropsByClipValue) {
     const std::tuple<const char*, const char*, const char*, std::string> cases[] = {
         // Ownees come along a level deeper.
         {"A(a1(a11))", "A", nullptr, "| A/0<S a1/1<A a11/2<a1 end"},
-        // A followed object joins under its referrer; selected too, it keeps level 0 and its owner.
-        {"A{11=B 16=C} C B", "A C", nullptr, "| A/0<S C/0<S B/1<A end"},
+        // A followed object, single or in a list, joins under its referrer; selected too, it keeps level 0
+        // and its owner.
+        {"A{11=C 16=B} C B", "A C", nullptr, "| A/0<S C/0<S B/1<A end"},
         // A ring of follows ends with each object once.
         {"A{11=B} B{11=A}", "A", nullptr, "| A/0<S B/1<A end"},
         // A dependent on an outside object goes, its ownees stay; the chain loses every link.
@@ -372,6 +374,13 @@ TEST_F(ClipTest, PasteRebindsPerTargetDiscardsWhatHasNoPlaceAndAnnouncesOnlyTheT
     MCObject *t1 = Node("T1", m_pxTarget), *t2 = Node("T2", m_pxTarget);
     SeenRule rule(MCObjectSem::PostPaste);
     AddRule(ClipNode::c_sType, rule);
+    // A property's PostPaste rule is told its object's level too.
+    PropertyRule depend("Depend", MCPropertySemantic::PostPaste);
+    depend.m_xAct = [](MCPropertySemantic::mode, MCObject*, MCProperty*, MCPropertySemanticContext* context) {
+        RuleLog() += "/" + std::to_string(static_cast<MCPastePropertyContext*>(context)->GetLevel());
+        return MCPropertySemantic::resultContinue;
+    };
+    AddRule(ClipNode::c_sType, c_sDepend, depend);
     Subscription hear1(t1, &m_xLog), hear2(t2, &m_xLog);
     Paste(bytes, {}, m_pxTarget);  // no target: nothing behind the level mark is read
     const std::vector<long> ids = Paste(bytes, {t1, t2}, m_pxTarget);
@@ -379,6 +388,7 @@ TEST_F(ClipTest, PasteRebindsPerTargetDiscardsWhatHasNoPlaceAndAnnouncesOnlyTheT
     const std::string copy = "A(B{12=C} C{16=B} E(F))";
     EXPECT_EQ(Tree(m_pxTarget), "T(T1(" + copy + ") T2(" + copy + "))");
     EXPECT_EQ(rule.m_sSeen, "A:0 B:1+ C:1 E:1 F:2 A:0 B:1+ C:1 E:1 F:2 ");
+    EXPECT_EQ(TakeLog(), "Depend:40/1 Depend:40/1");
     EXPECT_EQ(m_xLog.Take(),
               "ObjectCreated(" + std::to_string(ids[0]) + ") ObjectCreated(" + std::to_string(ids[1]) + ")");
     EXPECT_EQ(Tree(m_pxSource), source);
@@ -392,6 +402,7 @@ TEST_F(ClipTest, ConverterMergesASecondPasteIntoTheFirstOnesObjects) {
     MCObject* pasted = MCObject::ResolveId(first[0]);
     SetLong(pasted, c_sCount, 9);
     Link(pasted, c_sFollow, m_pxTarget);  // not in the buffer: nulled by the merge
+    Link(pasted, c_sList, m_pxTarget);    // replaced by the buffer's list
     MCObject* other = Node("Other", m_pxTarget);
     SetLong(other, c_sCount, 7);
     const std::vector<long> second = Paste(bytes, {m_pxTarget}, m_pxTarget, &converter);
@@ -510,6 +521,26 @@ TEST_F(ClipTest, DamagedBuffersStopThePasteAndKeepOnlyWholeObjects) {
     for (const auto& [name, bytes, tree, pastes] : cases) {
         SCOPED_TRACE(name);
         EXPECT_EQ(Pasted(bytes, pastes), tree);
+    }
+}
+
+// A value its stored width cannot hold is refused, never cut: a copy gives no buffer, on the prepared path
+// of a plain node and on the direct one of a type with an inherited property, and a save fails its stream.
+TEST_F(ClipTest, AValueTooWideToStoreGivesNoBufferAndFailsTheSave) {
+    for (short type : {ClipNode::c_sType, ClipHeir::c_sType}) {
+        SCOPED_TRACE(type);
+        MCObject* a = Node("A", m_pxSource, type);
+        for (long count : {static_cast<long>(INT_MAX) + 1, static_cast<long>(INT_MAX)}) {
+            const bool fits = count == INT_MAX;
+            SetLong(a, c_sCount, count);
+            EXPECT_EQ(Copy({a}, *m_pxSource).empty(), !fits);
+            std::stringstream medium;
+            MCStream stream(medium, ZVTStream::binary);
+            MCPersHeader header = PersLimits();
+            EXPECT_EQ(MCPersController().SaveTo(stream, m_pxSource, header), MCPersController::resultOk);
+            EXPECT_EQ(stream.fail(), !fits);
+        }
+        a->Expunge(true);
     }
 }
 

@@ -82,6 +82,8 @@ TEST_F(CreationTest, RefusalsShowMessage601WithTheRequestedCode) {
     TestNode* owner = MakeNode();
     MCSPropertyRawAccessorT<long> accessor(3);
     ASSERT_TRUE(SetLong(owner, MCCodes::pInteger, 1) && owner->NullProperty(TestNode::c_sEmbedded, accessor));
+    // The abstract type is refused below, yet known by its name.
+    EXPECT_EQ(MCFactoryRegistry::Lookup(MCCodes::tAbstractObject).str(), "AbstractObject");
     MessageLog messages;
     EXPECT_EQ(Create(31000, owner), nullptr);                       // unknown
     EXPECT_EQ(Create(MCCodes::tAbstractObject, nullptr), nullptr);  // abstract

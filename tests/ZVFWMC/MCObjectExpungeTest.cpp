@@ -86,8 +86,13 @@ public:
             Strike();
     }
     void Strike() {
-        if (MCObject* victim = std::exchange(m_pxVictim, nullptr))
+        if (MCObject* victim = std::exchange(m_pxVictim, nullptr)) {
+            const long id = victim->GetId();
             victim->Expunge(true);
+            // An expunge asked for from inside another's end waits for it; any other is gone for everyone
+            // at once, even while a delivery still walks the object's list and so keeps its memory.
+            RuleLog() += MCObject::ResolveId(id) ? " waits" : " gone";
+        }
     }
 
     long m_lEvent;
@@ -220,21 +225,22 @@ TEST_F(ObjectExpungeTest, AnObjectExpungedFromItsOwnEndOrDeliveryGoesOnceAfterIt
         char at;           // R, M under it, or L under M beside S
         char victim;       // what the striker expunges
         const char* act;   // "-X" expunges X; "set", "null" edit L's integer
-        const char* ends;  // the log, then the objects alive
+        const char* ends;  // the log (the striker says "waits" or "gone" after its expunge), then who lives
     };
     const Row rows[] = {
-        {"rule of the leaf takes its owner", 0, 'L', 'M', "-L", "PD@L PD@M SD@L SD@M PD@S SD@S; R"},
+        {"rule of the leaf takes its owner", 0, 'L', 'M', "-L", "PD@L PD@M waits SD@L SD@M PD@S SD@S; R"},
         {"observer of the leaf takes its owner", MCEvent::SubjectDestroyed, 'L', 'M', "-L",
-         "PD@L SD@L PD@M SD@M PD@S SD@S; R"},
+         "PD@L SD@L PD@M waits SD@M PD@S SD@S; R"},
         {"rule of an ownee takes the root above", 0, 'L', 'R', "-M",
-         "PD@M SD@M PD@L PD@R SD@L PD@S SD@S SD@R; "},
-        {"observer takes the object it hears set", MCEvent::PropertySet, 'L', 'L', "set", "PD@L SD@L; MRS"},
+         "PD@M SD@M PD@L PD@R waits SD@L PD@S SD@S SD@R; "},
+        {"observer takes the object it hears set", MCEvent::PropertySet, 'L', 'L', "set",
+         "PD@L SD@L gone; MRS"},
         {"observer of the owner takes it as the edit climbs", MCEvent::PropertySet, 'M', 'M', "set",
-         "PD@M SD@M PD@L SD@L PD@S SD@S; R"},
+         "PD@M SD@M PD@L SD@L PD@S SD@S gone; R"},
         {"observer of the root takes the level just passed", MCEvent::PropertySet, 'R', 'M', "set",
-         "PD@M SD@M PD@L SD@L PD@S SD@S; R"},
+         "PD@M SD@M PD@L SD@L PD@S SD@S gone; R"},
         {"observer of the root takes the object it hears nulled", MCEvent::PropertyNulled, 'R', 'L', "null",
-         "PD@L SD@L; MRS"},
+         "PD@L SD@L gone; MRS"},
     };
     AddRule(MCCodes::tAbstractObject, m_xWatch);
     for (const Row& row : rows) {

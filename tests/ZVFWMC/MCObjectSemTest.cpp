@@ -134,6 +134,11 @@ TEST_F(ObjectSemTest, LateRuleOnBaseReachesLinkedDerivedTypesAndLinksNeverCloseA
     EXPECT_TRUE(registry->IsRegistered(&rule));
     registry->Deregister(7792);
     EXPECT_FALSE(registry->IsRegistered(&rule));
+    // A late rule above spreads its interests to the levels below, which no longer include the removed
+    // one (the sanitizer build sees a write to it).
+    ObjectRule above("A", MCObjectSem::PostCreation);
+    MCObjectSemReg::Register(7791, &fresh, &above, false);
+    EXPECT_TRUE(registry->IsRegistered(&above));
 }
 
 TEST_F(ObjectSemTest, AVetoOrTheUndeletableFlagKeepsTheObjectWholeUntilItsOwnerGoes) {

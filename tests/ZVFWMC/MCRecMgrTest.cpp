@@ -70,6 +70,9 @@ TEST(MCRecMgrTest, AppendedRecordsWalkBothWaysCutAndRefuseBadWrites) {
     ASSERT_EQ(reader.MoveLast(), R::eOk);
     reader.SetState(saved);
     EXPECT_TRUE(reader.GetState() == saved && reader.GetState() != MCRecMgrState());  // no state: all unset
+    stream.seekg(0);
+    EXPECT_TRUE(reader.GetState() != saved) << "one field apart is another state";
+    reader.SetState(saved);
     EXPECT_EQ(Walk(reader, true, true), "29:ccc |1");
 
     // Appending behind a record that has a successor cuts the chain there: what was cut off links back to

@@ -93,7 +93,7 @@ TEST(ZVMTemplateTest, ExpandsEachConstructOrReportsWhereTheTextIsMalformed) {
         {"${foreach Two}${Join(a)}${Name}${end}", "[a]val[a]val"},
         {"${foreach Two(x, y)}${foreach Two}${Pass}${end};${end}", "Two1Two2;Two1Two2;"},
         {"[${foreach None}x${end}]", "[]"},
-        {"${foreach Three}${Pass}${if IsSecond}${break}${end}.${end}|", "Three1.Three2|"},
+        {"${foreach Three}${Pass}${if IsSecond}!${break}${end}.${end}|", "Three1.Three2!|"},
         {"${if Name}y${else}n${end}${if Missing}y${else}n${end}${if Join()}J${end}", "ynJ"},
         {"${if Missing}y${end}|${if Name()}Y${end}", "|Y"},
         // Standalone block tags take their line; tags inside a line keep the text around them.

@@ -1,0 +1,311 @@
+#!/usr/bin/env python3
+"""Which faults would the tests let through? Mutation analysis of the library.
+
+Plants one small fault (a mutant) at a time in a library source file: a comparison turned round, && and ||
+swapped, true and false swapped, + and - swapped, a negation dropped, a call statement left out. Rebuilds
+only the library (every test links it as a shared library, so none needs a rebuild), runs every test, and
+records which cases fail. A mutant that no case notices is a fault the suite would let through; a mutant
+that one case alone notices says what that case is for.
+
+Usage: scripts/mutation.py BUILD_DIR [--sample N] [--seed S] [--files REGEX] [--covered GCOVR_JSON]
+                                      [--survivors EARLIER_TSV] [--out TSV]
+BUILD_DIR is a configured build of this checkout (a Debug build at -O0 rebuilds fastest). Run it in a
+checkout of its own (git worktree add): it edits the sources while it runs, restores every file after its
+mutants, and refuses to start on library sources with uncommitted changes. --covered (scripts/coverage.sh's
+coverage.json) keeps to lines the suite reaches: a mutant on a line no test runs survives by construction.
+--survivors tries again what an earlier run's tests let through, say once tests were added for it.
+
+Writes TSV: id, file:line, operator, outcome (killed, survived, nobuild, timeout), the cases that failed.
+Prints the score (killed of killed and survived), every survivor, and per case the mutants it alone kills.
+"""
+import argparse, collections, concurrent.futures, json, os, random, re, subprocess, sys, time
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+SOURCES = ("ModelCore", "foundation", "platform")
+# A mutant may make a test loop: each test binary gets this many times its clean run, and never fewer seconds
+# than the floor.
+TIME_FACTOR, TIME_FLOOR = 5, 10
+
+# (name, pattern, replacement): each match on a line is one mutant. Binary operators are written with a
+# space either side (clang-format), which keeps templates, shifts and arrows out.
+OPERATORS = [
+    ("eq", r" == ", " != "), ("ne", r" != ", " == "),
+    ("lt", r" < ", " >= "), ("ge", r" >= ", " < "), ("gt", r" > ", " <= "), ("le", r" <= ", " > "),
+    ("and", r" && ", " || "), ("or", r" \|\| ", " && "),
+    ("true", r"\btrue\b", "false"), ("false", r"\bfalse\b", "true"),
+    ("plus", r" \+ ", " - "), ("minus", r" - ", " + "), ("inc", r" \+= ", " -= "), ("dec", r" -= ", " += "),
+    ("not", r"(?<=\()!(?!=)", ""),
+]
+# A GoogleTest binary with no other test property than these is run directly; any other test goes through
+# ctest, which applies what its properties ask (an expected failure, an output to match).
+DIRECT_PROPERTIES = {"ENVIRONMENT", "WORKING_DIRECTORY", "_BACKTRACE_TRIPLES"}
+# A whole line that is one call statement: left out, it is the "forgot to call" fault.
+CALL = re.compile(r"^(\s*)(?!return\b|delete\b|throw\b|case\b|else\b)[\w:.>\-\[\]*&]+(<[^;]*>)?\(.*\);\s*$")
+
+
+def code_part(line):
+    """The line up to a // comment, with string and character literals blanked so nothing inside matches."""
+    out, quote, i = [], None, 0
+    while i < len(line):
+        c = line[i]
+        if quote:
+            if c == "\\":
+                out.append("  ")
+                i += 2
+                continue
+            if c == quote:
+                quote = None
+            out.append(c if quote is None else " ")
+        elif c in "\"'":
+            quote = c
+            out.append(c)
+        elif line.startswith("//", i):
+            break
+        else:
+            out.append(c)
+        i += 1
+    return "".join(out)
+
+
+def sites(path, covered):
+    """Every mutant of one file: (line number, operator, mutated line)."""
+    found = []
+    with open(path) as source:
+        lines = source.read().split("\n")
+    for number, line in enumerate(lines, 1):
+        stripped = line.strip()
+        if covered is not None and number not in covered:
+            continue
+        if not stripped or stripped.startswith(("#", "//", "*", "/*", "static_assert")):
+            continue
+        code = code_part(line)
+        for name, pattern, replacement in OPERATORS:
+            for match in re.finditer(pattern, code):
+                found.append((number, name, line[: match.start()] + replacement + line[match.end():]))
+        if CALL.match(code) and code.count("(") == code.count(")"):
+            found.append((number, "call", CALL.match(code).group(1) + ";"))
+    return found
+
+
+def covered_lines(report):
+    """{absolute path: set of lines run at least once} from a gcovr JSON report."""
+    with open(report) as stream:
+        data = json.load(stream)
+    result = {}
+    for entry in data["files"]:
+        path = entry["file"] if os.path.isabs(entry["file"]) else os.path.join(ROOT, entry["file"])
+        result[os.path.realpath(path)] = {line["line_number"] for line in entry["lines"] if line["count"] > 0}
+    return result
+
+
+class Suite:
+    """The build's tests: GoogleTest binaries run directly and read case by case, the rest through ctest."""
+
+    def __init__(self, build):
+        self.build = build
+        listing = json.loads(
+            subprocess.run(["ctest", "--show-only=json-v1"], cwd=build, capture_output=True, text=True).stdout)
+        self.units, self.others = [], []
+        for test in listing["tests"]:
+            name, command = test["name"], test.get("command", [])
+            properties = {p["name"]: p["value"] for p in test.get("properties", [])}
+            if name == "InstallConsumer":
+                continue  # builds a host against an installed tree: minutes, and no library logic of its own
+            if command and self.is_gtest(command[0]) and set(properties) <= DIRECT_PROPERTIES:
+                env = dict(os.environ)
+                env.update(v.split("=", 1) for v in properties.get("ENVIRONMENT", []))
+                self.units.append((name, command, env, properties.get("WORKING_DIRECTORY", build)))
+            else:
+                self.others.append(name)
+        self.limits = {}
+        self.cases = list(self.others)
+        for name, command, env, cwd in self.units:
+            listing = subprocess.run(command + ["--gtest_list_tests"], env=env, cwd=cwd, capture_output=True,
+                                     text=True).stdout
+            suite = ""
+            for line in listing.splitlines():
+                if not line.startswith(" "):
+                    suite = line.split()[0] if line.strip() else ""
+                elif suite.endswith("."):
+                    self.cases.append(name + ":" + suite + line.split()[0])
+
+    @staticmethod
+    def is_gtest(exe):
+        try:
+            with open(exe, "rb") as binary:
+                return b"gtest_list_tests" in binary.read()
+        except OSError:
+            return False
+
+    def run_unit(self, unit):
+        """(failed cases, timed out) of one binary. A case that takes the binary down is left out of a run
+        again, so that the cases after it are judged too."""
+        name, command, env, cwd = unit
+        failed, skipped = set(), []
+        for _ in range(4):
+            filtered = command + (["--gtest_filter=-" + ":".join(skipped)] if skipped else [])
+            try:
+                done = subprocess.run(filtered, env=env, cwd=cwd, capture_output=True, text=True,
+                                      errors="replace", timeout=self.limits.get(name))
+            except subprocess.TimeoutExpired as expired:
+                out = expired.stdout or ""
+                out = out.decode(errors="replace") if isinstance(out, bytes) else out
+                return failed | self.last_running(name, out), True
+            failed |= {name + ":" + m for m in re.findall(r"^\[  FAILED  \] (\S+\.\S+)", done.stdout, re.M)}
+            if done.returncode == 0 or "[  PASSED  ]" in done.stdout or "FAILED TEST" in done.stdout:
+                break
+            down = self.last_running(name, done.stdout)  # died: the case that was running
+            failed |= down
+            case = next(iter(down)).split(":", 1)[1]
+            if "." not in case or "GTEST_FILTER" in env:
+                break
+            skipped.append(case)
+        return failed, False
+
+    @staticmethod
+    def last_running(name, out):
+        running = re.findall(r"^\[ RUN      \] (\S+)", out, re.M)
+        finished = set(re.findall(r"^\[ +(?:OK|FAILED) +\] (\S+)", out, re.M))
+        open_cases = [case for case in running if case not in finished]
+        return {name + ":" + (open_cases[-1] if open_cases else "(whole binary)")}
+
+    def run(self):
+        """(every failed case or failed non-GoogleTest test, whether anything timed out)."""
+        failed, timed_out, others = set(), False, None
+        if self.others:  # alongside the binaries: the longest of them runs a tool on a large input
+            pattern = "^(" + "|".join(re.escape(n) for n in self.others) + ")$"
+            others = subprocess.Popen(["ctest", "-R", pattern, "--timeout", str(TIME_FLOOR * 2)], cwd=self.build,
+                                      stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        with concurrent.futures.ThreadPoolExecutor(2) as pool:
+            for cases, late in pool.map(self.run_unit, self.units):
+                failed |= cases
+                timed_out |= late
+        if others:
+            failed |= set(re.findall(r"^\s*\d+ - (\S+) \(", others.communicate()[0], re.M))
+        return failed, timed_out
+
+    def calibrate(self):
+        """Runs each binary on the unmutated library, which must pass, and sets its time limit from that."""
+        for unit in self.units:
+            start = time.monotonic()
+            cases, _ = self.run_unit(unit)
+            if cases:
+                sys.exit("the unmutated build fails: " + ", ".join(sorted(cases)))
+            self.limits[unit[0]] = max(TIME_FLOOR, TIME_FACTOR * (time.monotonic() - start))
+
+
+def build_library(build):
+    """Whether the library builds; the tests link it as a shared library and need no rebuild."""
+    return subprocess.run(["cmake", "--build", build, "--target", "modelcore", "-j2"],
+                          capture_output=True).returncode == 0
+
+
+def read_rows(tsv):
+    """The rows of an earlier run's TSV, split into their columns."""
+    with open(tsv) as earlier:
+        return [line.rstrip("\n").split("\t") for line in earlier][1:]
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+    parser.add_argument("build")
+    parser.add_argument("--sample", type=int, default=0, help="mutants to try, drawn at random (0: all)")
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--files", default=r"\.cpp$", help="regex on the path below the checkout")
+    parser.add_argument("--covered", help="gcovr JSON: mutate only lines it shows run")
+    parser.add_argument("--survivors", help="a TSV of an earlier run: try again only the mutants that survived it")
+    parser.add_argument("--out", default="mutation.tsv")
+    parser.add_argument("--report", action="store_true", help="only print the report of the TSV --out names")
+    args = parser.parse_args()
+    build = os.path.abspath(args.build)
+    if args.report:
+        report([row[:4] + [set(row[4].split()) if len(row) > 4 else set()] for row in read_rows(args.out)],
+               Suite(build).cases)
+        return
+
+    dirty = subprocess.run(["git", "status", "--porcelain", "--", *SOURCES], cwd=ROOT, capture_output=True,
+                           text=True).stdout
+    if dirty:
+        sys.exit("uncommitted library changes; run in a checkout of its own:\n" + dirty)
+    covered = covered_lines(args.covered) if args.covered else None
+    mutants = []
+    for top in SOURCES:
+        for folder, _, files in os.walk(os.path.join(ROOT, top)):
+            for file in sorted(files):
+                path = os.path.join(folder, file)
+                relative = os.path.relpath(path, ROOT)
+                if re.search(args.files, relative) and file.endswith(".cpp"):
+                    lines = covered.get(os.path.realpath(path), set()) if covered is not None else None
+                    mutants += [(relative,) + site for site in sites(path, lines)]
+    if args.survivors:
+        wanted = {(row[1], row[2]) for row in read_rows(args.survivors) if row[3] == "survived"}
+        mutants = [m for m in mutants if (f"{m[0]}:{m[1]}", m[2]) in wanted]
+    random.Random(args.seed).shuffle(mutants)
+    if args.sample:
+        mutants = mutants[: args.sample]
+    mutants.sort(key=lambda m: (m[0], m[1]))  # a file's mutants together: one rebuild to restore it
+    print(f"{len(mutants)} mutants", flush=True)
+
+    suite = Suite(build)
+    if not build_library(build):
+        sys.exit("the unmutated library does not build")
+    suite.calibrate()
+    results = []
+    with open(args.out, "w") as out:
+        out.write("id\tsite\toperator\toutcome\tkilled by\n")
+        by_file = collections.OrderedDict()
+        for mutant in mutants:
+            by_file.setdefault(mutant[0], []).append(mutant)
+        for relative, group in by_file.items():
+            path = os.path.join(ROOT, relative)
+            with open(path) as source:
+                original = source.read()
+            lines = original.split("\n")
+            try:
+                for _, number, operator, mutated in group:
+                    changed = lines[: number - 1] + [mutated] + lines[number:]
+                    with open(path, "w") as source:
+                        source.write("\n".join(changed))
+                    if not build_library(build):
+                        outcome, failed = "nobuild", set()
+                    else:
+                        failed, late = suite.run()
+                        outcome = "timeout" if late else "killed" if failed else "survived"
+                    results.append((len(results) + 1, f"{relative}:{number}", operator, outcome, failed))
+                    out.write(f"{len(results)}\t{relative}:{number}\t{operator}\t{outcome}\t"
+                              f"{' '.join(sorted(failed))}\n")
+                    out.flush()
+                    print(f"{len(results)}/{len(mutants)} {relative}:{number} {operator} {outcome}", flush=True)
+            finally:
+                with open(path, "w") as source:
+                    source.write(original)
+            if not build_library(build):
+                sys.exit("the library does not build after restoring " + relative)
+    report(results, suite.cases)
+
+
+def report(results, cases):
+    """The score, every survivor, per case the mutants it alone kills, and the cases that kill none alone."""
+    counts = collections.Counter(r[3] for r in results)
+    killed = counts["killed"] + counts["timeout"]
+    judged = killed + counts["survived"]
+    if judged:
+        print(f"\nscore: {killed} of {judged} killed ({100.0 * killed / judged:.1f}%), "
+              f"{counts['nobuild']} did not build")
+    for r in results:
+        if r[3] == "survived":
+            print(f"survived: {r[1]} {r[2]}")
+    alone = collections.defaultdict(list)
+    for r in results:
+        if len(r[4]) == 1:
+            alone[next(iter(r[4]))].append(f"{r[1]} {r[2]}")
+    for case in sorted(alone):
+        print(f"only {case}: {', '.join(alone[case])}")
+    shared = collections.Counter(case for r in results for case in r[4])
+    for case in cases:
+        if case not in alone:
+            print(f"nothing alone: {case} (kills {shared[case]} with others)")
+
+
+if __name__ == "__main__":
+    main()

@@ -13,6 +13,8 @@ Writes BUILD_DIR/coverage-per-test.tsv: keep|drop, file:line, body lines, test, 
 """
 import collections, json, os, re, shutil, subprocess, sys, tempfile
 
+from gtest_binary import is_gtest
+
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 BUILD = os.path.abspath(sys.argv[1] if len(sys.argv) > 1 else os.path.join(ROOT, "build-coverage"))
 LIBRARY = [os.path.join(ROOT, d) + "/" for d in ("ModelCore", "foundation", "platform")]
@@ -30,15 +32,6 @@ def ctest_commands():
         if m:
             commands[m.group(1)] = command
     return commands
-
-
-def is_gtest(exe):
-    """Whether exe is a GoogleTest binary: only those may be asked for their list, an example would run."""
-    try:
-        with open(exe, "rb") as binary:
-            return b"gtest_list_tests" in binary.read()
-    except OSError:
-        return False
 
 
 def units():

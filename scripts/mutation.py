@@ -20,6 +20,8 @@ Prints the score (killed of killed and survived), every survivor, and per case t
 """
 import argparse, collections, concurrent.futures, json, os, random, re, subprocess, sys, time
 
+from gtest_binary import is_gtest
+
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 SOURCES = ("ModelCore", "foundation", "platform")
 # A mutant may make a test loop: each test binary gets this many times its clean run, and never fewer seconds
@@ -111,7 +113,7 @@ class Suite:
             properties = {p["name"]: p["value"] for p in test.get("properties", [])}
             if name == "InstallConsumer":
                 continue  # builds a host against an installed tree: minutes, and no library logic of its own
-            if command and self.is_gtest(command[0]) and set(properties) <= DIRECT_PROPERTIES:
+            if command and is_gtest(command[0]) and set(properties) <= DIRECT_PROPERTIES:
                 env = dict(os.environ)
                 env.update(v.split("=", 1) for v in properties.get("ENVIRONMENT", []))
                 self.units.append((name, command, env, properties.get("WORKING_DIRECTORY", build)))
@@ -128,14 +130,6 @@ class Suite:
                     suite = line.split()[0] if line.strip() else ""
                 elif suite.endswith("."):
                     self.cases.append(name + ":" + suite + line.split()[0])
-
-    @staticmethod
-    def is_gtest(exe):
-        try:
-            with open(exe, "rb") as binary:
-                return b"gtest_list_tests" in binary.read()
-        except OSError:
-            return False
 
     def run_unit(self, unit):
         """(failed cases, timed out) of one binary. A case that takes the binary down is left out of a run

@@ -13,7 +13,7 @@ Writes BUILD_DIR/coverage-per-test.tsv: keep|drop, file:line, body lines, test, 
 """
 import collections, json, os, re, shutil, subprocess, sys, tempfile
 
-from gtest_binary import is_gtest
+from gtest_binary import is_gtest, list_cases
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 BUILD = os.path.abspath(sys.argv[1] if len(sys.argv) > 1 else os.path.join(ROOT, "build-coverage"))
@@ -39,16 +39,7 @@ def units():
     found = []
     for name, command in ctest_commands().items():
         exe = command.split()[0] if command else ""
-        listing = ""
-        if is_gtest(exe):
-            listing = subprocess.run([exe, "--gtest_list_tests"], capture_output=True, text=True).stdout
-        cases, suite = [], None
-        for line in listing.splitlines():
-            if not line.startswith(" "):
-                first = line.split()[0] if line.strip() else ""
-                suite = first if first.endswith(".") else None
-            elif suite:
-                cases.append(suite + line.split()[0])
+        cases = list_cases([exe]) if is_gtest(exe) else []
         if cases:
             found += [(name + ":" + case, exe, case) for case in cases]
         else:

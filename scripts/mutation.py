@@ -20,7 +20,7 @@ Prints the score (killed of killed and survived), every survivor, and per case t
 """
 import argparse, collections, concurrent.futures, json, os, random, re, subprocess, sys, time
 
-from gtest_binary import is_gtest
+from gtest_binary import is_gtest, list_cases
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 SOURCES = ("ModelCore", "foundation", "platform")
@@ -84,8 +84,9 @@ def sites(path, covered):
         for name, pattern, replacement in OPERATORS:
             for match in re.finditer(pattern, code):
                 found.append((number, name, line[: match.start()] + replacement + line[match.end():]))
-        if CALL.match(code) and code.count("(") == code.count(")"):
-            found.append((number, "call", CALL.match(code).group(1) + ";"))
+        call = CALL.match(code)
+        if call and code.count("(") == code.count(")"):
+            found.append((number, "call", call.group(1) + ";"))
     return found
 
 
@@ -122,14 +123,7 @@ class Suite:
         self.limits = {}
         self.cases = list(self.others)
         for name, command, env, cwd in self.units:
-            listing = subprocess.run(command + ["--gtest_list_tests"], env=env, cwd=cwd, capture_output=True,
-                                     text=True).stdout
-            suite = ""
-            for line in listing.splitlines():
-                if not line.startswith(" "):
-                    suite = line.split()[0] if line.strip() else ""
-                elif suite.endswith("."):
-                    self.cases.append(name + ":" + suite + line.split()[0])
+            self.cases += [name + ":" + case for case in list_cases(command, env, cwd)]
 
     def run_unit(self, unit):
         """(failed cases, timed out) of one binary. A case that takes the binary down is left out of a run

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "ModelCore/ModelCoreModern.h"
+#include "support/PersTestSupport.h"
 
 namespace {
 
@@ -31,16 +32,6 @@ class Model : public mc::HostClass<MCCodes::tPersistenceRoot> {
     using HostClass::HostClass;
 };
 
-// Counts shutdowns; installed once for the persistence tests and reused by the library test.
-// Save and the clip buffer write the product identity through the environment.
-struct Environment : MCEnvironment {
-    static void Install() {
-        static Environment environment;
-        if (MCEnvironment::GetInstance() == nullptr)
-            SetSingleton(&environment);
-    }
-};
-
 class ModernLayerTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
@@ -48,7 +39,7 @@ protected:
         mc::RegisterClass<Part>("Part");
         mc::RegisterClass<SubPart>("SubPart", mc::ClassOptions().Under(c_sPart).OwnedBy(c_sPart).First());
         mc::RegisterClass<Model>("Model");
-        Environment::Install();
+        PersEnvironment::Install();  // save and the clip buffer write the product identity through it
         HUBProductIdent::SetProductIdent("Maker", "Modeller", "1.0", "1, 0");
         // Refuses a negative Integer before the edit, and answers for c_lDestroying as a rule that
         // destroyed the object.

@@ -9,7 +9,9 @@ that the others cover. Tests outside that set reach nothing the suite would miss
 an outcome no other test asserts (an order of events, a message id) is for a reader to judge.
 
 Usage: scripts/coverage-per-test.py [BUILD_DIR]   (default build-coverage/, made by scripts/coverage.sh)
-Writes BUILD_DIR/coverage-per-test.tsv: keep|drop, file:line, body lines, test, what it alone reaches.
+Writes BUILD_DIR/coverage-per-test.tsv: keep|drop, file:line, body lines, test, what it alone reaches; and
+BUILD_DIR/coverage-per-test.json: per case run ("TEST:Suite.Case", or the ctest name) the library lines it
+runs, which lets scripts/mutation.py --select run only the cases that can see a mutant.
 """
 import collections, json, os, re, shutil, subprocess, sys, tempfile
 
@@ -115,9 +117,11 @@ def main():
     bodies = test_bodies()
     per_test = collections.defaultdict(set)
     where = {}
+    lines_run = {}
     with tempfile.TemporaryDirectory() as tmp:
         for unit in units():
             ids = run_alone(unit, os.path.join(tmp, "run"))
+            lines_run[unit[0]] = sorted(i for i in ids if ":b" not in i)
             if unit[1]:  # typed and value-parameterised instances count as their one TEST
                 suite, case = unit[2].split(".", 1)
                 case = case.split("/")[0]
@@ -149,6 +153,8 @@ def main():
             alone = per_test[t] - set().union(*(per_test[u] for u in chosen if u != t))
             report.write("%s\t%s\t%d\t%s\t%s\n" % ("keep" if t in chosen else "drop", where[t][0], where[t][1], t,
                                                  " ".join(sorted(alone))))
+    with open(os.path.join(BUILD, "coverage-per-test.json"), "w") as sets:
+        json.dump(lines_run, sets)
     body = sum(where[t][1] for t in per_test)
     kept = sum(where[t][1] for t in chosen)
     print("coverage-per-test: %d tests, %d lines and branches; %d tests (%d of %d body lines) reach them all -> %s"

@@ -8,12 +8,15 @@ records which cases fail. A mutant that no case notices is a fault the suite wou
 that one case alone notices says what that case is for.
 
 Usage: scripts/mutation.py BUILD_DIR [--sample N] [--seed S] [--files REGEX] [--covered GCOVR_JSON]
-                                      [--survivors EARLIER_TSV] [--out TSV]
+                                      [--select PER_TEST_JSON] [--survivors EARLIER_TSV] [--out TSV]
 BUILD_DIR is a configured build of this checkout (a Debug build at -O0 rebuilds fastest). Run it in a
 checkout of its own (git worktree add): it edits the sources while it runs, restores every file after its
 mutants, and refuses to start on library sources with uncommitted changes. --covered (scripts/coverage.sh's
 coverage.json) keeps to lines the suite reaches: a mutant on a line no test runs survives by construction.
---survivors tries again what an earlier run's tests let through, say once tests were added for it.
+--select (scripts/coverage-per-test.py's JSON) runs for each mutant only the cases that run its line, and
+every case the JSON does not know: a case that never runs the line cannot see the fault, so the outcome is
+the same and a mutant costs a fraction of the suite. --survivors tries again what an earlier run's tests
+let through, say once tests were added for it.
 
 Writes TSV: id, file:line, operator, outcome (killed, survived, nobuild, timeout), the cases that failed.
 Prints the score (killed of killed and survived), every survivor, and per case the mutants it alone kills.
@@ -125,13 +128,15 @@ class Suite:
         for name, command, env, cwd in self.units:
             self.cases += [name + ":" + case for case in list_cases(command, env, cwd)]
 
-    def run_unit(self, unit):
-        """(failed cases, timed out) of one binary. A case that takes the binary down is left out of a run
-        again, so that the cases after it are judged too."""
+    def run_unit(self, unit, only=None):
+        """(failed cases, timed out) of one binary, of the cases in `only` when given. A case that takes the
+        binary down is left out of a run again, so that the cases after it are judged too."""
         name, command, env, cwd = unit
         failed, skipped = set(), []
         for _ in range(4):
-            filtered = command + (["--gtest_filter=-" + ":".join(skipped)] if skipped else [])
+            wanted = ":".join(only) if only else ""
+            filtered = command + (["--gtest_filter=" + wanted + "-" + ":".join(skipped)] if skipped else
+                                  ["--gtest_filter=" + wanted] if wanted else [])
             try:
                 done = subprocess.run(filtered, env=env, cwd=cwd, capture_output=True, text=True,
                                       errors="replace", timeout=self.limits.get(name))
@@ -157,15 +162,22 @@ class Suite:
         open_cases = [case for case in running if case not in finished]
         return {name + ":" + (open_cases[-1] if open_cases else "(whole binary)")}
 
-    def run(self):
-        """(every failed case or failed non-GoogleTest test, whether anything timed out)."""
+    def run(self, selected=None):
+        """(every failed case or failed non-GoogleTest test, whether anything timed out), of the cases in
+        `selected` when given."""
         failed, timed_out, others = set(), False, None
-        if self.others:  # alongside the binaries: the longest of them runs a tool on a large input
-            pattern = "^(" + "|".join(re.escape(n) for n in self.others) + ")$"
+        names = [n for n in self.others if selected is None or n in selected]
+        if names:  # alongside the binaries: the longest of them runs a tool on a large input
+            pattern = "^(" + "|".join(re.escape(n) for n in names) + ")$"
             others = subprocess.Popen(["ctest", "-R", pattern, "--timeout", str(TIME_FLOOR * 2)], cwd=self.build,
                                       stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        jobs = [(unit, None) for unit in self.units]
+        if selected is not None:
+            jobs = [(unit, [c.split(":", 1)[1] for c in selected if c.split(":", 1)[0] == unit[0]])
+                    for unit in self.units]
+            jobs = [(unit, only) for unit, only in jobs if only]
         with concurrent.futures.ThreadPoolExecutor(2) as pool:
-            for cases, late in pool.map(self.run_unit, self.units):
+            for cases, late in pool.map(lambda job: self.run_unit(*job), jobs):
                 failed |= cases
                 timed_out |= late
         if others:
@@ -201,6 +213,7 @@ def main():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--files", default=r"\.cpp$", help="regex on the path below the checkout")
     parser.add_argument("--covered", help="gcovr JSON: mutate only lines it shows run")
+    parser.add_argument("--select", help="per-case line JSON: run only the cases that run a mutant's line")
     parser.add_argument("--survivors", help="a TSV of an earlier run: try again only the mutants that survived it")
     parser.add_argument("--out", default="mutation.tsv")
     parser.add_argument("--report", action="store_true", help="only print the report of the TSV --out names")
@@ -235,6 +248,16 @@ def main():
     print(f"{len(mutants)} mutants", flush=True)
 
     suite = Suite(build)
+    select = None
+    if args.select:
+        with open(args.select) as stream:
+            runs = json.load(stream)
+        unknown = [case for case in suite.cases if case not in runs]
+        select = collections.defaultdict(lambda: list(unknown))
+        for case, lines in runs.items():
+            if case in suite.cases:
+                for line in lines:
+                    select[line].append(case)
     if not build_library(build):
         sys.exit("the unmutated library does not build")
     suite.calibrate()
@@ -257,7 +280,10 @@ def main():
                     if not build_library(build):
                         outcome, failed = "nobuild", set()
                     else:
-                        failed, late = suite.run()
+                        site = f"{relative}:{number}"
+                        # A line no single case was seen to run falls back on the whole suite.
+                        chosen = select[site] if select is not None and site in select else None
+                        failed, late = suite.run(set(chosen) if chosen else None)
                         outcome = "timeout" if late else "killed" if failed else "survived"
                     results.append((len(results) + 1, f"{relative}:{number}", operator, outcome, failed))
                     out.write(f"{len(results)}\t{relative}:{number}\t{operator}\t{outcome}\t"

@@ -8,7 +8,8 @@ records which cases fail. A mutant that no case notices is a fault the suite wou
 that one case alone notices says what that case is for.
 
 Usage: scripts/mutation.py BUILD_DIR [--sample N] [--seed S] [--files REGEX] [--covered GCOVR_JSON]
-                                      [--select PER_TEST_JSON] [--survivors EARLIER_TSV] [--out TSV]
+                                      [--select PER_TEST_JSON] [--exclude REGEX] [--survivors EARLIER_TSV]
+                                      [--out TSV]
 BUILD_DIR is a configured build of this checkout (a Debug build at -O0 rebuilds fastest). Run it in a
 checkout of its own (git worktree add): it edits the sources while it runs, restores every file after its
 mutants, and refuses to start on library sources with uncommitted changes. --covered (scripts/coverage.sh's
@@ -16,7 +17,8 @@ coverage.json) keeps to lines the suite reaches: a mutant on a line no test runs
 --select (scripts/coverage-per-test.py's JSON) runs for each mutant only the cases that run its line, and
 every case the JSON does not know: a case that never runs the line cannot see the fault, so the outcome is
 the same and a mutant costs a fraction of the suite. --survivors tries again what an earlier run's tests
-let through, say once tests were added for it.
+let through, say once tests were added for it. --exclude leaves out the tests and cases it matches, say the
+slow tool runs when the question is which unit tests a fault needs.
 
 Writes TSV: id, file:line, operator, outcome (killed, survived, nobuild, timeout), the cases that failed.
 Prints the score (killed of killed and survived), every survivor, and per case the mutants it alone kills.
@@ -107,7 +109,7 @@ def covered_lines(report):
 class Suite:
     """The build's tests: GoogleTest binaries run directly and read case by case, the rest through ctest."""
 
-    def __init__(self, build):
+    def __init__(self, build, exclude=None):
         self.build = build
         listing = json.loads(
             subprocess.run(["ctest", "--show-only=json-v1"], cwd=build, capture_output=True, text=True).stdout)
@@ -115,7 +117,7 @@ class Suite:
         for test in listing["tests"]:
             name, command = test["name"], test.get("command", [])
             properties = {p["name"]: p["value"] for p in test.get("properties", [])}
-            if name == "InstallConsumer":
+            if name == "InstallConsumer" or (exclude and re.search(exclude, name)):
                 continue  # builds a host against an installed tree: minutes, and no library logic of its own
             if command and is_gtest(command[0]) and set(properties) <= DIRECT_PROPERTIES:
                 env = dict(os.environ)
@@ -126,7 +128,8 @@ class Suite:
         self.limits = {}
         self.cases = list(self.others)
         for name, command, env, cwd in self.units:
-            self.cases += [name + ":" + case for case in list_cases(command, env, cwd)]
+            self.cases += [name + ":" + case for case in list_cases(command, env, cwd)
+                           if not (exclude and re.search(exclude, name + ":" + case))]
 
     def run_unit(self, unit, only=None):
         """(failed cases, timed out) of one binary, of the cases in `only` when given. A case that takes the
@@ -171,11 +174,9 @@ class Suite:
             pattern = "^(" + "|".join(re.escape(n) for n in names) + ")$"
             others = subprocess.Popen(["ctest", "-R", pattern, "--timeout", str(TIME_FLOOR * 2)], cwd=self.build,
                                       stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-        jobs = [(unit, None) for unit in self.units]
-        if selected is not None:
-            jobs = [(unit, [c.split(":", 1)[1] for c in selected if c.split(":", 1)[0] == unit[0]])
-                    for unit in self.units]
-            jobs = [(unit, only) for unit, only in jobs if only]
+        chosen = self.cases if selected is None else selected
+        jobs = [(unit, [c.split(":", 1)[1] for c in chosen if c.split(":", 1)[0] == unit[0]]) for unit in self.units]
+        jobs = [(unit, only) for unit, only in jobs if only]
         with concurrent.futures.ThreadPoolExecutor(2) as pool:
             for cases, late in pool.map(lambda job: self.run_unit(*job), jobs):
                 failed |= cases
@@ -214,6 +215,7 @@ def main():
     parser.add_argument("--files", default=r"\.cpp$", help="regex on the path below the checkout")
     parser.add_argument("--covered", help="gcovr JSON: mutate only lines it shows run")
     parser.add_argument("--select", help="per-case line JSON: run only the cases that run a mutant's line")
+    parser.add_argument("--exclude", help="regex on test and case names (Binary:Suite.Case) not to run")
     parser.add_argument("--survivors", help="a TSV of an earlier run: try again only the mutants that survived it")
     parser.add_argument("--out", default="mutation.tsv")
     parser.add_argument("--report", action="store_true", help="only print the report of the TSV --out names")
@@ -247,7 +249,7 @@ def main():
     mutants.sort(key=lambda m: (m[0], m[1]))  # a file's mutants together: one rebuild to restore it
     print(f"{len(mutants)} mutants", flush=True)
 
-    suite = Suite(build)
+    suite = Suite(build, args.exclude)
     select = None
     if args.select:
         with open(args.select) as stream:

@@ -9,6 +9,7 @@
 #include <map>
 #include <random>
 #include <tuple>
+#include <vector>
 
 #include "ModelCore/ZVFWMC/EXBase.h"
 
@@ -86,6 +87,7 @@ TEST(MCIdSpaceTest, NearAndFarIdsResolveAlike) {
     MCIdSpace space;
     std::mt19937 rng(7);
     std::map<long, MCObject*> model;
+    std::vector<long> gone;
     MCObject* const objects[] = {a, b, c};
     for (int step = 0; step < 20000; ++step) {
         const unsigned kind = rng() % 4;
@@ -94,6 +96,7 @@ TEST(MCIdSpaceTest, NearAndFarIdsResolveAlike) {
                 continue;
             auto it = std::next(model.begin(), static_cast<long>(rng() % model.size()));
             rng() % 2 ? space.RemoveId(it->first) : space.RemovePointer(it->first, it->second);
+            gone.push_back(it->first);
             model.erase(it);
             continue;
         }
@@ -111,14 +114,22 @@ TEST(MCIdSpaceTest, NearAndFarIdsResolveAlike) {
     }
     for (const auto& [id, object] : model)
         ASSERT_EQ(space.ResolveId(id), object) << id;
+    for (long id : gone)
+        ASSERT_EQ(space.ResolveId(id), model.count(id) ? model[id] : nullptr) << id;
     const auto [first, object] = *model.begin();
     space.RemovePointer(first, object == a ? b : a);
     EXPECT_EQ(space.ResolveId(first), object) << "another object's entry stays";
     space.Reset();
     const long next = space.RequestId();
     space.RegisterPointer(next, a);
-    // A page reused after Reset starts empty.
-    EXPECT_TRUE(!space.ResolveId(first) && space.ResolveId(next) == a && !space.ResolveId(next + 1));
+    // A page reused after Reset starts empty: around the id just registered, wider than a page, it is the
+    // only entry.
+    std::string reused;
+    for (long id = next - 8192; id < next + 8192; ++id)
+        if (MCObject* found = space.ResolveId(id))
+            reused += std::to_string(id - next) + (found == a ? "a " : "? ");
+    EXPECT_EQ(reused, "0a ");
+    EXPECT_EQ(space.ResolveId(first), nullptr);
 }
 
 }  // namespace

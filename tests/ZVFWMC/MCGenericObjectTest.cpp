@@ -84,6 +84,13 @@ TEST_F(CreationTest, RefusalsShowMessage601WithTheRequestedCode) {
     ASSERT_TRUE(SetLong(owner, MCCodes::pInteger, 1) && owner->NullProperty(TestNode::c_sEmbedded, accessor));
     // The abstract type is refused below, yet known by its name.
     EXPECT_EQ(MCFactoryRegistry::Lookup(MCCodes::tAbstractObject).str(), "AbstractObject");
+    // The core's own types carry exactly the flags a host selects them by.
+    std::string flagged;
+    for (unsigned long flags : {MCCodes::infoCoreObject, MCCodes::infoAddInHook}) {
+        auto query = [flags](auto& v) { return MCMetaInfo::GetObjectTypes(flags, 0x7FFFFFFFUL & ~flags, v); };
+        flagged += CodeList(query, true) + ";";
+    }
+    EXPECT_EQ(flagged, "2 301 302;27;");
     MessageLog messages;
     EXPECT_EQ(Create(31000, owner), nullptr);                       // unknown
     EXPECT_EQ(Create(MCCodes::tAbstractObject, nullptr), nullptr);  // abstract

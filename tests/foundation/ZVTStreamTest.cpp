@@ -102,6 +102,21 @@ TEST(ZVTStreamTest, BinaryBytesAreLittleEndianWithFixedWidthsAndWiderValuesAreRe
     }
 }
 
+// Text: each value (a character too) a number and a blank, a string its length, a blank, its bytes and a
+// blank, the null string only its length. A reader takes any blank between tokens.
+TEST(ZVTStreamTest, TextTokensEndInABlankAndEveryKindOfBlankSeparatesThem) {
+    std::stringbuf buffer;
+    ZVTStream writer(buffer, ZVTStream::text);
+    writer << true << short(-3) << 7ul << 1.5 << ZVTString("a b") << ZVTString() << 'c';
+    EXPECT_EQ(buffer.str(), "1 -3 7 1.5 3 a b -1 99 ");
+    std::stringbuf blanks("1\t2\r3\f4\v5\n6 ");
+    ZVTStream reader(blanks, ZVTStream::text);
+    long read[6] = {};
+    for (long& value : read)
+        reader >> value;
+    EXPECT_EQ(testing::PrintToString(read) + (reader.fail() ? " fail" : ""), "{ 1, 2, 3, 4, 5, 6 }");
+}
+
 // Reads a T that starts as `start` from `input`; true when the read failed, left it as it was and
 // allocated no more than a reader that never trusts a stored length beyond the bytes present would.
 template <class T>

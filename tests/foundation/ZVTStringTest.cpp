@@ -29,7 +29,8 @@ TEST(ZVTStringTest, EachConstructorSetsTextAndNullState) {
         {"LONG_MIN", ZVTString(LONG_MIN, 10), "-9223372036854775808", false},
         {"hex", ZVTString(255, 16), "ff", false},
         {"negative binary", ZVTString(-5, 2), "-101", false},
-        {"impossible radix counts as 10", ZVTString(7, 99), "7", false},
+        {"radix too large counts as 10", ZVTString(40, 37), "40", false},
+        {"radix too small counts as 10", ZVTString(40, 1), "40", false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);

@@ -100,6 +100,7 @@ TEST(ZVMTemplateTest, ExpandsEachConstructOrReportsWhereTheTextIsMalformed) {
         {"a\n  ${if Name}  \nb\n\t${else}\nc\n${end}\nd", "a\nb\nd"},
         {"${# crlf }\r\nx\n${# last line, no break }", "x\n"},
         {"${foreach Two}\r${end}", "\r\r"},  // a lone CR ends no line
+        {"${if Name}\n${end}x\ny", "x\ny"},  // text after a tag keeps the tag's line
         {"${foreach Two}\n  - ${Pass}\n${end}\n", "  - Two1\n  - Two2\n"},
         {Nested(ZVMTemplate::c_nMaxDepth), "x"},
         // Malformed text: where and what.
@@ -122,6 +123,7 @@ TEST(ZVMTemplateTest, ExpandsEachConstructOrReportsWhereTheTextIsMalformed) {
         {"${if(Name)}", "1:5: expected a name after 'if'"},
         {"${foreach Two x}", "1:15: unexpected 'x' after 'Two'"},
         {"${end x}", "1:7: unexpected 'x' after 'end'"},
+        {"${Name +}", "1:8: unexpected '+' after 'Name'"},
         {"x\n ${end}", "2:2: 'end' without an open block"},
         {"${foreach Two}${else}${end}", "1:15: 'else' without an open 'if'"},
         {"${if Name}${else}${else}${end}", "1:18: second 'else' in one 'if'"},

@@ -15,8 +15,9 @@ checkout of its own (git worktree add): it edits the sources while it runs, rest
 mutants, and refuses to start on library sources with uncommitted changes. --covered (scripts/coverage.sh's
 coverage.json) keeps to lines the suite reaches: a mutant on a line no test runs survives by construction.
 --select (scripts/coverage-per-test.py's JSON) runs for each mutant only the cases that run its line, and
-every case the JSON does not know: a case that never runs the line cannot see the fault, so the outcome is
-the same and a mutant costs a fraction of the suite. --survivors tries again what an earlier run's tests
+every case the JSON does not know: a case that never runs the line sees the fault only through what an
+earlier case of its process left behind, so the outcome is nearly always the same and a mutant costs a
+fraction of the suite. --survivors tries again what an earlier run's tests
 let through, say once tests were added for it. --exclude leaves out the tests and cases it matches, say the
 slow tool runs when the question is which unit tests a fault needs.
 

@@ -118,8 +118,9 @@ class Suite:
         for test in listing["tests"]:
             name, command = test["name"], test.get("command", [])
             properties = {p["name"]: p["value"] for p in test.get("properties", [])}
+            # InstallConsumer builds a host against an installed tree: minutes, and no library logic of its own.
             if name == "InstallConsumer" or (exclude and re.search(exclude, name)):
-                continue  # builds a host against an installed tree: minutes, and no library logic of its own
+                continue
             if command and is_gtest(command[0]) and set(properties) <= DIRECT_PROPERTIES:
                 env = dict(os.environ)
                 env.update(v.split("=", 1) for v in properties.get("ENVIRONMENT", []))
@@ -138,9 +139,7 @@ class Suite:
         name, command, env, cwd = unit
         failed, skipped = set(), []
         for _ in range(4):
-            wanted = ":".join(only) if only else ""
-            filtered = command + (["--gtest_filter=" + wanted + "-" + ":".join(skipped)] if skipped else
-                                  ["--gtest_filter=" + wanted] if wanted else [])
+            filtered = command + ["--gtest_filter=" + (":".join(only) if only else "*") + "-" + ":".join(skipped)]
             try:
                 done = subprocess.run(filtered, env=env, cwd=cwd, capture_output=True, text=True,
                                       errors="replace", timeout=self.limits.get(name))
@@ -194,6 +193,21 @@ class Suite:
             if cases:
                 sys.exit("the unmutated build fails: " + ", ".join(sorted(cases)))
             self.limits[unit[0]] = max(TIME_FLOOR, TIME_FACTOR * (time.monotonic() - start))
+
+
+def cases_by_line(per_case_json, cases):
+    """{"file:line": the cases that run it alone, and every case the JSON does not know} from
+    scripts/coverage-per-test.py's JSON."""
+    with open(per_case_json) as stream:
+        runs = json.load(stream)
+    known = collections.defaultdict(set)
+    for case, lines in runs.items():
+        for line in lines:
+            known[line].add(case)
+    cases = set(cases)
+    unknown = {case for case in cases if case not in runs}
+    chosen = {line: (found & cases) | unknown for line, found in known.items()}
+    return {line: found for line, found in chosen.items() if found}  # none: the whole suite runs
 
 
 def build_library(build):
@@ -251,16 +265,7 @@ def main():
     print(f"{len(mutants)} mutants", flush=True)
 
     suite = Suite(build, args.exclude)
-    select = None
-    if args.select:
-        with open(args.select) as stream:
-            runs = json.load(stream)
-        unknown = [case for case in suite.cases if case not in runs]
-        select = collections.defaultdict(lambda: list(unknown))
-        for case, lines in runs.items():
-            if case in suite.cases:
-                for line in lines:
-                    select[line].append(case)
+    select = cases_by_line(args.select, suite.cases) if args.select else {}
     if not build_library(build):
         sys.exit("the unmutated library does not build")
     suite.calibrate()
@@ -283,14 +288,11 @@ def main():
                     if not build_library(build):
                         outcome, failed = "nobuild", set()
                     else:
-                        site = f"{relative}:{number}"
                         # A line no single case was seen to run falls back on the whole suite.
-                        chosen = select[site] if select is not None and site in select else None
-                        failed, late = suite.run(set(chosen) if chosen else None)
+                        failed, late = suite.run(select.get(f"{relative}:{number}"))
                         outcome = "timeout" if late else "killed" if failed else "survived"
                     results.append((len(results) + 1, f"{relative}:{number}", operator, outcome, failed))
-                    out.write(f"{len(results)}\t{relative}:{number}\t{operator}\t{outcome}\t"
-                              f"{' '.join(sorted(failed))}\n")
+                    out.write("\t".join(map(str, results[-1][:4])) + "\t" + " ".join(sorted(failed)) + "\n")
                     out.flush()
                     print(f"{len(results)}/{len(mutants)} {relative}:{number} {operator} {outcome}", flush=True)
             finally:

@@ -9,7 +9,7 @@ that one case alone notices says what that case is for.
 
 Usage: scripts/mutation.py BUILD_DIR [--sample N] [--seed S] [--files REGEX] [--covered GCOVR_JSON]
                                       [--select PER_TEST_JSON] [--exclude REGEX] [--survivors EARLIER_TSV]
-                                      [--out TSV]
+                                      [--caught EARLIER_TSV REGEX] [--out TSV]
 BUILD_DIR is a configured build of this checkout (a Debug build at -O0 rebuilds fastest). Run it in a
 checkout of its own (git worktree add): it edits the sources while it runs, restores every file after its
 mutants, and refuses to start on library sources with uncommitted changes. --covered (scripts/coverage.sh's
@@ -18,7 +18,8 @@ coverage.json) keeps to lines the suite reaches: a mutant on a line no test runs
 every case the JSON does not know: a case that never runs the line sees the fault only through what an
 earlier case of its process left behind, so the outcome is nearly always the same and a mutant costs a
 fraction of the suite. --survivors tries again what an earlier run's tests
-let through, say once tests were added for it. --exclude leaves out the tests and cases it matches, say the
+let through, say once tests were added for it. --caught tries again what an earlier run caught only with
+cases that REGEX matches, say once those cases were merged or shortened: each must still be caught. --exclude leaves out the tests and cases it matches, say the
 slow tool runs when the question is which unit tests a fault needs.
 
 Writes TSV: id, file:line, operator, outcome (killed, survived, nobuild, timeout), the cases that failed.
@@ -232,6 +233,8 @@ def main():
     parser.add_argument("--select", help="per-case line JSON: run only the cases that run a mutant's line")
     parser.add_argument("--exclude", help="regex on test and case names (Binary:Suite.Case) not to run")
     parser.add_argument("--survivors", help="a TSV of an earlier run: try again only the mutants that survived it")
+    parser.add_argument("--caught", nargs=2, metavar=("EARLIER_TSV", "REGEX"),
+                        help="try again only the mutants an earlier run caught with no case outside REGEX")
     parser.add_argument("--out", default="mutation.tsv")
     parser.add_argument("--report", action="store_true", help="only print the report of the TSV --out names")
     args = parser.parse_args()
@@ -258,6 +261,12 @@ def main():
     if args.survivors:
         wanted = {(row[1], row[2]) for row in read_rows(args.survivors) if row[3] == "survived"}
         mutants = [m for m in mutants if (f"{m[0]}:{m[1]}", m[2]) in wanted]
+    caught = collections.Counter()
+    if args.caught:
+        tsv, only = args.caught
+        caught.update((row[1], row[2]) for row in read_rows(tsv)
+                      if row[3] == "killed" and len(row) > 4 and all(re.search(only, case) for case in row[4].split()))
+        mutants = [m for m in mutants if (f"{m[0]}:{m[1]}", m[2]) in caught]
     random.Random(args.seed).shuffle(mutants)
     if args.sample:
         mutants = mutants[: args.sample]
@@ -301,6 +310,13 @@ def main():
             if not build_library(build):
                 sys.exit("the library does not build after restoring " + relative)
     report(results, suite.cases)
+    # A line may hold two mutants of one operator, and the TSV does not tell them apart: compare counts.
+    caught.subtract((site, operator) for _, site, operator, outcome, _ in results if outcome in ("killed", "timeout"))
+    lost = sorted(key for key, count in caught.items() if count > 0)
+    for site, operator in lost:
+        print(f"caught before, not now: {site} {operator}")
+    if lost:
+        sys.exit(1)
 
 
 def report(results, cases):

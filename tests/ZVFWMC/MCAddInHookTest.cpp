@@ -103,20 +103,16 @@ TEST_F(AddInTest, ScopeDecidesWhatReachesTheComponent) {
         }
         EXPECT_EQ(Take(), log);
     }
-    // An object proxy counts its scope in.
+    // An object proxy counts its scope in. PostPaste passes the external mask for the pasting proxy's sake,
+    // but reaches only that one.
     auto proxy = Add(new TestProxy("o", m_pxA));
     for (MCObject* object : {m_pxR, m_pxA, m_pxA1, m_pxO})
         Fire(MCObjectSem::CalculateData, object);
-    EXPECT_EQ(Take(), "o(A,A,0,4) o(A,A1,0,4)");
-}
-
-// PostPaste passes the external mask for the pasting proxy's sake, but reaches only that one.
-TEST_F(AddInTest, PostPasteReachesOnlyTheProxyThatAsksForIt) {
-    auto plain = Add(new TestProxy("plain", nullptr)), paste = Add(new TestProxy("paste", nullptr, 0x40));
+    auto paste = Add(new TestProxy("paste", nullptr, 0x40));
     MCPasteObjectContext context;
     context.SetLevel(1);
     Fire(MCObjectSem::PostPaste, m_pxA, &context);
-    EXPECT_EQ(Take(), "paste(-,A,0,40)");
+    EXPECT_EQ(Take(), "o(A,A,0,4) o(A,A1,0,4) paste(-,A,0,40)");
 }
 
 TEST_F(AddInTest, MissingComponentShowsMessage603EachTimeAndTheOperationGoesOn) {

@@ -21,16 +21,6 @@ MCObject* const a = reinterpret_cast<MCObject*>(c_acSlots[0]);
 MCObject* const b = reinterpret_cast<MCObject*>(c_acSlots[1]);
 MCObject* const c = reinterpret_cast<MCObject*>(c_acSlots[2]);
 
-// The table for ids 1..last as one letter per id, '-' where nothing is registered.
-std::string Contents(const MCIdSpace& space, long last) {
-    std::string text;
-    for (long id = 1; id <= last; ++id) {
-        MCObject* p = space.ResolveId(id);
-        text += p == nullptr ? '-' : p == a ? 'a' : p == b ? 'b' : p == c ? 'c' : '?';
-    }
-    return text;
-}
-
 TEST(MCIdSpaceTest, CounterRules) {
     // What happens, the last id the space starts with, what is done to it, the id it hands out next.
     const std::tuple<const char*, long, std::function<void(MCIdSpace&)>, long> cases[] = {
@@ -59,10 +49,11 @@ TEST(MCIdSpaceTest, CounterRules) {
     }
 }
 
-TEST(MCIdSpaceTest, ADuplicateThrowsAndRemoveAndResetTouchOnlyTheTable) {
-    MCIdSpace space(3);
-    for (long id : {1, 2, 4, 7})
-        space.RegisterPointer(id, id == 2 ? b : a);
+// The same pair again is no duplicate; a duplicate names both objects. Removing an id nobody holds leaves
+// the table alone.
+TEST(MCIdSpaceTest, ADuplicateNamesBothObjects) {
+    MCIdSpace space;
+    space.RegisterPointer(7, a);
     EXPECT_NO_THROW(space.RegisterPointer(7, a));
     try {
         space.RegisterPointer(7, b);
@@ -70,14 +61,8 @@ TEST(MCIdSpaceTest, ADuplicateThrowsAndRemoveAndResetTouchOnlyTheTable) {
     } catch (const EXDuplicateResolution& e) {
         EXPECT_TRUE(e.m_pxExisting == a && e.m_pxIncoming == b);
     }
-    for (long id : {2, 3, 42})
-        space.RemoveId(id);
-    std::string seen = Contents(space, 8);
-    space.RegisterPointer(2, c);  // a removed id may come back from outside
-    seen += " " + Contents(space, 8);
-    space.Reset();
-    EXPECT_EQ(seen + " " + Contents(space, 8) + " " + std::to_string(space.RequestId()),
-              "a--a--a- ac-a--a- -------- 8");
+    space.RemoveId(42);
+    EXPECT_EQ(space.ResolveId(7), a);
 }
 
 // Ids go to pages or to the hashed table by where they lie and when they come; whichever way an id went, it

@@ -16,14 +16,13 @@ struct CountedMap : MCUDPMap {
 
 TEST(MCUDPMapTest, TheStreamOwnsOneMapAndTranslatesOnlyWhatItKnows) {
     int deleted = 0;
-    CountedMap* first = nullptr;
+    auto* first = new CountedMap(deleted);
     {
         std::stringstream medium;
         MCStream stream(medium, ZVTStream::binary);
         // Without a map a stored negative code names nothing here.
         EXPECT_EQ(stream.TranslateUDPType(-3), 0);
         EXPECT_EQ(stream.TranslateUDPType(87), 87);
-        first = new CountedMap(deleted);
         first->Add(-3, -7);
         stream.AdoptUDPMap(first);
         stream.AdoptUDPMap(first);

@@ -160,15 +160,14 @@ TEST_F(DataButlerTest, EveryMacroAnswersAsItsRowSays) {
                 MCObject* object = nullptr;
                 for (const auto& entry : m_xNames)
                     object = entry.second == value ? entry.first : object;
-                const ZVTString name(token.substr(2, 1));
                 if (token[0] == '@')
                     butler.PushCurrentContext(object);
                 else if (token[0] == 'i')
-                    ASSERT_TRUE(butler.CreateInteger(name) && butler.SetInteger(name, std::stoi(value)));
+                    ASSERT_TRUE(butler.CreateInteger("v") && butler.SetInteger("v", std::stoi(value)));
                 else if (token[0] == 's')
-                    ASSERT_TRUE(butler.CreateString(name) && butler.SetString(name, value));
+                    ASSERT_TRUE(butler.CreateString("v") && butler.SetString("v", value));
                 else
-                    ASSERT_TRUE(butler.CreateObject(name) && butler.SetObject(name, object));
+                    ASSERT_TRUE(butler.CreateObject("v") && butler.SetObject("v", object));
             }
             const bool iterate = call[0] == '*';
             const size_t paren = call.find('(');

@@ -200,16 +200,13 @@ TEST_F(PersTest, NoRuleFiresOnARestoredObjectARuleExpunged) {
     for (const char* name : {"A", "B"})
         SetLong(Named(name, model, Shape::c_sType), Shape::c_sWidth, 1);
     const std::string bytes = Save(model);
-    // The object named `victim` in the restored tree of `object`.
+    // The object named `victim` in the restored tree of `object`: an ownee of the root, or the root.
     static const auto find = [](MCObject* object, const std::string& victim) {
         while (MCObject* owner = object->GetOwner(0, MCItem::rttiDerived))
             object = owner;
-        if (NameOf(object) == victim)
-            return object;
         for (MCObject* ownee : mc::Ownees(object))
-            if (NameOf(ownee) == victim)
-                return ownee;
-        return static_cast<MCObject*>(nullptr);
+            object = NameOf(ownee) == victim ? ownee : object;
+        return object;
     };
     static std::string log, on, victim;
     struct Expunging : MCObjectSem {

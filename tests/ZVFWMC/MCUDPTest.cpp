@@ -170,8 +170,8 @@ TEST_F(UDPTest, SectionHoldsTheModelsPropertiesOnly) {
 // keeps those read; a known name's usages join its code here, an unknown name is not registered.
 TEST_F(UDPTest, BadInputEndsTheSectionOrRaisesAsStored) {
     ASSERT_EQ(R::RegisterUDP("Known", MCCodes::pInteger, nullptr, false), -1);
-    std::string hugeName = Section().Record(-5, "A", MCCodes::pInteger, 0, 0, {}).Str();
-    hugeName += "\x01\xFA\xFF\xF0\xFF\xFF\x7Fx";
+    const std::string hugeName =
+        Section().Record(-5, "A", MCCodes::pInteger, 0, 0, {}).Str() + "\x01\xFA\xFF\xF0\xFF\xFF\x7Fx";
     const std::string cases[][3] = {
         {"huge count, two types present",
          Section().Record(-5, "A", MCCodes::pInteger, 0, 0x7FFFFFFF, {c_sNode, c_sLeaf}).Str(),

@@ -91,28 +91,19 @@ TEST(ZVTListTest, MatchesADequeUnderRandomOperations) {
         const ZVTString value(static_cast<long>(random() % 50), 10);
         const auto found = std::find(model.begin(), model.end(), value);
         const size_t at = random() % (model.size() + 1);
-        switch (const unsigned op = random() % 5) {
-            case 0:
-                list.Append(value);
-                model.push_back(value);
-                break;
-            case 1:
-            case 2:
-                if (!model.empty()) {
-                    ASSERT_EQ(op == 1 ? list.RemoveFirst() : list.RemoveLast(),
-                              op == 1 ? model.front() : model.back())
-                        << "step " << step;
-                    op == 1 ? model.pop_front() : model.pop_back();
-                }
-                break;
-            case 3:
-                list.InsertAt(at, value);
-                model.insert(model.begin() + static_cast<long>(at), value);
-                break;
-            default:
-                ASSERT_EQ(list.Remove(value), found != model.end()) << "step " << step;
-                if (found != model.end())
-                    model.erase(found);
+        const unsigned op = random() % 5;
+        if (op == 0 || op == 3) {  // at the end, or anywhere
+            op == 0 ? list.Append(value) : list.InsertAt(at, value);
+            model.insert(op == 0 ? model.end() : model.begin() + static_cast<long>(at), value);
+        } else if (op < 3 && !model.empty()) {
+            ASSERT_EQ(op == 1 ? list.RemoveFirst() : list.RemoveLast(),
+                      op == 1 ? model.front() : model.back())
+                << "step " << step;
+            op == 1 ? model.pop_front() : model.pop_back();
+        } else if (op == 4) {
+            ASSERT_EQ(list.Remove(value), found != model.end()) << "step " << step;
+            if (found != model.end())
+                model.erase(found);
         }
         ASSERT_EQ(list.Entries(), model.size());
     }

@@ -3,6 +3,7 @@
 #include <climits>
 #include <cstring>
 #include <stdexcept>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -13,12 +14,8 @@ namespace {
 // Null and empty strings are both null (and equal), but only the first is the null string; numbers
 // become text in their radix.
 TEST(ZVTStringTest, EachConstructorSetsTextAndNullState) {
-    const struct {
-        const char* name;
-        ZVTString string;
-        const char* text;
-        bool nullString;
-    } cases[] = {
+    // Each with its text and whether it is the null string.
+    const std::tuple<const char*, ZVTString, const char*, bool> cases[] = {
         {"default", ZVTString(), "", true},
         {"nullptr", ZVTString(static_cast<const char*>(nullptr)), "", true},
         {"null text", ZVTString(ZVTString::c_pcNull), "", true},
@@ -32,14 +29,14 @@ TEST(ZVTStringTest, EachConstructorSetsTextAndNullState) {
         {"radix too large counts as 10", ZVTString(40, 37), "40", false},
         {"radix too small counts as 10", ZVTString(40, 1), "40", false},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(c.string.str(), c.text);
-        EXPECT_EQ(c.string.IsNull(), *c.text == '\0');
-        EXPECT_EQ(c.string.IsNullString(), c.nullString);
+    for (const auto& [name, string, text, nullString] : cases) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(string.str(), text);
+        EXPECT_EQ(string.IsNull(), *text == '\0');
+        EXPECT_EQ(string.IsNullString(), nullString);
         // Only the null string's text makes a null string again.
-        EXPECT_EQ(ZVTString(static_cast<const char*>(c.string)).IsNullString(), c.nullString);
-        EXPECT_EQ(c.string == static_cast<const char*>(nullptr), *c.text == '\0');
+        EXPECT_EQ(ZVTString(static_cast<const char*>(string)).IsNullString(), nullString);
+        EXPECT_EQ(string == static_cast<const char*>(nullptr), *text == '\0');
     }
     EXPECT_EQ(ZVTString::Hash(""), ZVTString::Hash(ZVTString()));
     ZVTString assigned;
@@ -52,24 +49,19 @@ int Sign(int value) {
 }
 
 TEST(ZVTStringTest, CompareToOrdersBytesWithOrWithoutCase) {
-    struct Case {
-        const char* a;
-        const char* b;
-        int exact;
-        int ignoringCase;
-    };
-    const Case cases[] = {
+    // Each pair with the sign of its comparison exact and ignoring case.
+    const std::tuple<const char*, const char*, int, int> cases[] = {
         {"abc", "abc", 0, 0}, {"abc", "ABC", 1, 0},  {"ABC", "abc", -1, 0},
         {"Z", "a", -1, 1},    {"ab", "abc", -1, -1}, {"\xe9", "z", 1, 1},  // bytes compare unsigned
         {"[", "a", -1, -1},  // no case folding outside the letters
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(std::string(c.a) + " vs " + c.b);
-        EXPECT_EQ(Sign(ZVTString(c.a).compareTo(c.b)), c.exact);
-        EXPECT_EQ(Sign(ZVTString(c.a).compareTo(c.b, ZVTString::ignoreCase)), c.ignoringCase);
-        EXPECT_EQ(ZVTString(c.a) < ZVTString(c.b), c.exact < 0);
-        EXPECT_EQ(ZVTString(c.a) == c.b, c.exact == 0);
-        EXPECT_EQ(c.a != ZVTString(c.b), c.exact != 0);
+    for (const auto& [a, b, exact, ignoringCase] : cases) {
+        SCOPED_TRACE(std::string(a) + " vs " + b);
+        EXPECT_EQ(Sign(ZVTString(a).compareTo(b)), exact);
+        EXPECT_EQ(Sign(ZVTString(a).compareTo(b, ZVTString::ignoreCase)), ignoringCase);
+        EXPECT_EQ(ZVTString(a) < ZVTString(b), exact < 0);
+        EXPECT_EQ(ZVTString(a) == b, exact == 0);
+        EXPECT_EQ(a != ZVTString(b), exact != 0);
     }
     EXPECT_NE(ZVTString::Hash("ab"), ZVTString::Hash("ba"));
 }

@@ -34,10 +34,7 @@ TEST_F(ControllerTest, InProcessComponentsByName) {
 }
 
 TEST_F(ControllerTest, EveryWayALoadCanEndAndUnloading) {
-    const struct {
-        const char* pcPath;
-        CComponentManager::load_result eResult;
-    } cases[] = {
+    const std::pair<const char*, CComponentManager::load_result> cases[] = {
         {AIC_TEST_PLUGIN, CComponentManager::loadOk},
         {AIC_TEST_PLUGIN, CComponentManager::loadAlreadyLoaded},
         {AIC_REFUSING_PLUGIN, CComponentManager::loadRefused},
@@ -47,11 +44,11 @@ TEST_F(ControllerTest, EveryWayALoadCanEndAndUnloading) {
         {__FILE__, CComponentManager::loadCannotOpen},     // not a shared library
         {"libc.so.6", CComponentManager::loadCannotOpen},  // a bare name is never looked up
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.pcPath);
+    for (const auto& [path, result] : cases) {
+        SCOPED_TRACE(path);
         ZVTString detail;
-        EXPECT_EQ(CComponentManager::LoadComponentLibrary(c.pcPath, &detail), c.eResult);
-        EXPECT_EQ(detail.IsNull(), c.eResult != CComponentManager::loadCannotOpen);
+        EXPECT_EQ(CComponentManager::LoadComponentLibrary(path, &detail), result);
+        EXPECT_EQ(detail.IsNull(), result != CComponentManager::loadCannotOpen);
     }
     EXPECT_EQ(Ask("echo") + " " + Ask("doomed"), "12 none");
 

@@ -119,12 +119,8 @@ public:
         MCUDPMap* map = nullptr;
         if (kind == FaultKind::write)
             MCEnvironment::GetInstance()->SaveGlobals(stream, m_pxModel);
-        else {
-            char token = 0;
-            stream >> token;
-            if (!stream.fail())
-                MCEnvironment::GetInstance()->RestoreGlobalToken(token, stream, &map);
-        }
+        else if (char token = 0; !(stream >> token).fail())
+            MCEnvironment::GetInstance()->RestoreGlobalToken(token, stream, &map);
         const bool fired = stream.Disarm();
         delete map;
         // What a read leaves on its medium is all of it.
@@ -160,14 +156,12 @@ public:
         MCObject* root = nullptr;
         stream.Arm(kind, failAt);
         bool threw = false;
-        P::result result = P::resultOk;
         try {
-            result = controller.RestoreFrom(stream, root, header);
+            EXPECT_EQ(controller.RestoreFrom(stream, root, header), P::resultOk);
         } catch (const EXUnexpected&) {
             threw = true;
         }
         const bool fired = stream.Disarm();
-        EXPECT_EQ(result, P::resultOk);
         EXPECT_EQ(stream.fail(), fired);
         EXPECT_TRUE(!threw || (fired && controller.GetCreatedObjects().Entries() == 0));
         const std::vector<MCObject*> roots = CreatedRoots(controller);
@@ -223,14 +217,13 @@ public:
         // which a later copy would carry.
         if (failAt == 1)
             m_sBuffer = Copy({Find("A")}, *m_pxModel);
-        const std::string& good = m_sBuffer;
         MCObject* e = Find("E");
         MCObject* b = Find("B");
         const long ownees = e->GetOwneeCount();
         const size_t cut = static_cast<size_t>(failAt);
-        bool fired = cut < good.size();
+        bool fired = cut < m_sBuffer.size();
         if (kind == FaultKind::read) {
-            Paste(good.substr(0, cut), {e});
+            Paste(m_sBuffer.substr(0, cut), {e});
             EXPECT_EQ(CheckModel(Scope()), "");
             EXPECT_TRUE(fired || e->GetOwneeCount() == ownees + 1);
             std::vector<MCObject*> pasted;
@@ -239,8 +232,8 @@ public:
             for (MCObject* object : pasted)
                 EXPECT_TRUE(object->GetProperty(MCCodes::pName, name)) << object->GetId();
             DropOwneesAfter(e, ownees);
-            std::string damaged = good;
-            damaged[cut % good.size()] ^= 0x5A;
+            std::string damaged = m_sBuffer;
+            damaged[cut % m_sBuffer.size()] ^= 0x5A;
             try {
                 Paste(damaged, {e});
             } catch (const EXBase&) {
@@ -248,11 +241,11 @@ public:
         } else {
             // Before the objects are announced a failure takes them out again; after, they stay whole.
             const std::string before = TreeDump(m_pxModel);
-            Paste(good, {e, b});
+            Paste(m_sBuffer, {e, b});
             const std::string whole = WithoutIds(TreeDump(m_pxModel));
             DropOwneesAfter(e, ownees);
             DropOwneesAfter(b, 0);
-            fired = AllocationFailing(failAt, false, [&] { Paste(good, {e, b}); });
+            fired = AllocationFailing(failAt, false, [&] { Paste(m_sBuffer, {e, b}); });
             const std::string after = TreeDump(m_pxModel);
             EXPECT_TRUE(after == before || WithoutIds(after) == whole) << after;
         }

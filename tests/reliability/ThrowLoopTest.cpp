@@ -3,6 +3,7 @@
 // model stays sound, with nothing made by the failed operation left outside it.
 
 #include <functional>
+#include <tuple>
 
 #include "reliability/ReliabilityModel.h"
 
@@ -58,11 +59,8 @@ TEST_F(ThrowLoopTest, ARuleOrObserverThrowingAtAnyCallLeavesASoundModel) {
          }},
     };
     ThrowCountdown* const propertyRule = &m_xPropertyRule.m_xCountdown;
-    const struct {
-        const char* name;
-        ThrowCountdown* countdown;
-        bool foreign;
-    } throwers[] = {
+    // Who throws, and whether what it throws is foreign to the library.
+    const std::tuple<const char*, ThrowCountdown*, bool> throwers[] = {
         {"object rule", &m_xObjectRule.m_xCountdown, false},
         {"object rule, foreign", &m_xObjectRule.m_xCountdown, true},
         {"property rule", propertyRule, false},
@@ -71,37 +69,36 @@ TEST_F(ThrowLoopTest, ARuleOrObserverThrowingAtAnyCallLeavesASoundModel) {
     };
     std::string calls;
     for (const auto& [name, run] : operations) {
-        for (const auto& thrower : throwers) {
+        for (const auto& [thrower, countdown, foreign] : throwers) {
             int k = 1;
             const int failures = FailureCount();
             for (;; ++k) {
-                SCOPED_TRACE(std::string(name) + ", " + thrower.name + " throws at call " +
-                             std::to_string(k));
+                SCOPED_TRACE(std::string(name) + ", " + thrower + " throws at call " + std::to_string(k));
                 made.clear();
                 Build();
                 m_pxModel->AddSubscriber(&m_xObserver, MCEvent::subscriberObserver);
                 buffer = Copy({Find("A")}, *m_pxModel);
-                thrower.countdown->Arm(k, thrower.foreign);
+                countdown->Arm(k, foreign);
                 bool threw = false;
                 try {
                     run();
                 } catch (const EXUnexpected&) {
-                    threw = !thrower.foreign;
+                    threw = !foreign;
                 } catch (const std::runtime_error&) {
-                    threw = thrower.foreign;
+                    threw = foreign;
                 }
-                const bool fired = thrower.countdown->Disarm();
+                const bool fired = countdown->Disarm();
                 made.insert(made.end(), m_xRestored.begin(), m_xRestored.end());
                 m_xRestored.clear();
                 // A property rule's EXBase is its refusal; anything else thrown reaches the host.
-                EXPECT_EQ(threw, fired && (thrower.foreign || thrower.countdown != propertyRule));
+                EXPECT_EQ(threw, fired && (foreign || countdown != propertyRule));
                 EXPECT_EQ(CheckModel(Scope(made, {&m_xObserver})), "");
                 for (MCObject* object : made)
                     object->Expunge(true);
                 if (!fired || FailureCount() > failures)
                     break;
             }
-            calls += std::string(" ") + name + "/" + thrower.name + "=" + std::to_string(k - 1);
+            calls += std::string(" ") + name + "/" + thrower + "=" + std::to_string(k - 1);
         }
     }
     RecordProperty("calls", calls);

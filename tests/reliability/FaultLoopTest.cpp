@@ -376,6 +376,7 @@ TEST_F(FaultLoopTest, EveryEditSurvivesItsNthAllocationFailing) {
     short code = 8100;
     bool posted = false;
     const auto next = [&] { ++code; };
+    const auto proceed = [](auto...) { return MCPropertySemantic::resultContinue; };
     // D with more holders than a short subscriber list keeps, the first of them then linked elsewhere.
     auto crowd = [&] {
         holders.clear();
@@ -415,11 +416,7 @@ TEST_F(FaultLoopTest, EveryEditSurvivesItsNthAllocationFailing) {
         {"take a holder off a crowded target", [&] { Link(holders[0], RelNode::c_sLink, Find("E")); }, crowd},
         {"register a converter", [&] { MCPropertyConverterRegistry::Register(new Idle(code)); }, next},
         {"register an edit rule",
-         [&] {
-             mc::Rule rule = mc::OnEdit(
-                 code, MCCodes::pInteger, [](auto...) { return MCPropertySemantic::resultContinue; },
-                 MCPropertySemantic::PreEdit);
-         },
+         [&] { mc::Rule rule = mc::OnEdit(code, MCCodes::pInteger, proceed, MCPropertySemantic::PreEdit); },
          next},
         {"register a user-defined property",
          [&] {
@@ -432,13 +429,10 @@ TEST_F(FaultLoopTest, EveryEditSurvivesItsNthAllocationFailing) {
              MCCommandHandler::PostCommand(*new Counted);
              posted = true;
          },
-         [&] {
-             Counted::c_nRun = 0;
-             posted = false;
-         },
+         [] {},
          [&] {
              MCCommandHandler::FlushQueue();
-             EXPECT_EQ(Counted::c_nRun, posted ? 1 : 0);
+             EXPECT_EQ(std::exchange(Counted::c_nRun, 0), std::exchange(posted, false) ? 1 : 0);
              EXPECT_EQ(Counted::c_nAlive, 0);
          }},
         {"expand a template", expand, [] {}, [&] { ASSERT_EQ(expand(), "E;D;"); }},

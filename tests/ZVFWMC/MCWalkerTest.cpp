@@ -130,43 +130,34 @@ TEST_F(WalkerTest, UsersAndAgentsYieldToTheFirstAndStopWithWhatTheyUse) {
     EXPECT_TRUE(walker3.Traverse() && walker3.GetValue() == A);
 }
 
-TEST_F(WalkerTest, AnAgentInvalidatedDuringActStopsBeforeTheNextStep) {
-    // A second agent made on the walker from inside Act takes the rest of the walk; the current object may
-    // go meanwhile.
-    Recorder recorder;
-    MCDepthFirstWalker walker(A, nullptr);
-    std::unique_ptr<MCVisitorAgent> successor;
-    recorder.m_xHook = [&](MCObject* object) {
-        if (object == C) {
-            successor = std::make_unique<MCVisitorAgent>(walker, recorder);
-            C->Expunge(true);
-        }
-    };
-    MCVisitorAgent agent(walker, recorder);
-    agent.Execute();
-    EXPECT_EQ(recorder.m_sLog, "A C");
-    successor->Execute();
-    EXPECT_EQ(recorder.m_sLog, "A C B E D");
-}
-
+// In turn on one tree, each case keeping what the one before did: an ownee added under the current object
+// is not reached, one added under an object still to come is; the current leaf may expunge itself, also
+// once it made a second agent on the walker, which takes the rest of the walk from the first.
 TEST_F(WalkerTest, EditsDuringTheWalkFollowTheLoadingOfOwneesAtEachStep) {
-    // In turn on one tree, each case keeping what the one before did: an ownee added under the current
-    // object is not reached, one added under an object still to come is; the current leaf may expunge
-    // itself (no name to add).
-    const std::tuple<MCObject*, const char*, const char*> cases[] = {{B, "X", "A C B E D"},
-                                                                     {C, "Y", "A C B Y X E D"},
-                                                                     {C, nullptr, "A C B Y X E D"},
-                                                                     {nullptr, nullptr, "A B Y X E D"}};
-    for (const auto& [on, add, expected] : cases) {
-        SCOPED_TRACE(add ? add : "expunge");
+    // The object that acts, the name it adds under B (none: it expunges itself), whether it hands over, and
+    // the walk, the successor's after "|".
+    const std::tuple<MCObject*, const char*, bool, const char*> cases[] = {
+        {B, "X", false, "A C B E D"},
+        {C, "Y", false, "A C B Y X E D"},
+        {C, nullptr, false, "A C B Y X E D"},
+        {E, nullptr, true, "A B Y X E|A B Y X E D"},
+        {nullptr, nullptr, false, "A B Y X D"}};
+    for (const auto& [on, add, handOver, expected] : cases) {
+        SCOPED_TRACE(expected);
         Recorder recorder;
-        recorder.m_xHook = [&, on = on, add = add](MCObject* o) {
+        MCDepthFirstWalker walker(A, nullptr);
+        std::unique_ptr<MCVisitorAgent> successor;
+        recorder.m_xHook = [&, on = on, add = add, handOver = handOver](MCObject* o) {
+            if (o == on && handOver)
+                successor = std::make_unique<MCVisitorAgent>(walker, recorder);
             if (o == on)
                 add ? void(Named(add, B)) : void(o->Expunge(true));
         };
-        MCDepthFirstWalker walker(A, nullptr);
         MCVisitorAgent(walker, recorder).Execute();
-        EXPECT_EQ(recorder.m_sLog, expected);
+        std::string log = recorder.m_sLog;
+        if (successor)
+            successor->Execute();
+        EXPECT_EQ(log + (successor ? "|" + recorder.m_sLog : ""), expected);
     }
 }
 

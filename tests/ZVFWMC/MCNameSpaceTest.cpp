@@ -31,9 +31,7 @@ protected:
         while (in >> name) {
             ZVTString key(name.c_str());
             text += (text.empty() ? "" : " ") + name +
-                    (space->FindObject(key) ? "*"
-                     : space->Contains(key) ? "+"
-                                            : "-");
+                    (space->FindObject(key) ? '*' : "-+"[space->Contains(key)]);
         }
         return text;
     }
@@ -299,9 +297,9 @@ TEST_F(NameSpaceTest, RingsOfNameSpacesAreRefusedOrSurvived) {
 TEST_F(NameSpaceTest, ClearTypeExpungesTheNamesOfThatType) {
     MCNameSpace* space = MakeSpace();
     space->AddValidType(TestNode::c_sType);
-    ASSERT_TRUE(space->Insert(Named("Node", nullptr, TestNode::c_sType), 0, 0, false));
-    ASSERT_TRUE(space->Insert(Named("Other", nullptr, TestNode::c_sType), 0, 0, false));
-    ASSERT_TRUE(space->Insert(Named("Generic"), 0, 0, false));
+    for (const char* name : {"Node", "Other", "Generic"})
+        ASSERT_TRUE(
+            space->Insert(Named(name, nullptr, *name == 'G' ? c_sGeneric : TestNode::c_sType), 0, 0, false));
     space->ClearType(TestNode::c_sType, true);
     EXPECT_EQ(State(space, "Node Other Generic") + " " + std::to_string(space->IsValidFor(TestNode::c_sType)),
               "Node- Other- Generic* 0");

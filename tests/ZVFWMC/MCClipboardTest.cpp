@@ -32,7 +32,7 @@ struct ClipHeir : mc::HostClass<7802> {
 };
 
 /// Logs what a rule sees: "name" on PostCopy, "name?" on any mode but PostPaste, and there "name:level" with
-/// "+" once the object's Depend is bound.
+/// "+" once the object's Depend is bound. Then expunges the object if it is named `m_sDoomed`.
 struct SeenRule : MCObjectSem {
     explicit SeenRule(unsigned long interests) : m_nInterests(interests) {}
     result Fire(mode nMode, MCObject* object, MCObjectSemContext* context) override {
@@ -42,10 +42,12 @@ struct SeenRule : MCObjectSem {
         if (nMode == PostPaste)
             m_sSeen += std::to_string(static_cast<MCPasteObjectContext*>(context)->GetLevel()) +
                        (bound ? "+ " : " ");
+        if (ModelTest::NameOf(object) == m_sDoomed)
+            object->Expunge(true);
         return resultContinue;
     }
     unsigned long GetInterests() const override { return m_nInterests; }
-    std::string m_sSeen;
+    std::string m_sSeen, m_sDoomed;
     unsigned long m_nInterests;
 };
 
@@ -290,7 +292,7 @@ TEST_F(ClipTest, DeepChainsCostNoCallDepth) {
     EXPECT_GT(bytes.size(), 20000u * 20);
 }
 
-TEST_F(ClipTest, PostCopyRulesSeeEachEntryInBufferOrderAndChangeNoByte) {
+TEST_F(ClipTest, PostCopyRulesSeeEachEntryInBufferOrderChangeNoByteAndMayExpunge) {
     // Without any PostCopy rule the records are written while the closure walks; with one, each after
     // its rule has run. A host must not be able to tell the two apart, not even where the selection
     // names an object after a reference reached it, which changes its owner after its record was first
@@ -316,35 +318,22 @@ TEST_F(ClipTest, PostCopyRulesSeeEachEntryInBufferOrderAndChangeNoByte) {
         EXPECT_EQ(Copy(selection, *source), bytes);
         EXPECT_EQ(rule.m_sSeen + Entries(bytes), std::get<2>(cases[i]));
     }
-}
-
-// A PostCopy rule may take its object down, and the object's subtree with it: the buffer is then the one
-// of the selection that is left.
-TEST_F(ClipTest, WhatAPostCopyRuleExpungesLeavesNoTraceInTheBuffer) {
-    static std::string doomed;
-    struct Expunging : MCObjectSem {
-        result Fire(mode, MCObject* object, MCObjectSemContext*) override {
-            if (ModelTest::NameOf(object) == doomed)
-                object->Expunge(true);
-            return resultContinue;
-        }
-        unsigned long GetInterests() const override { return PostCopy; }
-    } rule;
-    AddRule(ClipNode::c_sType, rule);
-    const std::tuple<const char*, const char*, const char*> cases[] = {
+    // The rule may take its object down, and the object's subtree with it: the buffer is then the one of
+    // the selection that is left. The object, what is left, the paste.
+    const std::tuple<const char*, const char*, const char*> doomed[] = {
         {"A", "B C", "T(B(b1) C)"},  // the first entry, which wrote the level mark
         {"B", "A C", "T(A C)"},
         {"b1", "A B C", "T(A B C)"},
         {"C", "A B", "T(A B(b1))"},
     };
-    for (const auto& [victim, left, pasted] : cases) {
+    for (const auto& [victim, left, pasted] : doomed) {
         SCOPED_TRACE(victim);
         MCObject* source = Root("S");
         const auto named = Build(source, "A B(b1) C");
         const std::vector<MCObject*> kept = Select(named, left);
-        doomed = victim;
+        rule.m_sDoomed = victim;
         const std::string bytes = Copy(Select(named, "A B C"), *source);
-        doomed.clear();
+        rule.m_sDoomed.clear();
         EXPECT_EQ(bytes, Copy(kept, *source));
         EXPECT_EQ(Pasted(bytes), pasted);
     }

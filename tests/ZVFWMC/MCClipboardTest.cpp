@@ -380,8 +380,7 @@ TEST_F(ClipTest, ConverterMergesASecondPasteIntoTheFirstOnesObjects) {
     SetLong(pasted, c_sCount, 9);
     Link(pasted, c_sFollow, m_pxTarget);  // not in the buffer: nulled by the merge
     Link(pasted, c_sList, m_pxTarget);    // replaced by the buffer's list
-    MCObject* other = Node("Other", m_pxTarget);
-    SetLong(other, c_sCount, 7);
+    MCObject* other = Build(m_pxTarget, "Other{18=7}").at("Other");
     const std::vector<long> second = Paste(bytes, {m_pxTarget}, m_pxTarget, &converter);
     EXPECT_EQ(Tree(m_pxTarget), "T(A{16=B}(B) Other)");
     // Both objects merged, none made.

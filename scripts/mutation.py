@@ -187,7 +187,13 @@ class Suite:
         return failed, timed_out
 
     def calibrate(self):
-        """Runs each binary on the unmutated library, which must pass, and sets its time limit from that."""
+        """Runs each test on the unmutated library, which must pass, and sets each binary's time limit from
+        that. A test that fails here (one whose binary was never built, say) would count as catching every
+        mutant."""
+        if self.others:
+            failed, _ = self.run(set(self.others))
+            if failed:
+                sys.exit("the unmutated build fails: " + ", ".join(sorted(failed)))
         for unit in self.units:
             start = time.monotonic()
             cases, _ = self.run_unit(unit)

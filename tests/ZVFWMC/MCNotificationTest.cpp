@@ -4,10 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
-#include <functional>
 #include <memory>
-#include <utility>
-#include <vector>
 
 #include "support/ModelTestSupport.h"
 

@@ -3,11 +3,7 @@
 // ceremony).
 
 #include <algorithm>
-#include <map>
 #include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "support/RuleTestSupport.h"
 
@@ -219,15 +215,14 @@ TEST_F(ObjectExpungeTest, ReferencesBetweenQuietUnitsLeaveNothingToReadAhead) {
 // an owner above a dying object waits until that end is done, and an object whose own delivery is running
 // keeps its memory until the delivery is over. Every object goes once.
 TEST_F(ObjectExpungeTest, AnObjectExpungedFromItsOwnEndOrDeliveryGoesOnceAfterIt) {
-    struct Row {
+    const struct {
         const char* name;
         long event;        // heard by the striker as an observer of `at`; 0: its PreDestructon rule
         char at;           // R, M under it, or L under M beside S
         char victim;       // what the striker expunges
         const char* act;   // "-X" expunges X; "set", "null" edit L's integer
         const char* ends;  // the log (the striker says "waits" or "gone" after its expunge), then who lives
-    };
-    const Row rows[] = {
+    } rows[] = {
         {"rule of the leaf takes its owner", 0, 'L', 'M', "-L", "PD@L PD@M waits SD@L SD@M PD@S SD@S; R"},
         {"observer of the leaf takes its owner", MCEvent::SubjectDestroyed, 'L', 'M', "-L",
          "PD@L SD@L PD@M waits SD@M PD@S SD@S; R"},
@@ -243,7 +238,7 @@ TEST_F(ObjectExpungeTest, AnObjectExpungedFromItsOwnEndOrDeliveryGoesOnceAfterIt
          "PD@L SD@L gone; MRS"},
     };
     AddRule(MCCodes::tAbstractObject, m_xWatch);
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         std::map<char, MCObject*> objects{{'R', Named("R")}};
         objects['M'] = Named("M", objects['R']);

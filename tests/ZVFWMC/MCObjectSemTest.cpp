@@ -2,17 +2,10 @@
 // ownees, late rules reaching derived types, cycles refused, and the destruction veto of a rule and of an
 // undeletable object.
 
-#include <utility>
-#include <vector>
-
 #include "support/RegistryTestSupport.h"
 #include "support/RuleTestSupport.h"
 
-namespace {
-
 constexpr unsigned long c_nCalculate = MCObjectSem::CalculateData;
-
-}  // namespace
 
 class ObjectSemTest : public RuleTest {
 protected:
@@ -54,37 +47,57 @@ TEST_F(ObjectSemTest, ChainFiresRootFirstAndDerivedFirstAndStopsAsTheResultsSay)
     EXPECT_EQ(Fire(crate) + "|" + Fire(nullptr), " -> 0 | -> 1 ");
 }
 
-// A rule that takes a rule out while the chain fires: every other rule that stood when the firing began
-// and still stands fires; the one taken out fires no more.
-TEST_F(ObjectSemTest, ARuleLeavingDuringAFiringSkipsNoOther) {
+// A rule that takes a rule out while the chain fires, an object rule or a property rule: every other rule
+// that stood when the firing began and still stands fires; the one taken out fires no more.
+TEST_F(ObjectSemTest, ARuleLeavingDuringAFiringSkipsNoOtherObjectOrPropertyRule) {
+    static MCObjectSem* s_pxObjectRule = nullptr;
+    static MCPropertySemantic* s_pxPropertyRule = nullptr;
     struct Leaving : ObjectRule {
         using ObjectRule::ObjectRule;
         result Fire(mode nMode, MCObject* object, MCObjectSemContext* context) override {
-            if (m_pxLeaving)
-                MCObjectSemReg::GetInstance()->Deregister(std::exchange(m_pxLeaving, nullptr));
+            if (s_pxObjectRule)
+                MCObjectSemReg::GetInstance()->Deregister(std::exchange(s_pxObjectRule, nullptr));
             return ObjectRule::Fire(nMode, object, context);
         }
-        MCObjectSem* m_pxLeaving = nullptr;
     };
     const struct {
         const char* pcName;
-        char cLeaving;           // which of a, b, c b takes out
-        const char* pcExpected;  // the first firing | the second
+        int nLeaving;  // which of a, b, c b takes out
+        const char*
+            pcExpected;  // the first firing | the second, of the object rules; then of the property rules
     } rows[] = {
-        {"an earlier rule", 'a', "A:4 B:4 C:4 -> 0 |B:4 C:4 -> 0 "},
-        {"itself", 'b', "A:4 B:4 C:4 -> 0 |A:4 C:4 -> 0 "},
-        {"a later rule", 'c', "A:4 B:4 -> 0 |A:4 B:4 -> 0 "},
+        {"an earlier rule", 0, "A:4 B:4 C:4 -> 0 |B:4 C:4 -> 0 ; A:1 B:1 C:1|B:1 C:1"},
+        {"itself", 1, "A:4 B:4 C:4 -> 0 |A:4 C:4 -> 0 ; A:1 B:1 C:1|A:1 C:1"},
+        {"a later rule", 2, "A:4 B:4 -> 0 |A:4 B:4 -> 0 ; A:1 B:1|A:1 B:1"},
     };
     MCObject* crate = Make(nullptr, Crate::c_sType);
     for (const auto& row : rows) {
         SCOPED_TRACE(row.pcName);
+        MCObject* shape = Make(nullptr, Shape::c_sType);
         ObjectRule a("A", c_nCalculate), c("C", c_nCalculate);
         Leaving b("B", c_nCalculate);
-        for (ObjectRule* rule : {&a, static_cast<ObjectRule*>(&b), &c})
-            AddRule(Shape::c_sType, *rule);
-        b.m_pxLeaving = row.cLeaving == 'a' ? static_cast<MCObjectSem*>(&a) : row.cLeaving == 'b' ? &b : &c;
-        const std::string first = Fire(crate);
-        EXPECT_EQ(first + "|" + Fire(crate), row.pcExpected);
+        ObjectRule* objectRules[] = {&a, &b, &c};
+        PropertyRule pa("A", MCPropertySemantic::PreEdit), pb("B", MCPropertySemantic::PreEdit),
+            pc("C", MCPropertySemantic::PreEdit);
+        PropertyRule* propertyRules[] = {&pa, &pb, &pc};
+        pb.m_xAct = [](MCPropertySemantic::mode, MCObject*, MCProperty*, MCPropertySemanticContext*) {
+            if (s_pxPropertyRule)
+                MCPropertySemanticRegistry::GetInstance()->Deregister(
+                    std::exchange(s_pxPropertyRule, nullptr));
+            return MCPropertySemantic::resultContinue;
+        };
+        for (int i = 0; i < 3; ++i) {
+            AddRule(Shape::c_sType, *objectRules[i]);
+            AddRule(Shape::c_sType, Shape::c_sWidth, *propertyRules[i]);
+        }
+        s_pxObjectRule = objectRules[row.nLeaving];
+        s_pxPropertyRule = propertyRules[row.nLeaving];
+        std::string trace = Fire(crate);
+        trace += "|" + Fire(crate) + "; ";
+        SetLong(shape, Shape::c_sWidth, 1);
+        trace += TakeLog() + "|";
+        SetLong(shape, Shape::c_sWidth, 2);
+        EXPECT_EQ(trace + TakeLog(), row.pcExpected);
     }
 }
 

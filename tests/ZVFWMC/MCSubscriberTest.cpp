@@ -21,8 +21,7 @@ namespace {
 
 // Logs its number when notified and runs its action once. Elements of one array have ascending
 // addresses, so the number is also the delivery rank.
-class Recorder : public MCSubscriber {
-public:
+struct Recorder : MCSubscriber {
     void Notify(MCEvent& rEvent) override {
         c_sLog += (c_sLog.empty() ? "" : " ") + std::to_string(m_nNumber);
         if (m_xAction)
@@ -36,8 +35,7 @@ public:
 
 constexpr int c_nRecorders = 300;
 
-class SubjectTest : public ::testing::Test {
-public:
+struct SubjectTest : ::testing::Test {
     SubjectTest() {
         for (int i = 0; i < c_nRecorders; ++i)
             m_axRecorders[i].m_nNumber = i;
@@ -251,10 +249,9 @@ TEST_F(SubjectTest, SubscriberIteratorSkipsStaleEntriesFiltersAndSorts) {
 TEST_F(SubjectTest, DumpListsLiveEntriesWithTypeAndCount) {
     Apply("+0 +0 +1 -1 +2:4");
     const std::string sPath = ::testing::TempDir() + "subject_dump.txt";
-    {
-        std::ofstream xOut(sPath);
-        EXPECT_EQ(m_xSubject.Dump(xOut, 0), 0u);
-    }
+    std::ofstream xOut(sPath);
+    EXPECT_EQ(m_xSubject.Dump(xOut, 0), 0u);
+    xOut.close();
     std::stringstream xText;
     xText << std::ifstream(sPath).rdbuf();
     std::remove(sPath.c_str());

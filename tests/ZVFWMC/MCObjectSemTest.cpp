@@ -165,14 +165,6 @@ TEST_F(ObjectSemTest, AVetoOrTheUndeletableFlagKeepsTheObjectWholeUntilItsOwnerG
         MCObject* inner = Make(box);
         const long boxId = box->GetId(), innerId = inner->GetId();
         box->AddSubscriber(&m_xLog, MCEvent::subscriberObserver);
-        // Whether both objects are still there, whole, in place, unheard of.
-        const auto state = [&] {
-            return std::to_string(MCObject::ResolveId(boxId) == box) +
-                   std::to_string(MCObject::ResolveId(innerId) == inner) +
-                   std::to_string(!box->GetFlag(MCItem::itemExpunging | MCItem::itemTreeExpunge) &&
-                                  !inner->IsExpunging() && box->GetOwner(0, MCItem::rttiExact) == root) +
-                   m_xLog.Take();
-        };
         // An undeletable root stays too, until its flag is cleared.
         std::string trace;
         for (MCObject* object : veto ? std::vector<MCObject*>{box} : std::vector<MCObject*>{root, box}) {
@@ -181,7 +173,12 @@ TEST_F(ObjectSemTest, AVetoOrTheUndeletableFlagKeepsTheObjectWholeUntilItsOwnerG
             trace += std::to_string(object->Expunge(true));
             trace += messages.Text() + " ";
         }
-        EXPECT_EQ(trace + state(), veto ? "1 111" : "1606(0x30) 1606(0x30) 111");
+        // Then whether both objects are still there, whole, in place, unheard of.
+        trace += std::to_string(MCObject::ResolveId(boxId) == box) +
+                 std::to_string(MCObject::ResolveId(innerId) == inner) +
+                 std::to_string(!box->GetFlag(MCItem::itemExpunging | MCItem::itemTreeExpunge) &&
+                                !inner->IsExpunging() && box->GetOwner(0, MCItem::rttiExact) == root);
+        EXPECT_EQ(trace + m_xLog.Take(), veto ? "1 111" : "1606(0x30) 1606(0x30) 111");
 
         root->SetFlag(MCItem::itemUndeletable, false);
         MessageLog messages;

@@ -136,10 +136,8 @@ TEST_F(PropertySemanticsTest, RulesRegisteredOrDeregisteredDuringFiringCountFrom
     // The first edit adds a rule to Shape; the second takes Crate's handler away, the running rule's own, so
     // the third, without a handler to start from, hears no rule.
     first.m_xAct = [](PS::mode, MCObject*, MCProperty*, MCPropertySemanticContext*) {
-        MCFactoryContext context;
         if (late)
-            MCPropertySemanticRegistry::Register(Shape::c_sType, &context, Shape::c_sWidth,
-                                                 std::exchange(late, nullptr), false, false);
+            AddRule(Shape::c_sType, Shape::c_sWidth, *std::exchange(late, nullptr));
         else
             MCPropertySemanticRegistry::GetInstance()->Deregister(Crate::c_sType);
         return PS::resultContinue;

@@ -47,11 +47,11 @@ struct Host : MCObject {
     }
 };
 
-// The same with a Notify of its own, reached only through the hop: it runs c_xHook, then reacts as every
-// object does.
-template <short T>
-struct Hooked : Host<T> {
-    using Host<T>::Host;
+// The same (or Base) with a Notify of its own, reached only through the hop: it runs c_xHook, then reacts as
+// every object does.
+template <short T, class Base = Host<T>>
+struct Hooked : Base {
+    using Base::Base;
     void Notify(MCEvent& event) override {
         if (c_xHook)
             c_xHook(event);
@@ -84,14 +84,7 @@ struct Builder : Relay {
     }
     MCObject* m_pxChild;
 };
-struct Heeding : Builder {
-    using Builder::Builder;
-    void Notify(MCEvent& event) override {
-        c_sLog += std::to_string(event.GetEventType());
-        MCObject::Notify(event);
-    }
-    static inline std::string c_sLog;
-};
+using Heeding = Hooked<Builder::c_sType, Builder>;
 
 // Logs "<event type>@<place>" of each event it hears, the place being the subject's index among m_pxPlaces
 // ("new" for one made since); with no log it hears and says nothing, and subscribed on an object it forces
@@ -360,12 +353,15 @@ TEST_F(NotificationTest, RememberedAudibilityFollowsEveryChangeThatCouldAlterIt)
         " |000000000111 |010010010111 |111111111111 |010010010111 |010010111111 |010010010111");
 
     // An owner whose class gets its own Notify only after its base class has edited an ownee.
+    std::string heeded;
+    Heeding::c_xHook = [&heeded](MCEvent& event) { heeded += std::to_string(event.GetEventType()); };
     for (Heeding* owner :
          {static_cast<Heeding*>(Make(made[2], Heeding::c_sType)), new Heeding(hand[2], nullptr)}) {
         EXPECT_TRUE(owner->m_pxChild->IsHeard(MCEvent::PropertySet, c_nClimbing));
         SetLong(owner->m_pxChild, 87, 16);
     }
-    EXPECT_EQ(Heeding::c_sLog, "11");
+    EXPECT_EQ(heeded, "11");
+    Heeding::c_xHook = nullptr;
 }
 
 TEST_F(NotificationTest, ADeathReachesTheCleanUpAlikeDirectlyOrThroughTheSearch) {

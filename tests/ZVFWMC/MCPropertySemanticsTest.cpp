@@ -237,38 +237,35 @@ TEST_F(PropertySemanticsTest, AnHeirsRuleThatEndsTheSourceEndsTheFiring) {
     static const bool registered = MCFactoryRegistry::RegisterAliasProperty(
         c_sFresh, "Fresh", MCCodes::pInteger, true, false, false, false);
     ASSERT_TRUE(registered);
+    // The source the heir's rule ends; without one, the rule nulls the heir's own width.
     static MCObject* s_pxSource = nullptr;
-    using Act = PS::result (*)(PS::mode, MCObject*, MCProperty*, MCPropertySemanticContext*);
-    static const Act endSource = [](PS::mode, MCObject*, MCProperty*, MCPropertySemanticContext*) {
-        if (s_pxSource)
-            std::exchange(s_pxSource, nullptr)->Expunge(true);
-        return PS::resultContinue;
-    };
-    static const Act nullOwnWidth = [](PS::mode, MCObject* heir, MCProperty*, MCPropertySemanticContext*) {
-        MCSPropertyAccessorT<long> accessor;
-        heir->NullProperty(Shape::c_sWidth, accessor);
-        return PS::resultContinue;
-    };
     const struct {
         unsigned long nMode;
-        Act pfnAct;
+        bool bEndsSource;
         const char* pcExpected;  // answer, destroyed, the rules heard
     } rows[] = {
-        {PS::InheritedPreEdit, endSource, "0 1 E:10000"},
-        {PS::InheritedPostEdit, endSource, "1 1 E:20000"},
-        {PS::InheritedPostEdit, nullOwnWidth, "1 0 E:20000 E:20000"},
+        {PS::InheritedPreEdit, true, "0 1 E:10000"},
+        {PS::InheritedPostEdit, true, "1 1 E:20000"},
+        {PS::InheritedPostEdit, false, "1 0 E:20000 E:20000"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.pcExpected);
         MCObject* root = Make(nullptr, Shape::c_sType);
         auto* source = static_cast<Box*>(Make(root, Box::c_sType));
-        s_pxSource = source;
+        s_pxSource = row.bEndsSource ? source : nullptr;
         for (MCObject* heir : {Make(root, Shape::c_sType), Make(root, Shape::c_sType)}) {
             SetLong(heir, Shape::c_sWidth, 1);
             source->AddHeir(heir);
         }
         PropertyRule ending("E", row.nMode);
-        ending.m_xAct = row.pfnAct;
+        ending.m_xAct = [](PS::mode, MCObject* heir, MCProperty*, MCPropertySemanticContext*) {
+            MCSPropertyAccessorT<long> accessor;
+            if (s_pxSource)
+                std::exchange(s_pxSource, nullptr)->Expunge(true);
+            else
+                heir->NullProperty(Shape::c_sWidth, accessor);
+            return PS::resultContinue;
+        };
         AddRule(Shape::c_sType, c_sFresh, ending);
         MCSPropertyAccessorT<long> accessor(3);
         const bool answer = source->SetProperty(c_sFresh, accessor, MCPropertyAccessor::accessAdd);

@@ -47,7 +47,7 @@ struct Host : MCObject {
     }
 };
 
-// The same (or Base) with a Notify of its own, reached only through the hop: it runs c_xHook, then reacts as
+// Host<T>, or Base, with a Notify of its own, reached only through the hop: it runs c_xHook, then reacts as
 // every object does.
 template <short T, class Base = Host<T>>
 struct Hooked : Base {

@@ -16,8 +16,7 @@ void Note(const char* tag, const MCObject* object) {
 
 // Logs "PD@<name>" for the PreDestructon rule of any object and "SD@<name>" for each SubjectDestroyed it
 // hears.
-class EndWatch : public MCObjectSem, public MCSubscriber {
-public:
+struct EndWatch : MCObjectSem, MCSubscriber {
     result Fire(mode nMode, MCObject* object, MCObjectSemContext*) override {
         if (nMode == PreDestructon)
             Note("PD", object);
@@ -32,8 +31,7 @@ public:
 
 // Expunges the next object of a row whenever one dies, and records the order of the deaths: nested
 // expunges as deep as the row is long.
-class Domino : public MCSubscriber {
-public:
+struct Domino : MCSubscriber {
     void Notify(MCEvent& event) override {
         if (event.GetEventType() != MCEvent::SubjectDestroyed)
             return;
@@ -68,8 +66,7 @@ public:
 
 // Expunges `m_pxVictim` once, from the PreDestructon rule of `m_pxAt` (`m_lEvent` 0) or on hearing an event
 // of `m_lEvent` as an observer of `m_pxAt`.
-class Striker : public EndWatch {
-public:
+struct Striker : EndWatch {
     Striker(long event, const MCObject* at, MCObject* victim)
         : m_lEvent(event), m_pxAt(at), m_pxVictim(victim) {}
     result Fire(mode, MCObject* object, MCObjectSemContext*) override {

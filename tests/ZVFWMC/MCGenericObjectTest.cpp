@@ -112,8 +112,9 @@ TEST_F(CreationTest, RefusalsShowMessage601WithTheRequestedCode) {
 }
 
 // A calculated alias is made with the flags of its registration, also when a read makes it; reading an
-// absent stored property makes nothing. Initializing again adds no factory and no pool entry.
-TEST_F(CreationTest, CalculatedAliasesAreMadeOnReadAndInitializingIsOnce) {
+// absent stored property makes nothing. Pool records are shared per item size, and asking for a pool enters
+// a default one. Initializing again adds no factory and no pool entry.
+TEST_F(CreationTest, CalculatedAliasesAreMadeOnReadPoolsGoBySizeAndInitializingIsOnce) {
     MCObject* object = Make();
     MCSPropertyRawAccessorT<long> accessor;
     EXPECT_TRUE(object->GetProperty(c_sCalculated, accessor));
@@ -122,6 +123,14 @@ TEST_F(CreationTest, CalculatedAliasesAreMadeOnReadAndInitializingIsOnce) {
     const MCProperty* made = object->FindProperty(c_sCalculated, false);
     ASSERT_NE(dynamic_cast<const MCSPropertyT<long>*>(made), nullptr);
     EXPECT_EQ(made->GetFlags(), MCItem::itemPreFetch | MCItem::itemPreFetchType | MCItem::itemFlag100);
+    constexpr unsigned int size = 4099;  // no class of the core has this size
+    EXPECT_EQ(MCFactoryRegistry::GetPoolCount(size), 0);
+    EXPECT_EQ(MCFactoryRegistry::GetPool(size), 0u);
+    EXPECT_EQ(MCFactoryRegistry::GetPoolCount(size), 1);
+    EXPECT_TRUE(MCFactoryRegistry::RegisterInitialPoolCount(size + 1, 10) &&
+                MCFactoryRegistry::RegisterInitialPoolCount(size + 1, 10));
+    EXPECT_EQ(MCFactoryRegistry::GetPoolCount(size + 1), 21);
+    EXPECT_EQ(MCFactoryRegistry::GetPool(size + 1), 0u);
     unsigned long flags = 0, again = 0;
     const long pool = MCFactoryRegistry::GetPoolCount(sizeof(MCGenericObject));
     ASSERT_TRUE(MCFactoryRegistry::GetFlags(MCGenericObject::c_sType, flags));
@@ -131,8 +140,9 @@ TEST_F(CreationTest, CalculatedAliasesAreMadeOnReadAndInitializingIsOnce) {
 }
 
 // Hooks hear of objects in the order they came, once each, and not of properties; the live table follows
-// objects and stays when emptied.
-TEST_F(CreationTest, HooksAndTheLiveTableFollowObjects) {
+// objects and stays when emptied. A table made when a host first asks for it lists what lives then,
+// whichever of the oldest, a middle one and the youngest went before, and follows every change after.
+TEST_F(CreationTest, HooksAndTheLiveTablesFollowObjects) {
     std::string log;
     Hook first("1", log), second("2", log);
     EXPECT_TRUE(MCFactoryRegistry::HookCreateItem(first, true) &&
@@ -153,13 +163,9 @@ TEST_F(CreationTest, HooksAndTheLiveTableFollowObjects) {
     node->Expunge(true);
     EXPECT_EQ(live->Entries(), before - 1);
     EXPECT_FALSE(MCFactoryRegistry::GetInstances(30999, live, nullptr));
-}
 
-// The table is made when a host first asks for it: it lists what lives then, whichever of the oldest,
-// a middle one and the youngest went before, and follows every change after.
-TEST_F(CreationTest, TheLiveTableMadeOnTheFirstAskListsWhatLives) {
     std::map<char, MCObject*> made;
-    ZVTHTableT<MCObject*>* live = nullptr;
+    live = nullptr;
     // Each step makes (+) or expunges (-) the objects it names; the table must then list those after "=".
     for (const std::string step : {"+abcdef-adf=bce", "+g-bg=ce", "+h-e=ch"}) {
         SCOPED_TRACE(step);
@@ -223,7 +229,6 @@ TEST_F(CreationTest, HostCodeThatTakesTheObjectOrALaterHookIsNotFollowed) {
         } catch (const std::runtime_error&) {
             made = "threw";
         }
-        rule.m_bArmed = false;
         MCFactoryRegistry::HookCreateItem(first, false);
         if (first.m_pxNext) {
             MCFactoryRegistry::HookCreateItem(*first.m_pxNext, false);
@@ -232,17 +237,6 @@ TEST_F(CreationTest, HostCodeThatTakesTheObjectOrALaterHookIsNotFollowed) {
         EXPECT_EQ(made + " " + log, c.want);
     }
     owner->Expunge(true);
-}
-
-TEST_F(CreationTest, PoolRecordsAreSharedPerItemSize) {
-    constexpr unsigned int size = 4099;  // no class of the core has this size
-    EXPECT_EQ(MCFactoryRegistry::GetPoolCount(size), 0);
-    EXPECT_EQ(MCFactoryRegistry::GetPool(size), 0u);
-    EXPECT_EQ(MCFactoryRegistry::GetPoolCount(size), 1);  // GetPool entered a default record
-    EXPECT_TRUE(MCFactoryRegistry::RegisterInitialPoolCount(size + 1, 10) &&
-                MCFactoryRegistry::RegisterInitialPoolCount(size + 1, 10));
-    EXPECT_EQ(MCFactoryRegistry::GetPoolCount(size + 1), 21);
-    EXPECT_EQ(MCFactoryRegistry::GetPool(size + 1), 0u);
 }
 
 TEST_F(CreationTest, ObjectFactoriesCheckTheOwner) {

@@ -73,35 +73,34 @@ protected:
 };
 
 TEST_F(ObjectDumpTest, FileDumpsShowEveryValueTypeTheSubscribersAndTheSize) {
-    MCObject* a = m_pxA;
-    Set<MCSPropertyAccessorT<long>>(a, TestNode::c_sEmbedded, 5L);
+    Set<MCSPropertyAccessorT<long>>(m_pxA, TestNode::c_sEmbedded, 5L);
     MCSPropertyAccessorT<long> nuller;
-    ASSERT_TRUE(a->NullProperty(TestNode::c_sEmbedded, nuller));
-    Set<MCSPropertyAccessorT<long>>(a, 1165, 42L);
-    a->SetPropertyFlag(PropertyOf(a, 1165), MCItem::itemTemp | MCItem::itemSA, true);
-    Set<MCSPropertyAccessorT<double>>(a, 1036, 2.5);
-    Set<MCSPropertyAccessorT<float>>(a, 85, 0.25f);
-    a->SetPropertyFlag(PropertyOf(a, 85), MCItem::itemPreFetch, true);
-    Set<MCVPropertyAccessorT<long>>(a, 304, ListOf({3L, 4L}));
-    Set<MCVPropertyAccessorT<float>>(a, 86, ListOf({1.5f}));
-    Set<MCVPropertyAccessorT<ZVTString>>(a, 92, ListOf({ZVTString("x"), ZVTString("yz")}));
+    ASSERT_TRUE(m_pxA->NullProperty(TestNode::c_sEmbedded, nuller));
+    Set<MCSPropertyAccessorT<long>>(m_pxA, 1165, 42L);
+    m_pxA->SetPropertyFlag(PropertyOf(m_pxA, 1165), MCItem::itemTemp | MCItem::itemSA, true);
+    Set<MCSPropertyAccessorT<double>>(m_pxA, 1036, 2.5);
+    Set<MCSPropertyAccessorT<float>>(m_pxA, 85, 0.25f);
+    m_pxA->SetPropertyFlag(PropertyOf(m_pxA, 85), MCItem::itemPreFetch, true);
+    Set<MCVPropertyAccessorT<long>>(m_pxA, 304, ListOf({3L, 4L}));
+    Set<MCVPropertyAccessorT<float>>(m_pxA, 86, ListOf({1.5f}));
+    Set<MCVPropertyAccessorT<ZVTString>>(m_pxA, 92, ListOf({ZVTString("x"), ZVTString("yz")}));
     ZvUCObjectId origin;
     for (int word = 0; word < ZvUCId::c_nWordCount; ++word)
         origin.SetWord(word, 0x64636261u + 0x04040404u * static_cast<unsigned>(word));  // "abcd", "efgh", ...
-    Set<MCSPropertyAccessorT<ZvUCObjectId>>(a, 93, origin);
-    Set<MCSPropertyAccessorT<tgt_target*>>(a, 248, static_cast<tgt_target*>(nullptr));
-    Set<MCSRefAccessor>(a, 152, m_pxRoot);
-    Set<MCSRefAccessor>(a, 133, static_cast<MCObject*>(nullptr));
-    Set<MCSRefAccessor>(a, 89, static_cast<MCObject*>(nullptr));
-    RestoreRaw(a, 89, [](MCStream& s) { s << static_cast<unsigned short>(0) << 777L; });
+    Set<MCSPropertyAccessorT<ZvUCObjectId>>(m_pxA, 93, origin);
+    Set<MCSPropertyAccessorT<tgt_target*>>(m_pxA, 248, static_cast<tgt_target*>(nullptr));
+    Set<MCSRefAccessor>(m_pxA, 152, m_pxRoot);
+    Set<MCSRefAccessor>(m_pxA, 133, static_cast<MCObject*>(nullptr));
+    Set<MCSRefAccessor>(m_pxA, 89, static_cast<MCObject*>(nullptr));
+    RestoreRaw(m_pxA, 89, [](MCStream& s) { s << static_cast<unsigned short>(0) << 777L; });
     ZVTSList<MCObject*> targets = ListOf({m_pxRoot, m_pxRoot});
-    Set<MCVRefAccessor>(a, 303, &targets);
+    Set<MCVRefAccessor>(m_pxA, 303, &targets);
     const short colour = R::RegisterUDP("DumpColour", MCCodes::pString, m_pxRoot, true);
-    Set<MCSPropertyAccessorT<ZVTString>>(a, colour, ZVTString("red"));
+    Set<MCSPropertyAccessorT<ZVTString>>(m_pxA, colour, ZVTString("red"));
     const short floats = R::RegisterUDP("DumpFloats", MCCodes::pFloatList, m_pxRoot, true);
     const short texts = R::RegisterUDP("DumpTexts", MCCodes::pStringList, m_pxRoot, true);
-    Set<MCVPropertyAccessorT<float>>(a, floats, ListOf({1.5f, 2.5f}));
-    Set<MCVPropertyAccessorT<ZVTString>>(a, texts, ListOf({ZVTString("uv"), ZVTString("w")}));
+    Set<MCVPropertyAccessorT<float>>(m_pxA, floats, ListOf({1.5f, 2.5f}));
+    Set<MCVPropertyAccessorT<ZVTString>>(m_pxA, texts, ListOf({ZVTString("uv"), ZVTString("w")}));
     std::ostringstream nullTarget;
     nullTarget << static_cast<const void*>(nullptr);
 
@@ -111,12 +110,12 @@ TEST_F(ObjectDumpTest, FileDumpsShowEveryValueTypeTheSubscribersAndTheSize) {
     EXPECT_EQ(FileDump(m_pxRoot),
               "MCGenericObject(2):\tId=" + Id(m_pxRoot) + ", Name='root'\n" + Line("000", id + Id(m_pxRoot)) +
                   Line("000", "MCSPropertyT<ZVTString>, Type=Name(147), Value=root") + subscribers +
-                  "TestNode:\tId: " + Id(a) + ", Name='a', RefCnt=3\n" + Sized({2, 132, 147}, 4));
+                  "TestNode:\tId: " + Id(m_pxA) + ", Name='a', RefCnt=3\n" + Sized({2, 132, 147}, 4));
     // Text and list lengths count for aliases only: "a", two integers, two references, "red", two
     // floats, "uv" and "w".
     EXPECT_EQ(
-        FileDump(a),
-        "TestNode(7001):\tId=" + Id(a) + ", Name='a'\n" + Line("000", id + Id(a)) +
+        FileDump(m_pxA),
+        "TestNode(7001):\tId=" + Id(m_pxA) + ", Name='a'\n" + Line("000", id + Id(m_pxA)) +
             Line("100", "MCSPropertyT<long>, Type=Embedded(7101), Value=5") +
             Line("000", "MCSPropertyT<ZVTString>, Type=Name(147), Value=a") +
             "\tT=1 SA=1 N=0 PF=0 NL=0 MCSPropertyT<long>, Type=TypeCode(1165), Value=42\n" +
@@ -165,8 +164,8 @@ TEST_F(ObjectDumpTest, ListingAndOutlineOfATreeInEachMode) {
     for (const auto& x : cases) {
         SCOPED_TRACE(x.m_sDump);
         MCDumpableParameter parameter;  // the outline leaves its depth as it found it
-        EXPECT_EQ(StreamDump(m_pxRoot, x.m_lMode, &parameter) + "|" + to_string(parameter.m_lDepth),
-                  x.m_sDump + "|0");
+        const std::string dump = StreamDump(m_pxRoot, x.m_lMode, &parameter);
+        EXPECT_EQ(dump + "|" + to_string(parameter.m_lDepth), x.m_sDump + "|0");
     }
     EXPECT_THROW(StreamDump(m_pxRoot, MCObject::dumpOutline, nullptr), EXUnexpected);
 }
@@ -176,11 +175,10 @@ TEST_F(ObjectDumpTest, ABranchOfAnyDepthKeepsOrderAndIndentationOnASmallStack) {
     // after the whole deeper branch. Made without creation rules, whose events would climb the branch.
     constexpr int c_nDepth = 20000;
     constexpr int c_nOutlineFrom = c_nDepth - 1000;  // an outline grows with the square of its depth
-    auto make = [](MCObject* owner) { return MakeChain(owner, 1); };
-    std::vector<MCObject*> nodes{make(m_pxB)}, leaves;
+    std::vector<MCObject*> nodes{MakeChain(m_pxB, 1)}, leaves;
     for (int i = 0; i < c_nDepth; ++i) {
-        nodes.push_back(make(nodes.back()));
-        leaves.push_back(make(nodes[nodes.size() - 2]));
+        nodes.push_back(MakeChain(nodes.back(), 1));
+        leaves.push_back(MakeChain(nodes[nodes.size() - 2], 1));
     }
     auto expected = [&](int from, long mode) {
         std::string text;

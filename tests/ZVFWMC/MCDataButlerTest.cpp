@@ -52,7 +52,8 @@ protected:
         m_pxA = Make(nullptr, Box::c_sType);
         m_pxP1 = Make(m_pxA, Shape::c_sType);
         m_pxP2 = Make(m_pxA, Shape::c_sType);
-        m_xNames = {{nullptr, "-"}, {m_pxA, "A"}, {m_pxP1, "P1"}, {m_pxP2, "P2"}};
+        // N, apart: a node whose embedded property is nulled, so it has no value.
+        m_xNames = {{nullptr, "-"}, {m_pxA, "A"}, {m_pxP1, "P1"}, {m_pxP2, "P2"}, {MakeNode(), "N"}};
         for (auto [object, type, text] : {std::tuple<MCObject*, short, const char*>{m_pxA, c_sTitle, "Top"},
                                           {m_pxA, Shape::c_sLabel, ""},
                                           {m_pxP1, c_sTitle, "One"},
@@ -123,6 +124,7 @@ TEST_F(DataButlerTest, EveryMacroAnswersAsItsRowSays) {
         "NotEmptyProperty(Label|) : F  @A; Lookup(Rank|zero|one|two) : T two @A; "
         "@P1 Lookup(Rank|zero|one) : F old @P1; @- Equal(Title|Top) : T old @-; "
         "NotEqual(Nope|) NotEqual(Title|Two) NotHasProperty() : T old @A; @- HasProperty(Title) : F old @-; "
+        "@N HasProperty(Embedded) : F old @N; "
         "@P1 TypeNameEquals(Shape) : T old @P1; @- TypeNameEquals(Box) : T old @-; Pop : T old @none; "
         "o:v=P1 PushObject(v) : T old @P1 v=oP1; "
         "o:v=P1 PushObject(v|x) ReferencePropertyEqual(Partner) : F old @A v=oP1; "

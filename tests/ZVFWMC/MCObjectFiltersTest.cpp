@@ -133,7 +133,9 @@ TEST_F(FiltersTest, OwneeWalksStandExpungingTheCurrentOwneeAndFilter) {
         Link(holder, MCCodes::pParent, holder == bare ? named : plain);
     SetLong(bare, TestNode::c_sEmbedded, 0);
     MCOwneeFilterOnType anyObject(1), nodeType(TestNode::c_sType);
-    MCOwneeFilterOnPropExistence withName(TestNode::c_sType, 147, true);
+    // `named`'s embedded property stays nulled: it has no value, so it does not count as present.
+    MCOwneeFilterOnPropExistence withName(TestNode::c_sType, 147, true),
+        withEmbedded(TestNode::c_sType, TestNode::c_sEmbedded, true);
     MCOwneeFilterOnPropExistence withoutName(TestNode::c_sType, 147, false), exactOnly(1, 147, false);
     // Other types, absent and non-reference properties never match a reference value.
     MCOwneeFilterOnPropRefValue byRef(TestNode::c_sType, TestNode::c_sEmbedded, nullptr);
@@ -146,6 +148,7 @@ TEST_F(FiltersTest, OwneeWalksStandExpungingTheCurrentOwneeAndFilter) {
         {&nodeType, nodes + " #2"},
         {&withName, Id(named) + " #1"},
         {&withoutName, Id(bare) + " #1"},
+        {&withEmbedded, Id(bare) + " #1"},
         {&exactOnly, " #0"},
         {&byRef, " #0"},
         {&byParent, Id(named) + " #1"},

@@ -17,15 +17,16 @@ coverage.json) keeps to lines the suite reaches: a mutant on a line no test runs
 --select (scripts/coverage-per-test.py's JSON) runs for each mutant only the cases that run its line, and
 every case the JSON does not know: a case that never runs the line sees the fault only through what an
 earlier case of its process left behind, so the outcome is nearly always the same and a mutant costs a
-fraction of the suite. --survivors tries again what an earlier run's tests
-let through, say once tests were added for it. --caught tries again what an earlier run caught only with
-cases that REGEX matches, say once those cases were merged or shortened: each must still be caught. --exclude leaves out the tests and cases it matches, say the
-slow tool runs when the question is which unit tests a fault needs.
+fraction of the suite. --survivors tries again what an earlier run's tests let through, say once tests
+were added for it. --caught tries again what an earlier run caught only with cases that REGEX matches, say
+once those cases were merged or shortened: each must still be caught, or the run fails. --exclude leaves out
+the tests and cases it matches, say the slow tool runs when the question is which unit tests a fault needs.
+Each run gives the tests a temp folder of its own, so two runs side by side do not share files.
 
 Writes TSV: id, file:line, operator, outcome (killed, survived, nobuild, timeout), the cases that failed.
 Prints the score (killed of killed and survived), every survivor, and per case the mutants it alone kills.
 """
-import argparse, collections, concurrent.futures, json, os, random, re, subprocess, sys, time
+import argparse, atexit, collections, concurrent.futures, json, os, random, re, shutil, subprocess, sys, tempfile, time
 
 from gtest_binary import is_gtest, list_cases
 
@@ -116,6 +117,9 @@ class Suite:
         listing = json.loads(
             subprocess.run(["ctest", "--show-only=json-v1"], cwd=build, capture_output=True, text=True).stdout)
         self.units, self.others = [], []
+        # Some tests write files of fixed names in the test temp folder: a run beside another gets its own.
+        self.env = dict(os.environ, TEST_TMPDIR=tempfile.mkdtemp(prefix="mutation-") + "/")
+        atexit.register(shutil.rmtree, self.env["TEST_TMPDIR"], True)
         for test in listing["tests"]:
             name, command = test["name"], test.get("command", [])
             properties = {p["name"]: p["value"] for p in test.get("properties", [])}
@@ -123,7 +127,7 @@ class Suite:
             if name == "InstallConsumer" or (exclude and re.search(exclude, name)):
                 continue
             if command and is_gtest(command[0]) and set(properties) <= DIRECT_PROPERTIES:
-                env = dict(os.environ)
+                env = dict(self.env)
                 env.update(v.split("=", 1) for v in properties.get("ENVIRONMENT", []))
                 self.units.append((name, command, env, properties.get("WORKING_DIRECTORY", build)))
             else:
@@ -174,7 +178,7 @@ class Suite:
         if names:  # alongside the binaries: the longest of them runs a tool on a large input
             pattern = "^(" + "|".join(re.escape(n) for n in names) + ")$"
             others = subprocess.Popen(["ctest", "-R", pattern, "--timeout", str(TIME_FLOOR * 2)], cwd=self.build,
-                                      stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+                                      env=self.env, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         chosen = self.cases if selected is None else selected
         jobs = [(unit, [c.split(":", 1)[1] for c in chosen if c.split(":", 1)[0] == unit[0]]) for unit in self.units]
         jobs = [(unit, only) for unit, only in jobs if only]

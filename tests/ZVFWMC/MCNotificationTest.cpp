@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <functional>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include "support/ModelTestSupport.h"
 

@@ -3,7 +3,11 @@
 // ceremony).
 
 #include <algorithm>
+#include <map>
 #include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "support/RuleTestSupport.h"
 

@@ -2,6 +2,9 @@
 // ownees, late rules reaching derived types, cycles refused, and the destruction veto of a rule and of an
 // undeletable object.
 
+#include <utility>
+#include <vector>
+
 #include "support/RegistryTestSupport.h"
 #include "support/RuleTestSupport.h"
 
@@ -63,8 +66,8 @@ TEST_F(ObjectSemTest, ARuleLeavingDuringAFiringSkipsNoOtherObjectOrPropertyRule)
     const struct {
         const char* pcName;
         int nLeaving;  // which of a, b, c b takes out
-        const char*
-            pcExpected;  // the first firing | the second, of the object rules; then of the property rules
+        // The first firing | the second, of the object rules; then of the property rules.
+        const char* pcExpected;
     } rows[] = {
         {"an earlier rule", 0, "A:4 B:4 C:4 -> 0 |B:4 C:4 -> 0 ; A:1 B:1 C:1|B:1 C:1"},
         {"itself", 1, "A:4 B:4 C:4 -> 0 |A:4 C:4 -> 0 ; A:1 B:1 C:1|A:1 C:1"},

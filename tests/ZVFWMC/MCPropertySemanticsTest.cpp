@@ -2,6 +2,10 @@
 // object's end, refusals after the change and rules that throw, what registering and deregistering leave
 // behind (also while a rule fires), and edits that only heirs hear.
 
+#include <map>
+#include <string>
+#include <utility>
+
 #include "support/RuleTestSupport.h"
 
 using PS = MCPropertySemantic;

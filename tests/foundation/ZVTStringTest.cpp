@@ -2,8 +2,10 @@
 
 #include <climits>
 #include <cstring>
+#include <new>
 #include <stdexcept>
 #include <tuple>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -42,6 +44,26 @@ TEST(ZVTStringTest, EachConstructorSetsTextAndNullState) {
     ZVTString assigned;
     assigned = -17L;
     EXPECT_EQ(assigned, "-17");
+}
+
+// A string made in room whose bytes are all ones, as left by whatever held it before; its text.
+template <class... Args>
+std::string MadeOverOnes(Args&&... args) {
+    alignas(ZVTString) unsigned char room[sizeof(ZVTString)];
+    std::memset(room, 0xFF, sizeof room);
+    auto* made = new (room) ZVTString(std::forward<Args>(args)...);
+    std::string text = made->str();
+    made->~ZVTString();
+    return text;
+}
+
+// A constructor sets the whole state: nothing of what its memory held is read.
+TEST(ZVTStringTest, ConstructorsReadNothingOfTheirMemory) {
+    const ZVTString longText(std::string(100, 'h'));  // held on the heap, so a copy starts afresh too
+    EXPECT_EQ(MadeOverOnes() + "|" + MadeOverOnes("ab") + "|" + MadeOverOnes(std::string("cd")) + "|" +
+                  MadeOverOnes(40L, 10),
+              "|ab|cd|40");
+    EXPECT_EQ(MadeOverOnes(longText), longText.str());
 }
 
 int Sign(int value) {

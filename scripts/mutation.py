@@ -26,7 +26,8 @@ Each run gives the tests a temp folder of its own, so two runs side by side do n
 Writes TSV: id, file:line, operator, outcome (killed, survived, nobuild, timeout), the cases that failed.
 Prints the score (killed of killed and survived), every survivor, and per case the mutants it alone kills.
 """
-import argparse, atexit, collections, concurrent.futures, json, os, random, re, shutil, subprocess, sys, tempfile, time
+import argparse, atexit, collections, concurrent.futures, json, os, random, re, shutil, subprocess, sys, tempfile
+import time
 
 from gtest_binary import is_gtest, list_cases
 
@@ -277,6 +278,7 @@ def main():
         caught.update((row[1], row[2]) for row in read_rows(tsv)
                       if row[3] == "killed" and len(row) > 4 and all(re.search(only, case) for case in row[4].split()))
         mutants = [m for m in mutants if (f"{m[0]}:{m[1]}", m[2]) in caught]
+    per_key = collections.Counter((f"{m[0]}:{m[1]}", m[2]) for m in mutants)
     random.Random(args.seed).shuffle(mutants)
     if args.sample:
         mutants = mutants[: args.sample]
@@ -322,7 +324,9 @@ def main():
     report(results, suite.cases)
     # A line may hold two mutants of one operator, and the TSV does not tell them apart: compare counts.
     caught.subtract((site, operator) for _, site, operator, outcome, _ in results if outcome in ("killed", "timeout"))
-    lost = sorted(key for key, count in caught.items() if count > 0)
+    # Only where every mutant of the line and operator ran: --sample may have left some out.
+    tried = collections.Counter((site, operator) for _, site, operator, _, _ in results)
+    lost = sorted(key for key, count in caught.items() if count > 0 and tried[key] == per_key[key])
     for site, operator in lost:
         print(f"caught before, not now: {site} {operator}")
     if lost:

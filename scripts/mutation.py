@@ -195,16 +195,13 @@ class Suite:
         """Runs each test on the unmutated library, which must pass, and sets each binary's time limit from
         that. A test that fails here (one whose binary was never built, say) would count as catching every
         mutant."""
-        if self.others:
-            failed, _ = self.run(set(self.others))
-            if failed:
-                sys.exit("the unmutated build fails: " + ", ".join(sorted(failed)))
+        failed = self.run(set(self.others))[0] if self.others else set()
         for unit in self.units:
             start = time.monotonic()
-            cases, _ = self.run_unit(unit)
-            if cases:
-                sys.exit("the unmutated build fails: " + ", ".join(sorted(cases)))
+            failed |= self.run_unit(unit)[0]
             self.limits[unit[0]] = max(TIME_FLOOR, TIME_FACTOR * (time.monotonic() - start))
+        if failed:
+            sys.exit("the unmutated build fails: " + ", ".join(sorted(failed)))
 
 
 def cases_by_line(per_case_json, cases):
@@ -269,16 +266,18 @@ def main():
                 if re.search(args.files, relative) and file.endswith(".cpp"):
                     lines = covered.get(os.path.realpath(path), set()) if covered is not None else None
                     mutants += [(relative,) + site for site in sites(path, lines)]
+    # A mutant by the site and operator that an earlier run's TSV names it with.
+    key = lambda mutant: (f"{mutant[0]}:{mutant[1]}", mutant[2])
     if args.survivors:
         wanted = {(row[1], row[2]) for row in read_rows(args.survivors) if row[3] == "survived"}
-        mutants = [m for m in mutants if (f"{m[0]}:{m[1]}", m[2]) in wanted]
+        mutants = [m for m in mutants if key(m) in wanted]
     caught = collections.Counter()
     if args.caught:
         tsv, only = args.caught
         caught.update((row[1], row[2]) for row in read_rows(tsv)
                       if row[3] == "killed" and len(row) > 4 and all(re.search(only, case) for case in row[4].split()))
-        mutants = [m for m in mutants if (f"{m[0]}:{m[1]}", m[2]) in caught]
-    per_key = collections.Counter((f"{m[0]}:{m[1]}", m[2]) for m in mutants)
+        mutants = [m for m in mutants if key(m) in caught]
+    per_key = collections.Counter(map(key, mutants))
     random.Random(args.seed).shuffle(mutants)
     if args.sample:
         mutants = mutants[: args.sample]

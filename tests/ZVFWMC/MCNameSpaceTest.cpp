@@ -31,7 +31,9 @@ protected:
         while (in >> name) {
             ZVTString key(name.c_str());
             text += (text.empty() ? "" : " ") + name +
-                    (space->FindObject(key) ? '*' : "-+"[space->Contains(key)]);
+                    (space->FindObject(key) ? "*"
+                     : space->Contains(key) ? "+"
+                                            : "-");
         }
         return text;
     }
@@ -214,7 +216,8 @@ TEST_F(NameSpaceTest, NamesAreTakenDownTheTreeAndMoveWithTheChild) {
     EXPECT_EQ(State(root, "X Y") + " " + State(deep, "X") + " " + State(right, "X"), "X+ Y+ X* X-");
     EXPECT_FALSE(root->Insert(Named("X"), 0, 0, false));
     EXPECT_FALSE(deep->Insert(Named("X"), 0, 0, false));
-    EXPECT_TRUE(right->Insert(Named("X"), 0, 0, false) && right->Insert(Named("Top"), 0, 0, false));
+    EXPECT_TRUE(right->Insert(Named("X"), 0, 0, false));
+    ASSERT_TRUE(right->Insert(Named("Top"), 0, 0, false));
 
     MCSRefAccessor accessor(right);
     deep->SetProperty(c_sAncestor, accessor, MCPropertyAccessor::accessAdd);

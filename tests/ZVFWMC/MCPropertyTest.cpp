@@ -74,8 +74,9 @@ TEST_F(PropertyTest, ComparisonIsByTypeClassAndValueInOrder) {
     // Same value under another type code, a null partner or another value class is not equal.
     const MCProperty* first = Add(left, 7201);
     ASSERT_TRUE(SetLong(left, 7202, 7201));
-    EXPECT_FALSE(first->IsEqualTo(PropertyOf(left, 7202), false) || first->IsEqualTo(nullptr, false) ||
-                 first->IsEqualTo(list, false));
+    EXPECT_FALSE(first->IsEqualTo(PropertyOf(left, 7202), false));
+    EXPECT_FALSE(first->IsEqualTo(nullptr, false));
+    EXPECT_FALSE(first->IsEqualTo(list, false));
 }
 
 // Three records of a value: restored into a new property, then through accessors, where the property

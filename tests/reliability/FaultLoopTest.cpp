@@ -429,10 +429,13 @@ TEST_F(FaultLoopTest, EveryEditSurvivesItsNthAllocationFailing) {
              MCCommandHandler::PostCommand(*new Counted);
              posted = true;
          },
-         [] {},
+         [&] {
+             Counted::c_nRun = 0;
+             posted = false;
+         },
          [&] {
              MCCommandHandler::FlushQueue();
-             EXPECT_EQ(std::exchange(Counted::c_nRun, 0), std::exchange(posted, false) ? 1 : 0);
+             EXPECT_EQ(Counted::c_nRun, posted ? 1 : 0);
              EXPECT_EQ(Counted::c_nAlive, 0);
          }},
         {"expand a template", expand, [] {}, [&] { ASSERT_EQ(expand(), "E;D;"); }},
